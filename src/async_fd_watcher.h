@@ -1,0 +1,60 @@
+// The one thread on which everything received is handled.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace android::hardware::bluetooth::async {
+
+using ReadCallback = std::function<void(int fd)>;
+using TimeoutCallback = std::function<void()>;
+
+// Watches descriptors for readability and calls their callbacks on a thread of its own (SCHED_FIFO priority 1 where the
+// system grants it). Every start makes a run of its own: thread, wake-up pipe, stop flag and watches belong to the run,
+// so a stop from inside a callback lets that run end by itself while a later start already has a new one. All operations
+// may be called from any thread; the watch operations not from inside a callback.
+class AsyncFdWatcher {
+ public:
+  AsyncFdWatcher() = default;
+  AsyncFdWatcher(const AsyncFdWatcher&) = delete;
+  AsyncFdWatcher& operator=(const AsyncFdWatcher&) = delete;
+  ~AsyncFdWatcher() = default;  // neither stops nor joins: the owner stops first
+
+  // Calls `callback` with `fd` whenever it is readable; a second call for the same descriptor replaces the callback.
+  // Starts the thread if none runs. Returns 0, or -1 if the descriptor is outside 0..1023 or the pipe or the thread
+  // could not be made. `fd` stays the caller's and must stay open until it is unwatched or the watcher is stopped.
+  int WatchFdForNonBlockingReads(int fd, const ReadCallback& callback);
+
+  // Forgets `fd`. When it returns, its callback does not run and will not run again (called from inside that callback:
+  // will not run again), so the descriptor may be closed.
+  void StopWatchingFd(int fd);
+
+  // Ends the current run and forgets its watches. Returns after the thread has ended; called on the watcher thread
+  // itself it marks the run and returns at once, and the thread ends when the callback returns. A second stop waits for
+  // the first. Stopping twice is harmless.
+  void StopWatchingFileDescriptors();
+
+  // Sets the select timeout (0 or less: none) and what is called when it passes. For the next run.
+  void ConfigureTimeout(std::chrono::milliseconds timeout, TimeoutCallback callback);
+
+  // Waits on the watcher thread, inside a callback, for `duration`, or until a stop of the run is requested. Returns true
+  // if the whole time passed. On a thread that is no watcher's it simply sleeps.
+  static bool WaitOnWatcherThread(std::chrono::milliseconds duration);
+
+ private:
+  struct Run;
+
+  static void ThreadRoutine(const std::shared_ptr<Run>& run);
+  int TryStartThread();
+  int StopThread();
+
+  std::mutex run_mutex_;
+  std::shared_ptr<Run> run_;
+  std::chrono::milliseconds timeout_{0};
+  TimeoutCallback timeout_cb_;
+};
+
+}  // namespace android::hardware::bluetooth::async

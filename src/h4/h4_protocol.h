@@ -1,0 +1,50 @@
+// Frames HCI packets onto the UART and parses the controller's byte stream back into packets.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "h4/h4_packetizer.h"
+#include "h4/hci_packet.h"
+
+namespace android::hardware::bluetooth::hci {
+
+// Send and the receiving side touch disjoint state and may run at the same time; callers serialise Send among
+// themselves, and OnDataReady runs on the descriptor-watcher thread only.
+class H4Protocol {
+ public:
+  // `uart_fd` stays the caller's: it is never closed here and must outlive the object. `event_cb`, `acl_cb`, `sco_cb`
+  // and `iso_cb` must be set; `thread_cb` may be empty, then Thread frames are dropped. They run on the watcher thread.
+  H4Protocol(int uart_fd, HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
+             HciPacketCallback iso_cb, HciPacketCallback thread_cb);
+  H4Protocol(const H4Protocol&) = delete;
+  H4Protocol& operator=(const H4Protocol&) = delete;
+
+  // Writes the type byte and `length` bytes of `data` with one writev, repeated for what a short write left over.
+  // Returns the bytes written, type byte included: length + 1, or fewer after a write error (logged and recorded).
+  size_t Send(uint8_t type, const uint8_t* data, size_t length);
+
+  // Reads once from `fd` and dispatches what arrived. A read error on an initialised transport ends the process; end of
+  // file and errors during set-up are logged and waited out for five seconds, or until the watcher is stopped.
+  void OnDataReady(int fd);
+
+  // Dispatches received bytes: the part of OnDataReady behind the read. `data` need only live during the call.
+  void OnBytes(const uint8_t* data, size_t length);
+
+  // Hands the packetizer's packet to the callback of its type.
+  void OnPacketReady();
+
+ private:
+  void ReportUnimplementedType(const uint8_t* data, size_t length);
+
+  int uart_fd_;
+  HciPacketCallback event_cb_;
+  HciPacketCallback acl_cb_;
+  HciPacketCallback sco_cb_;
+  HciPacketCallback iso_cb_;
+  HciPacketCallback thread_cb_;
+  HciPacketType hci_packet_type_ = HciPacketType::kUnknown;
+  HciPacketizer hci_packetizer_;
+};
+
+}  // namespace android::hardware::bluetooth::hci

@@ -1,0 +1,23 @@
+// Small file utilities of the diagnostic logs. Paths are the device's own; messages show them so.
+#pragma once
+
+#include <fstream>
+#include <string>
+
+namespace android::hardware::bluetooth::os {
+
+// True when the file can be opened for binary reading and positioned at its end.
+bool FileExists(const std::string& path);
+
+// True on success; failures are logged with the system's error text.
+bool RenameFile(const std::string& from, const std::string& to);
+bool RemoveFile(const std::string& path);
+
+// Keeps one ".last" backup of the text log at `path`, opens `stream` on a fresh file of mode 0644 and writes the creation
+// time as its first line. Failures are logged and leave the stream in its fail state.
+void CreateLogFile(const std::string& path, std::ofstream& stream);
+
+// Flushes and closes an open stream; a failed close sets its fail state.
+void CloseLogFileStream(std::ofstream& stream);
+
+}  // namespace android::hardware::bluetooth::os

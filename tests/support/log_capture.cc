@@ -1,0 +1,63 @@
+#include "support/log_capture.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include <android-base/logging.h>
+
+#include "support/wait_for.h"
+
+namespace bthal::test {
+namespace {
+
+std::mutex g_mutex;
+std::vector<LogLine>& Captured() {
+  static auto& lines = *new std::vector<LogLine>;
+  return lines;
+}
+
+void Capture(android::base::LogId, android::base::LogSeverity severity, const char* tag, const char*, unsigned int,
+             const char* message) {
+  constexpr char kLetters[] = {'V', 'D', 'I', 'W', 'E', 'F', 'F'};
+  const std::lock_guard lock(g_mutex);
+  Captured().push_back({kLetters[severity], tag == nullptr ? "" : tag, message});
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+  Clear();
+  android::base::SetLogger(Capture);
+  android::base::SetMinimumLogSeverity(android::base::VERBOSE);
+  // The logging library initialises itself at the first line, which had better not come from two threads at once.
+  LOG(VERBOSE) << "log capture starts";
+  Clear();
+}
+
+LogCapture::~LogCapture() {
+  android::base::SetLogger(android::base::StderrLogger);
+  android::base::SetMinimumLogSeverity(android::base::INFO);
+}
+
+std::vector<LogLine> LogCapture::Lines() const {
+  const std::lock_guard lock(g_mutex);
+  return Captured();
+}
+
+size_t LogCapture::Count(const std::string& text) const {
+  const std::lock_guard lock(g_mutex);
+  return static_cast<size_t>(std::count_if(Captured().begin(), Captured().end(), [&](const LogLine& line) {
+    return line.text.find(text) != std::string::npos;
+  }));
+}
+
+bool LogCapture::WaitFor(const std::string& text) const {
+  return test::WaitFor([&] { return Has(text); });
+}
+
+void LogCapture::Clear() {
+  const std::lock_guard lock(g_mutex);
+  Captured().clear();
+}
+
+}  // namespace bthal::test

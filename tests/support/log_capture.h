@@ -1,0 +1,32 @@
+// What the service logs while one of these lives.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace bthal::test {
+
+struct LogLine {
+  char severity;  // V D I W E F
+  std::string tag;
+  std::string text;
+};
+
+// Captures everything logged on any thread, at every severity. One at a time.
+class LogCapture {
+ public:
+  LogCapture();
+  ~LogCapture();
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  std::vector<LogLine> Lines() const;
+  // Whether some line contains `text`; how many do.
+  bool Has(const std::string& text) const { return Count(text) != 0; }
+  size_t Count(const std::string& text) const;
+  // Waits until some line contains `text`; false after ten seconds.
+  bool WaitFor(const std::string& text) const;
+  void Clear();
+};
+
+}  // namespace bthal::test

@@ -1,0 +1,31 @@
+// A pseudo-terminal pair: the service opens one end by path, the test plays the controller on the other.
+#pragma once
+
+#include <android-base/unique_fd.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace bthal::test {
+
+class Pty {
+ public:
+  Pty();  // raw, with a slave kept open so that the controller's end never hangs up by itself
+
+  int controller() const { return controller_.get(); }
+  const std::string& host_path() const { return host_path_; }
+
+  void Write(const std::vector<uint8_t>& bytes) const;
+  // Reads until `count` bytes have come; fewer only after ten seconds without one.
+  std::vector<uint8_t> Read(size_t count) const;
+  // Ends the line: the host reads end of file from now on.
+  void HangUp();
+
+ private:
+  android::base::unique_fd controller_;
+  android::base::unique_fd keeper_;
+  std::string host_path_;
+};
+
+}  // namespace bthal::test
