@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -14,8 +13,9 @@ using TimeoutCallback = std::function<void()>;
 
 // Watches descriptors for readability and calls their callbacks on a thread of its own (SCHED_FIFO priority 1 where the
 // system grants it). Every start makes a run of its own: thread, wake-up pipe, stop flag and watches belong to the run,
-// so a stop from inside a callback lets that run end by itself while a later start already has a new one. All operations
-// may be called from any thread; the watch operations not from inside a callback.
+// so a stop from inside a callback lets that run end by itself while a later start already has a new one. All
+// operations may be called from any thread, and from inside the callbacks, which run without any lock of the watcher
+// held.
 class AsyncFdWatcher {
  public:
   AsyncFdWatcher() = default;
@@ -23,13 +23,15 @@ class AsyncFdWatcher {
   AsyncFdWatcher& operator=(const AsyncFdWatcher&) = delete;
   ~AsyncFdWatcher() = default;  // neither stops nor joins: the owner stops first
 
-  // Calls `callback` with `fd` whenever it is readable; a second call for the same descriptor replaces the callback.
-  // Starts the thread if none runs. Returns 0, or -1 if the descriptor is outside 0..1023 or the pipe or the thread
-  // could not be made. `fd` stays the caller's and must stay open until it is unwatched or the watcher is stopped.
+  // Calls `callback` with `fd` whenever it is readable, the lower descriptor first when several are; a second call for
+  // the same descriptor replaces the callback. Starts the thread if none runs. Returns 0, or -1 if the descriptor is
+  // outside 0..1023 or the wake-up pipe could not be made; a failed start counts as running until the next stop. What
+  // the standard library throws when it cannot make a thread is passed on. `fd` stays the caller's and must stay open
+  // until it is unwatched or the watcher is stopped.
   int WatchFdForNonBlockingReads(int fd, const ReadCallback& callback);
 
-  // Forgets `fd`. When it returns, its callback does not run and will not run again (called from inside that callback:
-  // will not run again), so the descriptor may be closed.
+  // Forgets `fd`. When it returns, its callback does not run and will not run again (called on the watcher thread: will
+  // not run again), so the descriptor may be closed.
   void StopWatchingFd(int fd);
 
   // Ends the current run and forgets its watches. Returns after the thread has ended; called on the watcher thread
@@ -37,22 +39,21 @@ class AsyncFdWatcher {
   // the first. Stopping twice is harmless.
   void StopWatchingFileDescriptors();
 
-  // Sets the select timeout (0 or less: none) and what is called when it passes. For the next run.
+  // Sets the select timeout (0 or less: none) and what is called when it passes. For the next run only.
   void ConfigureTimeout(std::chrono::milliseconds timeout, TimeoutCallback callback);
 
-  // Waits on the watcher thread, inside a callback, for `duration`, or until a stop of the run is requested. Returns true
-  // if the whole time passed. On a thread that is no watcher's it simply sleeps.
+  // Waits on the watcher thread, inside a callback, for `duration`, or until the run is stopped or the callback's own
+  // descriptor unwatched. Returns true if the whole time passed. On a thread that is no watcher's it simply sleeps.
   static bool WaitOnWatcherThread(std::chrono::milliseconds duration);
 
  private:
-  struct Run;
+  class Run;
 
-  static void ThreadRoutine(const std::shared_ptr<Run>& run);
+  std::shared_ptr<Run> CurrentRun() const;
   int TryStartThread();
-  int StopThread();
 
-  std::mutex run_mutex_;
-  std::shared_ptr<Run> run_;
+  mutable std::mutex run_mutex_;  // guards all that follows
+  std::shared_ptr<Run> run_;      // the latest run; one that ended by itself is reclaimed by the next start or stop
   std::chrono::milliseconds timeout_{0};
   TimeoutCallback timeout_cb_;
 };

@@ -12,10 +12,11 @@
 
 namespace android::hardware::bluetooth::hci {
 
-// Lets one HCI command be outstanding at a time and shows every event to the watchers before the stack. One instance per
-// open transport, owned by the shim; its lock and its halted flag are process-wide. The lock is held across transport
-// writes and watcher calls on purpose: that is what keeps packets of one sender in order and watchers alive while called.
-// All operations may be called from any thread, but from no watcher.
+// Lets one HCI command be outstanding at a time and shows every event to the watchers before the stack. One instance
+// per open transport, owned by the shim (through std::make_shared: nothing but a shared owner keeps it alive for an
+// event that is under way); its lock and its halted flag are process-wide. The lock is held across transport writes and
+// watcher calls on purpose: that is what keeps packets of one sender in order and watchers alive while called. An
+// instance that has a successor behaves as halted. All operations may be called from any thread, but from no watcher.
 class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
  public:
   // Connects the five consumers to the transport. They run on the receive thread, without the lock. `thread_cb` may be
@@ -35,8 +36,9 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
   size_t SendNoAck(uint8_t type, const uint8_t* data, size_t length);
 
   // Sends H4 command packets laid end to end (type 1, opcode 2, length L, L bytes), as one batch where the transport
-  // takes batches, else one by one. Returns `length`, the transport's own count, or 0 when halted or empty. A batch whose
-  // packets do not add up is cut off at the packet that does not fit, with an error in the log.
+  // takes batches, else one by one. Returns `length`, the transport's own count, or 0 when halted or empty. A batch
+  // whose packets do not add up is cut off at the packet that does not fit, with an error in the log; the bytes before
+  // it are then what is returned.
   size_t SendBatch(const uint8_t* data, size_t length);
 
   // From now on sends and watcher changes are refused; watchers that wait for an answer are told. Events go on to the
@@ -61,9 +63,18 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
     bool sent = false;
   };
 
+  class ReceiveLink;
+
+  bool Refuses(const char* operation) const;
+  size_t SendOneByOne(const uint8_t* data, size_t length);
+
   bool HciEventPreProcess(const HciPacket& event);
   void HciEventPostProcess(const HciPacket& event);
+  // False when the outstanding command is another one and stays.
+  bool FinishOutstanding(uint16_t opcode, const HciPacket& event);
+  void SendNext();
 
+  const std::shared_ptr<ReceiveLink> receive_link_;
   std::deque<HciCmdFrame> cmd_queue_;
   std::vector<HciEventWatcher*> event_watchers_;
   bool send_batch_fallback_ = false;

@@ -1,0 +1,186 @@
+#define LOG_TAG "bthal.hci_h4"
+
+#include "h4/h4_protocol.h"
+
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
+#include <errno.h>
+#include <log/log.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "async_fd_watcher.h"
+#include "debug_central.h"
+#include "shim.h"
+
+namespace android::hardware::bluetooth::hci {
+namespace {
+
+using ::android::base::StringPrintf;
+
+constexpr size_t kReadBufferSize = 65536;
+constexpr size_t kTransmitAnchorSize = 128;
+// Keeps a descriptor that stays readable at its end from spinning the watcher thread.
+constexpr std::chrono::seconds kReadErrorPause{5};
+// How much of the stream the report of an unknown type shows, from the bad byte on.
+constexpr size_t kReportedBytes = 7;
+
+bool CarriesReceivedData(HciPacketType type) {
+  return type == HciPacketType::kEvent || type == HciPacketType::kAclData || type == HciPacketType::kScoData ||
+         type == HciPacketType::kIsoData || type == HciPacketType::kThreadData;
+}
+
+template <typename... Args>
+void RecordTransmitAnchor(const char* format, Args... args) {
+  char text[kTransmitAnchorSize];
+  snprintf(text, sizeof(text), format, args...);
+  DebugCentral::Get().UpdateRecord(AnchorType::kUartTransmit, text);
+}
+
+// What a write left over: the entries behind the first `written` bytes of `entries`, the first one shortened.
+template <size_t N>
+void AdvancePast(size_t written, std::array<iovec, N>& entries, iovec*& first) {
+  while (first != entries.data() + N && written >= first->iov_len) {
+    written -= first->iov_len;
+    ++first;
+  }
+  if (first == entries.data() + N) return;
+  first->iov_base = static_cast<uint8_t*>(first->iov_base) + written;
+  first->iov_len -= written;
+}
+
+}  // namespace
+
+H4Protocol::H4Protocol(int uart_fd, HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
+                       HciPacketCallback iso_cb, HciPacketCallback thread_cb)
+    : uart_fd_(uart_fd),
+      event_cb_(std::move(event_cb)),
+      acl_cb_(std::move(acl_cb)),
+      sco_cb_(std::move(sco_cb)),
+      iso_cb_(std::move(iso_cb)),
+      thread_cb_(std::move(thread_cb)),
+      hci_packetizer_([this] { OnPacketReady(); }) {}
+
+size_t H4Protocol::Send(uint8_t type, const uint8_t* data, size_t length) {
+  if (length == std::numeric_limits<size_t>::max()) return 0;
+  const size_t total = length + 1;
+  std::array<iovec, 2> entries = {iovec{&type, sizeof(type)}, iovec{const_cast<uint8_t*>(data), length}};
+  iovec* first = entries.data();
+  size_t written = 0;
+  while (true) {
+    const ssize_t result = writev(uart_fd_, first, static_cast<int>(entries.data() + entries.size() - first));
+    // A full port is written to again at once, for as long as it takes: the controller's flow control decides.
+    if (result < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (result < 0) {
+      const char* reason = strerror(errno);
+      ALOGE("%s error writing to UART (%s)", __func__, reason);
+      RecordTransmitAnchor("%s: error writing to UART (%s)", __func__, reason);
+      return written;
+    }
+    if (result == 0) {
+      ALOGE("%s zero bytes written - something went wrong...", __func__);
+      RecordTransmitAnchor("%s: zero bytes written - something went wrong...", __func__);
+      return written;
+    }
+    written += result;
+    if (written == total) return written;
+    constexpr char kFormat[] = "%s: %d/%d bytes written - retrying remaining %d bytes";
+    const int done = static_cast<int>(written);
+    const int whole = static_cast<int>(total);
+    ALOGW(kFormat, __func__, done, whole, whole - done);
+    RecordTransmitAnchor(kFormat, __func__, done, whole, whole - done);
+    AdvancePast(result, entries, first);
+  }
+}
+
+void H4Protocol::OnDataReady(int fd) {
+  uint8_t buffer[kReadBufferSize];
+  const ssize_t bytes_read = TEMP_FAILURE_RETRY(read(fd, buffer, sizeof(buffer)));
+  if (bytes_read > 0) {
+    OnBytes(buffer, bytes_read);
+    return;
+  }
+  if (bytes_read == 0) {
+    LOG(ERROR) << __func__ << ": Unexpected EOF reading the packet type!";
+    DebugCentral::Get().UpdateRecord(AnchorType::kUartReceive,
+                                     StringPrintf("%s: Unexpected EOF reading the packet type!", __func__));
+  } else {
+    const std::string reason = strerror(errno);
+    if (shim::IsInitialized()) {
+      LOG(FATAL) << __func__ << ": Read packet type error: " << reason;
+      return;
+    }
+    LOG(ERROR) << __func__ << ": read failed (" << reason << "), not ready to read!";
+    // "reay" is what the tools that read the record look for.
+    DebugCentral::Get().UpdateRecord(AnchorType::kUartReceive,
+                                     StringPrintf("%s: read failed (%s), not reay to read!", __func__, reason.c_str()));
+  }
+  async::AsyncFdWatcher::WaitOnWatcherThread(kReadErrorPause);
+}
+
+void H4Protocol::OnBytes(const uint8_t* data, size_t length) {
+  const uint8_t* const end = data + length;
+  while (data != end) {
+    if (hci_packet_type_ != HciPacketType::kUnknown) {
+      data += hci_packetizer_.OnDataReady(hci_packet_type_, data, end - data);
+      continue;
+    }
+    hci_packet_type_ = static_cast<HciPacketType>(*data);
+    if (!CarriesReceivedData(hci_packet_type_)) {
+      // The report has torn the transport down, so that nothing behind this byte is trusted. The code stays the type in
+      // progress: the rest of the stream is taken for one such packet, or swallowed where none exists.
+      ReportUnimplementedType(data, end - data);
+      ++data;
+      continue;
+    }
+    ++data;
+    if (const size_t size = hci_packetizer_.FrameInPlace(hci_packet_type_, data, end - data); size != 0) {
+      OnPacketReady();
+      data += size;
+    }
+  }
+}
+
+void H4Protocol::ReportUnimplementedType(const uint8_t* data, size_t length) {
+  const int code = data[0];
+  ALOGE("%s: Unimplemented Packet Type: %d detected!", "OnDataReady", code);
+  std::array<uint8_t, kReportedBytes> shown{};
+  std::copy_n(data, std::min(length, shown.size()), shown.begin());
+  shim::CatchException(
+      BqrErrorCode::kHostUnimplementedPacketType,
+      StringPrintf("Host Received Unimplemented Packet Type: %d, bytes_read: %zd, packet: "
+                   "%02x, %02x, %02x, %02x, %02x, %02x, %02x",
+                   code, length, shown[0], shown[1], shown[2], shown[3], shown[4], shown[5], shown[6]));
+}
+
+void H4Protocol::OnPacketReady() {
+  const HciPacket& packet = hci_packetizer_.GetPacket();
+  switch (hci_packet_type_) {
+    case HciPacketType::kEvent:
+      event_cb_(packet);
+      break;
+    case HciPacketType::kAclData:
+      acl_cb_(packet);
+      break;
+    case HciPacketType::kScoData:
+      sco_cb_(packet);
+      break;
+    case HciPacketType::kIsoData:
+      iso_cb_(packet);
+      break;
+    case HciPacketType::kThreadData:
+      if (thread_cb_) thread_cb_(packet);
+      break;
+    default:
+      LOG(FATAL) << __func__ << ": Unimplemented packet type " << static_cast<int>(hci_packet_type_);
+  }
+  hci_packet_type_ = HciPacketType::kUnknown;
+}
+
+}  // namespace android::hardware::bluetooth::hci
