@@ -6,6 +6,9 @@
 
 namespace android::hardware::bluetooth::os {
 
+// What the one older copy of a diagnostic log is called: its path and this.
+inline constexpr char kLastSuffix[] = ".last";
+
 // True when the file can be opened for binary reading and positioned at its end.
 bool FileExists(const std::string& path);
 
@@ -13,8 +16,16 @@ bool FileExists(const std::string& path);
 bool RenameFile(const std::string& from, const std::string& to);
 bool RemoveFile(const std::string& path);
 
-// Keeps one ".last" backup of the text log at `path`, opens `stream` on a fresh file of mode 0644 and writes the creation
-// time as its first line. Failures are logged and leave the stream in its fail state.
+// Moves the log at `path`, if there is one, to its ".last" backup, replacing an older one. Failures are logged in the
+// name of `function` under `tag` (null: the default tag) and otherwise ignored: the next log is then written over this
+// one.
+void MoveLogToLast(const std::string& path, const char* function, const char* tag);
+
+// Gives the file at `path` mode 0644; a failure is logged like those of MoveLogToLast.
+void MakeLogReadable(const std::string& path, const char* function, const char* tag);
+
+// Keeps one ".last" backup of the text log at `path`, opens `stream` on a fresh file of mode 0644 and writes the
+// creation time as its first line. Failures are logged and leave the stream in its fail state.
 void CreateLogFile(const std::string& path, std::ofstream& stream);
 
 // Flushes and closes an open stream; a failed close sets its fail state.

@@ -1,0 +1,95 @@
+#include "os/file_utils.h"
+
+#include <sys/stat.h>
+#include <time.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
+
+#include "os/device_path.h"
+
+namespace android::hardware::bluetooth::os {
+namespace {
+
+using ::android::base::StringPrintf;
+
+constexpr mode_t kLogMode = 0644;
+
+// A log line on behalf of a caller that has a tag of its own.
+void LogAs(const char* tag, ::android::base::LogSeverity severity, const std::string& text) {
+  if (severity < ::android::base::GetMinimumLogSeverity()) return;
+  ::android::base::LogMessage(__FILE__, __LINE__, severity, tag, -1).stream() << text;
+}
+
+// Year, month, day, hour, minute and second of local time in plain decimal: 2024-3-7_9-5-12.
+std::string CreationTime() {
+  const time_t now = time(nullptr);
+  tm local{};
+  localtime_r(&now, &local);
+  return StringPrintf("%d-%d-%d_%d-%d-%d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                      local.tm_min, local.tm_sec);
+}
+
+}  // namespace
+
+bool FileExists(const std::string& path) {
+  return std::ifstream(DevicePath(path), std::ios::binary | std::ios::ate).good();
+}
+
+bool RenameFile(const std::string& from, const std::string& to) {
+  if (rename(DevicePath(from).c_str(), DevicePath(to).c_str()) == 0) return true;
+  LOG(ERROR) << StringPrintf("unable to rename file from '%s' to '%s', error: %s", from.c_str(), to.c_str(),
+                             strerror(errno));
+  return false;
+}
+
+bool RemoveFile(const std::string& path) {
+  if (remove(DevicePath(path).c_str()) == 0) return true;
+  LOG(ERROR) << StringPrintf("unable to remove file '%s', error: %s", path.c_str(), strerror(errno));
+  return false;
+}
+
+void MakeLogReadable(const std::string& path, const char* function, const char* tag) {
+  if (chmod(DevicePath(path).c_str(), kLogMode) == 0) return;
+  LogAs(tag, ::android::base::ERROR, StringPrintf("%s: unable to change file permissions %s", function, path.c_str()));
+}
+
+void MoveLogToLast(const std::string& path, const char* function, const char* tag) {
+  if (!FileExists(path)) {
+    LogAs(tag, ::android::base::INFO,
+          StringPrintf("Previous log file \"%s\" does not exist, skip renaming", path.c_str()));
+    return;
+  }
+  const std::string last = path + kLastSuffix;
+  MakeLogReadable(last, function, tag);
+  if (RenameFile(path, last)) return;
+  LogAs(tag, ::android::base::ERROR,
+        StringPrintf("Unabled to rename existing snoop log from \"%s\" to \"%s\"", path.c_str(), last.c_str()));
+}
+
+void CreateLogFile(const std::string& path, std::ofstream& stream) {
+  LOG(INFO) << StringPrintf("%s: log_file_path:%s", __func__, path.c_str());
+  MoveLogToLast(path, __func__, nullptr);
+  stream.open(DevicePath(path), std::ios::out | std::ios::trunc);
+  const int open_error = errno;
+  MakeLogReadable(path, __func__, nullptr);
+  if (!stream.good()) {
+    // The text names the energy log whichever log this is: those who read these logs search for it.
+    LOG(ERROR) << StringPrintf("%s: Unable to open bqr energy log at \"%s\", error: \"%s\"", __func__, path.c_str(),
+                               strerror(open_error));
+    return;
+  }
+  stream << CreationTime() << '\n' << std::flush;
+}
+
+void CloseLogFileStream(std::ofstream& stream) {
+  if (!stream.is_open()) return;
+  stream.flush();
+  stream.close();
+}
+
+}  // namespace android::hardware::bluetooth::os
