@@ -5,13 +5,28 @@
 
 #include <atomic>
 #include <cstdint>
+#include <initializer_list>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
+#include "debug_central.h"
 #include "hci_flow_control.h"
 #include "uart_baud_rate.h"
 
 namespace android::hardware::bluetooth {
+
+// The one wake lock of the service: held during bring-up, and while the link to the controller is awake.
+inline constexpr char kBthalWakeLock[] = "bthal_wakelock";
+
+// How long and how busily the link was kept awake. Zero and empty after every set-up and tear-down of low-power mode.
+struct LpmStatistics {
+  std::string last_wake_time;     // wall clock at the start of the last finished awake period
+  int64_t last_awake_ms = 0;      // its length
+  uint32_t last_wake_count = 0;   // transmissions in it
+  uint64_t total_wake_count = 0;  // transmissions in all finished awake periods
+};
 
 // A process-wide singleton, never destroyed. Initialize, Shutdown and AcceleratedReset are serialised by the service;
 // LpmWakeUp is called on any sending thread under the flow-control lock, LpmWakeUpTimeout on the timer's thread.
@@ -35,6 +50,15 @@ class BtQnlProtocol {
 
   // Chooses and downloads the patch, launches it and follows the controller back to 115200 bit/s.
   bool firmware_download();
+  // The steps of firmware_download. `fd` is an open patch file, positioned at its start; it stays the caller's. In fast
+  // mode the controller acknowledges no patch record, only the launch.
+  bool enable_fast_download();
+  bool download_direct(int fd, bool fast);
+  bool download_passthrough(int fd);
+  // Asks the controller, and remembers the answer in "persist.bluetooth.otp.status".
+  bool isOtpWritten();
+  // True when the patch for an unprogrammed OTP is the right one.
+  bool check_firmware_file_by_otp_status();
 
   // Changes the speed of both ends, or only of this one (`host_only`, after a download).
   bool baudrate_change(UartBaudRate rate, bool host_only);
@@ -44,7 +68,10 @@ class BtQnlProtocol {
   void lpm_setup();
   void lpm_teardown();
   void LpmWakeUp();
+  // One expiry of the wake timer. `value` carries the number of the set-up that made the timer: an expiry that comes
+  // too late, after its timer has gone, does nothing.
   void LpmWakeUpTimeout(sigval value);
+  LpmStatistics lpm_statistics() const;
 
   // True only while first_hci_reset runs.
   bool GetFirstHciResetFlag() const { return first_hci_reset_flag_; }
@@ -55,12 +82,20 @@ class BtQnlProtocol {
  private:
   BtQnlProtocol() = default;
 
-  bool read_btqnl_chip_id();
-  bool enable_fast_download();
-  bool download_direct(int fd, bool fast);
-  bool download_passthrough(int fd);
-  bool isOtpWritten();
-  bool check_firmware_file_by_otp_status();
+  std::shared_ptr<hci::HciFlowControl> flow_control() const;
+  uint8_t send_and_wait(uint16_t opcode, std::initializer_list<uint8_t> params = {});
+  void send_debug_info_cmd();
+
+  bool fail_bring_up(BqrErrorCode code, const char* reason);
+  uint8_t send_hci_reset();
+  uint8_t read_btqnl_chip_id();
+
+  std::vector<std::string> firmware_candidates();
+  std::string find_firmware_file();
+  bool decide_fast_download();
+  bool start_minidriver();
+  bool send_launch_ram(const char* operation);
+  bool send_batch(const uint8_t* data, size_t length);
 
   mutable std::mutex mutex_;  // guards flow_control_ and local_name_
   hci::HciHandle flow_control_;
