@@ -11,12 +11,24 @@ namespace android::hardware::bluetooth::conf {
 inline constexpr char kVendorConfPath[] = "/vendor/etc/bluetooth/bt_vendor.conf";
 inline constexpr char kVendorOverlayConfPath[] = "/vendor/etc/bluetooth/bt_vendor_overlay.conf";
 
+// Anything but "false" switches accelerated Bluetooth-on off, across restarts.
+inline constexpr char kDisableAccelerateBtOnProperty[] = "persist.bluetooth.disable.accelerate.bt.on";
+
+// One setting as `bthal conf` shows it.
+struct ConfigSetting {
+  std::string key;     // as it stands in the file
+  std::string value;   // the value in force; of a key that sets a property, the property's
+  std::string source;  // "default", or the device path of the file that set it last
+};
+
 // Members are written during construction only and then read from any thread. Configuration never fails: what cannot be
 // read or understood is logged at most.
 class Config {
  public:
   // Built on the first call, which the process entry makes before any thread exists. Never destroyed.
   static Config& GetInstance();
+  // Reads the same files into an object of its own and leaves the properties alone: for those who only look.
+  static Config Preview();
 
   // Reads one file of "name = value" lines; `path` as the device knows it.
   void LoadConfig(const std::string& path);
@@ -31,6 +43,9 @@ class Config {
   bool DoNeedAocPowerPinCtrlCheck() const { return aoc_power_pin_ctrl_check_enabled; }
   // The configured serial type, or the fallback type while the UART fallback is in force.
   uint32_t GetUserialType() const;
+
+  // Every key that the files may hold, in a fixed order.
+  std::vector<ConfigSetting> Settings() const;
 
   bool fast_download_disabled = false;
   bool sar_back_off_high_resolution = false;
@@ -50,7 +65,15 @@ class Config {
   bool bqr_energy_report_logging = false;
 
  private:
-  Config();
+  enum class Properties { kSet, kLeaveAlone };
+
+  explicit Config(Properties properties);
+  void SetPropertyFromFile(const char* property, const std::string& value) const;
+  void UpdateBqrEventMask(const std::string& value) const;
+
+  Properties properties_;
+  std::string loading_path_;
+  std::map<std::string, std::string> sources_;  // key, file that set it last
 };
 
 }  // namespace android::hardware::bluetooth::conf

@@ -18,9 +18,9 @@ class HciFlowControl;
 namespace android::hardware::bluetooth::hci::shim {
 
 // The serial type in force.
-inline constexpr uint32_t kUserialAutoInit = 0;       // the kernel's driver initialises the controller itself
-inline constexpr uint32_t kUserialApm = 1;            // direct UART path
-inline constexpr uint32_t kUserialAoc = 2;            // sensor-hub path
+inline constexpr uint32_t kUserialAutoInit = 0;  // the kernel's driver initialises the controller itself
+inline constexpr uint32_t kUserialApm = 1;       // direct UART path
+inline constexpr uint32_t kUserialAoc = 2;       // sensor-hub path
 inline constexpr uint32_t kUserialDeinitialized = 3;
 
 // Powers the controller, opens the path and makes the process's one flow control with the five consumers (`thread_cb`

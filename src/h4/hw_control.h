@@ -49,7 +49,7 @@ class BtHwControl {
   void GetFsDebugDump(int fd, const std::string& path);
 
  private:
-  BtHwControl() = default;
+  constexpr BtHwControl() = default;
 
   std::atomic<int> userial_fd_{-1};
   std::atomic<int> lpm_fd_{-1};

@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/unique_fd.h>
+
 #include "hci_flow_control.h"
 #include "thread/socket_processor.h"
 
@@ -21,12 +23,16 @@ inline constexpr char kThreadDispatcherSocketPath[] = "/data/vendor/bluetooth/th
 // and never blocks on the client; OnThreadPacketReady runs on the dispatcher's own thread.
 class ThreadDispatcher {
  public:
-  ThreadDispatcher();
+  explicit ThreadDispatcher(SocketMode mode = SocketMode::kPacket);
   ThreadDispatcher(const ThreadDispatcher&) = delete;
   ThreadDispatcher& operator=(const ThreadDispatcher&) = delete;
-  ~ThreadDispatcher();  // stops
+  ~ThreadDispatcher();  // stops; not on the dispatcher's own thread
 
+  // Starts the dispatcher's thread, which serves the socket; false when it runs already or cannot be started. A socket
+  // that cannot be opened is logged and leaves a dispatcher without clients.
   bool OnBluetoothEnabled(HciFlowControl* flow_control);
+  // Stops it: thread, descriptors and socket file are gone when this returns (called on the dispatcher's own thread,
+  // when the dispatcher is destroyed or started again). False when it was not running.
   bool OnBluetoothDisabled();
 
   // A frame from the controller, header included: its payload goes to the client.
@@ -34,17 +40,25 @@ class ThreadDispatcher {
   // A frame from the client. The hardware reset request ends the process.
   void OnThreadPacketReady(const std::vector<uint8_t>& frame);
 
+  // Frames from the controller that the client did not get: it read too slowly, or was leaving.
+  uint64_t DroppedFrames() const { return socket_processor_.DroppedFrames(); }
+
  private:
+  bool StartThreadDispatcher();
+  void CloseThreadDispatcher();
   void ThreadDispatcherRoutine();
+  void ReceiveFromClients();
+  void AcceptClient();
+  void DropClient();
 
   HciHandle flow_control_;
   std::atomic<bool> running_{false};
   std::atomic<bool> client_connected_{false};
   std::thread dispatcher_thread_;
-  int notify_listen_fd_ = -1;
-  int notify_write_fd_ = -1;
-  std::mutex client_mutex_;
-  std::mutex enable_mutex_;
+  ::android::base::unique_fd notify_listen_fd_;
+  ::android::base::unique_fd notify_write_fd_;
+  std::mutex client_mutex_;  // guards the client socket, never held across anything that blocks
+  std::mutex enable_mutex_;  // guards flow_control_, and keeps it in force during a send to the controller
   SocketProcessor socket_processor_;
 };
 

@@ -1,0 +1,129 @@
+#include "os/process_setup.h"
+
+#ifdef __ANDROID__
+
+namespace android::hardware::bluetooth::os {
+
+void SetUpProcess() {}
+
+}  // namespace android::hardware::bluetooth::os
+
+#else
+
+#include <android-base/logging.h>
+#include <cxxabi.h>
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
+
+namespace android::hardware::bluetooth::os {
+namespace {
+
+using ::android::base::LogSeverity;
+
+constexpr char kLogVariable[] = "BTHAL_LOG";
+constexpr size_t kMaxFrames = 64;
+
+struct SeverityName {
+  std::string_view name;
+  LogSeverity severity;
+};
+constexpr SeverityName kSeverityNames[] = {{"verbose", ::android::base::VERBOSE},
+                                           {"debug", ::android::base::DEBUG},
+                                           {"info", ::android::base::INFO},
+                                           {"warning", ::android::base::WARNING},
+                                           {"error", ::android::base::ERROR}};
+
+std::string Now() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  return ::android::base::StringPrintf("%02d-%02d %02d:%02d:%02d.%03ld", local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                                       local.tm_min, local.tm_sec, now.tv_nsec / 1000000);
+}
+
+// One write for each line, so that lines of several threads and processes do not mix.
+void WriteLine(const std::string& line) { (void)TEMP_FAILURE_RETRY(write(STDERR_FILENO, line.data(), line.size())); }
+
+void LogToStderr(::android::base::LogId, LogSeverity severity, const char* tag, const char*, unsigned int,
+                 const char* message) {
+  constexpr std::string_view kLetters = "VDIWEFF";
+  const std::string head = ::android::base::StringPrintf("%s %5d %5d %c %s: ", Now().c_str(), getpid(), gettid(),
+                                                         kLetters[severity], tag == nullptr ? "" : tag);
+  std::string_view rest(message);
+  while (!rest.empty() && rest.back() == '\n') rest.remove_suffix(1);
+  size_t end = 0;
+  do {
+    end = rest.find('\n');
+    WriteLine(head + std::string(rest.substr(0, end)) + '\n');
+    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+  } while (end != std::string_view::npos);
+}
+
+std::string Demangle(const char* symbol) {
+  int status = 0;
+  const std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(symbol, nullptr, nullptr, &status), std::free);
+  return status == 0 ? name.get() : symbol;
+}
+
+// "#03 program(function+0x1c)"; without a known function the offset is into the program, as addr2line takes it.
+std::string DescribeFrame(size_t number, void* address) {
+  Dl_info info{};
+  if (dladdr(address, &info) == 0) return ::android::base::StringPrintf("  #%02zu %p\n", number, address);
+  const std::string program = ::android::base::Basename(info.dli_fname == nullptr ? "?" : info.dli_fname);
+  const auto pc = reinterpret_cast<uintptr_t>(address);
+  if (info.dli_sname == nullptr) {
+    return ::android::base::StringPrintf("  #%02zu %s(+0x%zx)\n", number, program.c_str(),
+                                         pc - reinterpret_cast<uintptr_t>(info.dli_fbase));
+  }
+  return ::android::base::StringPrintf("  #%02zu %s(%s+0x%zx)\n", number, program.c_str(),
+                                       Demangle(info.dli_sname).c_str(),
+                                       pc - reinterpret_cast<uintptr_t>(info.dli_saddr));
+}
+
+// The message itself has been logged by now.
+[[noreturn]] void AbortWithTrace(const char* message) {
+  std::array<void*, kMaxFrames> frames{};
+  const int count = backtrace(frames.data(), static_cast<int>(frames.size()));
+  WriteLine(::android::base::StringPrintf("Abort message: '%s'\nbacktrace of thread %d:\n", message, gettid()));
+  for (int i = 0; i < count; ++i) WriteLine(DescribeFrame(static_cast<size_t>(i), frames[static_cast<size_t>(i)]));
+  std::abort();
+}
+
+void SetSeverityFromEnvironment() {
+  ::android::base::SetMinimumLogSeverity(::android::base::INFO);
+  const char* wanted = std::getenv(kLogVariable);
+  if (wanted == nullptr || *wanted == '\0') return;
+  for (const SeverityName& known : kSeverityNames) {
+    if (known.name == wanted) {
+      ::android::base::SetMinimumLogSeverity(known.severity);
+      return;
+    }
+  }
+  LOG(WARNING) << kLogVariable << "=" << wanted << " is not one of verbose, debug, info, warning, error; using info";
+}
+
+}  // namespace
+
+void SetUpProcess() {
+  ::android::base::SetLogger(LogToStderr);
+  ::android::base::SetAborter(AbortWithTrace);
+  SetSeverityFromEnvironment();
+  signal(SIGPIPE, SIG_IGN);
+}
+
+}  // namespace android::hardware::bluetooth::os
+
+#endif
