@@ -34,13 +34,22 @@ class HciPacketizer {
 
   // Takes what it needs of `buffer` to finish the current header or the current payload and returns that count (0 to
   // `length`); the caller calls again with the rest. A packet without payload completes on the next call, which
-  // consumes nothing. A type that cannot be framed swallows all bytes and counts them (see DroppedBytes).
+  // consumes nothing. A type that cannot be framed swallows all bytes and counts them (see DroppedBytes). This alone
+  // frames any stream; the three operations below are short cuts through it.
   size_t OnDataReady(HciPacketType type, const uint8_t* buffer, const size_t& length);
 
-  // The short cut for the usual case: between packets, and with a whole packet at the start of `buffer` (and a byte
-  // behind it, should it have no payload), lends that packet to GetPacket without copying it and returns its size;
-  // handing it on is the caller's, no callback is made. Returns 0 and does nothing in every other case.
+  // Between packets, with a whole packet at the start of `buffer` (and a byte behind it, should it have no payload):
+  // lends that packet to GetPacket without copying it and returns its size. Handing it on is the caller's: no callback
+  // is made. Returns 0 and does nothing in every other case.
   size_t FrameInPlace(HciPacketType type, const uint8_t* buffer, size_t length);
+
+  // Between packets, with a whole header in `buffer` but nothing behind the packet: takes everything. The `before`
+  // bytes ahead of `buffer` must be readable. Returns false and does nothing in every other case.
+  bool GatherStart(HciPacketType type, const uint8_t* buffer, size_t length, size_t before);
+
+  // With bytes that finish neither the header nor the payload in progress: takes them all. Returns false and does
+  // nothing in every other case.
+  bool GatherMiddle(const uint8_t* buffer, size_t length);
 
   // The packet just completed. It lends its bytes: valid inside `packet_ready_cb`, or after FrameInPlace for as long as
   // the buffer given to it is.
@@ -55,22 +64,27 @@ class HciPacketizer {
   static constexpr size_t kLargestHeaderSize = 4;
   static constexpr size_t kLargestPayloadSize = 0xFFFF;
   static constexpr uint8_t kIsoLengthHighByteMask = 0x3F;
+  // Up to this size, pieces of packets are copied as one block of it wherever the read holds that much to one side of
+  // them: a copy of known size needs no call and no branches. `gathered_` has a block of room at either end for what
+  // such a copy brings along.
+  static constexpr size_t kBlockSize = 64;
 
   static size_t HeaderSize(HciPacketType type);
   static size_t PayloadSize(HciPacketType type, const uint8_t* header);
 
-  size_t GatherHeader(HciPacketType type, size_t header_size, const uint8_t* buffer, size_t length);
-  size_t GatherPayload(const uint8_t* buffer, size_t length);
-  void Gather(const uint8_t* bytes, size_t count);
+  bool BetweenPackets() const { return state_ == State::kPreamble && bytes_remaining_ == 0; }
+  uint8_t* packet_start() const { return gathered_.get() + kBlockSize; }
+  void Gather(const uint8_t* buffer, size_t length, size_t count);
+  void Advance(HciPacketType type);
 
   State state_ = State::kPreamble;
-  uint64_t bytes_read_ = 0;       // header and payload bytes gathered so far
-  uint64_t bytes_remaining_ = 0;  // payload bytes still missing
+  uint64_t bytes_remaining_ = 0;  // what the header or payload being gathered still lacks; 0 between packets
+  uint8_t* end_ = nullptr;        // where, in gathered_, it will end
   // A packet that does not lie whole in one read is put together here. One buffer for the largest packet, for good:
   // packets that come in pieces neither allocate nor let memory grow.
-  std::unique_ptr<uint8_t[]> gathered_;
+  const std::unique_ptr<uint8_t[]> gathered_;
   HciPacket packet_;
-  HciPacketReadyCallback packet_ready_cb_;
+  const HciPacketReadyCallback packet_ready_cb_;
   uint64_t dropped_bytes_ = 0;
 };
 
@@ -91,57 +105,76 @@ inline size_t HciPacketizer::PayloadSize(HciPacketType type, const uint8_t* head
   return header[2];
 }
 
-inline void HciPacketizer::Gather(const uint8_t* bytes, size_t count) {
-  // Bytes that come one by one would spend most of their time on the way into memcpy and back.
-  if (count == 1) {
-    gathered_[bytes_read_] = *bytes;
-  } else {
-    std::memcpy(gathered_.get() + bytes_read_, bytes, count);
+inline size_t HciPacketizer::OnDataReady(HciPacketType type, const uint8_t* buffer, const size_t& length) {
+  if (BetweenPackets()) {
+    bytes_remaining_ = HeaderSize(type);
+    end_ = packet_start() + bytes_remaining_;
+    if (bytes_remaining_ == 0) {
+      dropped_bytes_ += length;
+      return length;
+    }
   }
-  bytes_read_ += count;
-}
-
-inline size_t HciPacketizer::GatherHeader(HciPacketType type, size_t header_size, const uint8_t* buffer,
-                                          size_t length) {
-  const size_t count = std::min<size_t>(header_size - bytes_read_, length);
-  Gather(buffer, count);
-  if (bytes_read_ != header_size) return count;
-  bytes_remaining_ = PayloadSize(type, gathered_.get());
-  state_ = State::kPayload;
+  const size_t count = std::min<size_t>(bytes_remaining_, length);
+  Gather(buffer, length, count);
+  if (bytes_remaining_ == 0) Advance(type);
   return count;
 }
 
-inline size_t HciPacketizer::GatherPayload(const uint8_t* buffer, size_t length) {
-  const size_t count = std::min<size_t>(bytes_remaining_, length);
-  Gather(buffer, count);
-  bytes_remaining_ -= count;
-  if (bytes_remaining_ != 0) return count;
-  packet_.setToExternal(gathered_.get(), bytes_read_);
+// From the finished header to the payload, or from the finished payload to the next packet.
+inline void HciPacketizer::Advance(HciPacketType type) {
+  if (state_ == State::kPreamble) {
+    bytes_remaining_ = PayloadSize(type, packet_start());
+    end_ += bytes_remaining_;
+    state_ = State::kPayload;
+    return;
+  }
+  packet_.setToExternal(packet_start(), end_ - packet_start());
   packet_ready_cb_();
   state_ = State::kPreamble;
-  bytes_read_ = 0;
-  return count;
 }
 
-inline size_t HciPacketizer::OnDataReady(HciPacketType type, const uint8_t* buffer, const size_t& length) {
-  if (state_ == State::kPayload) return GatherPayload(buffer, length);
-  const size_t header_size = HeaderSize(type);
-  if (header_size == 0) {
-    dropped_bytes_ += length;
-    return length;
+inline void HciPacketizer::Gather(const uint8_t* buffer, size_t length, size_t count) {
+  uint8_t* const to = end_ - bytes_remaining_;
+  bytes_remaining_ -= count;
+  if (count == 1) {
+    *to = *buffer;
+  } else if (count <= kBlockSize && length >= kBlockSize) {
+    std::memcpy(to, buffer, kBlockSize);
+  } else {
+    std::copy_n(buffer, count, to);
   }
-  return GatherHeader(type, header_size, buffer, length);
+}
+
+inline bool HciPacketizer::GatherMiddle(const uint8_t* buffer, size_t length) {
+  if (length >= bytes_remaining_) return false;
+  Gather(buffer, length, length);
+  return true;
 }
 
 inline size_t HciPacketizer::FrameInPlace(HciPacketType type, const uint8_t* buffer, size_t length) {
   const size_t header_size = HeaderSize(type);
-  if (header_size == 0 || length < header_size || state_ != State::kPreamble || bytes_read_ != 0) return 0;
+  if (header_size == 0 || length < header_size || !BetweenPackets()) return 0;
   const size_t payload_size = PayloadSize(type, buffer);
   const size_t size = header_size + payload_size;
-  // Without a payload, a packet is held back until another byte is seen.
   if (length < size + (payload_size == 0 ? 1 : 0)) return 0;
   packet_.setToExternal(const_cast<uint8_t*>(buffer), size);
   return size;
+}
+
+inline bool HciPacketizer::GatherStart(HciPacketType type, const uint8_t* buffer, size_t length, size_t before) {
+  const size_t header_size = HeaderSize(type);
+  if (header_size == 0 || length < header_size || !BetweenPackets()) return false;
+  const size_t size = header_size + PayloadSize(type, buffer);
+  if (length > size) return false;
+  if (length <= kBlockSize && length + before >= kBlockSize) {
+    std::memcpy(packet_start() + length - kBlockSize, buffer + length - kBlockSize, kBlockSize);
+  } else {
+    std::copy_n(buffer, length, packet_start());
+  }
+  state_ = State::kPayload;
+  end_ = packet_start() + size;
+  bytes_remaining_ = size - length;
+  return true;
 }
 
 }  // namespace android::hardware::bluetooth::hci

@@ -124,7 +124,13 @@ void H4Protocol::OnDataReady(int fd) {
   async::AsyncFdWatcher::WaitOnWatcherThread(kReadErrorPause);
 }
 
+// Kept apart from the walk, so that bytes in the middle of a packet do not pay for what the walk needs.
 void H4Protocol::OnBytes(const uint8_t* data, size_t length) {
+  if (!hci_packetizer_.GatherMiddle(data, length)) Walk(data, length);
+}
+
+void H4Protocol::Walk(const uint8_t* data, size_t length) {
+  const uint8_t* const begin = data;
   const uint8_t* const end = data + length;
   while (data != end) {
     if (hci_packet_type_ != HciPacketType::kUnknown) {
@@ -143,6 +149,8 @@ void H4Protocol::OnBytes(const uint8_t* data, size_t length) {
     if (const size_t size = hci_packetizer_.FrameInPlace(hci_packet_type_, data, end - data); size != 0) {
       OnPacketReady();
       data += size;
+    } else if (hci_packetizer_.GatherStart(hci_packet_type_, data, end - data, data - begin)) {
+      return;
     }
   }
 }

@@ -35,6 +35,7 @@ class H4Protocol {
   void OnPacketReady();
 
  private:
+  void Walk(const uint8_t* data, size_t length);
   void ReportUnimplementedType(const uint8_t* data, size_t length);
 
   int uart_fd_;
