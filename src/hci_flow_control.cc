@@ -37,55 +37,25 @@ size_t WakeAndSend(uint8_t type, const uint8_t* data, size_t length, bool is_com
   return shim::Send(type, data, length, is_command);
 }
 
-// How the transport's event callback finds the instance. It may come on the receive thread when the instance's last
-// user is just leaving on another one; the link then either keeps the instance for the event's time, or says that it is
-// gone.
-class HciFlowControl::ReceiveLink {
- public:
-  explicit ReceiveLink(HciFlowControl* flow) : flow_(flow) {}
-
-  std::shared_ptr<HciFlowControl> Lock() {
-    std::lock_guard lock(mutex_);
-    return flow_ == nullptr ? nullptr : flow_->weak_from_this().lock();
-  }
-
-  void Cut() {
-    std::lock_guard lock(mutex_);
-    flow_ = nullptr;
-  }
-
- private:
-  std::mutex mutex_;
-  HciFlowControl* flow_;
-};
-
 HciFlowControl::HciFlowControl(HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
-                               HciPacketCallback iso_cb, HciPacketCallback thread_cb)
-    : receive_link_(std::make_shared<ReceiveLink>(this)) {
+                               HciPacketCallback iso_cb, HciPacketCallback thread_cb) {
   std::lock_guard connection(connection_mutex);
   {
     std::lock_guard lock(flow_control_mutex);
     live_instance = this;
   }
-  const auto on_event = [link = receive_link_, event_cb = std::move(event_cb)](const HciPacket& event) {
-    if (const auto flow = link->Lock()) {
-      flow->OnHciEventReady(event, event_cb);
-    } else {
-      event_cb(event);
-    }
+  const auto on_event = [this, event_cb = std::move(event_cb)](const HciPacket& event) {
+    OnHciEventReady(event, event_cb);
   };
   shim::InitializeCallback(on_event, std::move(acl_cb), std::move(sco_cb), std::move(iso_cb), std::move(thread_cb));
   halted = false;
 }
 
 HciFlowControl::~HciFlowControl() {
-  receive_link_->Cut();
   std::lock_guard connection(connection_mutex);
   {
     std::lock_guard lock(flow_control_mutex);
-    // A successor has already put its own callbacks under the transport.
-    if (live_instance != this) return;
-    live_instance = nullptr;
+    if (live_instance == this) live_instance = nullptr;
   }
   shim::DeinitializeCallback();
 }

@@ -13,10 +13,10 @@
 namespace android::hardware::bluetooth::hci {
 
 // Lets one HCI command be outstanding at a time and shows every event to the watchers before the stack. One instance
-// per open transport, owned by the shim (through std::make_shared: nothing but a shared owner keeps it alive for an
-// event that is under way); its lock and its halted flag are process-wide. The lock is held across transport writes and
-// watcher calls on purpose: that is what keeps packets of one sender in order and watchers alive while called. An
-// instance that has a successor behaves as halted. All operations may be called from any thread, but from no watcher.
+// per open transport, owned by the shim, which keeps it alive while it delivers an event; its lock and its halted flag
+// are process-wide. The lock is held across transport writes and watcher calls on purpose: that is what keeps packets
+// of one sender in order and watchers alive while called. An instance that has a successor behaves as halted. All
+// operations may be called from any thread, but from no watcher.
 class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
  public:
   // Connects the five consumers to the transport. They run on the receive thread, without the lock. `thread_cb` may be
@@ -63,8 +63,6 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
     bool sent = false;
   };
 
-  class ReceiveLink;
-
   bool Refuses(const char* operation) const;
   size_t SendOneByOne(const uint8_t* data, size_t length);
 
@@ -74,7 +72,6 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
   bool FinishOutstanding(uint16_t opcode, const HciPacket& event);
   void SendNext();
 
-  const std::shared_ptr<ReceiveLink> receive_link_;
   std::deque<HciCmdFrame> cmd_queue_;
   std::vector<HciEventWatcher*> event_watchers_;
   bool send_batch_fallback_ = false;
