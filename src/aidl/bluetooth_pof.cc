@@ -1,0 +1,160 @@
+#define LOG_TAG "bthal.aidl.pof"
+
+#include "aidl/bluetooth_pof.h"
+
+#include <android-base/logging.h>
+
+#include <algorithm>
+
+#include "os/kill_self.h"
+#include "vnd_snoop_logger.h"
+
+namespace vendor::tovani::bluetooth_ext::finder::aidl::implementation {
+namespace {
+
+using ::android::hardware::toString;
+using ::android::hardware::bluetooth::VndSnoopLogger;
+using ::android::hardware::bluetooth::hci::HciPacketType;
+using ::android::hardware::bluetooth::hci::kCommandCompleteEvent;
+using ::android::hardware::bluetooth::hci::kCommandCompleteParametersOffset;
+using ::android::hardware::bluetooth::hci::kCommandCompleteStatusOffset;
+
+// Send-keys command:
+//   62 FD | 3 + 20 * count | 01 | index of the first key | count | count * 20 bytes of keys
+// Start command:
+//   62 FD | 09 | 02 | 40 06 0A 00 04 | argument | 00 50
+// Both are answered by a Command Complete whose first return parameter echoes the form byte (01 or 02).
+constexpr uint16_t kPofOpcode = 0xFD62;
+constexpr uint8_t kSendKeysForm = 0x01;
+constexpr uint8_t kStartForm = 0x02;
+constexpr uint8_t kStartArgument = 0x00;
+constexpr size_t kKeySize = 20;
+constexpr size_t kMaxKeysPerCommand = 12;
+constexpr size_t kSendKeysHeaderSize = 3;  // form, index, count
+
+// The store only ever grows; this keeps a client gone wild from eating the service's memory. It is some two hundred
+// times what the one-byte key index can tell apart.
+constexpr size_t kMaxKeyStoreSize = 1 << 20;
+
+constexpr uint8_t kOpcodeLow = kPofOpcode & 0xFF;
+constexpr uint8_t kOpcodeHigh = kPofOpcode >> 8;
+
+std::atomic<BluetoothFinder*> g_instance{nullptr};
+
+}  // namespace
+
+BluetoothFinder::BluetoothFinder() : HciEventWatcher(LOG_TAG, kCommandCompleteEvent, kPofOpcode) { g_instance = this; }
+
+BluetoothFinder::~BluetoothFinder() {
+  if (const auto flow_control = hci_handle_.Clear()) flow_control->UnregisterEventWatcher(this);
+  g_instance = nullptr;
+}
+
+BluetoothFinder* BluetoothFinder::GetInstance() { return g_instance; }
+
+::ndk::ScopedAStatus BluetoothFinder::setPoweredOffMode(bool enable) {
+  LOG(INFO) << __func__ << ": " << enable;
+  powered_off_mode_enabled_ = enable;
+  return ::ndk::ScopedAStatus::ok();
+}
+
+::ndk::ScopedAStatus BluetoothFinder::sendPrecomputedKeys(const std::vector<uint8_t>& keys) {
+  LOG(INFO) << __func__ << ": " << pending_;
+  const std::lock_guard lock(keys_mutex_);
+  if (keys.size() > kMaxKeyStoreSize - key_store_.size()) {
+    LOG(ERROR) << __func__ << ": key store is full, " << keys.size() << " bytes refused";
+    return ::ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, "Key store is full!");
+  }
+  key_store_.insert(key_store_.end(), keys.begin(), keys.end());
+  return ::ndk::ScopedAStatus::ok();
+}
+
+void BluetoothFinder::OnBluetoothEnabled(HciFlowControl* flow_control) {
+  LOG(DEBUG) << __func__;
+  hci_handle_.Set(flow_control);
+  if (flow_control != nullptr) flow_control->RegisterEventWatcher(this);
+}
+
+bool BluetoothFinder::enterPoweredOffMode() {
+  LOG(INFO) << __func__;
+  if (entered_.exchange(true)) {
+    LOG(WARNING) << ": Already entered powered off mode";
+    return false;
+  }
+  return sendKeys() && startPoweredOffMode();
+}
+
+bool BluetoothFinder::sendKeys() {
+  const auto flow_control = hci_handle_.Lock();
+  if (flow_control == nullptr) {
+    LOG(ERROR) << "Unable to send precomputed keys: hci_handle is nullptr";
+    return false;
+  }
+  const std::lock_guard lock(keys_mutex_);
+  if (key_store_.empty()) {
+    LOG(ERROR) << "Unable to send precomputed keys: No key";
+    return false;
+  }
+  for (size_t offset = 0; offset < key_store_.size(); offset += kMaxKeysPerCommand * kKeySize) {
+    SendCommand(__func__, *flow_control, KeyCommand(offset));
+  }
+  return true;
+}
+
+std::vector<uint8_t> BluetoothFinder::KeyCommand(size_t offset) const {
+  const size_t count = std::min((key_store_.size() - offset) / kKeySize, kMaxKeysPerCommand);
+  std::vector<uint8_t> command = {kOpcodeLow,
+                                  kOpcodeHigh,
+                                  static_cast<uint8_t>(kSendKeysHeaderSize + count * kKeySize),
+                                  kSendKeysForm,
+                                  static_cast<uint8_t>(offset / kKeySize),
+                                  static_cast<uint8_t>(count)};
+  const auto first = key_store_.begin() + static_cast<ptrdiff_t>(offset);
+  command.insert(command.end(), first, first + static_cast<ptrdiff_t>(count * kKeySize));
+  return command;
+}
+
+bool BluetoothFinder::startPoweredOffMode() {
+  const auto flow_control = hci_handle_.Lock();
+  if (flow_control == nullptr) {
+    LOG(ERROR) << "Unable to start power off mode: hci_handle is nullptr";
+    return false;
+  }
+  SendCommand(__func__, *flow_control,
+              {kOpcodeLow, kOpcodeHigh, 0x09, kStartForm, 0x40, 0x06, 0x0A, 0x00, 0x04, kStartArgument, 0x00, 0x50});
+  return true;
+}
+
+void BluetoothFinder::SendCommand(const char* operation, HciFlowControl& flow_control,
+                                  const std::vector<uint8_t>& command) {
+  const HciPacket packet(command);
+  ++pending_;
+  LOG(INFO) << operation << ": " << toString(packet);
+  VndSnoopLogger::Get().Capture(packet, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
+  flow_control.Send(static_cast<uint8_t>(HciPacketType::kCommand), packet.data(), packet.size());
+}
+
+bool BluetoothFinder::OnEventReceive(const HciPacket& event) {
+  const bool success = event.size() > kCommandCompleteStatusOffset && event[kCommandCompleteStatusOffset] == 0;
+  if (success) {
+    LOG(INFO) << __func__ << ": (" << pending_ << ") Recv Success VSE <" << toString(event) << ">";
+  } else {
+    LOG(WARNING) << __func__ << ": (" << pending_ << ") Recv Failure VSE <" << toString(event) << ">";
+  }
+  if (pending_ == 0) return false;
+  --pending_;
+  const bool answers_start =
+      event.size() > kCommandCompleteParametersOffset && event[kCommandCompleteParametersOffset] == kStartForm;
+  if (answers_start) FinishPoweredOffMode(event, success);
+  return true;
+}
+
+void BluetoothFinder::FinishPoweredOffMode(const HciPacket& event, bool success) {
+  LOG(INFO) << "OnEventReceive: Entered powered off mode" << (success ? "" : " failed");
+  VndSnoopLogger::Get().Capture(event, VndSnoopLogger::kFromController, VndSnoopLogger::kEvent, false);
+  VndSnoopLogger::Get().Stop();
+  // Success or not, the controller is left as it reported: nothing may touch its power any more.
+  ::android::hardware::bluetooth::os::KillSelf();
+}
+
+}  // namespace vendor::tovani::bluetooth_ext::finder::aidl::implementation

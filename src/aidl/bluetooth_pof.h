@@ -1,0 +1,61 @@
+// The powered-off finder: keys that the controller goes on using by itself once the device is off.
+#pragma once
+
+#include <aidl/vendor/tovani/bluetooth_ext/BnBluetoothFinder.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "aidl/extension_handle.h"
+#include "hci_event_watcher.h"
+
+namespace vendor::tovani::bluetooth_ext::finder::aidl::implementation {
+
+// Takes keys through Binder at any time; hands them to the controller, and starts its finding mode, when the service is
+// told to end. The process ends itself on the controller's answer to the start.
+class BluetoothFinder : public ::aidl::vendor::tovani::bluetooth_ext::BnBluetoothFinder,
+                        public ::android::hardware::bluetooth::hci::HciEventWatcher {
+ public:
+  using HciFlowControl = ::android::hardware::bluetooth::hci::HciFlowControl;
+  using HciPacket = ::android::hardware::bluetooth::hci::HciPacket;
+
+  BluetoothFinder();
+  ~BluetoothFinder() override;
+
+  // The process's one finder, null where none was made.
+  static BluetoothFinder* GetInstance();
+
+  ::ndk::ScopedAStatus sendPrecomputedKeys(const std::vector<uint8_t>& keys) override;
+  ::ndk::ScopedAStatus setPoweredOffMode(bool enable) override;
+
+  // Remembers the open transport and watches it. Bluetooth's going off needs no counterpart: the transport takes its
+  // watchers with it, and a dead handle refuses.
+  void OnBluetoothEnabled(HciFlowControl* flow_control);
+
+  bool IsPoweredOffModeEnabled() const { return powered_off_mode_enabled_; }
+
+  // Sends the keys and the start command without waiting for their answers. False (logged) without a transport or keys,
+  // and on every call after the first.
+  bool enterPoweredOffMode();
+
+  bool OnEventReceive(const HciPacket& event) override;
+
+ private:
+  bool sendKeys();
+  bool startPoweredOffMode();
+  std::vector<uint8_t> KeyCommand(size_t offset) const;
+  void SendCommand(const char* operation, HciFlowControl& flow_control, const std::vector<uint8_t>& command);
+  void FinishPoweredOffMode(const HciPacket& event, bool success);
+
+  std::atomic<bool> powered_off_mode_enabled_{false};
+  std::atomic<bool> entered_{false};
+  std::atomic<uint32_t> pending_{0};  // commands sent and not yet answered
+  ::android::hardware::bluetooth::ExtensionHandle hci_handle_;
+  mutable std::mutex keys_mutex_;
+  std::vector<uint8_t> key_store_;
+};
+
+}  // namespace vendor::tovani::bluetooth_ext::finder::aidl::implementation
