@@ -1,0 +1,61 @@
+// The stack's side of the HAL: what a client of android.hardware.bluetooth does.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bthal::tool {
+
+struct ReceivedPacket {
+  uint8_t kind = 0;  // H4 type byte
+  std::vector<uint8_t> bytes;
+};
+
+// One client. Every failing call leaves one line in `error`. Methods are called from one thread; packets arrive on
+// Binder threads.
+class HciClient {
+ public:
+  // Called on a Binder thread for every packet, before Take can see it. Must not call the client.
+  using Observer = std::function<void(const ReceivedPacket&)>;
+
+  explicit HciClient(Observer observer);
+  HciClient(const HciClient&) = delete;
+  HciClient& operator=(const HciClient&) = delete;
+  ~HciClient();  // closes the HAL if it is initialised
+
+  // Waits for the service to be published.
+  bool Connect(std::chrono::milliseconds patience, std::string* error);
+  // Calls initialize and waits for its result, which must be success.
+  bool Initialize(std::chrono::milliseconds patience, std::string* error);
+  bool Close(std::string* error);
+  // Sends one packet without H4 type byte: command, ACL, SCO or ISO data.
+  bool Send(uint8_t kind, const std::vector<uint8_t>& packet, std::string* error);
+
+  // Takes the first packet since the last Forget for which `wanted` holds, and leaves the others. Nothing when none has
+  // come within `patience`, when the service has died, or when the user interrupts.
+  std::optional<ReceivedPacket> Take(const std::function<bool(const ReceivedPacket&)>& wanted,
+                                     std::chrono::milliseconds patience);
+  void Forget();
+
+  bool initialized() const { return initialized_; }
+  bool ServiceDied() const;
+
+ private:
+  class Inbox;
+  class Callbacks;
+  class Service;
+
+  std::shared_ptr<Inbox> inbox_;
+  std::unique_ptr<Service> service_;
+  bool initialized_ = false;
+};
+
+// Has the service write its report to `fd`, which stays the caller's.
+bool DumpService(int fd, std::string* error);
+
+}  // namespace bthal::tool

@@ -1,0 +1,21 @@
+// The virtual board's settings as options of a subcommand.
+#pragma once
+
+#include <string>
+
+#include "sim/board.h"
+
+namespace CLI {
+class App;
+}
+
+namespace bthal::tool {
+
+// Adds --chip-id, --otp-written, --local-name, --address, --patch-records, --pace, --backend and --fault. `options`
+// must live until the command line has been parsed.
+void AddBoardOptions(CLI::App& sub, sim::BoardOptions* options);
+
+// Whether every fault can be understood; if not, one line in `error`.
+bool FaultsAreClear(const sim::BoardOptions& options, std::string* error);
+
+}  // namespace bthal::tool

@@ -1,0 +1,96 @@
+// What a demo leaves behind: the chart, the logs, and the folder.
+#include <android-base/file.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "bthal/demo.h"
+#include "bthal/device_names.h"
+#include "bthal/interrupt.h"
+#include "bthal/journal_words.h"
+#include "bthal/record_dump.h"
+#include "bthal/snoop_follower.h"
+#include "bthal/trace_json.h"
+
+namespace bthal::tool {
+namespace {
+
+void Heading(const std::string& text) { printf("\n%s\n\n", Paint(Colour::kHeading, text).c_str()); }
+
+void Lies(const std::string& path, const char* what) {
+  if (access(path.c_str(), F_OK) == 0) printf("  %-52s %s\n", path.c_str(), what);
+}
+
+}  // namespace
+
+void Demo::PrintChart() {
+  std::string report;
+  std::string error;
+  if (!::android::base::ReadFileToString(root_.Log("report.txt"), &report)) return;
+  const std::vector<Span> spans = PairRecords(ParseRecordDump(report, &error));
+  if (spans.empty()) return;
+  ::android::base::WriteStringToFile(TraceJson(spans), root_.Log("bring-up.json"));
+  Heading("Where the time of the bring-up went");
+  printf("%s", BarChart(spans, TerminalWidth(), 0).c_str());
+}
+
+void Demo::PrintSnoopLog() {
+  Heading("The service's own packet log");
+  std::vector<SnoopRecord> records;
+  SnoopFollower log(root_.path() + kSnoopLog);
+  std::string error;
+  const bool whole = log.Poll([&](const SnoopRecord& record) { records.push_back(record); }, &error);
+  for (const SnoopRecord& record : records) printf("%s\n", SnoopLine(record).c_str());
+  if (!whole) Complain(error);
+  printf("\n%s\n", log.opened() ? CountWords(records).c_str() : "there is none");
+}
+
+void Demo::WriteJournal() const {
+  if (board_ == nullptr) return;
+  std::string text;
+  for (const sim::JournalEntry& entry : board_->Journal()) {
+    text += Elapsed(start_, entry.time) + "  " + JournalWords(entry) + "\n";
+  }
+  ::android::base::WriteStringToFile(WithoutColours(text), root_.Log("board.log"));
+}
+
+int Demo::Conclude(bool well) {
+  {
+    const std::lock_guard lock(print_mutex_);
+    patch_bar_.Finish();
+  }
+  client_.reset();
+  service_.Kill();
+  if (board_ != nullptr) {
+    board_->SetObserver({});
+    board_->Stop();
+  }
+  if (Interrupted()) {
+    board_.reset();
+    root_.Clean(DemoOutcome::kInterrupted, options_.keep);
+    printf("\ninterrupted; nothing is left running\n");
+    return 128 + InterruptSignal();
+  }
+  if (!root_.path().empty()) {
+    WriteJournal();
+    PrintChart();
+    if (options_.snoop) PrintSnoopLog();
+    board_.reset();
+    root_.Clean(well ? DemoOutcome::kSuccess : DemoOutcome::kFailure, options_.keep);
+    Heading("Logs");
+    Lies(root_.Log("service.log"), "what the service said");
+    Lies(root_.Log("board.log"), "everything that the board saw");
+    Lies(root_.Log("report.txt"), "the service's report (bthal dump)");
+    Lies(root_.Log("bring-up.json"), "the chart, for a trace viewer");
+    Lies(root_.path() + kSnoopLog, "the packet log (bthal snoop --once FILE)");
+  }
+  if (well) {
+    printf("\n%s in %.1f s.\n", Paint(Colour::kGood, "Everything happened").c_str(),
+           std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count());
+    return 0;
+  }
+  printf("\n");
+  return Complain("demo failed: " + failure_);
+}
+
+}  // namespace bthal::tool

@@ -1,0 +1,33 @@
+// Ctrl-C, a closed terminal and SIGTERM as something to ask for, so that everything owned is ended on the way out.
+#pragma once
+
+#include <chrono>
+
+namespace bthal::tool {
+
+// From now on SIGINT, SIGTERM and SIGHUP no longer end the program; a second SIGINT within the same run does. Call
+// once, on the main thread, before any other thread exists.
+void CatchInterrupts();
+
+// Which signal came first; 0 while none has.
+int InterruptSignal();
+inline bool Interrupted() { return InterruptSignal() != 0; }
+
+// Readable once a signal has come; never read from it.
+int InterruptFd();
+
+// Until `seconds` have passed or a signal comes; whether they passed.
+bool SleepUnlessInterrupted(std::chrono::duration<double> seconds);
+
+// Until `done()` holds. False when `limit` passed or a signal came first.
+template <typename Condition>
+bool WaitUntil(Condition done, std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    if (!SleepUnlessInterrupted(std::chrono::milliseconds(2))) return false;
+  }
+  return true;
+}
+
+}  // namespace bthal::tool

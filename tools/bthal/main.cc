@@ -1,0 +1,56 @@
+#include <android-base/logging.h>
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+
+#include "bthal/commands.h"
+#include "bthal/terminal.h"
+
+namespace {
+
+constexpr char kAbout[] =
+    "bthal - bring a Bluetooth controller up, talk to it, and look at what happened.\n"
+    "\n"
+    "  bthal demo                     everything once, on a virtual board, in a few seconds\n"
+    "  bthal check                    what this machine lacks to run the service on real hardware\n"
+    "  bthal hci read_bd_addr         one command to the controller, its answer in words\n"
+    "\n"
+    "The service and these commands meet below a device root, $BTHAL_ROOT; unset, they use the real machine.";
+
+// What a library has to say below an error is the service's business, not that of a person at a terminal.
+void LogErrorsOnly(android::base::LogId, android::base::LogSeverity severity, const char*, const char*, unsigned int,
+                   const char* message) {
+  if (severity >= android::base::ERROR) bthal::tool::Complain(message);
+}
+
+int ReportBadInput(const CLI::App& app, const CLI::ParseError& error) {
+  std::string command = "bthal";
+  for (const CLI::App* sub : app.get_subcommands()) command += " " + sub->get_name();
+  std::string line = error.what();
+  for (char& c : line) c = c == '\n' ? ' ' : c;
+  bthal::tool::Complain(line + " (see '" + command + " --help')");
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  android::base::SetLogger(LogErrorsOnly);
+  signal(SIGPIPE, SIG_IGN);
+  CLI::App app(kAbout, "bthal");
+  app.require_subcommand(1);
+  int status = 0;
+  using namespace bthal::tool;
+  for (auto* add : {AddDemo, AddBoard, AddSupervise, AddHci, AddDump, AddTimeline, AddSnoop, AddServices, AddProp,
+                    AddConf, AddCheck, AddThread, AddFinder, AddAfh}) {
+    add(app, &status);
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& help) {
+    return app.exit(help);
+  } catch (const CLI::ParseError& error) {
+    return ReportBadInput(app, error);
+  }
+  return status;
+}

@@ -1,0 +1,17 @@
+// How every subcommand shows a packet: direction, kind, words and bytes, in the same columns.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace bthal::tool {
+
+enum class Direction { kToController, kFromController };
+
+// "> command  Reset                                     03 0C 00": ">" to the controller, "<" from it. One line that
+// fits a terminal of usual width where the words allow it; long packets are cut and counted. Coloured where
+// terminal.h says so.
+std::string PacketLine(Direction direction, uint8_t kind, std::span<const uint8_t> packet);
+
+}  // namespace bthal::tool
