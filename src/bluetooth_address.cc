@@ -133,8 +133,13 @@ HciPacket BuildWriteBdAddr(const AddressBytes& address) {
 
 bool ParseBluetoothAddress(const std::string& text, AddressBytes* bytes) {
   *bytes = {};
-  return ScanAddress(text, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx%1c", bytes) ||
-         ScanAddress(text, "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%1c", bytes);
+  // Only digits and colons are scanned: the conversions would also take signs, blanks and "0x", and make an address of
+  // "AA-BB-CC-DD-EE-FF" that nobody has given.
+  const size_t start = std::min(text.find_first_not_of(" \t"), text.size());
+  const size_t end = text.find_first_not_of("0123456789ABCDEFabcdef:", start);
+  const std::string pairs = text.substr(start, end - start);
+  return ScanAddress(pairs, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx%1c", bytes) ||
+         ScanAddress(pairs, "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%1c", bytes);
 }
 
 bool ApplyProvisionBDAddress(HciFlowControl* flow_control) {

@@ -1,0 +1,92 @@
+#include "support/scripted_controller.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+
+namespace bthal::test {
+namespace {
+
+constexpr uint8_t kCommandType = 0x01;
+constexpr uint8_t kEventType = 0x04;
+constexpr size_t kHeaderSize = 4;  // type, opcode (2), length
+
+uint8_t Low(uint16_t value) { return static_cast<uint8_t>(value); }
+uint8_t High(uint16_t value) { return static_cast<uint8_t>(value >> 8); }
+
+}  // namespace
+
+ScriptedController::ScriptedController(const TempRoot& root) {
+  std::filesystem::create_symlink(pty_.host_path(), root.Below("/dev/ttySAC16"));
+}
+
+// Reads until `size` bytes are there.
+bool ScriptedController::Fill(size_t size, std::chrono::steady_clock::time_point deadline) {
+  while (received_.size() < size) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() < 0) return false;
+    pollfd ready{pty_.controller(), POLLIN, 0};
+    if (TEMP_FAILURE_RETRY(poll(&ready, 1, static_cast<int>(left.count()))) <= 0) return false;
+    uint8_t bytes[4096];
+    const ssize_t count = TEMP_FAILURE_RETRY(read(pty_.controller(), bytes, sizeof(bytes)));
+    if (count <= 0) return false;
+    received_.insert(received_.end(), bytes, bytes + count);
+  }
+  return true;
+}
+
+std::vector<uint8_t> ScriptedController::NextCommand(std::chrono::milliseconds patience) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  if (!Fill(kHeaderSize, deadline)) return {};
+  const size_t size = kHeaderSize + received_[kHeaderSize - 1];
+  // Anything but a command is shown as it is, and fails the comparison it is meant for.
+  if (received_[0] != kCommandType || !Fill(size, deadline)) return received_;
+  const std::vector<uint8_t> command(received_.begin() + 1, received_.begin() + static_cast<ptrdiff_t>(size));
+  received_.erase(received_.begin(), received_.begin() + static_cast<ptrdiff_t>(size));
+  return command;
+}
+
+void ScriptedController::Complete(uint16_t opcode, uint8_t status, const std::vector<uint8_t>& parameters) {
+  std::vector<uint8_t> event = {0x0E,  static_cast<uint8_t>(4 + parameters.size()), 1, Low(opcode), High(opcode),
+                                status};
+  event.insert(event.end(), parameters.begin(), parameters.end());
+  SendEvent(event);
+}
+
+void ScriptedController::CommandStatus(uint16_t opcode, uint8_t status) {
+  SendEvent({0x0F, 4, status, 1, Low(opcode), High(opcode)});
+}
+
+void ScriptedController::SendEvent(const std::vector<uint8_t>& event) {
+  std::vector<uint8_t> packet = {kEventType};
+  packet.insert(packet.end(), event.begin(), event.end());
+  pty_.Write(packet);
+}
+
+std::vector<uint16_t> ScriptedController::CompleteAll(const std::function<bool()>& over,
+                                                      const std::function<uint8_t(uint16_t)>& status_of,
+                                                      const std::vector<uint8_t>& parameters) {
+  constexpr std::chrono::milliseconds kGlance(2);
+  std::vector<uint16_t> opcodes;
+  while (!over()) {
+    const uint16_t opcode = OpcodeOf(NextCommand(kGlance));
+    if (opcode == 0) continue;
+    opcodes.push_back(opcode);
+    Complete(opcode, status_of(opcode), parameters);
+  }
+  return opcodes;
+}
+
+std::vector<uint8_t> Command(uint16_t opcode, const std::vector<uint8_t>& parameters) {
+  std::vector<uint8_t> command = {Low(opcode), High(opcode), static_cast<uint8_t>(parameters.size())};
+  command.insert(command.end(), parameters.begin(), parameters.end());
+  return command;
+}
+
+uint16_t OpcodeOf(const std::vector<uint8_t>& command) {
+  return command.size() < 2 ? 0 : static_cast<uint16_t>(command[0] | command[1] << 8);
+}
+
+}  // namespace bthal::test
