@@ -1,0 +1,110 @@
+#define LOG_TAG "binder.socket"
+
+#include "socket.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <memory>
+
+#include <android-base/logging.h>
+
+#include "host/run_directory.h"
+#include "os/device_path.h"
+
+namespace bthal::binder {
+namespace {
+
+using android::base::unique_fd;
+using android::hardware::bluetooth::os::DevicePath;
+
+constexpr int kBacklog = 64;
+// A socket has this suffix until it takes connections, so that nobody sweeps it up before.
+constexpr std::string_view kUnfinishedSuffix = ".new";
+
+unique_fd OpenDirectory() {
+  return unique_fd(TEMP_FAILURE_RETRY(open(DevicePath(kSocketDirectory).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
+}
+
+// The address of a socket in an open folder. A socket's path has at most 107 bytes; a device root may well be longer.
+sockaddr_un AddressOf(int directory, const std::string& name) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  snprintf(address.sun_path, sizeof(address.sun_path), "/proc/self/fd/%d/%s", directory, name.c_str());
+  return address;
+}
+
+std::string NewName() {
+  uint32_t number = 0;
+  if (getrandom(&number, sizeof(number), 0) != sizeof(number)) number = static_cast<uint32_t>(errno);
+  return std::to_string(getpid()) + "-" + std::to_string(number);
+}
+
+// Removes the sockets at which nobody listens any more.
+void Sweep(int directory, const std::string& own) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(DevicePath(kSocketDirectory).c_str()), closedir);
+  if (entries == nullptr) return;
+  while (const dirent* entry = readdir(entries.get())) {
+    const std::string name = entry->d_name;
+    if (PidOf(name) == 0 || name == own) continue;
+    if (ConnectSocket(name).get() < 0 && errno == ECONNREFUSED) unlinkat(directory, name.c_str(), 0);
+  }
+}
+
+}  // namespace
+
+unique_fd ListenOnNewSocket(std::string* name) {
+  const unique_fd directory = bthal::host::MakeDirectory(kSocketDirectory).empty() ? unique_fd() : OpenDirectory();
+  *name = NewName();
+  const std::string unfinished = *name + std::string(kUnfinishedSuffix);
+  unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const sockaddr_un address = AddressOf(directory.get(), unfinished);
+  if (directory.get() < 0 || socket.get() < 0 ||
+      bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+      listen(socket.get(), kBacklog) != 0 ||
+      renameat(directory.get(), unfinished.c_str(), directory.get(), name->c_str()) != 0) {
+    PLOG(ERROR) << "cannot listen in " << kSocketDirectory;
+    return {};
+  }
+  Sweep(directory.get(), *name);
+  return socket;
+}
+
+unique_fd ConnectSocket(const std::string& name) {
+  const unique_fd directory = OpenDirectory();
+  unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (directory.get() < 0 || socket.get() < 0) return {};
+  const sockaddr_un address = AddressOf(directory.get(), name);
+  if (TEMP_FAILURE_RETRY(connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address))) != 0) {
+    return {};
+  }
+  // Readers of a connection decide themselves whether to wait.
+  fcntl(socket.get(), F_SETFL, fcntl(socket.get(), F_GETFL) & ~O_NONBLOCK);
+  return socket;
+}
+
+bool IsTrusted(int socket) {
+  if (DevicePath("/") != "/") return true;
+  ucred peer{};
+  socklen_t size = sizeof(peer);
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
+  return peer.uid == geteuid() || peer.uid == 0;
+}
+
+int PidOf(std::string_view name) {
+  int pid = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
+  const bool good =
+      error == std::errc() && end != name.data() + name.size() && *end == '-' && !name.ends_with(kUnfinishedSuffix);
+  return good ? pid : 0;
+}
+
+}  // namespace bthal::binder

@@ -1,0 +1,29 @@
+// The sockets at which the services' processes listen.
+#pragma once
+
+#include <android-base/unique_fd.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace bthal::binder {
+
+// The folder of the sockets, a device path. A socket's name in it is "<pid>-<number>".
+inline constexpr std::string_view kSocketDirectory = "/run/bthal/binder";
+
+// Makes a socket that takes connections, and sets `*name` to its name; sweeps up those of dead processes. Invalid on
+// failure, with a line in the log.
+android::base::unique_fd ListenOnNewSocket(std::string* name);
+
+// Connects to the socket; invalid when nobody listens there any more. Does not wait for the peer.
+android::base::unique_fd ConnectSocket(const std::string& name);
+
+// Whether this process and the peer may trust each other: below a device root always, else when the peer's user is the
+// own one or root.
+bool IsTrusted(int socket);
+
+// The process id in a socket's name; 0 when it is none.
+int PidOf(std::string_view name);
+
+}  // namespace bthal::binder
