@@ -180,7 +180,18 @@ bool BluetoothHci::TellClient(Turn& turn, const std::shared_ptr<IBluetoothHciCal
   return told;
 }
 
-::ndk::ScopedAStatus BluetoothHci::close() { return CloseSession(Turn(lifecycle_)); }
+::ndk::ScopedAStatus BluetoothHci::close() {
+  if (!IsCallingClient()) return CloseSession(Turn(lifecycle_));
+  // From inside a packet callback, on the receive thread. Whoever has the turn may be waiting for that thread, so the
+  // close then waits for its turn elsewhere, for as long as it is this client's.
+  Turn turn(lifecycle_, std::try_to_lock);
+  if (turn.owns_lock()) return CloseSession(std::move(turn));
+  std::thread([self = ref<BluetoothHci>(), session = session_.load()] {
+    Turn later_turn(self->lifecycle_);
+    if (session == self->session_) self->CloseSession(std::move(later_turn));
+  }).detach();
+  return ::ndk::ScopedAStatus::ok();
+}
 
 ::ndk::ScopedAStatus BluetoothHci::CloseSession(Turn turn) {
   DebugCentral::Get().UpdateRecord(AnchorType::kClose, "close");

@@ -118,8 +118,8 @@ class BluetoothHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci
 
   LifecycleLock lifecycle_;
   // What follows is guarded by lifecycle_.
-  bool accelerated_ = false;  // of the open transport, until it is closed
-  uint64_t session_ = 0;      // counts clients, so that initialize sees that its own has gone meanwhile
+  bool accelerated_ = false;          // of the open transport, until it is closed
+  std::atomic<uint64_t> session_{0};  // counts comings and goings of clients: who waits sees that its own has gone
   std::shared_ptr<IBluetoothHciCallbacks> session_client_;  // null: nobody's session
   std::function<void(BluetoothDeathRecipient&)> unlink_cb_;
   std::shared_ptr<hci::ThreadDispatcher> thread_dispatcher_;  // shared with the transport's callback

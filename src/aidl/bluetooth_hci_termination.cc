@@ -99,11 +99,9 @@ TerminationDeadline::TerminationDeadline()
               static_cast<long long>(kTerminationLimit.count()));
         os::KillSelf();
       })) {
-  if (timer_ == nullptr) {
-    ALOGE("TerminationDeadline: no thread to watch it: %s (%d)", strerror(errno), errno);
-    return;
+  if (timer_ == nullptr || !timer_->Arm(kTerminationLimit, std::chrono::milliseconds(0))) {
+    ALOGE("TerminationDeadline: nothing will watch it: %s (%d)", strerror(errno), errno);
   }
-  timer_->Arm(kTerminationLimit, std::chrono::milliseconds(0));
 }
 
 void HandleSigterm(std::function<void(int signum)> steps) {
