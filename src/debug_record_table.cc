@@ -26,7 +26,7 @@ std::string ToRecordTime(RecordTable::Time time) {
 void RecordTable::Record::Assign(Time when, std::string_view first, std::string_view second) {
   time = when;
   const size_t length = first.size() + second.size();
-  if (text.capacity() > kKeptCapacity && length <= kKeptCapacity) text = std::string();
+  if (text.capacity() > kKeptCapacity && length <= kKeptCapacity) std::string().swap(text);
   text.reserve(length);
   text.assign(first).append(second);
 }
