@@ -1,4 +1,5 @@
-// The virtual board: the other end of every wire of the service. It shares no code with the service, not even a constant.
+// The virtual board: the other end of every wire of the service. It shares no code with the service, not even a
+// constant.
 #pragma once
 
 #include <chrono>
@@ -12,25 +13,25 @@ namespace bthal::sim {
 
 // What happened at the board, in the order in which the board saw it.
 enum class WireEvent {
-  kPowerOn,
+  kPowerOn,  // the power switch was written; value: 1 if that changed anything
   kPowerOff,
-  kHostSpeed,    // value: the terminal speed the host set, bit/s
-  kSpeed,        // value: the controller's own new speed, bit/s
-  kReceived,     // packet_type and bytes of a whole packet from the host
-  kSent,         // packet_type and bytes of a whole packet to the host
-  kLostBytes,    // value: how many bytes were lost; text: why (speed mismatch, asleep, off, deaf)
+  kHostSpeed,      // value: the terminal speed the host set, bit/s
+  kSpeed,          // value: the controller's own new speed, bit/s
+  kReceived,       // packet_type and bytes of a whole packet from the host; value: its length
+  kSent,           // packet_type (0: raw bytes) and bytes of a packet that has left for the host; value: its length
+  kLostBytes,      // value: how many bytes were lost; text: why (speed mismatch, asleep, off, deaf)
   kProtocolError,  // text: what the host did wrong (order or sum of patch records, ...)
-  kWakeLine,     // value: 0 or 1
-  kLpmDriver,    // value: 0 or 1
-  kWakeLock,     // text: name acquired
-  kWakeUnlock,   // text: name released
-  kUartDebug,    // text: what was written to the UART control node
-  kCoexMessage,  // bytes of one message to the coexistence driver
-  kPatchRecord,  // value: records so far, total: records in the file
-  kPatchLaunched,
-  kBooted,       // the launched patch (or the ROM after power-on) answers from now on
+  kWakeLine,       // value: 0 or 1
+  kLpmDriver,      // value: 0 or 1
+  kWakeLock,       // text: name acquired
+  kWakeUnlock,     // text: name released
+  kUartDebug,      // text: what was written to the UART control node
+  kCoexMessage,    // bytes of one message to the coexistence driver
+  kPatchRecord,    // value: records so far, total: records in the file
+  kPatchLaunched,  // text: the image's name, which is the file's
+  kBooted,         // the launched patch (or the ROM after power-on) answers from now on
   kSleepModeSet,
-  kFault,        // text: the scripted fault that struck
+  kFault,  // text: the scripted fault that struck
 };
 
 const char* ToString(WireEvent event);
@@ -54,11 +55,22 @@ struct BoardOptions {
   bool provision_address = true;              // the device tree carries `provisioned_address`
   std::string provisioned_address = "AA:BB:CC:11:22:33";
   size_t patch_records = 240;
-  bool pace = false;               // deliver bytes at the real bit rate
-  bool only_coex = false;          // play nothing but /dev/wbrc
-  bool furnish = true;             // also make configuration, battery, device tree and patch files
-  std::string backend;             // "unix:PATH" of an H4 controller emulator for the standard commands; empty: our own
+  bool pace = false;       // deliver bytes at the real bit rate
+  bool only_coex = false;  // play nothing but /dev/wbrc
+  bool furnish = true;     // also make configuration, battery, device tree and patch files
+  std::string backend;     // "unix:PATH" of an H4 controller emulator for the standard commands; empty: our own
   std::vector<std::string> faults;  // see ParseFault in sim/faults.h for the language
+
+  bool check_patch = true;  // patch records must be of the board's own make: order, sum and number are checked
+  bool thread_echo = true;  // the Thread radio sends each payload back
+  // From the answer to Launch RAM the patch boots for so long, and hears nothing.
+  std::chrono::milliseconds patch_boots_in{100};
+  // With sleep mode set, the wake line must be low for so long before the controller no longer hears.
+  std::chrono::milliseconds falls_asleep_after{100};
+  // The journal forgets its older half beyond so many entries, and the bytes of its oldest data packets (not their
+  // lengths) beyond so many bytes of them.
+  size_t journal_entries = 2'000'000;
+  size_t journal_data_bytes = size_t{256} * 1024 * 1024;
 };
 
 // Owns its thread and everything it opened. All methods may be called from any thread.
@@ -83,7 +95,8 @@ class Board {
   // Called on the board's thread for every entry, from the next one on; empty: nobody.
   void SetObserver(std::function<void(const JournalEntry&)> observer);
 
-  // Sends one packet, or raw bytes as they are, to the host as soon as the board's thread gets to it.
+  // Sends one packet, or raw bytes as they are, to the host as soon as the board's thread gets to it; nothing while the
+  // power is off.
   void SendPacket(uint8_t packet_type, const std::vector<uint8_t>& packet);
   void SendRaw(const std::vector<uint8_t>& bytes);
   // Adds a scripted fault; false with the reason in `error` if it cannot be understood.
@@ -91,7 +104,15 @@ class Board {
   void ClearFaults();
   // The coexistence driver's event: 4 bytes as they are.
   void SendCoexEvent(const std::vector<uint8_t>& bytes);
-  // Closes the controller's side of the UART (the host reads end of file) or of the coexistence device.
+  // Lets the Thread radio send `count` frames with payloads of `min_size` to `max_size` bytes, as fast as the host
+  // takes them. ThreadPayload tells what frame `number`, counted from 0, carries: its number in 32 bits as far as that
+  // fits, then bytes that count up.
+  void StreamThreadFrames(uint32_t count, uint16_t min_size, uint16_t max_size);
+  static std::vector<uint8_t> ThreadPayload(uint32_t number, uint16_t min_size, uint16_t max_size);
+  // Bytes for the host that it has not taken yet, as of the board's last look.
+  size_t WaitingForHost() const;
+  // Closes the controller's side of the UART (the host reads end of file) or of the coexistence device. Whoever opens
+  // the path afterwards finds a fresh one.
   void HangUpUart();
   void HangUpCoex();
 

@@ -1,0 +1,95 @@
+#include "sim/furnish.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+#include "sim/firmware.h"
+
+namespace bthal::sim {
+namespace {
+
+constexpr char kFirmwareFolder[] = "/vendor/firmware/qnlr/";
+
+constexpr const char* kFolders[] = {
+    "/data/vendor/bluetooth",
+    "/data/vendor/ssrdump/coredump",
+    "/dev",
+    "/vendor/etc/bluetooth",
+};
+
+constexpr char kConfiguration[] =
+    "# Settings of the Bluetooth service on the virtual board.\n"
+    "UartPort = /dev/ttySAC16\n"
+    "UserialType = 1\n"
+    "BigHammerBtRegOnDelay = 100\n";
+
+bool WriteFile(const std::string& path, const std::string& content, std::string* error) {
+  if (!MakeFoldersAbove(path, error)) return false;
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << content;
+  if (file.flush()) return true;
+  *error = "cannot write " + path + ": check the folder's owner and the free space";
+  return false;
+}
+
+bool WriteIfAbsent(const std::string& path, const std::string& content, std::string* error) {
+  std::error_code ignored;
+  return std::filesystem::exists(path, ignored) || WriteFile(path, content, error);
+}
+
+std::vector<std::string> PatchNames(uint8_t chip_id) {
+  std::vector<std::string> names{"QNL.hcd",     "QNL_188_U.hcd", "QNL_188_S.hcd", "QNL_174.hcd", "QNL_181.hcd",
+                                 "QNL_185.hcd", "QNL_200.hcd",   "BTFW_B.hcd",    "BTFW_D.hcd"};
+  const std::string own = "QNL_" + std::to_string(chip_id) + ".hcd";
+  for (const std::string& name : names) {
+    if (name == own) return names;
+  }
+  names.push_back(own);
+  return names;
+}
+
+bool WritePatch(const std::string& path, const std::string& name, size_t records, std::string* error) {
+  Bytes present;
+  if (std::ifstream file(path, std::ios::binary); file) {
+    present.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    const size_t was = PatchRecordCount(present);
+    if (was == 0 || was == records) return true;
+  }
+  const Bytes patch = MakePatchFile(name, records);
+  return WriteFile(path, std::string(patch.begin(), patch.end()), error);
+}
+
+}  // namespace
+
+bool MakeFolder(const std::string& path, std::string* error) {
+  std::error_code code;
+  std::filesystem::create_directories(path, code);
+  if (!code) return true;
+  *error = "cannot make the folder " + path + ": " + code.message() + "; choose a device root that you may write to";
+  return false;
+}
+
+bool MakeFoldersAbove(const std::string& path, std::string* error) {
+  return MakeFolder(std::filesystem::path(path).parent_path().string(), error);
+}
+
+bool Furnish(const BoardOptions& options, std::string* error) {
+  const std::string& root = options.root;
+  for (const char* folder : kFolders) {
+    if (!MakeFolder(root + folder, error)) return false;
+  }
+  if (!WriteIfAbsent(root + "/vendor/etc/bluetooth/bt_vendor.conf", kConfiguration, error)) return false;
+  if (!WriteIfAbsent(root + "/sys/class/power_supply/battery/capacity", "87\n", error)) return false;
+  if (options.provision_address &&
+      !WriteIfAbsent(root + "/proc/device-tree/chosen/config/bt_addr", options.provisioned_address + "\n", error)) {
+    return false;
+  }
+  for (const std::string& name : PatchNames(options.chip_id)) {
+    if (!WritePatch(root + kFirmwareFolder + name, name, options.patch_records, error)) return false;
+  }
+  return true;
+}
+
+}  // namespace bthal::sim
