@@ -34,11 +34,6 @@ bool WriteFile(const std::string& path, const std::string& content, std::string*
   return false;
 }
 
-bool WriteIfAbsent(const std::string& path, const std::string& content, std::string* error) {
-  std::error_code ignored;
-  return std::filesystem::exists(path, ignored) || WriteFile(path, content, error);
-}
-
 std::vector<std::string> PatchNames(uint8_t chip_id) {
   std::vector<std::string> names{"QNL.hcd",     "QNL_188_U.hcd", "QNL_188_S.hcd", "QNL_174.hcd", "QNL_181.hcd",
                                  "QNL_185.hcd", "QNL_200.hcd",   "BTFW_B.hcd",    "BTFW_D.hcd"};
@@ -73,6 +68,11 @@ bool MakeFolder(const std::string& path, std::string* error) {
 
 bool MakeFoldersAbove(const std::string& path, std::string* error) {
   return MakeFolder(std::filesystem::path(path).parent_path().string(), error);
+}
+
+bool WriteIfAbsent(const std::string& path, const std::string& content, std::string* error) {
+  std::error_code ignored;
+  return std::filesystem::exists(path, ignored) || WriteFile(path, content, error);
 }
 
 bool Furnish(const BoardOptions& options, std::string* error) {

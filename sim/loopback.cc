@@ -61,7 +61,7 @@ Bytes Loopback::Command(const Bytes& packet) {
   // An event holds three bytes less than the longest command: the rest is cut off.
   const size_t length = std::min(packet.size(), kMostParameters);
   Bytes event{kLoopbackCommandEvent, static_cast<uint8_t>(length)};
-  event.insert(event.end(), packet.begin(), packet.begin() + static_cast<ptrdiff_t>(length));
+  PutAll(event, Bytes(packet.begin(), packet.begin() + static_cast<ptrdiff_t>(length)));
   return event;
 }
 

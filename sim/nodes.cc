@@ -10,6 +10,7 @@
 namespace bthal::sim {
 namespace {
 
+constexpr char kPowerType[] = "/sys/class/rfkill/rfkill0/type";
 constexpr char kPowerNode[] = "/sys/class/rfkill/rfkill0/state";
 constexpr char kLpmNode[] = "/proc/bluetooth/sleep/lpm";
 constexpr char kWakeNode[] = "/proc/bluetooth/sleep/btwrite";
@@ -67,6 +68,8 @@ bool Nodes::Open(const std::string& root, OrderedInputs* inputs, Callbacks callb
   auto named = [](std::function<void(const std::string&)> told) {
     return [told = std::move(told)](const Bytes& unit) { told(Text(unit)); };
   };
+  // The service finds the power switch by its type.
+  if (!WriteIfAbsent(root_ + kPowerType, "bluetooth\n", error)) return false;
   return AddFifo(kPowerNode, Framing::kCharacter, Switch(kPowerNode, callbacks.power), error) &&
          AddFifo(kLpmNode, Framing::kCharacter, Switch(kLpmNode, callbacks.lpm_driver), error) &&
          AddFifo(kWakeNode, Framing::kCharacter, Switch(kWakeNode, callbacks.wake_line), error) &&
