@@ -57,6 +57,7 @@ void InitializeCallback(HciPacketCallback event_cb, HciPacketCallback acl_cb, Hc
     UsfHelper::Get().InitializeCallback(consumers.event_cb, consumers.acl_cb, consumers.sco_cb, consumers.iso_cb,
                                         consumers.thread_cb);
   }
+  // What is replaced is destroyed after the lock has been released: it may hold anything.
   const std::lock_guard lock(GetState().mutex);
   std::swap(GetState().consumers, consumers);
   ++GetState().connected_flows;
@@ -65,7 +66,7 @@ void InitializeCallback(HciPacketCallback event_cb, HciPacketCallback acl_cb, Hc
 // A flow control dies when its last user leaves, which may be after the next one has been connected: only the last one
 // out takes the path away.
 void DeinitializeCallback() {
-  Consumers gone;  // destroyed outside the lock: they may hold anything
+  Consumers gone;
   {
     const std::lock_guard lock(GetState().mutex);
     if (--GetState().connected_flows > 0) return;
