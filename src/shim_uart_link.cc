@@ -24,6 +24,14 @@ async::AsyncFdWatcher& Watcher() {
   return watcher;
 }
 
+// Lets a writer finish whose bytes the controller does not take. A UART wakes its writer when it is flushed, a
+// pseudo-terminal only when its output is started again.
+void DiscardOutput(int fd) {
+  tcflow(fd, TCOOFF);
+  tcflush(fd, TCOFLUSH);
+  tcflow(fd, TCOON);
+}
+
 }  // namespace
 
 struct UartLink::Line {
@@ -75,9 +83,8 @@ void UartLink::Detach() {
     line = std::exchange(line_, nullptr);
   }
   if (line == nullptr) return;
-  // A controller that does not take its bytes must not hold up the teardown: discarding them lets the writer finish.
   while (line->senders != 0) {
-    tcflush(line->fd, TCOFLUSH);
+    DiscardOutput(line->fd);
     std::this_thread::sleep_for(kSenderPollInterval);
   }
   Watcher().StopWatchingFd(line->fd);
