@@ -1,0 +1,81 @@
+#include "os/process_setup.h"
+
+#include <android-base/logging.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <log/log.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace process_setup_test {
+
+// With external linkage, as the functions are that a trace shall name.
+__attribute__((noinline)) void FailOnPurpose(const std::string& why) { LOG(FATAL) << why; }
+
+}  // namespace process_setup_test
+
+namespace android::hardware::bluetooth::os {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+TEST(ProcessSetupTest, FatalLogAbortsWithTheFunctionsNameInItsTrace) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        SetUpProcess();
+        process_setup_test::FailOnPurpose("the reason");
+      },
+      ::testing::KilledBySignal(SIGABRT),
+      AllOf(ContainsRegex(" F .*: the reason\n"),
+            ContainsRegex("#0[0-9] .*\\(process_setup_test::FailOnPurpose\\(.*\\)\\+0x[0-9a-f]+\\)")));
+  EXPECT_EXIT(
+      {
+        SetUpProcess();
+        LOG_ALWAYS_FATAL("from the C interface");
+      },
+      ::testing::KilledBySignal(SIGABRT), "from the C interface.*backtrace of thread");
+}
+
+TEST(ProcessSetupTest, LinesCarryTimeThreadSeverityAndTag) {
+  setenv("BTHAL_LOG", "debug", 1);
+  SetUpProcess();
+  ::testing::internal::CaptureStderr();
+  __android_log_print(ANDROID_LOG_DEBUG, "bthal.test", "seen");
+  __android_log_print(ANDROID_LOG_VERBOSE, "bthal.test", "not seen");
+  LOG(WARNING) << "first\nsecond";
+  const std::string text = ::testing::internal::GetCapturedStderr();
+  EXPECT_THAT(text, ContainsRegex("[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} +[0-9]+ +" +
+                                  std::to_string(gettid()) + " D bthal.test: seen\n"));
+  EXPECT_THAT(text, ContainsRegex(" W [^\n]*: first\n[^\n]* W [^\n]*: second\n"));
+  EXPECT_THAT(text, Not(HasSubstr("not seen")));
+}
+
+TEST(ProcessSetupTest, UnknownSeverityIsNamedAndInfoUsed) {
+  setenv("BTHAL_LOG", "chatty", 1);
+  ::testing::internal::CaptureStderr();
+  SetUpProcess();
+  LOG(INFO) << "informed";
+  LOG(DEBUG) << "debugged";
+  const std::string text = ::testing::internal::GetCapturedStderr();
+  EXPECT_THAT(text, AllOf(HasSubstr("BTHAL_LOG=chatty"), HasSubstr("informed"), Not(HasSubstr("debugged"))));
+}
+
+TEST(ProcessSetupTest, WritingToAPeerThatHasGoneIsAnErrorOnly) {
+  SetUpProcess();
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  close(ends[0]);
+  EXPECT_EQ(write(ends[1], "x", 1), -1);
+  EXPECT_EQ(errno, EPIPE);
+  close(ends[1]);
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth::os
