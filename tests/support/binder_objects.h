@@ -1,0 +1,83 @@
+// Binder objects whose answers a test writes down where it needs them.
+#pragma once
+
+#include <aidl/android/hardware/bluetooth/BnBluetoothHci.h>
+#include <aidl/android/hardware/bluetooth/BnBluetoothHciCallbacks.h>
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace bthal::test {
+
+using Bytes = std::vector<uint8_t>;
+using Callbacks = ::aidl::android::hardware::bluetooth::IBluetoothHciCallbacks;
+using Hci = ::aidl::android::hardware::bluetooth::IBluetoothHci;
+using HciStatus = ::aidl::android::hardware::bluetooth::Status;
+using ::ndk::ScopedAStatus;
+
+class FakeHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci {
+ public:
+  std::function<ScopedAStatus()> on_close = [] { return ScopedAStatus::ok(); };
+  std::function<ScopedAStatus(const std::shared_ptr<Callbacks>&)> on_initialize = [](const auto&) {
+    return ScopedAStatus::ok();
+  };
+  std::function<ScopedAStatus(const Bytes&)> on_command = [](const auto&) { return ScopedAStatus::ok(); };
+
+  ScopedAStatus close() override { return on_close(); }
+  ScopedAStatus initialize(const std::shared_ptr<Callbacks>& callbacks) override { return on_initialize(callbacks); }
+  ScopedAStatus sendHciCommand(const Bytes& command) override { return on_command(command); }
+  ScopedAStatus sendAclData(const Bytes&) override { return ScopedAStatus::ok(); }
+  ScopedAStatus sendIsoData(const Bytes&) override { return ScopedAStatus::ok(); }
+  ScopedAStatus sendScoData(const Bytes&) override { return ScopedAStatus::ok(); }
+
+  binder_status_t dump(int fd, const char** args, uint32_t count) override {
+    std::string text = "dumped";
+    for (uint32_t i = 0; i < count; ++i) text += std::string(" ") + args[i];
+    return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? STATUS_OK : -EIO;
+  }
+};
+
+class FakeCallbacks : public ::aidl::android::hardware::bluetooth::BnBluetoothHciCallbacks {
+ public:
+  ~FakeCallbacks() override { on_destroyed(); }
+
+  std::function<ScopedAStatus(const Bytes&)> on_event = [](const auto&) { return ScopedAStatus::ok(); };
+  std::function<ScopedAStatus(HciStatus)> on_complete = [](auto) { return ScopedAStatus::ok(); };
+  std::function<void()> on_destroyed = [] {};
+
+  ScopedAStatus hciEventReceived(const Bytes& event) override { return on_event(event); }
+  ScopedAStatus initializationComplete(HciStatus status) override { return on_complete(status); }
+  ScopedAStatus aclDataReceived(const Bytes&) override { return ScopedAStatus::ok(); }
+  ScopedAStatus isoDataReceived(const Bytes&) override { return ScopedAStatus::ok(); }
+  ScopedAStatus scoDataReceived(const Bytes&) override { return ScopedAStatus::ok(); }
+};
+
+inline std::string HciInstance() { return std::string(Hci::descriptor) + "/default"; }
+
+inline binder_exception_t Publish(const std::shared_ptr<FakeHci>& hci) {
+  return AServiceManager_addService(hci->asBinder().get(), HciInstance().c_str());
+}
+
+// The service, waited for.
+inline std::shared_ptr<Hci> FindHci() {
+  return Hci::fromBinder(::ndk::SpAIBinder(AServiceManager_waitForService(HciInstance().c_str())));
+}
+
+// Publishes `hci` and serves its calls with `threads` threads of the pool and the calling one. Does not return.
+inline int ServeHci(const std::shared_ptr<FakeHci>& hci, uint32_t threads = 1) {
+  ABinderProcess_setThreadPoolMaxThreadCount(threads);
+  ABinderProcess_startThreadPool();
+  if (Publish(hci) != EX_NONE) return 1;
+  ABinderProcess_joinThreadPool();
+  return 1;
+}
+
+}  // namespace bthal::test
