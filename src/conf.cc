@@ -10,13 +10,12 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <string_view>
-#include <utility>
 
 #include <android-base/properties.h>
 #include <android-base/strings.h>
 
+#include "conf_line.h"
 #include "os/device_path.h"
 #include "shim.h"
 
@@ -27,10 +26,6 @@ using ::android::base::GetBoolProperty;
 using ::android::base::GetProperty;
 
 constexpr size_t kLineBufferSize = 256;
-constexpr char kCommentMark = '#';
-constexpr std::string_view kNameDelimiters = " =\n\r\t";
-constexpr std::string_view kValueDelimiters = "=\n\r\t";  // no blank: a value may contain some
-constexpr std::string_view kBlanks = " \t";
 constexpr char kStageDelimiter = '-';
 constexpr uint32_t kFirstUnknownUserialType = 3;  // the fallback must be below
 
@@ -51,33 +46,6 @@ int32_t ParseLeadingInt(const std::string& value) {
 bool ParseBool(const std::string& value) { return ParseLeadingInt(value) == 1 || value == "true"; }
 
 std::string ShowBool(bool value) { return value ? "true" : "false"; }
-
-std::string_view TakeToken(std::string_view& rest, std::string_view delimiters) {
-  const size_t begin = std::min(rest.find_first_not_of(delimiters), rest.size());
-  const size_t end = std::min(rest.find_first_of(delimiters, begin), rest.size());
-  const std::string_view token = rest.substr(begin, end - begin);
-  rest.remove_prefix(std::min(end + 1, rest.size()));
-  return token;
-}
-
-std::string_view TrimBlanks(std::string_view text) {
-  const size_t begin = std::min(text.find_first_not_of(kBlanks), text.size());
-  const size_t end = text.find_last_not_of(kBlanks);
-  return end == std::string_view::npos ? std::string_view() : text.substr(begin, end + 1 - begin);
-}
-
-// The name and the value of a line; nothing for comments, empty lines and, with a warning, names without a value.
-std::optional<std::pair<std::string, std::string>> ParseLine(std::string_view line) {
-  if (!line.empty() && line.front() == kCommentMark) return std::nullopt;
-  const std::string name(TakeToken(line, kNameDelimiters));
-  if (name.empty()) return std::nullopt;
-  const std::string_view value = TakeToken(line, kValueDelimiters);
-  if (value.empty()) {
-    ALOGW("vnd_load_conf: missing value for name: %s", name.c_str());
-    return std::nullopt;
-  }
-  return std::pair(name, std::string(TrimBlanks(value)));
-}
 
 // A key that is kept here: how a text sets the member, and how the member reads as a text.
 struct MemberKey {
@@ -173,7 +141,7 @@ void Config::LoadConfig(const std::string& path) {
   // A longer line comes in pieces, and each piece counts as a line.
   char line[kLineBufferSize];
   while (fgets(line, sizeof(line), file.get()) != nullptr) {
-    if (const auto pair = ParseLine(line)) StoreConfigValue(pair->first, pair->second);
+    if (const auto pair = ParseLine(line)) StoreConfigValue(pair->name, pair->value);
   }
 }
 
