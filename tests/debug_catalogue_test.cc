@@ -2,7 +2,6 @@
 
 #include <signal.h>
 
-#include <regex>
 #include <string>
 #include <vector>
 

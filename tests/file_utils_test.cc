@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <regex>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -68,9 +67,8 @@ TEST_F(FileUtilsTest, AFreshLogBeginsWithItsCreationTimeAndKeepsOneOlderLog) {
   EXPECT_EQ(ModeOf(root_.Below(kLog)), 0644u);
   EXPECT_EQ(log_.Lines().front().text, std::string("CreateLogFile: log_file_path:") + kLog);
   // Numbers without leading zeros, and already on the disk although the stream is still open.
-  EXPECT_TRUE(std::regex_match(root_.Read(kLog),
-                               std::regex("20\\d\\d-[1-9]\\d?-[1-9]\\d?_(0|[1-9]\\d?)-(0|[1-9]\\d?)-(0|[1-9]\\d?)\n")))
-      << root_.Read(kLog);
+  EXPECT_THAT(root_.Read(kLog), ::testing::MatchesRegex("20[0-9][0-9]-[1-9][0-9]?-[1-9][0-9]?_"
+                                                        "(0|[1-9][0-9]?)-(0|[1-9][0-9]?)-(0|[1-9][0-9]?)\n"));
   stream << "line\n";
   CloseLogFileStream(stream);
   EXPECT_FALSE(stream.is_open());
