@@ -27,7 +27,7 @@ using android::base::unique_fd;
 constexpr size_t kMaxConnections = 64;
 constexpr int kShortageMs = 100;
 // How long new connections wait for recipients of a death to return.
-constexpr std::chrono::milliseconds kTellingPatience{1000};
+constexpr std::chrono::milliseconds kTellingPatience{2000};
 
 std::atomic<Process*> g_process{nullptr};
 std::mutex& ProcessMutex() {

@@ -1,0 +1,321 @@
+// What is seen of a process that dies, by those who were connected to it.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "support/binder_objects.h"
+#include "support/child_process.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace bthal::test {
+namespace {
+
+using ::ndk::ScopedAIBinder_DeathRecipient;
+using ::ndk::SharedRefBase;
+using ::ndk::SpAIBinder;
+
+// Counts what is told with it as cookie.
+struct Witness {
+  std::atomic<int> deaths{0};
+  std::atomic<int> ends{0};
+  std::atomic<bool> was_alive{false};
+  std::atomic<bool> on_own_thread{false};
+  const std::thread::id maker = std::this_thread::get_id();
+  SpAIBinder watched;
+
+  static void OnDied(void* cookie) {
+    auto* self = static_cast<Witness*>(cookie);
+    self->was_alive = AIBinder_isAlive(self->watched.get());
+    self->on_own_thread = std::this_thread::get_id() != self->maker;
+    ++self->deaths;
+  }
+  static void OnUnlinked(void* cookie) { ++static_cast<Witness*>(cookie)->ends; }
+};
+
+ScopedAIBinder_DeathRecipient MakeRecipient() {
+  ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(Witness::OnDied));
+  AIBinder_DeathRecipient_setOnUnlinked(recipient.get(), Witness::OnUnlinked);
+  return recipient;
+}
+
+int CountDescriptors() {
+  int count = 0;
+  for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
+  return count;
+}
+
+TEST(BinderDeathTest, AServicesDeathIsToldOnceToThoseWhoStillWantToKnow) {
+  const TempRoot root;
+  ChildProcess service([] { return ServeHci(SharedRefBase::make<FakeHci>()); });
+  const auto hci = FindHci();
+  AIBinder* binder = hci->asBinder().get();
+  Witness told;
+  Witness unlinked;
+  Witness forgotten;
+  told.watched = unlinked.watched = forgotten.watched = hci->asBinder();
+  const auto recipient = MakeRecipient();
+  auto deleted = MakeRecipient();
+  ASSERT_EQ(AIBinder_linkToDeath(binder, recipient.get(), &told), STATUS_OK);
+  ASSERT_EQ(AIBinder_linkToDeath(binder, recipient.get(), &unlinked), STATUS_OK);
+  ASSERT_EQ(AIBinder_linkToDeath(binder, deleted.get(), &forgotten), STATUS_OK);
+  EXPECT_EQ(AIBinder_unlinkToDeath(binder, deleted.get(), &told), STATUS_NAME_NOT_FOUND);
+  EXPECT_EQ(AIBinder_unlinkToDeath(binder, recipient.get(), nullptr), STATUS_NAME_NOT_FOUND);
+  EXPECT_EQ(AIBinder_unlinkToDeath(binder, recipient.get(), &unlinked), STATUS_OK);
+  EXPECT_EQ(AIBinder_unlinkToDeath(binder, recipient.get(), &unlinked), STATUS_NAME_NOT_FOUND);
+  deleted.set(nullptr);
+  EXPECT_EQ(forgotten.ends, 1);
+  EXPECT_TRUE(AIBinder_isAlive(binder));
+
+  service.Kill();
+  EXPECT_TRUE(WaitFor([&] { return told.ends == 1; }));
+  EXPECT_EQ(told.deaths, 1);
+  EXPECT_FALSE(told.was_alive);
+  EXPECT_TRUE(told.on_own_thread);
+  EXPECT_EQ(unlinked.deaths, 0);
+  EXPECT_EQ(unlinked.ends, 1);
+  EXPECT_EQ(forgotten.deaths, 0);
+  EXPECT_FALSE(AIBinder_isAlive(binder));
+  EXPECT_EQ(AIBinder_unlinkToDeath(binder, recipient.get(), &told), STATUS_DEAD_OBJECT);
+  EXPECT_EQ(AIBinder_linkToDeath(binder, recipient.get(), &told), STATUS_DEAD_OBJECT);
+  EXPECT_EQ(AIBinder_ping(binder), STATUS_DEAD_OBJECT);
+  EXPECT_EQ(hci->close().getStatus(), STATUS_DEAD_OBJECT);
+}
+
+TEST(BinderDeathTest, ACallUnderWayEndsWithTheService) {
+  const TempRoot root;
+  const ChildProcess service([] {
+    const auto hci = SharedRefBase::make<FakeHci>();
+    hci->on_command = [](const Bytes&) {
+      kill(getpid(), SIGKILL);
+      return ScopedAStatus::ok();
+    };
+    return ServeHci(hci);
+  });
+  const auto hci = FindHci();
+  std::vector<std::thread> others;
+  std::atomic<int> dead{0};
+  for (int i = 0; i < 3; ++i) {
+    others.emplace_back([&] { dead += hci->sendHciCommand({1}).getStatus() == STATUS_DEAD_OBJECT ? 1 : 0; });
+  }
+  for (auto& other : others) other.join();
+  EXPECT_EQ(dead, 3);
+}
+
+TEST(BinderDeathTest, AClientsDeathIsToldAlthoughAllThreadsAreBusy) {
+  const TempRoot root;
+  ChildProcess client([] {
+    ABinderProcess_startThreadPool();
+    FindHci()->initialize(SharedRefBase::make<FakeCallbacks>());
+    return 0;
+  });
+  Witness witness;
+  const auto recipient = MakeRecipient();
+  const auto hci = SharedRefBase::make<FakeHci>();
+  std::atomic<bool> initializing{false};
+  hci->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
+    witness.watched = callbacks->asBinder();
+    EXPECT_EQ(AIBinder_linkToDeath(callbacks->asBinder().get(), recipient.get(), &witness), STATUS_OK);
+    initializing = true;
+    // The only thread of the pool stays here until the client's death has been told.
+    EXPECT_TRUE(WaitFor([&] { return witness.deaths == 1; }));
+    EXPECT_EQ(callbacks->hciEventReceived({1}).getStatus(), STATUS_DEAD_OBJECT);
+    initializing = false;
+    return ScopedAStatus::ok();
+  };
+  ABinderProcess_setThreadPoolMaxThreadCount(1);
+  ABinderProcess_startThreadPool();
+  ASSERT_EQ(Publish(hci), EX_NONE);
+  ASSERT_TRUE(WaitFor([&] { return initializing.load(); }));
+  client.Kill();
+  EXPECT_TRUE(WaitFor([&] { return witness.ends == 1 && !initializing; }));
+  EXPECT_FALSE(witness.was_alive);
+}
+
+TEST(BinderDeathTest, AForkedChildDoesNotHideItsParentsDeath) {
+  const TempRoot root;
+  const Gate stay;
+  ChildProcess client([&] {
+    const auto hci = FindHci();
+    const auto callbacks = SharedRefBase::make<FakeCallbacks>();
+    if (!hci->initialize(callbacks).isOk()) return 1;
+    if (fork() == 0) {
+      // Nothing of the parent's is of use here, but the child can find the service by itself.
+      const bool good = !hci->close().isOk() && FindHci()->sendHciCommand({1}).isOk();
+      stay.Pass();
+      _exit(good ? 0 : 1);
+    }
+    kill(getpid(), SIGKILL);
+    return 1;
+  });
+  Witness witness;
+  const auto recipient = MakeRecipient();
+  const auto hci = SharedRefBase::make<FakeHci>();
+  std::atomic<bool> grandchild_called{false};
+  hci->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
+    witness.watched = callbacks->asBinder();
+    AIBinder_linkToDeath(callbacks->asBinder().get(), recipient.get(), &witness);
+    return ScopedAStatus::ok();
+  };
+  hci->on_command = [&](const Bytes&) {
+    grandchild_called = true;
+    return ScopedAStatus::ok();
+  };
+  ABinderProcess_startThreadPool();
+  ASSERT_EQ(Publish(hci), EX_NONE);
+  EXPECT_EQ(client.Wait(), -SIGKILL);
+  EXPECT_TRUE(WaitFor([&] { return witness.deaths == 1; }));
+  EXPECT_TRUE(WaitFor([&] { return grandchild_called.load(); }));
+  stay.Open();
+}
+
+TEST(BinderDeathTest, AClientThatComesBackFindsItsOldSelfGone) {
+  constexpr int kRounds = 40;
+  const TempRoot root;
+  // One process after the other; each calls and dies, and the next begins at once.
+  static const Gate coming;
+  ChildProcess clients([] {
+    for (int i = 0; i < kRounds; ++i) {
+      ChildProcess client([i] {
+        if (i != 0) coming.Open();
+        if (!FindHci()->initialize(SharedRefBase::make<FakeCallbacks>()).isOk()) return 1;
+        kill(getpid(), SIGKILL);
+        return 1;
+      });
+      if (client.Wait() != -SIGKILL) return 1;
+    }
+    return 0;
+  });
+  static std::atomic<int> present{0};
+  static std::atomic<int> deaths{0};
+  const ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new([](void*) {
+    // It takes its time: a newcomer that was let in meanwhile would show.
+    if (deaths != kRounds - 1) coming.Pass();
+    for (int i = 0; i < 1000; ++i) std::this_thread::yield();
+    --present;
+    ++deaths;
+  }));
+  std::atomic<int> met_another{0};
+  std::mutex mutex;
+  std::vector<std::shared_ptr<Callbacks>> kept;
+  const auto hci = SharedRefBase::make<FakeHci>();
+  hci->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
+    met_another += present++ == 0 ? 0 : 1;
+    if (AIBinder_linkToDeath(callbacks->asBinder().get(), recipient.get(), nullptr) != STATUS_OK) ++met_another;
+    const std::lock_guard lock(mutex);
+    kept.push_back(callbacks);
+    return ScopedAStatus::ok();
+  };
+  ABinderProcess_setThreadPoolMaxThreadCount(3);
+  ABinderProcess_startThreadPool();
+  ASSERT_EQ(Publish(hci), EX_NONE);
+  EXPECT_EQ(clients.Wait(), 0);
+  EXPECT_TRUE(WaitFor([&] { return deaths == kRounds; }));
+  EXPECT_EQ(met_another, 0);
+}
+
+TEST(BinderDeathTest, ARecipientThatDoesNotReturnKeepsNobodyOut) {
+  const TempRoot root;
+  const Gate go;
+  ChildProcess first([] {
+    FindHci()->initialize(SharedRefBase::make<FakeCallbacks>());
+    kill(getpid(), SIGKILL);
+    return 1;
+  });
+  ChildProcess second([&] {
+    go.Pass();
+    return FindHci()->close().isOk() ? 0 : 1;
+  });
+  static const Gate release;
+  static std::atomic<bool> blocked{false};
+  const ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new([](void*) {
+    blocked = true;
+    release.Pass();
+    blocked = false;
+  }));
+  std::shared_ptr<Callbacks> client;
+  const auto hci = SharedRefBase::make<FakeHci>();
+  hci->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
+    client = callbacks;
+    AIBinder_linkToDeath(callbacks->asBinder().get(), recipient.get(), nullptr);
+    return ScopedAStatus::ok();
+  };
+  ABinderProcess_startThreadPool();
+  ASSERT_EQ(Publish(hci), EX_NONE);
+  ASSERT_TRUE(WaitFor([] { return blocked.load(); }));
+  go.Open();
+  EXPECT_EQ(second.Wait(), 0);
+  EXPECT_TRUE(blocked);
+  release.Open();
+  EXPECT_TRUE(WaitFor([] { return !blocked; }));
+}
+
+TEST(BinderDeathTest, ReferencesKeepAClientsObjectAndLetItGo) {
+  const TempRoot root;
+  const Gate destroyed;
+  const Gate stay;
+  ChildProcess client([&] {
+    ABinderProcess_startThreadPool();
+    const auto hci = FindHci();
+    {
+      const auto callbacks = SharedRefBase::make<FakeCallbacks>();
+      callbacks->on_destroyed = [&] { destroyed.Open('d'); };
+      // Sent twice, it is one object to the service.
+      if (!hci->initialize(callbacks).isOk() || !hci->initialize(callbacks).isOk()) return 1;
+    }
+    destroyed.Open('g');  // the client's own reference is gone
+    hci->close();
+    stay.Pass();  // until it is killed
+    return 0;
+  });
+  std::shared_ptr<Callbacks> held;
+  std::atomic<bool> same{false};
+  std::atomic<bool> closing{false};
+  const auto hci = SharedRefBase::make<FakeHci>();
+  hci->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
+    same = held != nullptr && held->asBinder() == callbacks->asBinder();
+    held = callbacks;
+    return ScopedAStatus::ok();
+  };
+  hci->on_close = [&] {
+    closing = true;
+    return ScopedAStatus::ok();
+  };
+  ABinderProcess_startThreadPool();
+  ASSERT_EQ(Publish(hci), EX_NONE);
+  EXPECT_EQ(destroyed.Pass(), 'g');
+  ASSERT_TRUE(WaitFor([&] { return closing.load(); }));
+  EXPECT_TRUE(same);
+  EXPECT_TRUE(held->hciEventReceived({1}).isOk());
+  held = nullptr;
+  EXPECT_EQ(destroyed.Pass(), 'd');
+}
+
+TEST(BinderDeathTest, DeadClientsLeaveNothingOpen) {
+  const TempRoot root;
+  ChildProcess clients([] {
+    for (int i = 0; i < 100; ++i) {
+      ChildProcess client([] { return FindHci()->initialize(SharedRefBase::make<FakeCallbacks>()).isOk() ? 0 : 1; });
+      if (client.Wait() != 0) return 1;
+    }
+    return 0;
+  });
+  const auto hci = SharedRefBase::make<FakeHci>();
+  ABinderProcess_startThreadPool();
+  const int before = CountDescriptors();
+  ASSERT_EQ(Publish(hci), EX_NONE);
+  EXPECT_EQ(clients.Wait(), 0);
+  // One more: the socket that takes connections. References: the list of services, and the one being asked.
+  EXPECT_TRUE(WaitFor([&] { return CountDescriptors() == before + 1; })) << CountDescriptors() - before;
+  EXPECT_TRUE(WaitFor([&] { return AIBinder_debugGetRefCount(hci->asBinder().get()) == 2; }));
+}
+
+}  // namespace
+}  // namespace bthal::test
