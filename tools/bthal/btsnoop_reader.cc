@@ -84,9 +84,33 @@ std::string CountWords(std::span<const SnoopRecord> records) {
     const auto count = std::ranges::count(records, kind, &SnoopRecord::kind);
     if (count == 0) continue;
     if (!text.empty()) text += ", ";
-    text += StringPrintf("%zd %s", static_cast<ssize_t>(count), KindWord(kind).c_str());
+    const bool data = kind != kCommand && kind != kEvent;
+    text += StringPrintf("%zd %s%s%s", static_cast<ssize_t>(count), KindWord(kind).c_str(), data ? " packet" : "",
+                         count == 1 ? "" : "s");
   }
   return text.empty() ? "nothing" : text;
+}
+
+std::vector<std::string> FoldedSnoopLines(std::span<const SnoopRecord> records) {
+  constexpr size_t kLongestRun = 3;
+  const auto opcode_of = [](const SnoopRecord& record) {
+    return record.kind == kCommand && record.packet.size() >= 2 ? record.packet[0] | record.packet[1] << 8 : -1;
+  };
+  std::vector<std::string> lines;
+  for (size_t at = 0; at < records.size();) {
+    size_t end = at + 1;
+    while (end < records.size() && opcode_of(records[at]) >= 0 && opcode_of(records[end]) == opcode_of(records[at])) {
+      ++end;
+    }
+    lines.push_back(SnoopLine(records[at]));
+    if (end - at > kLongestRun) {
+      lines.push_back(StringPrintf("%15s    ... and %zu more of them", "", end - at - 1));
+      at = end;
+    } else {
+      ++at;
+    }
+  }
+  return lines;
 }
 
 std::string SnoopLine(const SnoopRecord& record) {

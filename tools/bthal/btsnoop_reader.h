@@ -42,10 +42,13 @@ class BtsnoopReader {
   std::string error_;
 };
 
-// "commands 12, events 14, acl 3": how many of each kind, in words.
+// "12 commands, 14 events, 3 acl packets": how many of each kind, in words.
 std::string CountWords(std::span<const SnoopRecord> records);
 
 // One line: "12:34:56.123456  > command  Reset   03 0C 00".
 std::string SnoopLine(const SnoopRecord& record);
+
+// The same for many; of more than three commands in a row with one opcode (a firmware patch) only the first is shown.
+std::vector<std::string> FoldedSnoopLines(std::span<const SnoopRecord> records);
 
 }  // namespace bthal::tool

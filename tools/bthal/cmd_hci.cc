@@ -140,7 +140,7 @@ void AddHci(CLI::App& app, int* status) {
               "\nExamples:\n"
               "  bthal hci read_bd_addr read_local_version\n"
               "  bthal hci 'le_scan 2'\n"
-              "  bthal hci reset 'expect success' 'cmd 01 10 00' 'expect HCI version'\n"
+              "  bthal hci reset 'expect success' 'cmd 01 10 00' 'expect HCI 12'\n"
               "  bthal hci --script smoke.hci");
   sub->callback([options, status] { *status = Run(*options); });
 }

@@ -11,13 +11,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 #include "bthal/demo_check.h"
 #include "bthal/device_names.h"
 #include "bthal/hci_words.h"
 #include "bthal/interrupt.h"
 #include "bthal/journal_words.h"
-#include "bthal/supervisor.h"
+#include "bthal/last_words.h"
 
 namespace bthal::tool {
 namespace {
@@ -113,6 +114,11 @@ void Demo::OnBoard(const JournalEntry& entry) {
     patch_bar_.Update(entry.value, entry.total);
     return;
   }
+  // An unpowered controller has no speed; the board names it all the same, for the next power-on.
+  if (entry.event == WireEvent::kPowerOn || entry.event == WireEvent::kPowerOff) {
+    powered_ = entry.event == WireEvent::kPowerOn;
+  }
+  if (entry.event == WireEvent::kSpeed && !powered_) return;
   if (!IsTrouble(entry) && !(show_wire_ && IsWorthShowing(entry))) return;
   const std::lock_guard lock(print_mutex_);
   patch_bar_.Finish();
@@ -170,16 +176,12 @@ bool Demo::ServiceDied() {
 }
 
 void Demo::TellWhyServiceDied(int wait_status) {
-  std::string log;
-  std::string fatal;
-  ::android::base::ReadFileToString(root_.Log("service.log"), &log);
-  for (size_t at = 0; at < log.size();) {
-    const size_t end = std::min(log.find('\n', at), log.size());
-    const std::string line = log.substr(at, end - at);
-    if (IsFatalLogLine(line)) fatal = line;
-    at = end + 1;
-  }
-  Fail("the service was " + ExitWords(wait_status) + (fatal.empty() ? "" : ": " + fatal));
+  LastWords words;
+  std::ifstream log(root_.Log("service.log"));
+  for (std::string line; std::getline(log, line);) words.Look(line);
+  Line(Paint(Colour::kBad, Note("service", ExitWords(wait_status))));
+  for (const std::string& line : words.Lines()) Line(Note("", line));
+  Fail("the service " + ExitWords(wait_status));
 }
 
 bool Demo::AwaitBringUp() {
@@ -205,6 +207,9 @@ SpawnOptions Demo::OwnProgram(const std::vector<std::string>& arguments) const {
   SpawnOptions spawn;
   spawn.arguments = {::android::base::GetExecutablePath()};
   spawn.arguments.insert(spawn.arguments.end(), arguments.begin(), arguments.end());
+  // Its lines go through a pipe, but end up on our terminal.
+  if (HasColours()) spawn.environment.emplace_back("CLICOLOR_FORCE", "1");
+  if (TerminalWidth() > 0) spawn.environment.emplace_back("COLUMNS", std::to_string(TerminalWidth()));
   return spawn;
 }
 
@@ -237,7 +242,7 @@ bool Demo::Relay() {
       options_.board.provision_address ? options_.board.provisioned_address : options_.board.address;
   for (const std::string& line :
        {std::string("reset"), std::string("expect success"), std::string("read_local_version"),
-        std::string("expect HCI version"), std::string("read_bd_addr"), "expect " + address,
+        std::string("expect success, HCI"), std::string("read_bd_addr"), "expect " + address,
         std::string("le_scan_parameters"), std::string("expect success"), std::string("le_scan_enable 1 0"),
         std::string("expect success"), std::string("wait le_advertising_report 5"), std::string("sleep 0.3"),
         std::string("le_scan_enable 0 0"), std::string("expect success")}) {
@@ -273,7 +278,7 @@ bool Demo::EndService() {
 }
 
 bool Demo::Judge() {
-  printf("\n");
+  printf("\n%s\n\n", Paint(Colour::kHeading, "What really happened, by the board's journal").c_str());
   bool all = true;
   for (const DemoFact& fact : CheckDemo(board_->Journal(), client_begins_, options_.board)) {
     printf("  %s  %s\n", fact.holds ? Paint(Colour::kGood, "yes").c_str() : Paint(Colour::kBad, "NO ").c_str(),

@@ -66,6 +66,7 @@ class Demo {
   std::mutex print_mutex_;  // the board prints on its own thread
   ProgressBar patch_bar_;
   std::atomic<bool> show_wire_{true};
+  bool powered_ = false;  // the board's thread alone
 
   std::unique_ptr<sim::Board> board_;
   Child service_;

@@ -2,6 +2,7 @@
 #include <android-base/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "bthal/demo.h"
@@ -17,8 +18,12 @@ namespace {
 
 void Heading(const std::string& text) { printf("\n%s\n\n", Paint(Colour::kHeading, text).c_str()); }
 
-void Lies(const std::string& path, const char* what) {
-  if (access(path.c_str(), F_OK) == 0) printf("  %-52s %s\n", path.c_str(), what);
+void PrintLogs(const std::vector<std::pair<std::string, const char*>>& logs) {
+  size_t width = 0;
+  for (const auto& [path, what] : logs) width = std::max(width, path.size());
+  for (const auto& [path, what] : logs) {
+    if (access(path.c_str(), F_OK) == 0) printf("  %-*s  %s\n", static_cast<int>(width), path.c_str(), what);
+  }
 }
 
 }  // namespace
@@ -40,7 +45,7 @@ void Demo::PrintSnoopLog() {
   SnoopFollower log(root_.path() + kSnoopLog);
   std::string error;
   const bool whole = log.Poll([&](const SnoopRecord& record) { records.push_back(record); }, &error);
-  for (const SnoopRecord& record : records) printf("%s\n", SnoopLine(record).c_str());
+  for (const std::string& line : FoldedSnoopLines(records)) printf("%s\n", line.c_str());
   if (!whole) Complain(error);
   printf("\n%s\n", log.opened() ? CountWords(records).c_str() : "there is none");
 }
@@ -78,11 +83,11 @@ int Demo::Conclude(bool well) {
     board_.reset();
     root_.Clean(well ? DemoOutcome::kSuccess : DemoOutcome::kFailure, options_.keep);
     Heading("Logs");
-    Lies(root_.Log("service.log"), "what the service said");
-    Lies(root_.Log("board.log"), "everything that the board saw");
-    Lies(root_.Log("report.txt"), "the service's report (bthal dump)");
-    Lies(root_.Log("bring-up.json"), "the chart, for a trace viewer");
-    Lies(root_.path() + kSnoopLog, "the packet log (bthal snoop --once FILE)");
+    PrintLogs({{root_.Log("service.log"), "what the service said"},
+               {root_.Log("board.log"), "everything that the board saw"},
+               {root_.Log("report.txt"), "the service's report (bthal dump)"},
+               {root_.Log("bring-up.json"), "the chart, for a trace viewer"},
+               {root_.path() + kSnoopLog, "the packet log (bthal snoop --once FILE)"}});
   }
   if (well) {
     printf("\n%s in %.1f s.\n", Paint(Colour::kGood, "Everything happened").c_str(),

@@ -120,8 +120,8 @@ std::string ReturnWords(uint16_t opcode, Bytes values) {
   switch (opcode) {
     case 0x1001:  // HCI version (1) | revision (2) | LMP version (1) | manufacturer (2) | LMP subversion (2)
       if (values.size() < 8) break;
-      return StringPrintf(", HCI version %u revision 0x%04X, LMP version %u subversion 0x%04X, manufacturer 0x%04X",
-                          values[0], Le16(values, 1), values[3], Le16(values, 6), Le16(values, 4));
+      return StringPrintf(", HCI %u rev 0x%04X, LMP %u sub 0x%04X, maker 0x%04X", values[0], Le16(values, 1), values[3],
+                          Le16(values, 6), Le16(values, 4));
     case 0x1005:  // ACL length (2) | SCO length (1) | ACL packets (2) | SCO packets (2)
       if (values.size() < 7) break;
       return StringPrintf(", %u ACL packets of %u bytes, %u SCO packets of %u bytes", Le16(values, 3), Le16(values, 0),

@@ -140,8 +140,8 @@ std::string ExitWords(int wait_status) {
   if (WIFEXITED(wait_status)) return StringPrintf("exited with status %d", WEXITSTATUS(wait_status));
   if (!WIFSIGNALED(wait_status)) return StringPrintf("ended with wait status 0x%x", wait_status);
   const char* name = sigabbrev_np(WTERMSIG(wait_status));
-  std::string text = name != nullptr ? StringPrintf("killed by SIG%s", name)
-                                     : StringPrintf("killed by signal %d", WTERMSIG(wait_status));
+  std::string text = name != nullptr ? StringPrintf("was killed by SIG%s", name)
+                                     : StringPrintf("was killed by signal %d", WTERMSIG(wait_status));
   if (WCOREDUMP(wait_status)) text += ", core dumped";
   return text;
 }

@@ -53,7 +53,7 @@ class Child {
   ::android::base::unique_fd pidfd_;
 };
 
-// "exited with status 3", "killed by SIGKILL", ", core dumped" where one was.
+// "exited with status 3", "was killed by SIGABRT, core dumped".
 std::string ExitWords(int wait_status);
 
 // Both ends of a pipe, close-on-exec: reading end, writing end. Invalid on failure, errno set.

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <regex>
 
 #include "bthal/device_names.h"
 #include "bthal/interrupt.h"
@@ -39,17 +38,6 @@ int ExitStatus(int wait_status) {
 
 }  // namespace
 
-bool IsFatalLogLine(const std::string& line) {
-  // "tag F 11-21 08:31:45 pid tid file:line] text", "11-21 08:31:45.123 pid tid F tag : text", "... F/tag ..."
-  static const auto& kFatal =
-      *new std::regex(R"(^\S+ F \d\d-\d\d |^\d\d-\d\d \d\d:\d\d:\d\d\.\d+ +\d+ +\d+ F |^F/|\bF/\S+ *\(|\bFATAL\b)");
-  return std::regex_search(line, kFatal);
-}
-
-void Supervisor::LookAtLine(const std::string& line) {
-  if (IsFatalLogLine(line)) last_fatal_line_ = line;
-}
-
 void Supervisor::PassOn(int fd) {
   char piece[4096];
   const ssize_t count = TEMP_FAILURE_RETRY(read(fd, piece, sizeof(piece)));
@@ -57,7 +45,7 @@ void Supervisor::PassOn(int fd) {
   ::android::base::WriteFully(STDERR_FILENO, piece, static_cast<size_t>(count));
   for (const char c : std::string_view(piece, static_cast<size_t>(count))) {
     if (c == '\n') {
-      LookAtLine(line_);
+      last_words_.Look(line_);
       line_.clear();
     } else if (line_.size() < kLongestLine) {
       line_ += c;
@@ -100,7 +88,7 @@ std::optional<Supervisor::End> Supervisor::RunOnce(std::string* error) {
   write_end.reset();
   if (!child.running()) return std::nullopt;
   Say(StringPrintf("started %s, pid %d", options_.program[0].c_str(), child.pid()));
-  last_fatal_line_.clear();
+  last_words_.Forget();
   line_.clear();
   std::optional<int> ended;
   while (!ended) {
@@ -114,8 +102,8 @@ std::optional<Supervisor::End> Supervisor::RunOnce(std::string* error) {
     if (!ended && Interrupted()) ended = Stop(child, output);
   }
   for (pollfd rest = {output.get(), POLLIN, 0}; poll(&rest, 1, 0) > 0 && (rest.revents & POLLIN);) PassOn(output.get());
-  if (!line_.empty()) LookAtLine(line_);
-  return End{*ended, std::chrono::steady_clock::now() - began, last_fatal_line_};
+  if (!line_.empty()) last_words_.Look(line_);
+  return End{*ended, std::chrono::steady_clock::now() - began, last_words_.Lines()};
 }
 
 int Supervisor::Run() {
@@ -126,7 +114,7 @@ int Supervisor::Run() {
     if (!end) return Complain(error);
     Say(StringPrintf("%s %s after %.1f s", options_.program[0].c_str(), ExitWords(end->wait_status).c_str(),
                      Seconds(end->lasted)));
-    if (!end->last_fatal_line.empty()) Say("its last fatal line: " + end->last_fatal_line);
+    for (const std::string& line : end->last_words) Say("  it said: " + line);
     if (Interrupted()) return 0;
     ReleaseWakeLock();
     if (options_.once) return ExitStatus(end->wait_status);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bthal/last_words.h"
 #include "bthal/process.h"
 
 namespace bthal::tool {
@@ -22,7 +23,7 @@ struct SupervisorOptions {
   std::chrono::milliseconds stop_patience{5000};   // between SIGTERM and SIGKILL
 };
 
-// Its standard output and error are passed on as they are, and looked at for the last fatal line.
+// Its standard output and error are passed on as they are, and looked at for its last words.
 class Supervisor {
  public:
   explicit Supervisor(SupervisorOptions options) : options_(std::move(options)) {}
@@ -35,20 +36,16 @@ class Supervisor {
   struct End {
     int wait_status = 0;
     std::chrono::steady_clock::duration lasted{};
-    std::string last_fatal_line;
+    std::vector<std::string> last_words;
   };
 
   std::optional<End> RunOnce(std::string* error);
   int Stop(Child& child, ::android::base::unique_fd& output);
   void PassOn(int fd);
-  void LookAtLine(const std::string& line);
 
   const SupervisorOptions options_;
   std::string line_;  // what has come of the current line
-  std::string last_fatal_line_;
+  LastWords last_words_;
 };
-
-// Whether a line of the log, in the usual formats of liblog and libbase, is of fatal severity.
-bool IsFatalLogLine(const std::string& line);
 
 }  // namespace bthal::tool

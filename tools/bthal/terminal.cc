@@ -11,7 +11,6 @@
 namespace bthal::tool {
 namespace {
 
-constexpr int kDefaultWidth = 100;
 constexpr int kBarWidth = 40;
 
 const char* Code(Colour colour) {
@@ -47,8 +46,8 @@ bool HasColours() {
   static const bool colours = [] {
     const char* term = getenv("TERM");
     const char* no_color = getenv("NO_COLOR");
-    return IsTerminal() && (no_color == nullptr || *no_color == '\0') && term != nullptr &&
-           std::string_view(term) != "dumb";
+    const bool wanted = IsTerminal() || getenv("CLICOLOR_FORCE") != nullptr;
+    return wanted && (no_color == nullptr || *no_color == '\0') && term != nullptr && std::string_view(term) != "dumb";
   }();
   return colours;
 }
@@ -56,7 +55,8 @@ bool HasColours() {
 int TerminalWidth() {
   winsize size = {};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
-  return kDefaultWidth;
+  const char* columns = getenv("COLUMNS");
+  return columns == nullptr ? 0 : std::max(atoi(columns), 0);
 }
 
 std::string Paint(Colour colour, std::string_view text) {

@@ -10,12 +10,13 @@ namespace bthal::tool {
 enum class Colour { kPlain, kFaint, kGood, kBad, kWarn, kToController, kFromController, kHeading };
 
 // Whether standard output is a terminal that takes colours: not with NO_COLOR set to anything, nor TERM=dumb.
+// CLICOLOR_FORCE has them without a terminal: for someone who passes our lines on to one.
 bool HasColours();
 
 // Whether standard output is a terminal on which a line may be written over.
 bool IsTerminal();
 
-// Columns of the terminal; 100 where there is none.
+// Columns of the terminal, or those that COLUMNS promises; 0 where there is neither.
 int TerminalWidth();
 
 // `text` in a colour, or as it is.

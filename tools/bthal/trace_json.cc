@@ -14,6 +14,7 @@ using ::android::base::StringPrintf;
 
 constexpr int kNameWidth = 34;
 constexpr int kLeastBarWidth = 20;
+constexpr int kUsualWidth = 100;
 
 // The length of the UTF-8 sequence at the beginning of `text`; 0 when there is none.
 size_t Utf8Length(std::string_view text) {
@@ -101,13 +102,13 @@ std::string BarChart(const std::vector<Span>& spans, int width, int64_t least_ms
   const int64_t zero = shown.front().begin_ms;
   const int64_t last = std::ranges::max(shown, {}, &Span::end_ms).end_ms;
   const int64_t whole = std::max<int64_t>(last - zero, 1);
-  const int columns = std::max(kLeastBarWidth, width - kNameWidth - 20);
+  const int columns = std::max(kLeastBarWidth, (width == 0 ? kUsualWidth : width) - kNameWidth - 20);
   std::string chart =
       Paint(Colour::kHeading, StringPrintf("%-*s %8s %8s", kNameWidth, "step", "at ms", "took ms")) + "\n";
   for (const Span& span : shown) {
     const auto left = static_cast<int>((span.begin_ms - zero) * columns / whole);
     const auto right = static_cast<int>((span.end_ms - zero) * columns / whole);
-    const std::string bar(static_cast<size_t>(std::max(right - left, 1)), '#');
+    const std::string bar = right > left ? std::string(static_cast<size_t>(right - left), '#') : "|";
     StringAppendF(&chart, "%-*s %8lld %8lld  %*s%s%s\n", kNameWidth, NameColumn(span).c_str(),
                   static_cast<long long>(span.begin_ms - zero), static_cast<long long>(span.end_ms - span.begin_ms),
                   left, "", Paint(Colour::kGood, bar).c_str(), RemarkOf(span).c_str());

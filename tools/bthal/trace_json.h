@@ -14,7 +14,7 @@ namespace bthal::tool {
 std::string TraceJson(const std::vector<Span>& spans);
 
 // One line a span: name (indented by what encloses it), when it began, how long it took, and a bar on a common scale
-// that fills `width` columns. Moments are left out, and spans shorter than `least_ms`.
+// that fills `width` columns (0: as many as are usual). Moments are left out, and spans shorter than `least_ms`.
 std::string BarChart(const std::vector<Span>& spans, int width, int64_t least_ms);
 
 // `text` as a JSON string, quotes included. Bytes that are not UTF-8 become U+FFFD.
