@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 #include <vector>
 
 #include "aidl/bluetooth_ccc.h"
@@ -38,7 +40,7 @@ constexpr std::array<uint8_t, 10> kMap = {'A', 'B', 'C', 0, 5, 6, 7, 8, 9, 0x7F}
 
 Bytes Command(const std::array<uint8_t, 10>& map) {
   Bytes command = {0x3F, 0x0C, 10};
-  command.insert(command.end(), map.begin(), map.end());
+  std::copy(map.begin(), map.end(), std::back_inserter(command));
   return command;
 }
 

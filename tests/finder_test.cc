@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
 #include <numeric>
 #include <vector>
 
@@ -45,8 +47,7 @@ Bytes Keys(size_t bytes) {
 // The command that carries `count` whole keys of the store from byte `offset` on.
 Bytes KeysCommand(const Bytes& store, size_t offset, uint8_t count) {
   Bytes command = {0x62, 0xFD, static_cast<uint8_t>(3 + 20 * count), 1, static_cast<uint8_t>(offset / 20), count};
-  const auto first = store.begin() + static_cast<ptrdiff_t>(offset);
-  command.insert(command.end(), first, first + 20 * count);
+  std::copy_n(store.begin() + static_cast<ptrdiff_t>(offset), 20 * count, std::back_inserter(command));
   return command;
 }
 

@@ -40,10 +40,7 @@ class OrderedClient {
  private:
   int Obey(char order) {
     if (order == 'i') return Initialize();
-    if (order == 'b')
-      callbacks_->OnEvent([](const Bytes&) {
-        while (true) pause();
-      });
+    if (order == 'b') callbacks_->OnEvent([this](const Bytes&) { Block(); });
     if (order == 'c') return hal_ != nullptr && hal_->close().isOk() ? 1 : 0;
     return 0;
   }
@@ -54,6 +51,12 @@ class OrderedClient {
     if (hal_ == nullptr || !hal_->initialize(callbacks_).isOk()) return -1;
     const auto statuses = callbacks_->Statuses();
     return statuses.empty() ? -2 : static_cast<int>(statuses.back());
+  }
+
+  [[noreturn]] void Block() {
+    const int blocked = 1;
+    (void)!write(orders_, &blocked, sizeof(blocked));
+    while (true) pause();
   }
 
   int orders_;
@@ -171,6 +174,11 @@ int ClientProcess::Initialize() { return Order('i'); }
 bool ClientProcess::Close() { return Order('c') == 1; }
 
 void ClientProcess::BlockInNextEvent() { Order('b'); }
+
+bool ClientProcess::WaitUntilBlocked() {
+  int blocked = 0;
+  return TEMP_FAILURE_RETRY(read(orders_.get(), &blocked, sizeof(blocked))) == sizeof(blocked) && blocked == 1;
+}
 
 void ClientProcess::Kill() {
   if (pid_ < 0) return;

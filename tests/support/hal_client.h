@@ -80,8 +80,9 @@ class ClientProcess {
   // Calls initialize and returns what initializationComplete was told; -1 if the call failed, -2 if nothing was told.
   int Initialize();
   bool Close();
-  // From the next event on, never returns from hciEventReceived.
+  // From now on never returns from hciEventReceived; the second waits until it is there, false if that takes for ever.
   void BlockInNextEvent();
+  bool WaitUntilBlocked();
 
   void Kill();
   pid_t pid() const { return pid_; }
