@@ -69,11 +69,11 @@ class Survivor {
  public:
   Survivor() {
     os::SetKillSelfForTest([] {});
-    base::SetAborter([](const char* message) { aborts().push_back(message); });
+    base::SetAborter([](const char*) {});
   }
-  static std::vector<std::string>& aborts() {
-    static auto& messages = *new std::vector<std::string>;
-    return messages;
+  ~Survivor() {
+    os::SetKillSelfForTest(nullptr);
+    base::SetAborter(base::DefaultAborter);
   }
 };
 
@@ -172,7 +172,7 @@ TEST(H4ProtocolReceive, ReceivedCommandIsFramedAndFatal) {
   EXPECT_THAT(recorder.received, IsEmpty());
 }
 
-TEST(H4ProtocolDeath, UnknownTypeEndsTheProcess) {
+TEST(H4ProtocolDeathTest, UnknownTypeEndsTheProcess) {
   const auto receive = [] {
     TempRoot root;
     Recorder recorder;
@@ -181,7 +181,7 @@ TEST(H4ProtocolDeath, UnknownTypeEndsTheProcess) {
   EXPECT_EXIT(receive(), ::testing::KilledBySignal(SIGKILL), "OnDataReady: Unimplemented Packet Type: 113 detected!");
 }
 
-TEST(H4ProtocolDeath, ReadErrorOnALiveTransportEndsTheProcess) {
+TEST(H4ProtocolDeathTest, ReadErrorOnALiveTransportEndsTheProcess) {
   const auto receive = [] {
     TempRoot root;
     bthal::test::Pty pty;
