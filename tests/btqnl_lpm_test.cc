@@ -1,8 +1,6 @@
 #include <android-base/unique_fd.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -217,16 +215,6 @@ TEST(ThreadTimerTest, ExpiresAsArmedAndCanEndInItsOwnCallback) {
   ASSERT_TRUE(last->Arm(milliseconds(1), milliseconds(1)));
   itself.set_value(std::move(last));
   gone.get_future().wait();
-}
-
-TEST(ThreadTimerTest, SaysWhenTheSystemRefuses) {
-  rlimit limit{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  limit.rlim_cur = 0;
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  const auto timer = os::ThreadTimer::Create("none", [] {});
-  EXPECT_EQ(errno, EMFILE);
-  EXPECT_EQ(timer, nullptr);
 }
 
 }  // namespace

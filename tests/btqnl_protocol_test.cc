@@ -53,7 +53,7 @@ class BtQnlProtocolTest : public ::testing::Test {
  protected:
   std::future<bool> Start(std::function<bool()> step) { return std::async(std::launch::async, std::move(step)); }
   std::future<bool> Initialize() {
-    return Start([this] { return protocol_.Initialize(transport_.flow()); });
+    return Start([this, flow = transport_.flow()] { return protocol_.Initialize(flow); });
   }
   std::future<uint8_t> SendAndWait(uint16_t opcode, Bytes parameters = {}) {
     return std::async(std::launch::async, [this, opcode, parameters = std::move(parameters)] {
