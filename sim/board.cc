@@ -203,9 +203,9 @@ void Board::Impl::Run() {
     const Clock::time_point now = Clock::now();
     controller_.timers().RunDue(now);
     // Read first, obey later: whatever was written to a node before these bytes were sent is known by then.
-    const Bytes bytes = options_.only_coex ? Bytes() : line_.Receive(now);
+    Arrived arrived = options_.only_coex ? Arrived() : line_.Receive(now);
     inputs_.Drain();
-    controller_.Receive(bytes);
+    controller_.Receive(line_.Hear(std::move(arrived)));
     if (backend_.fd() >= 0) {
       backend_.Serve([this](uint8_t type, Bytes packet) { controller_.ReceiveFromEmulator(type, std::move(packet)); });
     }

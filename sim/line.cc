@@ -6,6 +6,7 @@
 #include <termios.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace bthal::sim {
 namespace {
@@ -77,15 +78,15 @@ void Line::HangUp() {
   if (!pty_.HangUp(&error)) journal_->Record(WireEvent::kProtocolError, 0, "the UART does not come back: " + error);
 }
 
-uint32_t Line::HostSpeed() {
+uint32_t Line::ReadHostSpeed() const {
   termios attributes{};
-  if (tcgetattr(pty_.board_end(), &attributes) != 0) return host_speed_;
-  const uint32_t speed = BitRate(cfgetospeed(&attributes));
-  if (speed != host_speed_) {
-    host_speed_ = speed;
-    journal_->Record(WireEvent::kHostSpeed, speed);
-  }
-  return speed;
+  return tcgetattr(pty_.board_end(), &attributes) == 0 ? BitRate(cfgetospeed(&attributes)) : host_speed_;
+}
+
+void Line::NoteHostSpeed(uint32_t speed) {
+  if (speed == host_speed_) return;
+  host_speed_ = speed;
+  journal_->Record(WireEvent::kHostSpeed, speed);
 }
 
 void Line::SetSpeed(uint32_t speed) {
@@ -118,8 +119,9 @@ std::optional<Clock::time_point> Line::NextLook(Clock::time_point now) const {
   return next;
 }
 
-Bytes Line::ReadPty(size_t limit) const {
-  Bytes bytes;
+Arrived Line::ReadPty(size_t limit) const {
+  Arrived arrived;
+  Bytes& bytes = arrived.bytes;
   uint8_t buffer[4096];
   while (bytes.size() < limit) {
     const size_t room = std::min(sizeof(buffer), limit - bytes.size());
@@ -127,37 +129,36 @@ Bytes Line::ReadPty(size_t limit) const {
     if (count <= 0) break;
     bytes.insert(bytes.end(), buffer, buffer + count);
   }
-  return bytes;
+  if (!bytes.empty()) arrived.host_speed = ReadHostSpeed();
+  return arrived;
 }
 
-Bytes Line::AtOurSpeed(Bytes bytes) {
-  if (bytes.empty()) return bytes;
-  const uint32_t host = HostSpeed();
-  if (host == speed_) return bytes;
-  journal_->Record(
-      WireEvent::kLostBytes, bytes.size(),
-      "the host sends at " + std::to_string(host) + " bit/s, the controller listens at " + std::to_string(speed_));
-  return {};
-}
-
-Bytes Line::Receive(Clock::time_point now) {
-  if (!pace_) return Throttled(now) ? Bytes() : AtOurSpeed(ReadPty(kReadAtOnce));
-  Bytes arrived;
+Arrived Line::Receive(Clock::time_point now) {
+  if (!pace_) return Throttled(now) ? Arrived() : ReadPty(kReadAtOnce);
+  Arrived arrived;
   Clock::time_point start = now;
   if (arrival_) {
     if (now < *arrival_) return {};
     // What is there already followed directly on the wire.
     start = *arrival_;
-    arrived = std::move(arriving_);
+    arrived = std::exchange(arriving_, {});
     arrival_.reset();
   }
   if (!Throttled(now)) {
-    const auto limit =
-        static_cast<size_t>(std::max<int64_t>(1, kPacedChunk / std::max(WireTime(1), Clock::duration(1))));
-    arriving_ = AtOurSpeed(ReadPty(limit));
-    if (!arriving_.empty()) arrival_ = start + WireTime(arriving_.size());
+    arriving_ = ReadPty(std::max<size_t>(1, static_cast<size_t>(kPacedChunk / WireTime(1))));
+    if (!arriving_.bytes.empty()) arrival_ = start + WireTime(arriving_.bytes.size());
   }
   return arrived;
+}
+
+Bytes Line::Hear(Arrived arrived) {
+  if (arrived.bytes.empty()) return {};
+  NoteHostSpeed(arrived.host_speed);
+  if (arrived.host_speed == speed_) return std::move(arrived.bytes);
+  journal_->Record(WireEvent::kLostBytes, arrived.bytes.size(),
+                   "the host sends at " + std::to_string(arrived.host_speed) + " bit/s, the controller listens at " +
+                       std::to_string(speed_));
+  return {};
 }
 
 void Line::Send(Outgoing packet) {
@@ -176,7 +177,7 @@ void Line::Drop() {
   written_ = 0;
   blocked_ = held_ = false;
   chunk_due_.reset();
-  arriving_.clear();
+  arriving_ = {};
   arrival_.reset();
   split_packets_ = merge_packets_ = 0;
   merge_until_.reset();
@@ -222,7 +223,8 @@ void Line::Assemble() {
 
 // What a receiver at another speed makes of the bytes: fewer or more of them, and none as it was.
 void Line::Garble() {
-  const uint32_t host = HostSpeed();
+  const uint32_t host = ReadHostSpeed();
+  NoteHostSpeed(host);
   if (host == speed_) return;
   journal_->Record(
       WireEvent::kLostBytes, chunk_.bytes.size(),

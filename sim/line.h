@@ -22,6 +22,12 @@ struct Outgoing {
   std::optional<size_t> loses;  // the number of a byte that gets lost on the way, the type byte being number 0
 };
 
+// Bytes from the host, and how fast it sent them.
+struct Arrived {
+  Bytes bytes;
+  uint32_t host_speed = 0;
+};
+
 // Never blocks: what the host does not take yet waits here.
 class Line {
  public:
@@ -36,8 +42,10 @@ class Line {
   short PollEvents(Clock::time_point now) const;
   std::optional<Clock::time_point> NextLook(Clock::time_point now) const;
 
-  // What has arrived by now; empty if nothing, or if the two sides do not talk at the same speed.
-  Bytes Receive(Clock::time_point now);
+  // What has arrived by now.
+  Arrived Receive(Clock::time_point now);
+  // What the controller makes of it: nothing, if the host does not send at its speed.
+  Bytes Hear(Arrived arrived);
   void Send(Outgoing packet);
   // Writes what may be written by now.
   void Flush(Clock::time_point now);
@@ -65,10 +73,10 @@ class Line {
     size_t packets = 0;  // how many it holds; 0: there is no chunk
   };
 
-  uint32_t HostSpeed();
+  uint32_t ReadHostSpeed() const;
+  void NoteHostSpeed(uint32_t speed);
   Clock::duration WireTime(size_t bytes) const;
-  Bytes ReadPty(size_t limit) const;
-  Bytes AtOurSpeed(Bytes bytes);
+  Arrived ReadPty(size_t limit) const;
   bool Throttled(Clock::time_point now) const;
   bool Merging(Clock::time_point now);
   void Assemble();
@@ -93,7 +101,7 @@ class Line {
   std::optional<Clock::time_point> chunk_due_;  // with pacing: when the chunk will have crossed the wire
   Clock::time_point output_free_{};             // with pacing: when the wire to the host falls idle
 
-  Bytes arriving_;  // with pacing: read from the host, still on the wire
+  Arrived arriving_;  // with pacing: read from the host, still on the wire
   std::optional<Clock::time_point> arrival_;
 
   size_t split_packets_ = 0;

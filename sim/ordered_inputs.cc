@@ -25,7 +25,9 @@ bool OrderedInputs::Open(std::string* error) {
 }
 
 bool OrderedInputs::Add(int fd, const std::string& path, Framing framing, OnUnit on_unit, std::string* error) {
-  const int watch = inotify_add_watch(order_.get(), path.c_str(), IN_MODIFY);
+  // The kernel merges an event into the one before when they are alike. A close in between keeps apart what was written
+  // by one who opens the node for each write, as most do.
+  const int watch = inotify_add_watch(order_.get(), path.c_str(), IN_MODIFY | IN_CLOSE_WRITE);
   if (watch < 0) {
     *error = "cannot watch " + path + ": " + strerror(errno);
     return false;
@@ -127,6 +129,9 @@ void OrderedInputs::HandOver() {
     source.units.pop_front();
   };
   while (!events_.empty()) {
+    // The kernel merges an event into the one before when they are alike. A close in between keeps apart what was
+    // written
+    // by one who opens the node for each write, as most do.
     const int watch = events_.front();
     events_.pop_front();
     const auto source =

@@ -5,6 +5,7 @@
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
 
@@ -66,10 +67,14 @@ bool PtyPair::Open(const std::string& link, std::string* error) {
 }
 
 bool PtyPair::HangUp(std::string* error) {
-  // The old pair goes last, so that the fresh one never takes its number while somebody still holds it open.
   Fd master = std::move(master_);
   Fd keeper = std::move(keeper_);
-  return Open(std::string(link_), error);
+  // The fresh pair first: whoever reads end of file and opens the device again shall find it.
+  const bool opened = Open(std::string(link_), error);
+  // A mere close lets a reader that is quick enough see an I/O error before the end of file. Hanging up the host's end
+  // does not, but takes the administrator's rights; without them the close must do.
+  (void)ioctl(keeper.get(), TIOCVHANGUP);
+  return opened;
 }
 
 }  // namespace bthal::sim

@@ -1,0 +1,68 @@
+// The host's side of the virtual board, played by hand: nodes, terminal and packets, without a line of the service.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "sim/board.h"
+#include "support/temp_root.h"
+
+namespace bthal::test {
+
+using Packet = std::vector<uint8_t>;  // H4: type byte first
+
+class BoardHost {
+ public:
+  explicit BoardHost(const TempRoot& root) : root_(root) {}
+  ~BoardHost();
+  BoardHost(const BoardHost&) = delete;
+  BoardHost& operator=(const BoardHost&) = delete;
+
+  // Writes to a node as a driver's user does.
+  void WriteNode(const std::string& device_path, const std::string& text) const;
+  // Switches the power and opens the terminal raw at 115200.
+  void PowerOn();
+  void PowerOff();
+  void Open();
+  void Close();
+  void SetSpeed(uint32_t bits_per_second) const;
+
+  void Write(const Packet& bytes) const;
+  // The next whole packet; empty when none has come within `patience_ms`.
+  Packet Read(int patience_ms = 10000);
+  // The next bytes as they come in one read; empty at end of file, or when nothing came.
+  Packet ReadRaw(int patience_ms = 10000) const;
+  // Sends a command and returns the next packet.
+  Packet Command(uint16_t opcode, const Packet& parameters = {});
+  void Send(uint16_t opcode, const Packet& parameters = {}) const;
+
+  // Steps of a bring-up. Each fails the test where the board does.
+  void ChangeSpeed(uint32_t bits_per_second);
+  void Download(const std::string& file, bool fast);
+  // From power-on to a running patch at 4 Mbit/s.
+  void BringUp(const std::string& file = "QNL_188_U.hcd");
+
+  int fd() const { return fd_; }
+
+ private:
+  const TempRoot& root_;
+  int fd_ = -1;
+  Packet buffer_;
+};
+
+// Options for a board in `root` with a short patch.
+sim::BoardOptions SmallBoard(const TempRoot& root);
+Packet CommandPacket(uint16_t opcode, const Packet& parameters = {});
+// The Command Complete that grants one more command.
+Packet Complete(uint16_t opcode, const Packet& return_parameters);
+// The records of a patch file, as command packets.
+std::vector<Packet> Records(const std::string& content);
+// How many entries of this kind the board's journal has.
+size_t Count(const sim::Board& board, sim::WireEvent event);
+// Waits for so many entries of this kind.
+bool Await(const sim::Board& board, sim::WireEvent event, size_t count = 1);
+// The texts of all entries of this kind.
+std::vector<std::string> Texts(const sim::Board& board, sim::WireEvent event);
+
+}  // namespace bthal::test
