@@ -30,13 +30,13 @@ thread_local size_t t_allocations = 0;
 }  // namespace
 
 // Counts what this thread allocates.
-void* operator new(size_t size) {
+__attribute__((noinline)) void* operator new(size_t size) {
   ++t_allocations;
   if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
   throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, size_t) noexcept { std::free(memory); }
 
 namespace android::hardware::bluetooth {
 namespace {
