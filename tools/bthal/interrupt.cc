@@ -28,6 +28,7 @@ void CatchInterrupts() {
   if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
   struct sigaction action = {};
   action.sa_handler = OnSignal;
+  action.sa_flags = SA_RESTART;  // waits are polls, which a signal ends all the same; writes go on
   sigemptyset(&action.sa_mask);
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
 }

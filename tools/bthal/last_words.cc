@@ -1,6 +1,7 @@
 #include "bthal/last_words.h"
 
-#include <regex>
+#include <cstdio>
+#include <cstring>
 
 namespace bthal::tool {
 namespace {
@@ -10,13 +11,14 @@ constexpr size_t kErrorLines = 3;
 }  // namespace
 
 char LogSeverity(const std::string& line) {
-  // "11-21 09:02:20.881 pid tid S tag: text", or "tag S 11-21 09:02:20 pid tid file:line] text".
-  static const auto& kTimeFirst =
-      *new std::regex(R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d+ +\d+ +\d+ ([VDIWEF]) )", std::regex::optimize);
-  static const auto& kTagFirst = *new std::regex(R"(^\S+ ([VDIWEF]) \d\d-\d\d \d\d:\d\d:\d\d )", std::regex::optimize);
-  std::smatch match;
-  if (std::regex_search(line, match, kTimeFirst) || std::regex_search(line, match, kTagFirst)) return match.str(1)[0];
-  return 0;
+  // "11-21 09:02:20.881 pid tid S tag: text"
+  char severity = 0;
+  if (sscanf(line.c_str(), "%*2d-%*2d %*2d:%*2d:%*2d.%*3d %*d %*d %c ", &severity) != 1) {
+    // "tag S 11-21 09:02:20 pid tid file:line] text"
+    int seconds = 0;
+    if (sscanf(line.c_str(), "%*s %c %*2d-%*2d %*2d:%*2d:%2d ", &severity, &seconds) != 2) return 0;
+  }
+  return strchr("VDIWEF", severity) != nullptr ? severity : '\0';
 }
 
 void LastWords::Look(const std::string& line) {

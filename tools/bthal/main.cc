@@ -27,6 +27,10 @@ int ReportBadInput(const CLI::App& app, const CLI::ParseError& error) {
   std::string command = "bthal";
   for (const CLI::App* sub : app.get_subcommands()) command += " " + sub->get_name();
   std::string line = error.what();
+  // A word that is no subcommand counts as none at all there; people want to know which word.
+  if (error.get_name() == "RequiredError" && !app.remaining().empty()) {
+    line = "there is no subcommand '" + app.remaining().front() + "'";
+  }
   for (char& c : line) c = c == '\n' ? ' ' : c;
   bthal::tool::Complain(line + " (see '" + command + " --help')");
   return 2;
