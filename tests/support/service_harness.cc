@@ -22,8 +22,8 @@ namespace {
 constexpr char kHciInstance[] = "android.hardware.bluetooth.IBluetoothHci/default";
 
 // The test's environment with the variables that the service is steered by set for it.
-std::vector<std::string> ServiceEnvironment(const std::string& root) {
-  std::vector<std::string> environment = {"BTHAL_ROOT=" + root, "BTHAL_LOG=verbose"};
+std::vector<std::string> ServiceEnvironment(const std::string& root, const std::string& log_level) {
+  std::vector<std::string> environment = {"BTHAL_ROOT=" + root, "BTHAL_LOG=" + log_level};
   for (char** variable = environ; *variable != nullptr; ++variable) {
     if (strncmp(*variable, "BTHAL_", 6) != 0) environment.emplace_back(*variable);
   }
@@ -41,8 +41,9 @@ std::vector<std::string> ServiceEnvironment(const std::string& root) {
 
 }  // namespace
 
-ServiceProcess::ServiceProcess(const std::string& program, const std::string& root) : log_path_(root + "/service.log") {
-  std::vector<std::string> environment = ServiceEnvironment(root);
+ServiceProcess::ServiceProcess(const std::string& program, const std::string& root, const std::string& log_level)
+    : log_path_(root + "/service.log") {
+  std::vector<std::string> environment = ServiceEnvironment(root, log_level);
   std::vector<char*> environment_pointers;
   for (std::string& variable : environment) environment_pointers.push_back(variable.data());
   environment_pointers.push_back(nullptr);

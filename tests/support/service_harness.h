@@ -9,13 +9,13 @@
 namespace bthal::test {
 
 // Starts the program on construction; on destruction kills it, if it still lives, and reaps it. What it prints and
-// logs, at every severity, goes to a file. Construct it on the test's main thread: the process also ends with that
+// logs goes to a file. Construct it on the test's main thread: the process also ends with that
 // thread.
 class ServiceProcess {
  public:
-  // `program`: SERVICE_PROGRAM. `root`: the device root that it gets as BTHAL_ROOT; its log is <root>/service.log, to
-  // which a second process of the same root appends.
-  ServiceProcess(const std::string& program, const std::string& root);
+  // `program`: SERVICE_PROGRAM. `root`: the device root that it gets as BTHAL_ROOT; its log, of `log_level` and above,
+  // is <root>/service.log, to which a second process of the same root appends.
+  ServiceProcess(const std::string& program, const std::string& root, const std::string& log_level = "verbose");
   ServiceProcess(const ServiceProcess&) = delete;
   ServiceProcess& operator=(const ServiceProcess&) = delete;
   ~ServiceProcess();
