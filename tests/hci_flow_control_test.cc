@@ -316,7 +316,9 @@ TEST_F(HciFlowControlTest, BatchesGoPacketByPacketWhereTheTransportTakesNone) {
 }
 
 TEST_F(HciFlowControlTest, TheStackMaySendFromInsideItsEvent) {
+  shim::Deinitialize();
   on_event_ = [this](const HciPacket&) { Send(kReset); };
+  Open();
   uart_.Write(H4(0x04, kCreditsOnly));
   EXPECT_EQ(uart_.Read(4), H4(1, kReset));
   uart_.Write(H4(0x02, {0x40, 0x20, 0x01, 0x00, 0x77}));
