@@ -60,9 +60,10 @@ class RawPeer {
 
   void Send(const void* bytes, size_t size) const { send(socket_.get(), bytes, size, MSG_NOSIGNAL); }
   void Send(const Header& header, const std::vector<uint32_t>& body = {}) const {
-    std::vector<uint8_t> bytes(sizeof(header) + body.size() * sizeof(uint32_t));
-    memcpy(bytes.data(), &header, sizeof(header));
-    if (!body.empty()) memcpy(bytes.data() + sizeof(header), body.data(), body.size() * sizeof(uint32_t));
+    const auto* head = reinterpret_cast<const uint8_t*>(&header);
+    const auto* rest = reinterpret_cast<const uint8_t*>(body.data());
+    std::vector<uint8_t> bytes(head, head + sizeof(header));
+    bytes.insert(bytes.end(), rest, rest + body.size() * sizeof(uint32_t));
     Send(bytes.data(), bytes.size());
   }
   void SendWithDescriptors(const Header& header, const std::vector<int>& descriptors,
