@@ -212,6 +212,7 @@ TEST_F(BinderHostileTest, DescriptorsThatNobodyAskedForAreClosed) {
   for (int i = 0; i < 10; ++i) {
     peer.SendWithDescriptors(Header{.call = 5}, {ends[1], ends[1], ends[1]});
     EXPECT_EQ(peer.Receive().call, 5u);
+    EXPECT_EQ(CountDescriptors(), before);
   }
   // Of a dump's, one is used.
   peer.SendWithDescriptors(Header{.size = 4, .target = 1, .code = kDump, .flags = kWithDescriptor}, {ends[1], ends[1]},
