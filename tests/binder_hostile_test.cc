@@ -1,7 +1,8 @@
 // Peers that do not keep to the rules: it costs them their connection, and nobody else anything.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -278,6 +279,38 @@ TEST_F(BinderHostileTest, AFloodOfCallsCostsTheConnection) {
               body);
   }
   EXPECT_TRUE(peer.IsEnded());
+}
+
+// Without a device root, where the places are those of the whole machine.
+TEST(BinderUserTest, AnotherUsersProcessIsTurnedAway) {
+  if (geteuid() != 0 || unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("none", "/run", "tmpfs", 0, nullptr) != 0) {
+    GTEST_SKIP() << "needs to be root and to have a /run of its own";
+  }
+  unsetenv("BTHAL_ROOT");
+  const Gate go;
+  const auto look = [&] {
+    go.Pass();
+    ABinderProcess_startThreadPool();
+    const ::ndk::SpAIBinder binder(AServiceManager_checkService(HciInstance().c_str()));
+    return binder.get() == nullptr ? 1 : 0;
+  };
+  ChildProcess own(look);
+  ChildProcess stranger([&] { return setgid(65534) != 0 || setuid(65534) != 0 ? 2 : look(); });
+  const LogCapture log;
+  ABinderProcess_startThreadPool();
+  ASSERT_EQ(Publish(SharedRefBase::make<FakeHci>()), EX_NONE);
+  EXPECT_EQ(std::filesystem::status("/run/bthal").permissions(), std::filesystem::perms::owner_all);
+  // The folder keeps strangers out already; here it does not.
+  std::filesystem::permissions("/run/bthal", std::filesystem::perms::all);
+  for (const auto& socket : std::filesystem::directory_iterator("/run/bthal/binder")) {
+    std::filesystem::permissions(socket.path(), std::filesystem::perms::all);
+  }
+  go.Open();
+  go.Open();
+  EXPECT_EQ(own.Wait(), 0);
+  EXPECT_EQ(stranger.Wait(), 1);
+  EXPECT_EQ(log.Count("a connection of another user's process is turned away"), 1u);
 }
 
 }  // namespace
