@@ -32,7 +32,7 @@ using ::android::base::unique_fd;
 constexpr int kDumpFlags = O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC;
 constexpr mode_t kDumpMode = 0644;
 constexpr char kSnoopBackupPath[] = "/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log";
-constexpr size_t kCopyChunk = 64 * 1024;
+constexpr size_t kCopyChunk = size_t{64} * 1024;
 
 std::atomic<unsigned> g_crash_count{0};
 

@@ -33,7 +33,7 @@ using ::android::base::StringPrintf;
 using ::android::base::unique_fd;
 
 constexpr size_t kRuleLength = 45;
-constexpr size_t kCopyChunk = 64 * 1024;
+constexpr size_t kCopyChunk = size_t{64} * 1024;
 
 // A reader that has gone away ends the report; the service ignores SIGPIPE.
 bool Write(int fd, std::string_view text) {
@@ -78,9 +78,9 @@ void DumpSavedFiles(int fd, const std::string& directory, std::string_view prefi
   const std::string stars(kRuleLength, '*');
   for (const std::string& name : NamesWithPrefix(directory, prefix)) {
     LOG(INFO) << StringPrintf("%s: Dumping %s", "Dump", name.c_str());
-    if (!Write(fd, stars + "\nBEGIN of LogFile: " + name + "\n")) return;
+    if (!Write(fd, StringPrintf("%s\nBEGIN of LogFile: %s\n", stars.c_str(), name.c_str()))) return;
     if (!CopyFile(fd, directory + name, name)) return;
-    if (!Write(fd, "\nEND of LogFile: " + name + "\n" + stars + "\n")) return;
+    if (!Write(fd, StringPrintf("\nEND of LogFile: %s\n%s\n", name.c_str(), stars.c_str()))) return;
   }
 }
 

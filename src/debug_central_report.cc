@@ -51,7 +51,7 @@ void DebugCentral::ReportBqrError(BqrErrorCode code, const std::string& info) {
 }
 
 void DebugCentral::RecordReport(BqrErrorCode code, const std::string& info) {
-  UpdateRecord(AnchorType::kErrorReport, std::string_view(info).substr(0, kMaxRecordedInfo));
+  UpdateRecord(AnchorType::kErrorReport, std::string_view{info}.substr(0, kMaxRecordedInfo));
   LOG(ERROR) << StringPrintf("%s: root inflamed event with error_code: (%d), error_info: %s", "ReportBqrError",
                              static_cast<int>(code), info.c_str());
 }

@@ -73,7 +73,7 @@ bool IsLastFragment(const HciPacket& event) {
   return event.size() > kLastFragmentOffset && event[kLastFragmentOffset] != 0;
 }
 
-// Opens a fragments' file for appending; `failure` is the whole format of the complaint.
+// Opens a fragments' file for appending; `kind` is what complaints call it.
 unique_fd OpenFragmentFile(const char* function, const std::string& path, const char* kind) {
   unique_fd fd(open(os::DevicePath(path).c_str(), kFragmentFlags, kFragmentMode));
   if (!fd.ok()) {

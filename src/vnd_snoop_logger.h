@@ -42,7 +42,7 @@ class VndSnoopLogger : private std::ofstream {
 
  private:
   // Any record with a packet that the controller can send or take fits whole.
-  static constexpr size_t kBufferSize = 68 * 1024;
+  static constexpr size_t kBufferSize = size_t{68} * 1024;
 
   VndSnoopLogger() = default;
 

@@ -1,11 +1,8 @@
 // Crash dumps as the hardware-error watcher takes them, and the saved files in the service's report.
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <memory>
-#include <thread>
 
 #include <android-base/properties.h>
 #include <gmock/gmock.h>
@@ -175,25 +172,6 @@ TEST_F(CrashDumpTest, TheReportHoldsRecordsSavedFilesAndStatisticsInThisOrder) {
   DumpText();
   EXPECT_TRUE(log_.Has("Dump: Failed to open directory, skip /data/vendor/ssrdump/"));
   EXPECT_TRUE(log_.Has("Dump: Failed to open directory, skip /data/vendor/ssrdump/coredump/"));
-}
-
-// A pipe takes what it has room for; the rest follows.
-TEST_F(CrashDumpTest, ASlowReaderGetsTheWholeReport) {
-  MakeFolders();
-  root_.Write(std::string(kCoreDumpDir) + "coredump_bt_big.bin", std::string(3 * 1024 * 1024, 'x'));
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  size_t total = 0;
-  std::thread reader([&] {
-    char some[1000];
-    ssize_t n = 0;
-    while ((n = read(ends[0], some, sizeof(some))) > 0) total += static_cast<size_t>(std::count(some, some + n, 'x'));
-  });
-  central_.Dump(ends[1]);
-  close(ends[1]);
-  reader.join();
-  close(ends[0]);
-  EXPECT_GE(total, 3u * 1024 * 1024);
 }
 
 }  // namespace
