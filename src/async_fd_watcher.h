@@ -31,7 +31,8 @@ class AsyncFdWatcher {
   int WatchFdForNonBlockingReads(int fd, const ReadCallback& callback);
 
   // Forgets `fd`. When it returns, its callback does not run and will not run again (called on the watcher thread: will
-  // not run again), so the descriptor may be closed.
+  // not run again), so the descriptor may be closed. Only a callback that stopped its own run may still be on its way
+  // out.
   void StopWatchingFd(int fd);
 
   // Ends the current run and forgets its watches. Returns after the thread has ended; called on the watcher thread

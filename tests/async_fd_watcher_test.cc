@@ -280,16 +280,21 @@ TEST_F(AsyncFdWatcherTest, TimeoutsAreForOneRun) {
 TEST_F(AsyncFdWatcherTest, AFailedStartCountsAsRunningUntilItIsStopped) {
   Pipe pipe;
   pipe.Write();
+  // With all lower descriptors taken, the wake-up pipe is one that select cannot take.
   rlimit limit{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  rlimit none = limit;
-  none.rlim_cur = 0;
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const rlimit more{.rlim_cur = std::min<rlim_t>(limit.rlim_max, 2 * FD_SETSIZE), .rlim_max = limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &more), 0);
+  std::vector<unique_fd> taken;
+  do {
+    taken.emplace_back(fcntl(pipe.fd(), F_DUPFD_CLOEXEC, 0));
+    ASSERT_GE(taken.back().get(), 0);
+  } while (taken.back().get() < FD_SETSIZE);
   std::atomic<int> calls = 0;
   Watcher watcher;
   const auto count = [&](int fd) { Take(fd), ++calls; };
   const int without_pipe = watcher.WatchFdForNonBlockingReads(pipe.fd(), count);
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  taken.clear();
   EXPECT_EQ(without_pipe, -1);
   EXPECT_EQ(watcher.WatchFdForNonBlockingReads(pipe.fd(), count), 0);
   watcher.StopWatchingFileDescriptors();
