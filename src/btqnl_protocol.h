@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "debug_central.h"
+#include "bqr_error_code.h"
 #include "hci_flow_control.h"
 #include "uart_baud_rate.h"
 
@@ -86,7 +86,7 @@ class BtQnlProtocol {
   uint8_t send_and_wait(uint16_t opcode, std::initializer_list<uint8_t> params = {});
   void send_debug_info_cmd();
 
-  bool fail_bring_up(BqrErrorCode code, const char* reason);
+  bool fail_bring_up(V1_1::qnlbtlinux::debug::BqrErrorCode code, const char* reason);
   uint8_t send_hci_reset();
   uint8_t read_btqnl_chip_id();
 

@@ -60,10 +60,13 @@ std::string WallClock() {
   return StringPrintf("%s.%03ld", text, now.tv_nsec / 1000000);
 }
 
-void ClearStatistics(Lpm& lpm) {
-  lpm.statistics = {};
+// Asleep, with nothing to tell. The wake lock is not the line's state and has steps of its own.
+void Reset(Lpm& lpm) {
+  lpm.awake = false;
+  lpm.activity = false;
   lpm.wake_count = 0;
   lpm.wake_time.clear();
+  lpm.statistics = {};
 }
 
 void wakelock_acquire(Lpm& lpm) {
@@ -121,7 +124,7 @@ void BtQnlProtocol::lpm_setup() {
     // again.
     const std::lock_guard lock(lpm.mutex);
     if (!hci::shim::LpmSetup()) return;
-    ClearStatistics(lpm);
+    Reset(lpm);
     if (!CreateWakeTimer(lpm)) {
       LOG(ERROR) << "lpm_setup: cannot create lpm_wake_timer";
       Record(AnchorType::kLpmTimerFailed, StringPrintf("%s: cannot create lpm_wake_timer", "lpm_setup"));
@@ -148,9 +151,7 @@ void BtQnlProtocol::lpm_teardown() {
   const std::lock_guard lock(lpm.mutex);
   hci::shim::LpmTeardown();
   lpm.timer.reset();
-  lpm.awake = false;
-  lpm.activity = false;
-  ClearStatistics(lpm);
+  Reset(lpm);
   wakelock_release(lpm);
 }
 

@@ -23,8 +23,8 @@
 #include "support/temp_root.h"
 #include "support/wait_for.h"
 
-// A thread that is stuck for good is ended from its signal handler, at the price that TSan rightly names. Everything else
-// is still checked.
+// A thread that is stuck for good is ended from its signal handler, at the price that TSan rightly names. Everything
+// else is still checked.
 extern "C" const char* __tsan_default_options() { return "report_signal_unsafe=0"; }
 
 namespace android::hardware::bluetooth::coex_device {
