@@ -34,15 +34,13 @@ bool Backend::Connect(const std::string& where, std::string* error) {
 
 short Backend::PollEvents() const { return static_cast<short>(POLLIN | (waiting_.empty() ? 0 : POLLOUT)); }
 
-void Backend::Forward(uint8_t type, const Bytes& packet) {
-  if (!socket_.ok()) {
-    journal_->Record(WireEvent::kLostBytes, 1 + packet.size(), "the emulator has gone");
-    return;
-  }
+bool Backend::Forward(uint8_t type, const Bytes& packet) {
+  if (!socket_.ok()) return false;
   Bytes whole{type};
   PutAll(whole, packet);
   waiting_.push_back(std::move(whole));
   Flush();
+  return socket_.ok();
 }
 
 void Backend::Flush() {

@@ -19,7 +19,7 @@ class Backend final : public CommandSink {
   // Connects to "unix:PATH". False with the reason in `error`.
   bool Connect(const std::string& where, std::string* error);
   // One packet is one write: emulators take what one read gives for one packet.
-  void Forward(uint8_t type, const Bytes& packet) override;
+  bool Forward(uint8_t type, const Bytes& packet) override;
 
   int fd() const { return socket_.get(); }  // -1 when the emulator has gone
   short PollEvents() const;

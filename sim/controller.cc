@@ -122,7 +122,7 @@ void Controller::OnData(uint8_t type, const Bytes& packet) {
   } else if (loopback_.on()) {
     loopback_.Data(type, packet);
   } else if (emulator_ != nullptr) {
-    emulator_->Forward(type, packet);
+    if (!emulator_->Forward(type, packet)) ProtocolError("data comes, but the emulator has gone");
   } else {
     links_.Data(type, packet);
   }
@@ -151,7 +151,7 @@ void Controller::Execute(uint16_t opcode, const Bytes& packet, const Spoiled& sp
     line_->Send({kH4Event, loopback_.Command(packet), [this, opcode] { Settle(opcode); }, spoiled.lost_byte});
   } else if (GoesToEmulator(opcode)) {
     if (opcode == kReset) Reset();
-    emulator_->Forward(kH4Command, packet);
+    if (!emulator_->Forward(kH4Command, packet)) Reply(opcode, Refusal(opcode, kHardwareFailure), spoiled);
   } else {
     Reply(opcode, Obey(opcode, Bytes(packet.begin() + kCommandHeader, packet.end())), spoiled);
   }

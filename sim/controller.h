@@ -24,7 +24,8 @@ namespace bthal::sim {
 class CommandSink {
  public:
   virtual ~CommandSink() = default;
-  virtual void Forward(uint8_t type, const Bytes& packet) = 0;
+  // False when nobody will answer.
+  virtual bool Forward(uint8_t type, const Bytes& packet) = 0;
 };
 
 // Everything happens on the board's thread.

@@ -74,6 +74,8 @@ bool Line::Open(const std::string& link, std::string* error) { return pty_.Open(
 
 void Line::HangUp() {
   Drop();
+  arriving_ = {};
+  arrival_.reset();
   std::string error;
   if (!pty_.HangUp(&error)) journal_->Record(WireEvent::kProtocolError, 0, "the UART does not come back: " + error);
 }
@@ -177,8 +179,6 @@ void Line::Drop() {
   written_ = 0;
   blocked_ = held_ = false;
   chunk_due_.reset();
-  arriving_ = {};
-  arrival_.reset();
   split_packets_ = merge_packets_ = 0;
   merge_until_.reset();
 }

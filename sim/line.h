@@ -49,7 +49,7 @@ class Line {
   void Send(Outgoing packet);
   // Writes what may be written by now.
   void Flush(Clock::time_point now);
-  // Forgets what has not left yet.
+  // Forgets what has not left yet. What is on its way from the host still arrives.
   void Drop();
 
   // Bit rate of the controller's end.

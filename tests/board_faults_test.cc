@@ -1,0 +1,223 @@
+// What goes wrong on the virtual board on purpose.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include "sim/board.h"
+#include "sim/faults.h"
+#include "support/board_host.h"
+
+namespace bthal::test {
+namespace {
+
+using sim::Board;
+using sim::Fault;
+using sim::FaultKind;
+using sim::ParseFault;
+using sim::WireEvent;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr uint16_t kReset = 0x0C03;
+constexpr uint16_t kVersion = 0xFC79;
+constexpr int kSoon = 100;
+
+std::string WhyNot(const std::string& text) {
+  Fault fault;
+  std::string error;
+  EXPECT_FALSE(ParseFault(text, &fault, &error)) << text;
+  return error;
+}
+
+TEST(FaultLanguage, IsUnderstood) {
+  Fault fault;
+  std::string error;
+  ASSERT_TRUE(ParseFault("wrong-status,opcode=speed,status=0x1F,after=2,count=always", &fault, &error)) << error;
+  EXPECT_EQ(FaultKind::kWrongStatus, fault.kind);
+  EXPECT_EQ(0xFC18, fault.opcode);
+  EXPECT_EQ(0x1Fu, fault.keys["status"]);
+  EXPECT_EQ(2u, fault.after);
+  EXPECT_FALSE(fault.count.has_value());
+  ASSERT_TRUE(ParseFault(" late-answer  opcode=0x1009 count=7 ", &fault, &error)) << error;
+  EXPECT_EQ(0x1009, fault.opcode);
+  EXPECT_EQ(7u, fault.count);
+  EXPECT_EQ(1000u, fault.keys["ms"]) << "the default";
+}
+
+TEST(FaultLanguage, SaysWhatItDoesNotUnderstand) {
+  EXPECT_THAT(WhyNot(" ,"), HasSubstr("begins with its kind"));
+  EXPECT_THAT(WhyNot("rain"), HasSubstr("no fault is called 'rain'; there are: no-answer late-answer"));
+  EXPECT_THAT(WhyNot("no-answer,ms=5"), HasSubstr("no-answer takes no 'ms', but opcode, after, count"));
+  EXPECT_THAT(WhyNot("no-answer,opcode=often"),
+              HasSubstr("is no opcode; give a number such as 0x0C03, or one of: reset"));
+  EXPECT_THAT(WhyNot("no-answer,opcode=0x10000"), HasSubstr("is no opcode"));
+  EXPECT_THAT(WhyNot("no-answer,count=-1"), HasSubstr("'-1' is no number for count"));
+  EXPECT_THAT(WhyNot("no-answer,count"), HasSubstr("write count=VALUE"));
+  EXPECT_THAT(WhyNot("no-answer,now"), HasSubstr("cannot strike now"));
+  EXPECT_THAT(WhyNot("stray-byte,value=256"), HasSubstr("value is at most 255"));
+}
+
+TEST(FaultLanguage, HelpTellsOfEveryKindAndItsExamplesWork) {
+  const std::string help = sim::FaultHelp();
+  const std::string kinds = WhyNot("?");
+  std::istringstream names(kinds.substr(kinds.find(':') + 1));
+  for (std::string name; names >> name;) EXPECT_THAT(help, HasSubstr("\n  " + name)) << name;
+  std::istringstream examples(help.substr(help.find("Examples:\n") + 10));
+  for (std::string line; std::getline(examples, line);) {
+    Fault fault;
+    std::string error;
+    std::istringstream words(line);
+    std::string text;
+    words >> text;
+    EXPECT_TRUE(ParseFault(text, &fault, &error)) << error;
+  }
+}
+
+class BoardFaultsTest : public testing::Test {
+ protected:
+  Board& Start(std::vector<std::string> faults) {
+    sim::BoardOptions options = SmallBoard(root_);
+    options.faults = std::move(faults);
+    board_ = std::make_unique<Board>(options);
+    std::string error;
+    EXPECT_TRUE(board_->Start(&error)) << error;
+    host_.PowerOn();
+    return *board_;
+  }
+  void Add(const std::string& fault) {
+    std::string error;
+    ASSERT_TRUE(board_->AddFault(fault, &error)) << error;
+  }
+
+  TempRoot root_;
+  std::unique_ptr<Board> board_;
+  BoardHost host_{root_};
+};
+
+TEST_F(BoardFaultsTest, StrikeAtTheirCommandAsOftenAsTheySay) {
+  Board& board = Start({"no-answer,opcode=reset,after=1,count=2", "wrong-status,opcode=version,status=0x1F"});
+  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
+  host_.Send(kReset);
+  host_.Send(kReset);
+  ASSERT_TRUE(Await(board, WireEvent::kFault, 2));
+  EXPECT_EQ(Complete(kVersion, {0x1F}), host_.Command(kVersion)) << "and no answer to a Reset";
+  EXPECT_EQ(188, host_.Command(kVersion).at(7));
+  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
+  EXPECT_EQ(3u, Count(board, WireEvent::kFault));
+  EXPECT_THAT(Texts(board, WireEvent::kProtocolError), IsEmpty()) << "an ignored command takes no credit";
+}
+
+TEST_F(BoardFaultsTest, ARefusedCommandHasNoEffect) {
+  Board& board = Start({"wrong-status,opcode=speed", "wrong-status,opcode=0x0405,status=0x0D"});
+  EXPECT_EQ(Complete(0xFC18, {0x0C}), host_.Command(0xFC18, {0, 0, 0x00, 0x09, 0x3D, 0x00}));
+  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset)) << "still at 115200";
+  EXPECT_EQ(0u, Count(board, WireEvent::kSpeed));
+  EXPECT_EQ((Packet{0x04, 0x0F, 4, 0x0D, 1, 0x05, 0x04}), host_.Command(0x0405, Packet(13, 0))) << "by status";
+}
+
+TEST_F(BoardFaultsTest, ALateAnswerComesBehindOthersAndDiesWithThePower) {
+  Board& board = Start({"late-answer,opcode=version,ms=200", "late-answer,opcode=0x1009,ms=3600000"});
+  host_.Send(kVersion);
+  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
+  EXPECT_EQ(188, host_.Read().at(7));
+  EXPECT_EQ(1u, Count(board, WireEvent::kProtocolError)) << "the Reset came too early";
+  host_.Send(0x1009);
+  ASSERT_TRUE(Await(board, WireEvent::kFault, 2));
+  host_.PowerOff();
+  host_.PowerOn();
+  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
+  EXPECT_EQ(1u, Count(board, WireEvent::kProtocolError)) << "what went with the power is no longer awaited";
+}
+
+TEST_F(BoardFaultsTest, ZeroCreditsAreMadeGoodLater) {
+  Start({"zero-credits,opcode=reset,ms=1", "zero-credits,opcode=version"});
+  EXPECT_EQ((Packet{0x04, 0x0E, 4, 0, 0x03, 0x0C, 0}), host_.Command(kReset));
+  EXPECT_EQ((Packet{0x04, 0x0E, 3, 1, 0, 0}), host_.Read());
+  EXPECT_EQ(0, host_.Command(kVersion).at(3));
+  EXPECT_THAT(host_.Read(kSoon), IsEmpty());
+}
+
+TEST_F(BoardFaultsTest, SplitPacketsArriveInPiecesAndMergedOnesTogether) {
+  Start({"split,opcode=reset,size=3,packets=2", "merge,opcode=version,packets=3,ms=3600000"});
+  for (int i = 0; i < 2; ++i) {
+    host_.Send(kReset);
+    EXPECT_EQ((Packet{0x04, 0x0E, 0x04}), host_.ReadRaw());
+    EXPECT_EQ((Packet{0x01, 0x03, 0x0C}), host_.ReadRaw());
+    EXPECT_EQ((Packet{0x00}), host_.ReadRaw());
+  }
+  host_.Send(kVersion);
+  EXPECT_THAT(host_.ReadRaw(kSoon), IsEmpty());
+  board_->SendPacket(0x04, {0x10, 0x01, 0x01});
+  board_->SendPacket(0x04, {0x10, 0x01, 0x02});
+  EXPECT_EQ(13u + 4u + 4u, host_.ReadRaw().size());
+}
+
+TEST_F(BoardFaultsTest, SpoilTheStream) {
+  Start({"stray-byte,opcode=reset,value=0x99", "lost-byte,opcode=version,index=3", "unknown-type,opcode=0x1009"});
+  host_.Send(kReset);
+  Packet bytes;
+  while (bytes.size() < 8) {
+    const Packet more = host_.ReadRaw();
+    ASSERT_FALSE(more.empty());
+    bytes.insert(bytes.end(), more.begin(), more.end());
+  }
+  EXPECT_EQ((Packet{0x99, 0x04, 0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00}), bytes);
+  host_.Send(kVersion);
+  EXPECT_EQ((Packet{0x04, 0x0E, 0x0A, 0x79, 0xFC, 0, 188, 0, 0, 0, 0, 0}), host_.ReadRaw()) << "without its credits";
+  host_.Send(0x1009);
+  EXPECT_EQ(0x06, host_.ReadRaw().at(0));
+}
+
+TEST_F(BoardFaultsTest, SendWhatADyingControllerSends) {
+  Start({"hardware-error,opcode=reset,code=0x07", "root-inflammation,opcode=reset,error=1,vendor=0xC5"});
+  host_.Send(kReset);
+  EXPECT_EQ((Packet{0x04, 0x10, 1, 0x07}), host_.Read());
+  EXPECT_EQ((Packet{0x04, 0xFF, 4, 0x58, 5, 1, 0xC5}), host_.Read());
+  EXPECT_EQ(Complete(kReset, {0}), host_.Read());
+
+  Add("soc-dump,now,fragments=2,size=3");
+  EXPECT_EQ((Packet{0x04, 0xFF, 9, 0x58, 19, 0, 0, 0, 0, 0, 1, 2}), host_.Read());
+  EXPECT_EQ((Packet{0x04, 0xFF, 9, 0x58, 19, 0, 1, 1, 0, 1, 2, 3}), host_.Read());
+  Add("debug-info,now,fragments=2,size=1,reversed=1");
+  EXPECT_EQ((Packet{0x04, 0xFF, 7, 0x57, 0, 0, 1, 1, 0, 1}), host_.Read());
+  EXPECT_EQ((Packet{0x04, 0xFF, 7, 0x57, 0, 0, 0, 0, 0, 0}), host_.Read());
+  Add("chre-dump,now,short=1");
+  EXPECT_EQ((Packet{0x04, 0xFF, 1, 0x58}), host_.Read());
+}
+
+TEST_F(BoardFaultsTest, HangUpsReadAsEndOfFileAndTheDeviceComesBack) {
+  Board& board = Start({"hang-up,opcode=reset", "big-hammer,opcode=version,value=0x43"});
+  // A read that already waits, as well as one that comes later.
+  host_.Send(kReset);
+  Packet bytes(16);
+  ssize_t count = 1;
+  while (count > 0) count = read(host_.fd(), bytes.data(), bytes.size());
+  EXPECT_EQ(0, count) << "end of file, no error";
+  EXPECT_EQ(0, read(host_.fd(), bytes.data(), bytes.size()));
+  host_.PowerOff();
+  host_.PowerOn();
+  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
+
+  const int coex = open((root_.path() + "/dev/wbrc").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  host_.Command(kVersion);
+  ASSERT_EQ(4, read(coex, bytes.data(), bytes.size()));
+  EXPECT_EQ((Packet{1, 0, 1, 0x43}), Packet(bytes.begin(), bytes.begin() + 4));
+  Add("coex-hang-up,now");
+  EXPECT_EQ(0, read(coex, bytes.data(), bytes.size()));
+  close(coex);
+  EXPECT_EQ(3u, Count(board, WireEvent::kFault));
+}
+
+TEST_F(BoardFaultsTest, CanBeAddedAndCleared) {
+  Start({"no-answer,count=always"});
+  host_.Send(kReset);
+  EXPECT_THAT(host_.Read(kSoon), IsEmpty());
+  board_->ClearFaults();
+  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
+  Add("wrong-status,opcode=reset,status=3");
+  EXPECT_EQ(Complete(kReset, {3}), host_.Command(kReset));
+}
+
+}  // namespace
+}  // namespace bthal::test
