@@ -1,0 +1,148 @@
+// The vendor snoop log of a whole session, against what the board saw and what the usual readers make of it.
+#include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
+#include <aidl/vendor/tovani/bluetooth_ext/IBTChannelAvoidance.h>
+#include <android-base/properties.h>
+#include <android/binder_process.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sim/board.h"
+#include "support/btsnoop_file.h"
+#include "support/hal_client.h"
+#include "support/service_harness.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace bthal::test {
+namespace {
+
+using ::aidl::android::hardware::bluetooth::IBluetoothHci;
+using ::aidl::vendor::tovani::bluetooth_ext::IBTChannelAvoidance;
+using sim::JournalEntry;
+using sim::WireEvent;
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+using HalStatus = ::aidl::android::hardware::bluetooth::Status;
+
+constexpr char kLog[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
+constexpr uint8_t kCommand = 1;
+constexpr uint8_t kAcl = 2;
+constexpr uint8_t kEvent = 4;
+
+struct Output {
+  int status = -1;
+  std::string text;
+};
+
+// Runs a reader; what it complains of shows in its status.
+Output RunReader(const std::string& command) {
+  Output output;
+  FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
+  if (pipe == nullptr) return output;
+  std::array<char, 4096> buffer{};
+  while (const size_t count = fread(buffer.data(), 1, buffer.size(), pipe)) output.text.append(buffer.data(), count);
+  output.status = pclose(pipe);
+  return output;
+}
+
+std::string Words(uint8_t type, const std::string& packet) {
+  std::string words = std::to_string(type) + ":";
+  for (const char byte : packet) words += " " + std::to_string(static_cast<uint8_t>(byte));
+  return words;
+}
+
+class SnoopEndToEndTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sim::BoardOptions options;
+    options.root = root_.path();
+    options.patch_records = 5;
+    board_ = std::make_unique<sim::Board>(options);
+    std::string error;
+    ASSERT_TRUE(board_->Start(&error)) << error;
+    android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "true");
+    android::base::SetProperty("persist.bluetooth.btsnooplogmode", "full");
+    // With the bring-up made for the client, it is in the log as well.
+    android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", "true");
+    service_ = std::make_unique<ServiceProcess>(SERVICE_PROGRAM, root_.path());
+    ASSERT_TRUE(service_->WaitUntilPublished());
+    ABinderProcess_startThreadPool();
+    hal_ = FindService<IBluetoothHci>();
+    ASSERT_TRUE(hal_->initialize(client_).isOk());
+    ASSERT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
+  }
+
+  // Sends a command and waits for the event after it, so that the log's order is the wire's.
+  void Exchange(const Bytes& command) {
+    const size_t before = client_->Events().size();
+    ASSERT_TRUE(hal_->sendHciCommand(command).isOk());
+    ASSERT_TRUE(WaitFor([&] { return client_->Events().size() > before; }));
+  }
+
+  // What went over the wire, but for ordinary ACL data, which is not captured.
+  std::vector<std::string> OnTheWire() const {
+    std::vector<std::string> words;
+    for (const JournalEntry& entry : board_->Journal()) {
+      if (entry.event != WireEvent::kReceived && entry.event != WireEvent::kSent) continue;
+      if (entry.packet_type != kAcl) {
+        words.push_back(Words(entry.packet_type, std::string(entry.bytes.begin(), entry.bytes.end())));
+      }
+    }
+    return words;
+  }
+
+  TempRoot root_;
+  std::unique_ptr<sim::Board> board_;
+  std::unique_ptr<ServiceProcess> service_;
+  std::shared_ptr<RecordingCallbacks> client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
+  std::shared_ptr<IBluetoothHci> hal_;
+};
+
+TEST_F(SnoopEndToEndTest, AWholeSessionIsInTheLogAsItWasOnTheWireAndReadersTakeIt) {
+  Exchange({0x03, 0x0C, 0});
+  Exchange({0x01, 0x10, 0});
+  Exchange({0x09, 0x10, 0});
+  Exchange({0x02, 0x20, 0});
+  Exchange({0x34, 0x12, 0});  // refused
+  const auto avoidance = FindService<IBTChannelAvoidance>();
+  ASSERT_TRUE(WaitFor([&] {
+    return avoidance->setBluetoothChannelStatus({0xFF, 0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0x7F}).isOk();
+  }));
+  ASSERT_TRUE(service_->WaitForLog("OnEventReceive: (1) Recv Success VSE <[6]{14, 4, 1, 63, 12, 0}>"));
+  ASSERT_TRUE(hal_->close().isOk());
+
+  const auto file = ParseSnoopFile(root_.Read(kLog));
+  ASSERT_TRUE(file.has_value());
+  EXPECT_EQ(file->bytes_left, 0U);
+  std::vector<std::string> logged;
+  for (const SnoopRecord& record : file->records) {
+    logged.push_back(Words(record.type, record.packet));
+    EXPECT_EQ(record.flags, record.type == kCommand ? 2U : 3U);
+  }
+  EXPECT_THAT(logged, ElementsAreArray(OnTheWire()));
+
+  const std::string path = root_.path() + kLog;
+  const Output capinfos = RunReader("capinfos -c -M '" + path + "'");
+  EXPECT_EQ(capinfos.status, 0) << capinfos.text;
+  EXPECT_THAT(capinfos.text, HasSubstr(std::to_string(logged.size())));
+  const Output malformed = RunReader("tshark -r '" + path + "' -Y '_ws.malformed || _ws.short'");
+  EXPECT_EQ(malformed.status, 0);
+  EXPECT_THAT(malformed.text, ::testing::Not(HasSubstr("HCI")));
+  // Every command but the patch records has the answer that the reader, on its second pass, pairs with it.
+  const Output unanswered = RunReader("tshark -2 -r '" + path +
+                                      "' -Y 'bthci_cmd && !bthci_cmd.response_in_frame && bthci_cmd.opcode != 0xfc4c' "
+                                      "-T fields -e bthci_cmd.opcode");
+  EXPECT_EQ(unanswered.text, "");
+  const Output btmon = RunReader("btmon -r '" + path + "'");
+  EXPECT_THAT(btmon.text, HasSubstr("Read Local Version Information"));
+}
+
+}  // namespace
+}  // namespace bthal::test
