@@ -1,0 +1,167 @@
+// Thread frames by the ten thousand, beside HCI traffic, through the real service.
+#include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
+#include <android-base/properties.h>
+#include <android-base/unique_fd.h>
+#include <android/binder_process.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sim/board.h"
+#include "support/hal_client.h"
+#include "support/service_harness.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace bthal::test {
+namespace {
+
+using ::aidl::android::hardware::bluetooth::IBluetoothHci;
+using HalStatus = ::aidl::android::hardware::bluetooth::Status;
+
+#ifdef BTHAL_SANITIZED
+constexpr uint32_t kFrames = 2'000;
+#else
+constexpr uint32_t kFrames = 100'000;
+#endif
+constexpr uint16_t kSmallest = 1;
+constexpr uint16_t kLargest = 8192;
+// Frames under way at a time: what the client's socket holds even if all of them are of the largest size.
+constexpr uint32_t kWindow = 16;
+
+const Bytes kReadAddress = {0x09, 0x10, 0};
+
+// The service's end of the line, seen from the Thread service.
+class ThreadClient {
+ public:
+  explicit ThreadClient(const std::string& path) : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    connected_ =
+        WaitFor([&] { return connect(fd_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0; });
+  }
+
+  bool connected() const { return connected_; }
+  bool Send(const Bytes& frame) const {
+    return send(fd_.get(), frame.data(), frame.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(frame.size());
+  }
+  // One frame; empty when the line has ended.
+  Bytes Receive() const {
+    Bytes frame(kLargest + 1);
+    const ssize_t size = TEMP_FAILURE_RETRY(recv(fd_.get(), frame.data(), frame.size(), 0));
+    frame.resize(size < 0 ? 0 : static_cast<size_t>(size));
+    return frame;
+  }
+  void HangUp() const { shutdown(fd_.get(), SHUT_RDWR); }
+
+ private:
+  android::base::unique_fd fd_;
+  bool connected_ = false;
+};
+
+class ThreadTrafficTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sim::BoardOptions options;
+    options.root = root_.path();
+    options.patch_records = 3;
+    options.journal_data_bytes = 1024 * 1024;
+    board_ = std::make_unique<sim::Board>(options);
+    std::string error;
+    ASSERT_TRUE(board_->Start(&error)) << error;
+    root_.Write("/vendor/etc/bluetooth/bt_vendor_overlay.conf", "ThreadDispatcherEnabled = true\n");
+    android::base::SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
+    service_ = std::make_unique<ServiceProcess>(SERVICE_PROGRAM, root_.path(), "info");
+    ASSERT_TRUE(service_->WaitUntilPublished());
+    ABinderProcess_startThreadPool();
+    hal_ = FindService<IBluetoothHci>();
+    ASSERT_TRUE(hal_->initialize(client_).isOk());
+    ASSERT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
+    thread_client_ = std::make_unique<ThreadClient>(root_.path() + "/data/vendor/bluetooth/thread_dispatcher_socket");
+    ASSERT_TRUE(thread_client_->connected());
+    ASSERT_TRUE(service_->WaitForLog("Accepted new client successfully."));
+  }
+
+  // One command and its answer.
+  bool Exchange() {
+    const size_t before = client_->Events().size();
+    return hal_->sendHciCommand(kReadAddress).isOk() && WaitFor([&] { return client_->Events().size() == before + 1; });
+  }
+
+  TempRoot root_;
+  std::unique_ptr<sim::Board> board_;
+  std::unique_ptr<ServiceProcess> service_;
+  std::shared_ptr<RecordingCallbacks> client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
+  std::shared_ptr<IBluetoothHci> hal_;
+  std::unique_ptr<ThreadClient> thread_client_;
+};
+
+TEST_F(ThreadTrafficTest, EveryFrameComesBackInOrderBesideHciTraffic) {
+  std::mutex mutex;
+  std::condition_variable changed;
+  uint32_t back = 0;
+  uint32_t wrong = 0;
+  bool ended = false;
+  std::thread receiver([&] {
+    for (uint32_t number = 0; number < kFrames; ++number) {
+      const Bytes frame = thread_client_->Receive();
+      const std::lock_guard lock(mutex);
+      if (frame != sim::Board::ThreadPayload(number, kSmallest, kLargest)) ++wrong;
+      ended = frame.empty();
+      back = number + 1;
+      changed.notify_one();
+      if (ended) return;
+    }
+  });
+  std::atomic<bool> done{false};
+  std::atomic<uint32_t> commands{0};
+  std::thread commander([&] {
+    while (!done && Exchange()) ++commands;
+  });
+
+  for (uint32_t number = 0; number < kFrames; ++number) {
+    std::unique_lock lock(mutex);
+    const bool moves =
+        changed.wait_for(lock, std::chrono::seconds(60), [&] { return ended || number - back < kWindow; });
+    if (!moves || ended) break;
+    lock.unlock();
+    if (!thread_client_->Send(sim::Board::ThreadPayload(number, kSmallest, kLargest))) break;
+  }
+  {
+    std::unique_lock lock(mutex);
+    changed.wait_for(lock, std::chrono::seconds(60), [&] { return ended || back == kFrames; });
+  }
+  thread_client_->HangUp();
+  receiver.join();
+  done = true;
+  commander.join();
+  EXPECT_EQ(back, kFrames);
+  EXPECT_EQ(wrong, 0U);
+  EXPECT_FALSE(ended);
+  EXPECT_GT(commands, 0U);
+  EXPECT_EQ(service_->CountInLog("send buffer is full, dir: 0"), 0U);
+}
+
+TEST_F(ThreadTrafficTest, AClientThatStopsReadingDelaysNoHciTraffic) {
+  // Far more than its socket holds: what does not fit is dropped, and said so.
+  board_->StreamThreadFrames(500, kLargest, kLargest);
+  ASSERT_TRUE(service_->WaitForLog("Client connection is close or send buffer is full, dir: 0"));
+  for (int i = 0; i < 20; ++i) ASSERT_TRUE(Exchange());
+  // What the socket took is whole and in order.
+  for (uint32_t number = 0; number < 10; ++number) {
+    EXPECT_EQ(thread_client_->Receive(), sim::Board::ThreadPayload(number, kLargest, kLargest));
+  }
+}
+
+}  // namespace
+}  // namespace bthal::test
