@@ -51,7 +51,7 @@ class HciClient::Inbox {
 
   void Put(uint8_t kind, const std::vector<uint8_t>& bytes) {
     ReceivedPacket packet{kind, bytes};
-    observer_(packet);
+    observer_.on_packet(packet);
     const std::lock_guard lock(mutex_);
     packets_.push_back(std::move(packet));
     changed_.notify_all();
@@ -69,6 +69,7 @@ class HciClient::Inbox {
   }
 
   void PutDeath() {
+    observer_.on_death();
     const std::lock_guard lock(mutex_);
     died_ = true;
     changed_.notify_all();
@@ -153,7 +154,7 @@ class HciClient::Service {
   ::ndk::ScopedAIBinder_DeathRecipient recipient_;
 };
 
-HciClient::HciClient(Observer observer) : inbox_(std::make_shared<Inbox>(std::move(observer))) {}
+HciClient::HciClient(Observer observer) : observer_(std::move(observer)), inbox_(std::make_shared<Inbox>(observer_)) {}
 
 HciClient::~HciClient() {
   std::string ignored;
@@ -173,6 +174,8 @@ bool HciClient::Connect(milliseconds patience, std::string* error) {
     *error = StringPrintf("%s is not published: start the service first (bthal supervise, bthal demo)", kHciService);
     return false;
   }
+  initialized_ = false;
+  inbox_ = std::make_shared<Inbox>(observer_);
   service_ = std::make_unique<Service>(std::move(hci), inbox_);
   return true;
 }

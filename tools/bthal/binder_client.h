@@ -20,15 +20,18 @@ struct ReceivedPacket {
 // Binder threads.
 class HciClient {
  public:
-  // Called on a Binder thread for every packet, before Take can see it. Must not call the client.
-  using Observer = std::function<void(const ReceivedPacket&)>;
+  // Called on Binder threads, before the client's methods show it. Must not call the client.
+  struct Observer {
+    std::function<void(const ReceivedPacket&)> on_packet;
+    std::function<void()> on_death;  // of the service
+  };
 
   explicit HciClient(Observer observer);
   HciClient(const HciClient&) = delete;
   HciClient& operator=(const HciClient&) = delete;
   ~HciClient();  // closes the HAL if it is initialised
 
-  // Waits for the service to be published.
+  // Waits for the service to be published. To be called again after its death.
   bool Connect(std::chrono::milliseconds patience, std::string* error);
   // Calls initialize and waits for its result, which must be success.
   bool Initialize(std::chrono::milliseconds patience, std::string* error);
@@ -50,7 +53,8 @@ class HciClient {
   class Callbacks;
   class Service;
 
-  std::shared_ptr<Inbox> inbox_;
+  const Observer observer_;
+  std::shared_ptr<Inbox> inbox_;  // one for each connection
   std::unique_ptr<Service> service_;
   bool initialized_ = false;
 };

@@ -121,7 +121,7 @@ std::string SnoopLine(const SnoopRecord& record) {
                                         static_cast<int>(record.unix_us % 1000000));
   return time + "  " +
          PacketLine(record.from_controller ? Direction::kFromController : Direction::kToController, record.kind,
-                    record.packet);
+                    record.packet, time.size() + 2);
 }
 
 }  // namespace bthal::tool

@@ -24,7 +24,8 @@ int Run(const std::string& path) {
   if (file->keys.empty() && !file->enable) return Complain(path + ": holds neither a key nor a mode");
   if (!file->keys.empty()) {
     if (!SendFinderKeys(file->keys, &error)) return Complain(error);
-    printf("%zu keys given\n", file->keys.size() / 20);
+    const size_t keys = file->keys.size() / kFinderKeySize;
+    printf("%zu %s given\n", keys, keys == 1 ? "key" : "keys");
   }
   if (file->enable) {
     if (!SetFinderMode(*file->enable, &error)) return Complain(error);

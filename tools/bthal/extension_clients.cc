@@ -20,7 +20,6 @@ using ::aidl::vendor::tovani::bluetooth_ext::IBluetoothFinder;
 using ::aidl::vendor::tovani::bluetooth_ext::IBTChannelAvoidance;
 using ::android::base::StringPrintf;
 
-constexpr size_t kFinderKeySize = 20;
 constexpr int kServiceErrorOff = -22;
 
 template <typename I>

@@ -11,6 +11,7 @@
 namespace bthal::tool {
 
 constexpr size_t kChannelMapSize = 10;
+constexpr size_t kFinderKeySize = 20;
 using ChannelMap = std::array<uint8_t, kChannelMapSize>;
 
 bool SetChannelMap(const ChannelMap& map, std::string* error);

@@ -175,12 +175,12 @@ bool ParseWords(Words words, ScriptAction* action, std::string* error) {
 }  // namespace
 
 const char kScriptHelp[] =
-    "  reset, le_scan_enable 1 ...  a named command and its parameters; waits for the answer ('list' shows them all)\n"
-    "  cmd HEX                      a command as bytes: opcode, length, parameters; waits for the answer\n"
+    "  reset, le_scan_enable 1 ...  a named command; waits for the answer ('list' shows them all)\n"
+    "  cmd HEX                      a command as bytes: opcode, length, parameters; waits as well\n"
     "  nowait COMMAND               either of them, without waiting\n"
     "  acl HEX, sco HEX, iso HEX    a data packet as bytes\n"
-    "  wait EVENT [SECONDS]         until that event comes (5 s): a name as le_advertising_report, a code as 0x3e,\n"
-    "                               or any, event, acl, sco, iso\n"
+    "  wait EVENT [SECONDS]         until that event comes (5 s): a name as le_advertising_report,\n"
+    "                               a code as 0x3e, or any, event, acl, sco, iso\n"
     "  expect TEXT                  fail unless the words of the last answer contain TEXT\n"
     "  expect_bytes HEX             fail unless its bytes begin so; '..' stands for any byte\n"
     "  le_scan [SECONDS]            set scan parameters, scan for so long (1 s), stop\n"

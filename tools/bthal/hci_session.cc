@@ -33,9 +33,12 @@ bool Answers(const ReceivedPacket& packet, uint16_t opcode) {
 }  // namespace
 
 HciSession::HciSession(const SessionOptions& options)
-    : options_(options), client_([this](const ReceivedPacket& packet) {
-        Print(PacketLine(Direction::kFromController, packet.kind, packet.bytes));
-      }) {}
+    : options_(options),
+      client_({.on_packet =
+                   [this](const ReceivedPacket& packet) {
+                     Print(PacketLine(Direction::kFromController, packet.kind, packet.bytes));
+                   },
+               .on_death = [this] { Print(Paint(Colour::kBad, Note("hal", "the service has died"))); }}) {}
 
 void HciSession::Print(const std::string& line) const {
   const std::lock_guard lock(print_mutex_);
@@ -52,13 +55,13 @@ bool HciSession::Fail(const std::string& why) const {
 
 bool HciSession::Open() {
   std::string error;
-  if (!client_.Connect(options_.service_patience, &error)) return Fail(error);
-  return Initialize();
+  return client_.Connect(options_.service_patience, &error) ? Initialize() : Fail(error);
 }
 
 bool HciSession::Initialize() {
-  if (client_.initialized()) return Fail("initialize: the HAL is already ours");
   constexpr milliseconds kBringUpPatience = std::chrono::seconds(60);
+  if (client_.ServiceDied()) return Open();
+  if (client_.initialized()) return Fail("initialize: the HAL is already ours");
   std::string error;
   if (!client_.Initialize(kBringUpPatience, &error)) return Fail(error);
   Print(Note("hal", "initialised: SUCCESS"));
@@ -116,7 +119,7 @@ bool HciSession::Perform(const ScriptAction& action) {
 }
 
 bool HciSession::Send(const ScriptAction& action) {
-  if (client_.ServiceDied()) return Fail("the service has died");
+  if (client_.ServiceDied()) return Fail("the service has died ('initialize' looks for a new one)");
   client_.Forget();
   last_answer_ = {};
   Print(PacketLine(Direction::kToController, action.kind, action.packet));
