@@ -114,7 +114,9 @@ class hidl_vec {
 // "[size]{a, b, c}" with decimal elements.
 template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T>>>
 std::string toString(const hidl_vec<T>& vec) {
-  std::string text = "[" + std::to_string(vec.size()) + "]{";
+  std::string text = "[";
+  text += std::to_string(vec.size());
+  text += "]{";
   for (size_t i = 0; i < vec.size(); ++i) {
     if (i != 0) text += ", ";
     text += std::to_string(vec[i]);
