@@ -12,7 +12,9 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
+#include <future>
 #include <optional>
 #include <string>
 #include <vector>
@@ -272,6 +274,26 @@ TEST_P(CloseFromCallbackTest, FromInitializationComplete) {
   EXPECT_EQ(FindService<ext::IBTChannelAvoidance>()->setBluetoothChannelStatus({}).getServiceSpecificError(), -22)
       << "extensions were started for a client that had gone";
   client_->OnStatus(nullptr);
+  ASSERT_EQ(Initialize(), kSuccess);
+  EXPECT_TRUE(Answers(kReset));
+}
+
+// While initialize waits for the controller and cannot be interrupted: the close waits for it, the callback does not.
+TEST_F(BluetoothHciTest, ACloseFromAnEventDuringInitializeFollowsIt) {
+  Start();
+  ASSERT_TRUE(WaitOnBoard(WireEvent::kSleepModeSet, 1));
+  std::string error;
+  ASSERT_TRUE(board_->AddFault("late-answer,opcode=version,ms=300", &error)) << error;
+  std::atomic<bool> closed{false};
+  client_->OnEvent([&](const Bytes&) { closed = closed || hal_->close().isOk(); });
+  const size_t commands = board_->Commands().size();
+  auto status = std::async(std::launch::async, [&] { return Initialize(); });
+  ASSERT_TRUE(WaitFor([&] { return board_->Commands().size() == commands + 2; }));
+  board_->SendPacket(4, {0x3E, 2, 0x7F, 0x01});
+  EXPECT_TRUE(WaitFor([&] { return closed.load(); }));
+  EXPECT_EQ(status.get(), kSuccess);
+  EXPECT_TRUE(service_->WaitForLog("BluetoothHci::close() Done"));
+  client_->OnEvent(nullptr);
   ASSERT_EQ(Initialize(), kSuccess);
   EXPECT_TRUE(Answers(kReset));
 }

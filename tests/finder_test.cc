@@ -3,9 +3,6 @@
 #include <android-base/properties.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
@@ -35,7 +32,6 @@ using ::bthal::test::WaitFor;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr uint16_t kOpcode = 0xFD62;
 const Bytes kStart = {0x62, 0xFD, 9, 2, 0x40, 6, 0x0A, 0, 4, 0, 0, 0x50};
 
 Bytes Keys(size_t bytes) {

@@ -6,6 +6,7 @@
 #include <log/log.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <utility>
@@ -110,7 +111,8 @@ BluetoothHci::~BluetoothHci() {
   ALOGE("%s: already initialized, don't allow multiple clients to initialize the HAL", "initialize_impl");
   cb->initializationComplete(Status::ALREADY_INITIALIZED);
   ALOGE("%s: make hal crash for recovering caller's abnormal behavior!", "initialize_impl");
-  std::thread(thread_perform_self_kill).detach();
+  static std::atomic<bool> dying{false};
+  if (!dying.exchange(true)) std::thread(thread_perform_self_kill).detach();
   return ::ndk::ScopedAStatus::ok();
 }
 
@@ -156,8 +158,7 @@ void BluetoothHci::WatchClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb
       return;
     }
     ALOGI("Skipping unlink call, service died.");
-    DebugCentral::Get().UpdateRecord(AnchorType::kUnlinkSkipped,
-                                     StringPrintf("%s: Skipping unlink call, service died", __func__));
+    DebugCentral::Get().UpdateRecord(AnchorType::kUnlinkSkipped, "operator(): Skipping unlink call, service died");
   };
 }
 
