@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -51,10 +52,15 @@ class Hci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci {
   std::shared_ptr<Callbacks> callbacks_;
 };
 
+char g_root[] = "/tmp/bthal-fuzz-XXXXXX";
+
 bool Prepare() {
-  char root[] = "/tmp/bthal-fuzz-XXXXXX";
-  if (mkdtemp(root) == nullptr) abort();
-  setenv("BTHAL_ROOT", root, 1);
+  if (mkdtemp(g_root) == nullptr) abort();
+  atexit([] {
+    std::error_code ignored;
+    std::filesystem::remove_all(g_root, ignored);
+  });
+  setenv("BTHAL_ROOT", g_root, 1);
   android::base::SetMinimumLogSeverity(android::base::FATAL_WITHOUT_ABORT);
   static const auto& hci = *new std::shared_ptr<Hci>(::ndk::SharedRefBase::make<Hci>());
   if (AServiceManager_addService(hci->asBinder().get(), "s") != EX_NONE) abort();
