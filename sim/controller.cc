@@ -41,7 +41,7 @@ Controller::Controller(const BoardOptions& options, EventJournal* journal, Line*
       loopback_(this, &identity_),
       identity_(options),
       vendor_(options, this, this, journal, &identity_),
-      standard_(this, &identity_, &commands_),
+      standard_(&identity_, &commands_),
       links_(this, &identity_),
       thread_radio_(this, options.thread_echo) {
   vendor_.AddTo(&commands_);

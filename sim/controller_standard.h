@@ -10,8 +10,7 @@ namespace bthal::sim {
 
 class StandardCommands {
  public:
-  StandardCommands(Outlet* outlet, Identity* identity, const CommandTable* table)
-      : outlet_(outlet), identity_(identity), table_(table) {}
+  StandardCommands(Identity* identity, const CommandTable* table) : identity_(identity), table_(table) {}
 
   void AddTo(CommandTable* table);
   // Back to the defaults, as HCI Reset wants it.
@@ -26,7 +25,6 @@ class StandardCommands {
   Answer ClassifyChannels(const Bytes& parameters);
   Answer ReadExtendedFeatures(const Bytes& parameters) const;
 
-  Outlet* const outlet_;
   Identity* const identity_;
   const CommandTable* const table_;
   std::map<uint16_t, Bytes> settings_;  // by the opcode that writes them

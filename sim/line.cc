@@ -143,6 +143,7 @@ Arrived Line::Receive(Clock::time_point now) {
     if (now < *arrival_) return {};
     // What is there already followed directly on the wire.
     start = *arrival_;
+    answers_since_ = arrival_;
     arrived = std::exchange(arriving_, {});
     arrival_.reset();
   }
@@ -266,13 +267,19 @@ void Line::ChunkLeft() {
 }
 
 void Line::Flush(Clock::time_point now) {
+  WriteQueued(now);
+  answers_since_.reset();
+}
+
+void Line::WriteQueued(Clock::time_point now) {
   while (!held_ && (!queue_.empty() || chunk_.packets != 0)) {
     if (chunk_.packets == 0) {
       if (Merging(now)) return;
       Assemble();
       Garble();
       if (pace_) {
-        output_free_ = std::max(output_free_, now) + WireTime(chunk_.bytes.size());
+        // An answer starts when its question had arrived, however late this thread came to it.
+        output_free_ = std::max(output_free_, answers_since_.value_or(now)) + WireTime(chunk_.bytes.size());
         chunk_due_ = output_free_;
       }
     }

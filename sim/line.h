@@ -79,6 +79,7 @@ class Line {
   Arrived ReadPty(size_t limit) const;
   bool Throttled(Clock::time_point now) const;
   bool Merging(Clock::time_point now);
+  void WriteQueued(Clock::time_point now);
   void Assemble();
   void Garble();
   // How much of the chunk may be written now; nothing while the host has yet to read an earlier piece.
@@ -103,6 +104,7 @@ class Line {
 
   Arrived arriving_;  // with pacing: read from the host, still on the wire
   std::optional<Clock::time_point> arrival_;
+  std::optional<Clock::time_point> answers_since_;  // when what is answered now had arrived
 
   size_t split_packets_ = 0;
   size_t split_size_ = 0;
