@@ -7,19 +7,26 @@
 namespace bthal::tool {
 
 void AddBoardOptions(CLI::App& sub, sim::BoardOptions* options) {
-  sub.add_option("--chip-id", options->chip_id, "the chip's identification")
-      ->capture_default_str()
+  // Through an int: as the byte that it is, its default would be printed as a character.
+  sub.add_option_function<int>(
+         "--chip-id", [options](const int& id) { options->chip_id = static_cast<uint8_t>(id); },
+         "the chip's identification")
+      ->default_str(std::to_string(options->chip_id))
       ->type_name("0..255")
-      ->check(CLI::Range(0, 255));
+      ->check(CLI::Range(0, 255).description(""));
   sub.add_flag("--otp-written", options->otp_written, "its one-time memory has been programmed");
   sub.add_option("--local-name", options->local_name, "its name, as the patched firmware tells it")
       ->capture_default_str();
-  sub.add_option("--address", options->address, "its own address, until another is written")->capture_default_str();
+  sub.add_option("--address", options->address, "its own address, until another is written")
+      ->type_name("ADDRESS")
+      ->capture_default_str();
   sub.add_option("--patch-records", options->patch_records, "records in each patch file")
       ->capture_default_str()
-      ->check(CLI::Range(1, 100000));
+      ->type_name("N")
+      ->check(CLI::Range(1, 100000).description(""));
   sub.add_flag("--pace", options->pace, "bytes take the time that they take on a real line");
-  sub.add_option("--backend", options->backend, "unix:PATH of an H4 controller emulator for the standard commands");
+  sub.add_option("--backend", options->backend, "an H4 controller emulator that answers the standard commands")
+      ->type_name("unix:PATH");
   sub.add_option("--fault", options->faults, "something that goes wrong on purpose; may be repeated")
       ->type_name("FAULT")
       ->allow_extra_args(false);

@@ -68,7 +68,9 @@ void AddBoard(CLI::App& app, int* status) {
                   "the folder that is furnished as the device's root (default: BTHAL_ROOT)")
       ->type_name("DIR");
   AddBoardOptions(*sub, &command->board);
-  sub->add_option("--only", command->only, "play nothing but this")->check(CLI::IsMember({"coex"}));
+  sub->add_option("--only", command->only, "play nothing but this")
+      ->check(CLI::IsMember({"coex"}).description(""))
+      ->type_name("coex");
   sub->footer(
       "Prints everything that happens at the board, one line each, until Ctrl-C.\n"
       "\nExample, in three terminals, each with BTHAL_ROOT=/tmp/board:\n"

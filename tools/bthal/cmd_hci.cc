@@ -130,10 +130,12 @@ void AddHci(CLI::App& app, int* status) {
       ->type_name("FILE");
   sub->add_option("--timeout", options->timeout, "seconds to wait for the answer to a command")
       ->capture_default_str()
-      ->check(CLI::Range(0.001, 3600.0));
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.001, 3600.0).description(""));
   sub->add_option("--wait-service", options->service_timeout, "seconds to wait for the service to be published")
       ->capture_default_str()
-      ->check(CLI::Range(0.0, 3600.0));
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 3600.0).description(""));
   sub->add_flag("--no-times", options->no_times, "leave the time column out, so that two runs compare");
   sub->footer(std::string("Lines:\n") + kScriptHelp +
               "\nIt fails (exit status 1) at the first line whose answer does not come or is not the expected one.\n"

@@ -36,7 +36,7 @@ void AddSupervise(CLI::App& app, int* status) {
   sub->add_flag("--once", options->once, "do not restart; end with the program's exit status (128 + signal)");
   sub->add_option("--max-restarts", options->max_restarts, "give up (exit status 1) after so many restarts")
       ->type_name("N")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(0, 1000000000).description(""));
   sub->footer(
       "The service is meant to die whenever the controller can only be helped by a fresh start. Between restarts it\n"
       "pauses 0.1 s, then twice as long each time, up to 5 s; a run of 10 s starts anew. The wake lock\n"

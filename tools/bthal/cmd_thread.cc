@@ -82,10 +82,10 @@ void AddThread(CLI::App& app, int* status) {
   sub->add_option("frame", options->frames, "frames to send, each as hex bytes in one argument");
   sub->add_option("--count", options->count, "end once so many frames have come (without: at Ctrl-C)")
       ->type_name("N")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(0, 1000000000).description(""));
   sub->add_option("--wait", options->wait, "end after so many seconds; fails if --count frames have not come")
       ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 86400.0));
+      ->check(CLI::Range(0.0, 86400.0).description(""));
   sub->footer(
       "The frame 80 01 04 asks for a reset of the hardware: the service ends at once.\n"
       "\nExamples:\n"

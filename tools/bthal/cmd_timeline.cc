@@ -51,7 +51,7 @@ void AddTimeline(CLI::App& app, int* status) {
       ->type_name("FILE");
   sub->add_option("--min", options->least_ms, "leave out what took less than so many milliseconds")
       ->type_name("MS")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(0, 1000000000).description(""));
   sub->footer(
       "The table keeps the last 400 records, so take the report soon after what is of interest.\n"
       "\nExamples:\n"

@@ -114,8 +114,8 @@ int Supervisor::Run() {
     if (!end) return Complain(error);
     Say(StringPrintf("%s %s after %.1f s", options_.program[0].c_str(), ExitWords(end->wait_status).c_str(),
                      Seconds(end->lasted)));
-    for (const std::string& line : end->last_words) Say("  it said: " + line);
     if (Interrupted()) return 0;
+    for (const std::string& line : end->last_words) Say("  it said: " + line);
     ReleaseWakeLock();
     if (options_.once) return ExitStatus(end->wait_status);
     if (options_.max_restarts && restarts >= *options_.max_restarts) {
