@@ -107,6 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     AParcel_readStrongBinder(answer.get(), object.getR());
   }
   ServeAll(connection);
+  bthal::binder::Process::Get().pool().Unwatch(*connection);
   connection->OnHangUp();
   return 0;
 }

@@ -8,6 +8,8 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <utility>
@@ -58,7 +60,16 @@ void ThreadPool::Start() {
 void ThreadPool::Join() { Run(); }
 
 void ThreadPool::Watch(const Connection& connection) { Control(epoll_.get(), EPOLL_CTL_ADD, connection, kReadable); }
-void ThreadPool::Unwatch(const Connection& connection) { Control(epoll_.get(), EPOLL_CTL_DEL, connection, 0); }
+
+void ThreadPool::Unwatch(const Connection& connection) {
+  Control(epoll_.get(), EPOLL_CTL_DEL, connection, 0);
+  std::deque<Job> dropped;  // destroyed without the lock
+  const std::lock_guard lock(mutex_);
+  const auto first = std::stable_partition(queue_.begin(), queue_.end(),
+                                           [&](const Job& job) { return job.connection.get() != &connection; });
+  std::move(first, queue_.end(), std::back_inserter(dropped));
+  queue_.erase(first, queue_.end());
+}
 
 void ThreadPool::Pause(const Connection& connection) {
   if (has_threads_.load()) Control(epoll_.get(), EPOLL_CTL_MOD, connection, EPOLLET);

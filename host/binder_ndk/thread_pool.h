@@ -23,7 +23,8 @@ class ThreadPool {
   void Start();
   [[noreturn]] void Join();
 
-  // The pool reads the connection from now on; no longer; not while it is paused.
+  // The pool reads the connection from now on; no longer, and calls from it that nobody has begun are dropped; not
+  // while it is paused.
   void Watch(const Connection& connection);
   void Unwatch(const Connection& connection);
   void Pause(const Connection& connection);
