@@ -1,34 +1,28 @@
 // Whole bring-ups: the real service, the real Binder, the board's journal as witness.
 #include <android-base/properties.h>
 #include <android-base/stringprintf.h>
-#include <android/binder_process.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <vector>
 
-#include "sim/board.h"
-#include "support/hal_client.h"
-#include "support/service_harness.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/board_session.h"
 
 namespace bthal::test {
 namespace {
 
 using ::android::base::SetProperty;
 using ::android::base::StringPrintf;
-using sim::Board;
 using sim::BoardOptions;
 using sim::JournalEntry;
 using sim::WireEvent;
 using ::testing::HasSubstr;
 using HalStatus = ::aidl::android::hardware::bluetooth::Status;
-using ::aidl::android::hardware::bluetooth::IBluetoothHci;
 
 using Words = std::vector<std::string>;
 
@@ -43,7 +37,7 @@ std::string Word(const Bytes& command) {
 }
 
 // The commands on the wire, the run of patch records as one word.
-Words WordsOnTheWire(const Board& board) {
+Words WordsOnTheWire(const sim::Board& board) {
   Words words;
   for (const Bytes& command : board.Commands()) {
     std::string word = Word(command);
@@ -53,30 +47,20 @@ Words WordsOnTheWire(const Board& board) {
   return words;
 }
 
-class BringUpTest : public ::testing::Test {
+class BringUpTest : public BoardSessionTest {
  protected:
-  void StartBoard(BoardOptions options) {
-    options.root = root_.path();
-    board_ = std::make_unique<Board>(std::move(options));
-    std::string error;
-    ASSERT_TRUE(board_->Start(&error)) << error;
-  }
-
-  void StartBoard(const std::vector<std::string>& faults) {
+  void StartBoardWith(const std::vector<std::string>& faults) {
     BoardOptions options;
     options.faults = faults;
     StartBoard(options);
   }
 
-  void StartService() { service_ = std::make_unique<ServiceProcess>(SERVICE_PROGRAM, root_.path()); }
-
   // Accelerated Bluetooth-on off: the controller comes up for a client, who learns what becomes of it.
   void BringUpForClient() {
-    ABinderProcess_startThreadPool();
     SetProperty("persist.bluetooth.disable.accelerate.bt.on", "true");
     StartService();
-    ASSERT_TRUE(service_->WaitUntilPublished());
-    FindService<IBluetoothHci>()->initialize(client_);  // its result is lost with a service that dies
+    ASSERT_NO_FATAL_FAILURE(FindHal());
+    hal_->initialize(client_);  // its result is lost with a service that dies
   }
 
   size_t CountOnTheBoard(WireEvent event, const std::string& text = "") const {
@@ -98,18 +82,9 @@ class BringUpTest : public ::testing::Test {
   void ExpectWorksAfterRestart() {
     board_->ClearFaults();
     SetProperty("persist.bluetooth.disable.accelerate.bt.on", "false");
-    service_.reset();
-    StartService();
-    ASSERT_TRUE(service_->WaitUntilPublished());
-    const auto next = ndk::SharedRefBase::make<RecordingCallbacks>();
-    ASSERT_TRUE(FindService<IBluetoothHci>()->initialize(next).isOk());
-    EXPECT_TRUE(next->WaitForStatus(HalStatus::SUCCESS));
+    client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
+    OpenSession();
   }
-
-  TempRoot root_;
-  std::unique_ptr<Board> board_;
-  std::unique_ptr<ServiceProcess> service_;
-  std::shared_ptr<RecordingCallbacks> client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
 };
 
 // Which commands a chip gets, and which patch.
@@ -123,6 +98,8 @@ struct ChipCase {
   Words download;  // from the first speed change to the launch
   const char* patch;
 };
+
+void PrintTo(const ChipCase& chip, std::ostream* out) { *out << chip.name; }
 
 class ChipTest : public BringUpTest, public ::testing::WithParamInterface<ChipCase> {};
 
@@ -148,8 +125,8 @@ TEST_P(ChipTest, PutsExactlyItsCommandsOnTheWire) {
   EXPECT_EQ(PowerOns(), 1U);
 
   // A client adds the accelerated reset and the address, and no more.
-  ASSERT_TRUE(service_->WaitUntilPublished());
-  ASSERT_TRUE(FindService<IBluetoothHci>()->initialize(client_).isOk());
+  ASSERT_NO_FATAL_FAILURE(FindHal());
+  ASSERT_TRUE(hal_->initialize(client_).isOk());
   EXPECT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
   for (const char* word : {"0C03", "FC79", "FC01"}) expected.emplace_back(word);
   EXPECT_EQ(WordsOnTheWire(*board_), expected);
@@ -188,11 +165,13 @@ struct FailureCase {
   size_t power_ons;
 };
 
+void PrintTo(const FailureCase& failure, std::ostream* out) { *out << failure.name; }
+
 class FailureTest : public BringUpTest, public ::testing::WithParamInterface<FailureCase> {
  protected:
   void Prepare() {
     const FailureCase& failure = GetParam();
-    StartBoard(std::vector<std::string>{failure.fault});
+    StartBoardWith({failure.fault});
     if (!failure.fast_download)
       root_.Write("/vendor/etc/bluetooth/bt_vendor_overlay.conf", "FastDownloadDisable = 1\n");
   }
@@ -246,7 +225,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return info.param.name; });
 
 TEST_F(BringUpTest, AFirstResetThatFailsOnceCostsOnePowerCycle) {
-  StartBoard(std::vector<std::string>{"wrong-status,opcode=reset"});
+  StartBoardWith({"wrong-status,opcode=reset"});
   StartService();
   ASSERT_TRUE(service_->WaitForLog("BTQNL controller is ready"));
   EXPECT_EQ(PowerOns(), 2U);
@@ -257,13 +236,13 @@ TEST_F(BringUpTest, AFirstResetThatFailsOnceCostsOnePowerCycle) {
 }
 
 TEST_F(BringUpTest, RefusedSleepModeAndMissingNameAreNotFatal) {
-  StartBoard(std::vector<std::string>{"wrong-status,opcode=sleep-mode", "wrong-status,opcode=local-name"});
+  StartBoardWith({"wrong-status,opcode=sleep-mode", "wrong-status,opcode=local-name"});
   StartService();
   ASSERT_TRUE(service_->WaitForLog("BTQNL controller is ready"));
   EXPECT_THAT(service_->Log(), HasSubstr("Initialize: Unable to get local name information"));
   EXPECT_THAT(service_->Log(), HasSubstr("lpm_setup: Unable to enable LPM controller:"));
-  ASSERT_TRUE(service_->WaitUntilPublished());
-  ASSERT_TRUE(FindService<IBluetoothHci>()->initialize(client_).isOk());
+  ASSERT_NO_FATAL_FAILURE(FindHal());
+  ASSERT_TRUE(hal_->initialize(client_).isOk());
   EXPECT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
 }
 

@@ -1,40 +1,30 @@
 // The vendor snoop log of a whole session, against what the board saw and what the usual readers make of it.
-#include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
 #include <aidl/vendor/tovani/bluetooth_ext/IBTChannelAvoidance.h>
 #include <android-base/properties.h>
-#include <android/binder_process.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <sys/wait.h>
 
 #include <array>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "sim/board.h"
+#include "support/board_session.h"
 #include "support/btsnoop_file.h"
-#include "support/hal_client.h"
-#include "support/service_harness.h"
-#include "support/temp_root.h"
 #include "support/wait_for.h"
 
 namespace bthal::test {
 namespace {
 
-using ::aidl::android::hardware::bluetooth::IBluetoothHci;
 using ::aidl::vendor::tovani::bluetooth_ext::IBTChannelAvoidance;
 using sim::JournalEntry;
 using sim::WireEvent;
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
-using HalStatus = ::aidl::android::hardware::bluetooth::Status;
 
 constexpr char kLog[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
 constexpr uint8_t kCommand = 1;
 constexpr uint8_t kAcl = 2;
-constexpr uint8_t kEvent = 4;
 
 struct Output {
   int status = -1;
@@ -58,34 +48,8 @@ std::string Words(uint8_t type, const std::string& packet) {
   return words;
 }
 
-class SnoopEndToEndTest : public ::testing::Test {
+class SnoopEndToEndTest : public BoardSessionTest {
  protected:
-  void SetUp() override {
-    sim::BoardOptions options;
-    options.root = root_.path();
-    options.patch_records = 5;
-    board_ = std::make_unique<sim::Board>(options);
-    std::string error;
-    ASSERT_TRUE(board_->Start(&error)) << error;
-    android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "true");
-    android::base::SetProperty("persist.bluetooth.btsnooplogmode", "full");
-    // With the bring-up made for the client, it is in the log as well.
-    android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", "true");
-    service_ = std::make_unique<ServiceProcess>(SERVICE_PROGRAM, root_.path());
-    ASSERT_TRUE(service_->WaitUntilPublished());
-    ABinderProcess_startThreadPool();
-    hal_ = FindService<IBluetoothHci>();
-    ASSERT_TRUE(hal_->initialize(client_).isOk());
-    ASSERT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
-  }
-
-  // Sends a command and waits for the event after it, so that the log's order is the wire's.
-  void Exchange(const Bytes& command) {
-    const size_t before = client_->Events().size();
-    ASSERT_TRUE(hal_->sendHciCommand(command).isOk());
-    ASSERT_TRUE(WaitFor([&] { return client_->Events().size() > before; }));
-  }
-
   // What went over the wire, but for ordinary ACL data, which is not captured.
   std::vector<std::string> OnTheWire() const {
     std::vector<std::string> words;
@@ -97,20 +61,21 @@ class SnoopEndToEndTest : public ::testing::Test {
     }
     return words;
   }
-
-  TempRoot root_;
-  std::unique_ptr<sim::Board> board_;
-  std::unique_ptr<ServiceProcess> service_;
-  std::shared_ptr<RecordingCallbacks> client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
-  std::shared_ptr<IBluetoothHci> hal_;
 };
 
 TEST_F(SnoopEndToEndTest, AWholeSessionIsInTheLogAsItWasOnTheWireAndReadersTakeIt) {
-  Exchange({0x03, 0x0C, 0});
-  Exchange({0x01, 0x10, 0});
-  Exchange({0x09, 0x10, 0});
-  Exchange({0x02, 0x20, 0});
-  Exchange({0x34, 0x12, 0});  // refused
+  StartBoard(SmallBoard());
+  android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "true");
+  android::base::SetProperty("persist.bluetooth.btsnooplogmode", "full");
+  // With the bring-up made for the client, it is in the log as well.
+  android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", "true");
+  ASSERT_NO_FATAL_FAILURE(OpenSession());
+  // One command at a time, so that the log's order is the wire's. The last one is refused.
+  ASSERT_TRUE(Exchange({0x03, 0x0C, 0}));
+  ASSERT_TRUE(Exchange({0x01, 0x10, 0}));
+  ASSERT_TRUE(Exchange({0x09, 0x10, 0}));
+  ASSERT_TRUE(Exchange({0x02, 0x20, 0}));
+  ASSERT_TRUE(Exchange({0x34, 0x12, 0}));
   const auto avoidance = FindService<IBTChannelAvoidance>();
   ASSERT_TRUE(WaitFor([&] {
     return avoidance->setBluetoothChannelStatus({0xFF, 0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0x7F}).isOk();

@@ -1,8 +1,6 @@
 // Thread frames by the ten thousand, beside HCI traffic, through the real service.
-#include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
 #include <android-base/properties.h>
 #include <android-base/unique_fd.h>
-#include <android/binder_process.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -14,19 +12,12 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "sim/board.h"
-#include "support/hal_client.h"
-#include "support/service_harness.h"
-#include "support/temp_root.h"
+#include "support/board_session.h"
 #include "support/wait_for.h"
 
 namespace bthal::test {
 namespace {
-
-using ::aidl::android::hardware::bluetooth::IBluetoothHci;
-using HalStatus = ::aidl::android::hardware::bluetooth::Status;
 
 #ifdef BTHAL_SANITIZED
 constexpr uint32_t kFrames = 2'000;
@@ -69,40 +60,20 @@ class ThreadClient {
   bool connected_ = false;
 };
 
-class ThreadTrafficTest : public ::testing::Test {
+class ThreadTrafficTest : public BoardSessionTest {
  protected:
   void SetUp() override {
-    sim::BoardOptions options;
-    options.root = root_.path();
-    options.patch_records = 3;
+    sim::BoardOptions options = SmallBoard();
     options.journal_data_bytes = 1024 * 1024;
-    board_ = std::make_unique<sim::Board>(options);
-    std::string error;
-    ASSERT_TRUE(board_->Start(&error)) << error;
+    ASSERT_NO_FATAL_FAILURE(StartBoard(options));
     root_.Write("/vendor/etc/bluetooth/bt_vendor_overlay.conf", "ThreadDispatcherEnabled = true\n");
     android::base::SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
-    service_ = std::make_unique<ServiceProcess>(SERVICE_PROGRAM, root_.path(), "info");
-    ASSERT_TRUE(service_->WaitUntilPublished());
-    ABinderProcess_startThreadPool();
-    hal_ = FindService<IBluetoothHci>();
-    ASSERT_TRUE(hal_->initialize(client_).isOk());
-    ASSERT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
+    ASSERT_NO_FATAL_FAILURE(OpenSession("info"));
     thread_client_ = std::make_unique<ThreadClient>(root_.path() + "/data/vendor/bluetooth/thread_dispatcher_socket");
     ASSERT_TRUE(thread_client_->connected());
     ASSERT_TRUE(service_->WaitForLog("Accepted new client successfully."));
   }
 
-  // One command and its answer.
-  bool Exchange() {
-    const size_t before = client_->Events().size();
-    return hal_->sendHciCommand(kReadAddress).isOk() && WaitFor([&] { return client_->Events().size() == before + 1; });
-  }
-
-  TempRoot root_;
-  std::unique_ptr<sim::Board> board_;
-  std::unique_ptr<ServiceProcess> service_;
-  std::shared_ptr<RecordingCallbacks> client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
-  std::shared_ptr<IBluetoothHci> hal_;
   std::unique_ptr<ThreadClient> thread_client_;
 };
 
@@ -126,7 +97,7 @@ TEST_F(ThreadTrafficTest, EveryFrameComesBackInOrderBesideHciTraffic) {
   std::atomic<bool> done{false};
   std::atomic<uint32_t> commands{0};
   std::thread commander([&] {
-    while (!done && Exchange()) ++commands;
+    while (!done && Exchange(kReadAddress)) ++commands;
   });
 
   for (uint32_t number = 0; number < kFrames; ++number) {
@@ -156,7 +127,7 @@ TEST_F(ThreadTrafficTest, AClientThatStopsReadingDelaysNoHciTraffic) {
   // Far more than its socket holds: what does not fit is dropped, and said so.
   board_->StreamThreadFrames(500, kLargest, kLargest);
   ASSERT_TRUE(service_->WaitForLog("Client connection is close or send buffer is full, dir: 0"));
-  for (int i = 0; i < 20; ++i) ASSERT_TRUE(Exchange());
+  for (int i = 0; i < 20; ++i) ASSERT_TRUE(Exchange(kReadAddress));
   // What the socket took is whole and in order.
   for (uint32_t number = 0; number < 10; ++number) {
     EXPECT_EQ(thread_client_->Receive(), sim::Board::ThreadPayload(number, kLargest, kLargest));

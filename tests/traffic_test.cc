@@ -1,28 +1,21 @@
 // A great many packets of every kind, both ways at once, through the real service.
 #include <aidl/android/hardware/bluetooth/BnBluetoothHciCallbacks.h>
-#include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
-#include <android-base/properties.h>
-#include <android/binder_process.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <atomic>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "sim/board.h"
-#include "support/hal_client.h"
-#include "support/service_harness.h"
-#include "support/temp_root.h"
+#include "support/board_session.h"
 #include "support/wait_for.h"
 
 namespace bthal::test {
 namespace {
 
-using ::aidl::android::hardware::bluetooth::IBluetoothHci;
 using sim::JournalEntry;
 using sim::WireEvent;
 using HalStatus = ::aidl::android::hardware::bluetooth::Status;
@@ -118,26 +111,20 @@ size_t ResidentKib(pid_t pid) {
   return 0;
 }
 
-class TrafficTest : public ::testing::Test {
+class TrafficTest : public BoardSessionTest {
  protected:
   void SetUp() override {
-    sim::BoardOptions options;
-    options.root = root_.path();
-    options.patch_records = 3;
+    sim::BoardOptions options = SmallBoard();
     options.journal_data_bytes = 1024 * 1024;
-    board_ = std::make_unique<sim::Board>(options);
-    std::string error;
-    ASSERT_TRUE(board_->Start(&error)) << error;
-    service_ = std::make_unique<ServiceProcess>(SERVICE_PROGRAM, root_.path(), "info");
-    ASSERT_TRUE(service_->WaitUntilPublished());
-    ABinderProcess_startThreadPool();
-    hal_ = FindService<IBluetoothHci>();
-    ASSERT_TRUE(hal_->initialize(client_).isOk());
-    ASSERT_TRUE(WaitFor([&] { return client_->initialized.load(); }));
+    ASSERT_NO_FATAL_FAILURE(StartBoard(options));
+    StartService("info");
+    ASSERT_NO_FATAL_FAILURE(FindHal());
+    ASSERT_TRUE(hal_->initialize(checker_).isOk());
+    ASSERT_TRUE(WaitFor([&] { return checker_->initialized.load(); }));
     ASSERT_TRUE(hal_->sendHciCommand(kReset).isOk());
     ASSERT_TRUE(hal_->sendHciCommand(kWriteLocalLoopback).isOk());
     // One ACL and three SCO connections come with local loopback, then the answer.
-    ASSERT_TRUE(WaitFor([&] { return client_->connections >= 4 && client_->other_events >= 2; }));
+    ASSERT_TRUE(WaitFor([&] { return checker_->connections >= 4 && checker_->other_events >= 2; }));
     journal_before_ = board_->Journal().size();
   }
 
@@ -154,8 +141,8 @@ class TrafficTest : public ::testing::Test {
   }
 
   void FloodAll(uint32_t packets) {
-    const auto low = [&](int handle) { return static_cast<uint8_t>(client_->handles[handle] & 0xFF); };
-    const auto high = [&](int handle) { return static_cast<uint8_t>(client_->handles[handle] >> 8); };
+    const auto low = [&](int handle) { return static_cast<uint8_t>(checker_->handles[handle] & 0xFF); };
+    const auto high = [&](int handle) { return static_cast<uint8_t>(checker_->handles[handle] >> 8); };
     std::vector<std::thread> senders;
     for (uint32_t sender = 0; sender < kCommandSenders; ++sender) {
       senders.push_back(Flood(sender * kPacketsOfAKind, packets / kCommandSenders, {0x01, 0x04, 4},
@@ -170,35 +157,31 @@ class TrafficTest : public ::testing::Test {
     for (std::thread& sender : senders) sender.join();
   }
 
-  TempRoot root_;
-  std::unique_ptr<sim::Board> board_;
   size_t journal_before_ = 0;
-  std::unique_ptr<ServiceProcess> service_;
-  std::shared_ptr<CheckingCallbacks> client_ = ndk::SharedRefBase::make<CheckingCallbacks>();
-  std::shared_ptr<IBluetoothHci> hal_;
+  std::shared_ptr<CheckingCallbacks> checker_ = ndk::SharedRefBase::make<CheckingCallbacks>();
 };
 
 TEST_F(TrafficTest, NothingIsLostReorderedOrDuplicatedAndMemoryStaysFlat) {
   size_t early_kib = 0;
   std::thread watch([&] {
-    WaitFor([&] { return client_->acl.taken() > kPacketsOfAKind / 5; }, kPatience);
+    WaitFor([&] { return checker_->acl.taken() > kPacketsOfAKind / 5; }, kPatience);
     early_kib = ResidentKib(service_->pid());
   });
   FloodAll(kPacketsOfAKind);
   EXPECT_TRUE(WaitFor(
       [&] {
-        return client_->commands_back == kPacketsOfAKind && client_->acl.taken() == kPacketsOfAKind &&
-               client_->sco.taken() == kPacketsOfAKind && client_->iso.taken() == kPacketsOfAKind;
+        return checker_->commands_back == kPacketsOfAKind && checker_->acl.taken() == kPacketsOfAKind &&
+               checker_->sco.taken() == kPacketsOfAKind && checker_->iso.taken() == kPacketsOfAKind;
       },
       kPatience))
-      << client_->commands_back << " commands, " << client_->acl.taken() << " ACL, " << client_->sco.taken() << " SCO, "
-      << client_->iso.taken() << " ISO came back";
+      << checker_->commands_back << " commands, " << checker_->acl.taken() << " ACL, " << checker_->sco.taken()
+      << " SCO, " << checker_->iso.taken() << " ISO came back";
   watch.join();
-  for (const Sequence& sender : client_->commands) {
+  for (const Sequence& sender : checker_->commands) {
     EXPECT_EQ(sender.taken(), kPacketsOfAKind / kCommandSenders);
     EXPECT_EQ(sender.faults(), 0U);
   }
-  EXPECT_EQ(client_->acl.faults() + client_->sco.faults() + client_->iso.faults(), 0U);
+  EXPECT_EQ(checker_->acl.faults() + checker_->sco.faults() + checker_->iso.faults(), 0U);
 
   // The board saw one command at a time: each only after the one before had been answered.
   uint32_t outstanding = 0;
