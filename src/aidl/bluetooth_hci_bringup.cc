@@ -31,6 +31,8 @@ using coex_device::CoexDevice;
 constexpr int32_t kErrorInvalid = -22;
 constexpr int kCoexOpenAttempts = 30;
 constexpr std::chrono::milliseconds kCoexOpenPause{100};
+// Nobody waits for the end of this one; it is only never to hang.
+constexpr std::chrono::seconds kBigHammerLimit{10};
 
 ::ndk::ScopedAStatus InitFailed() { return ::ndk::ScopedAStatus::fromServiceSpecificError(kErrorInvalid); }
 
@@ -177,7 +179,7 @@ bool BluetoothHci::open_coex_dev() {
 void BluetoothHci::resetBtCallback() {
   ALOGE("resetBtCallback called");
   DebugCentral::Get().UpdateRecord(AnchorType::kBigHammer, StringPrintf("%s Big Hammer Occurred", __func__));
-  const TerminationDeadline deadline;
+  const TerminationDeadline deadline(kBigHammerLimit);
   const Turn turn(lifecycle_, std::try_to_lock);
   if (!turn.owns_lock()) {
     ALOGW("%s: the HAL is being opened or closed, left as it is", __func__);

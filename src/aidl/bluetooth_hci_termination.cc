@@ -93,13 +93,13 @@ class TerminationThread {
 
 }  // namespace
 
-TerminationDeadline::TerminationDeadline()
-    : timer_(os::ThreadTimer::Create("bt_deadline", [] {
+TerminationDeadline::TerminationDeadline(std::chrono::milliseconds limit)
+    : timer_(os::ThreadTimer::Create("bt_deadline", [limit] {
         ALOGE("TerminationDeadline: not done after %lld ms, killing the process",
-              static_cast<long long>(kTerminationLimit.count()));
+              static_cast<long long>(limit.count()));
         os::KillSelf();
       })) {
-  if (timer_ == nullptr || !timer_->Arm(kTerminationLimit, std::chrono::milliseconds(0))) {
+  if (timer_ == nullptr || !timer_->Arm(limit, std::chrono::milliseconds(0))) {
     ALOGE("TerminationDeadline: nothing will watch it: %s (%d)", strerror(errno), errno);
   }
 }
@@ -124,7 +124,7 @@ void ForgetSigterm() {
 
 void BluetoothHci::Terminate(int signum) {
   ALOGW("%s: Caught Signal! signum: %d", "signal_handler", signum);
-  const TerminationDeadline deadline;
+  const TerminationDeadline deadline(kTerminationLimit);
   const std::lock_guard lifecycle(lifecycle_);
   BluetoothFinder* finder = BluetoothFinder::GetInstance();
   if (finder != nullptr && finder->IsPoweredOffModeEnabled()) {

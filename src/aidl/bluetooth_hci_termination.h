@@ -9,14 +9,14 @@
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
 
-// How long the last steps of the service may take before it ends without them.
+// How long the service may take to end when it is told to: who tells it does not wait much longer.
 inline constexpr std::chrono::milliseconds kTerminationLimit{2500};
 
-// Ends the process if it lives longer than kTerminationLimit: for steps that wait for a controller, a client or a lock
-// that may be what is stuck.
+// Ends the process if it lives longer than `limit`: for last steps that wait for a controller, a client or a lock that
+// may be what is stuck.
 class TerminationDeadline {
  public:
-  TerminationDeadline();
+  explicit TerminationDeadline(std::chrono::milliseconds limit);
 
  private:
   std::unique_ptr<os::ThreadTimer> timer_;

@@ -3,6 +3,7 @@
 #include <android/binder_auto_utils.h>
 #include <android/binder_manager.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -19,6 +20,7 @@
 namespace bthal::test {
 namespace {
 
+constexpr size_t kComplaintSize = 4000;
 constexpr char kHciInstance[] = "android.hardware.bluetooth.IBluetoothHci/default";
 
 // The test's environment with the variables that the service is steered by set for it.
@@ -61,6 +63,12 @@ ServiceProcess::ServiceProcess(const std::string& program, const std::string& ro
 ServiceProcess::~ServiceProcess() {
   if (IsAlive()) kill(pid_, SIGKILL);
   WaitForEnd();
+  // Nobody else looks at what a sanitizer says in a process that is killed in the end.
+  const std::string log = Log();
+  for (const char* complaint : {"Sanitizer: ", "runtime error: "}) {
+    const size_t at = log.find(complaint);
+    if (at != std::string::npos) ADD_FAILURE() << "in the service: " << log.substr(at, kComplaintSize);
+  }
 }
 
 bool ServiceProcess::WaitUntilPublished() {

@@ -8,9 +8,9 @@
 
 namespace bthal::test {
 
-// Starts the program on construction; on destruction kills it, if it still lives, and reaps it. What it prints and
-// logs goes to a file. Construct it on the test's main thread: the process also ends with that
-// thread.
+// Starts the program on construction; on destruction kills it, if it still lives, reaps it, and fails the test if a
+// sanitizer complained in it. What it prints and logs goes to a file. Construct it on the test's main thread: the
+// process also ends with that thread.
 class ServiceProcess {
  public:
   // `program`: SERVICE_PROGRAM. `root`: the device root that it gets as BTHAL_ROOT; its log, of `log_level` and above,
