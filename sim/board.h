@@ -15,7 +15,7 @@ namespace bthal::sim {
 enum class WireEvent {
   kPowerOn,  // the power switch was written; value: 1 if that changed anything
   kPowerOff,
-  kHostSpeed,      // value: the terminal speed the host set, bit/s
+  kHostSpeed,      // value: the terminal speed the host set, bit/s, noticed when the next bytes pass
   kSpeed,          // value: the controller's own new speed, bit/s
   kReceived,       // packet_type and bytes of a whole packet from the host; value: its length
   kSent,           // packet_type (0: raw bytes) and bytes of a packet that has left for the host; value: its length

@@ -146,7 +146,7 @@ void Controller::OnCommand(const Bytes& packet) {
 
 void Controller::Execute(uint16_t opcode, const Bytes& packet, const Spoiled& spoiled) {
   if (spoiled.status) {
-    Reply(opcode, Refusal(opcode, *spoiled.status), spoiled);
+    if (!vendor_.IsSilent(opcode)) Reply(opcode, Refusal(opcode, *spoiled.status), spoiled);
   } else if (state_ == State::kRunning && loopback_.Takes(opcode)) {
     line_->Send({kH4Event, loopback_.Command(packet), [this, opcode] { Settle(opcode); }, spoiled.lost_byte});
   } else if (GoesToEmulator(opcode)) {

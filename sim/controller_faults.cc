@@ -77,6 +77,7 @@ void Controller::Strike(const Fault& fault, Spoiled* spoiled) {
       break;
     case FaultKind::kHangUp:
       line_->HangUp();
+      spoiled->no_answer = true;  // it would reach whoever opens the line next
       break;
     case FaultKind::kCoexHangUp:
       coex_->HangUp();

@@ -74,9 +74,15 @@ bool VendorCommands::IsForMinidriver(uint16_t opcode) {
   return opcode == kWriteRamOpcode || opcode == kLaunchRamOpcode;
 }
 
+bool VendorCommands::IsSilent(uint16_t opcode) const {
+  if (opcode == kDebugInformation) return true;
+  return opcode == kWriteRamOpcode && owner_->InMinidriver() && RecordsAre() == Records::kSilent;
+}
+
 bool VendorCommands::IsAnswered(uint16_t opcode) const {
-  if (opcode == kDebugInformation) return false;
-  return opcode != kWriteRamOpcode || !owner_->InMinidriver() || RecordsAre() == Records::kAnswered;
+  const bool when_idle =
+      opcode == kWriteRamOpcode && owner_->InMinidriver() && RecordsAre() == Records::kAnsweredWhenIdle;
+  return !when_idle && !IsSilent(opcode);
 }
 
 VendorCommands::Records VendorCommands::RecordsAre() const {

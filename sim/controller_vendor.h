@@ -27,8 +27,10 @@ class VendorCommands {
   void Forget();
   // Told of each packet from the host, before it is obeyed.
   void HostGoesOn() { ++packets_; }
-  // Whether a command with this opcode is answered now.
+  // Whether a command with this opcode is answered at once, so that the host must wait for the answer.
   bool IsAnswered(uint16_t opcode) const;
+  // Whether it is not answered at all, be it obeyed or refused.
+  bool IsSilent(uint16_t opcode) const;
   // Whether the minidriver knows it.
   static bool IsForMinidriver(uint16_t opcode);
 

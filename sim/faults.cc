@@ -220,7 +220,9 @@ std::string FaultHelp() {
           "Kinds, and the values of their keys when not given:\n";
   for (const Kind& kind : Kinds()) {
     std::string head = kind.name;
-    for (const Key& key : kind.keys) head += std::string(",") + key.name + "=" + std::to_string(key.value);
+    for (const Key& key : kind.keys) {
+      head += std::string(",") + key.name + "=" + (key.max == kByte ? Hex(key.value, 2) : std::to_string(key.value));
+    }
     help << "  " << head << "\n      " << kind.help << "\n";
   }
   help << "Names for opcodes:";

@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <termios.h>
 
 #include <algorithm>
@@ -180,7 +179,7 @@ void Line::Drop() {
   written_ = 0;
   blocked_ = held_ = false;
   chunk_due_.reset();
-  split_packets_ = merge_packets_ = 0;
+  split_packets_ = merge_packets_ = merging_ = 0;
   merge_until_.reset();
 }
 
@@ -199,6 +198,7 @@ bool Line::Merging(Clock::time_point now) {
   if (merge_packets_ == 0) return false;
   if (!merge_until_) merge_until_ = now + merge_patience_;
   if (queue_.size() < merge_packets_ && now < *merge_until_) return true;
+  merging_ = std::min(queue_.size(), merge_packets_);
   merge_packets_ = 0;
   merge_until_.reset();
   return false;
@@ -218,8 +218,10 @@ void Line::Assemble() {
       chunk_.bytes.erase(chunk_.bytes.begin() + static_cast<ptrdiff_t>(begin + *packet.loses));
     }
     ++chunk_.packets;
+    if (chunk_.packets < merging_) continue;
     if (packet.sent || chunk_.bytes.size() >= limit || split_packets_ != 0) break;
   }
+  merging_ = 0;
 }
 
 // What a receiver at another speed makes of the bytes: fewer or more of them, and none as it was.
@@ -242,8 +244,9 @@ std::optional<size_t> Line::PieceSize(Clock::time_point now) {
   if (split_packets_ == 0) return rest;
   if (now < next_piece_) return std::nullopt;
   next_piece_ = now + split_gap_;
-  int unread = 0;
-  if (ioctl(pty_.host_end(), FIONREAD, &unread) == 0 && unread > 0) return std::nullopt;
+  // Asked this way, the terminal first brings in what is still on its way to the reader's buffer.
+  pollfd unread{pty_.host_end(), POLLIN, 0};
+  if (poll(&unread, 1, 0) > 0) return std::nullopt;
   return std::min(rest, split_size_);
 }
 

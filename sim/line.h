@@ -111,6 +111,7 @@ class Line {
   Clock::duration split_gap_{};
   Clock::time_point next_piece_{};
   size_t merge_packets_ = 0;
+  size_t merging_ = 0;  // packets that the next chunk holds at least
   Clock::duration merge_patience_{};
   std::optional<Clock::time_point> merge_until_;
 };

@@ -116,6 +116,15 @@ TEST_F(BoardFaultsTest, ARefusedCommandHasNoEffect) {
   EXPECT_EQ((Packet{0x04, 0x0F, 4, 0x0D, 1, 0x05, 0x04}), host_.Command(0x0405, Packet(13, 0))) << "by status";
 }
 
+TEST_F(BoardFaultsTest, ARecordRefusedInFastModeShowsAtTheLaunch) {
+  Start({"wrong-status,opcode=record,after=3"});
+  host_.Command(0xFE72, {0, 1});
+  host_.Command(0xFC2E);
+  const std::vector<Packet> records = Records(root_.Read("/vendor/firmware/qnlr/QNL_188_U.hcd"));
+  for (const Packet& record : records) host_.Write(record);
+  EXPECT_EQ(Complete(0xFC4E, {0x0C}), host_.Read());
+}
+
 TEST_F(BoardFaultsTest, ALateAnswerComesBehindOthersAndDiesWithThePower) {
   Board& board = Start({"late-answer,opcode=version,ms=200", "late-answer,opcode=0x1009,ms=3600000"});
   host_.Send(kVersion);
