@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 // someone else, a name of our own.
 std::string DefaultPath() {
   const char* folder = getenv("TMPDIR");
-  const std::string path = std::string(folder == nullptr || *folder == '\0' ? "/tmp" : folder) + "/bthal-demo";
+  std::string path = std::string(folder == nullptr || *folder == '\0' ? "/tmp" : folder) + "/bthal-demo";
   struct stat info = {};
   if (lstat(path.c_str(), &info) != 0 || (S_ISDIR(info.st_mode) && info.st_uid == geteuid())) return path;
   return path + "-" + std::to_string(geteuid());

@@ -34,7 +34,8 @@ Prepared Prepare(const SpawnOptions& options) {
     for (const auto& [set, value] : options.environment) replaced |= set == name;
     if (!replaced) prepared.environment.emplace_back(text);
   }
-  for (const auto& [name, value] : options.environment) prepared.environment.push_back(name + "=" + value);
+  for (const auto& [name, value] : options.environment)
+    prepared.environment.push_back(StringPrintf("%s=%s", name.c_str(), value.c_str()));
   for (std::string& variable : prepared.environment) prepared.variables.push_back(variable.data());
   for (const std::string& argument : options.arguments) {
     prepared.arguments.push_back(const_cast<char*>(argument.c_str()));

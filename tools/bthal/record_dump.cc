@@ -10,7 +10,7 @@ namespace {
 constexpr std::string_view kHistoryHeading = "Anchors' History";
 constexpr std::string_view kIn = " [ IN]";
 constexpr std::string_view kOut = " [OUT]";
-constexpr int64_t kDayMs = 24 * 3600 * 1000;
+constexpr int64_t kDayMs = int64_t{24} * 3600 * 1000;
 
 // The rule above and below a heading.
 bool IsRule(std::string_view line) {

@@ -3,6 +3,7 @@
 #include <android-base/stringprintf.h>
 
 #include <algorithm>
+#include <cinttypes>
 
 #include "bthal/terminal.h"
 
@@ -80,13 +81,13 @@ std::string TraceJson(const std::vector<Span>& spans) {
   std::string json = "{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n";
   json += R"({"name":"process_name","ph":"M","pid":1,"tid":0,"args":{"name":"Bluetooth HAL"}})";
   for (const Span& span : spans) {
-    StringAppendF(&json, ",\n{\"name\":%s,\"cat\":\"record\",\"pid\":1,\"tid\":%zu,\"ts\":%lld",
-                  JsonString(span.name).c_str(), span.lane, static_cast<long long>((span.begin_ms - zero) * 1000));
+    StringAppendF(&json, ",\n{\"name\":%s,\"cat\":\"record\",\"pid\":1,\"tid\":%zu,\"ts\":%" PRId64,
+                  JsonString(span.name).c_str(), span.lane, (span.begin_ms - zero) * 1000);
     if (span.moment) {
       json += ",\"ph\":\"i\",\"s\":\"t\"}";
       continue;
     }
-    StringAppendF(&json, ",\"ph\":\"X\",\"dur\":%lld", static_cast<long long>((span.end_ms - span.begin_ms) * 1000));
+    StringAppendF(&json, ",\"ph\":\"X\",\"dur\":%" PRId64, (span.end_ms - span.begin_ms) * 1000);
     if (span.unfinished) json += ",\"args\":{\"unfinished\":true}";
     if (span.began_earlier) json += ",\"args\":{\"began_earlier\":true}";
     json += "}";
