@@ -49,6 +49,7 @@ void Links::AddTo(CommandTable* table) {
   AddAdvertisingCommands(table);
   AddListCommands(table);
   AddConnectionCommands(table);
+  AddLinkCommands(table);
 }
 
 void Links::Reset() {
@@ -78,6 +79,20 @@ void Links::AddConnectionCommands(CommandTable* table) {
       outlet_->SendEvent(kRemoteNameComplete, event);
     });
   });
+  table->AddByStatus(0x200D, 25, 26, 4, [this](const Bytes& p) {
+    constexpr size_t kPolicyAt = 4;
+    if (p[kPolicyAt] != 0) return ConnectLe({0, {}, false});
+    return ConnectLe({p[5], Address(p, 6), false});
+  });
+  table->AddByStatus(0x2043, 10, 37, 7, [this](const Bytes& p) {
+    if (p[0] != 0) return ConnectLe({0, {}, true});
+    return ConnectLe({p[2], Address(p, 3), true});
+  });
+  table->Add(0x200E, 0, 26, 5, [this](const Bytes&) { return CancelLe(); });
+}
+
+// What a host asks about, or of, a connection that is there.
+void Links::AddLinkCommands(CommandTable* table) {
   auto told = [this](uint8_t code, Bytes head, Bytes tail) {
     return [this, code, head = std::move(head), tail = std::move(tail)](uint16_t handle, const Bytes&) {
       Bytes event = head;
@@ -121,16 +136,6 @@ void Links::AddConnectionCommands(CommandTable* table) {
     const bool known = connections_.count(GetLe16(p.data())) != 0;
     return Answer::Complete({known ? kSuccess : kUnknownConnection, p[0], p[1], known ? kMinus50 : uint8_t{0}});
   });
-  table->AddByStatus(0x200D, 25, 26, 4, [this](const Bytes& p) {
-    constexpr size_t kPolicyAt = 4;
-    if (p[kPolicyAt] != 0) return ConnectLe({0, {}, false});
-    return ConnectLe({p[5], Address(p, 6), false});
-  });
-  table->AddByStatus(0x2043, 10, 37, 7, [this](const Bytes& p) {
-    if (p[0] != 0) return ConnectLe({0, {}, true});
-    return ConnectLe({p[2], Address(p, 3), true});
-  });
-  table->Add(0x200E, 0, 26, 5, [this](const Bytes&) { return CancelLe(); });
 }
 
 Answer Links::ForConnection(const Bytes& parameters,

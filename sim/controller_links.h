@@ -33,6 +33,7 @@ class Links {
 
   // controller_links.cc
   void AddConnectionCommands(CommandTable* table);
+  void AddLinkCommands(CommandTable* table);
   Answer Disconnect(const Bytes& parameters);
   Answer ForConnection(const Bytes& parameters, std::function<void(uint16_t handle, const Bytes& parameters)> then);
   void ConnectClassic(const Bytes& peer);

@@ -13,16 +13,16 @@ namespace {
 // A start bit, eight data bits, a stop bit.
 constexpr uint64_t kBitsPerByte = 10;
 // How much is read, and written, at once. A pseudo-terminal holds about 4 KiB.
-constexpr size_t kReadAtOnce = 64 * 1024;
+constexpr size_t kReadAtOnce = 65536;
 constexpr size_t kWriteAtOnce = 4096;
 // With pacing a chunk is what the wire carries in this time.
 constexpr auto kPacedChunk = std::chrono::milliseconds(2);
 // With this much waiting for the host, nothing more is read from it, as a UART drops its RTS; but only for so long,
 // because a host that writes before it reads on would otherwise wait for us as we wait for it.
-constexpr size_t kThrottleAt = 256 * 1024;
+constexpr size_t kThrottleAt = size_t{256} * 1024;
 constexpr auto kThrottleFor = std::chrono::milliseconds(20);
 // Beyond this the host has stopped reading for good.
-constexpr size_t kDropAt = 64 * 1024 * 1024;
+constexpr size_t kDropAt = size_t{64} * 1024 * 1024;
 
 uint32_t BitRate(speed_t speed) {
   switch (speed) {
@@ -235,7 +235,8 @@ void Line::Garble() {
   const size_t count =
       host == 0 ? 0 : std::clamp<size_t>(chunk_.bytes.size() * host / speed_, 1, 2 * chunk_.bytes.size() + 1);
   Bytes garbled;
-  for (size_t i = 0; i < count; ++i) Put8(garbled, 0x80u | (chunk_.bytes[i % chunk_.bytes.size()] * 37u + i));
+  for (size_t i = 0; i < count; ++i)
+    Put8(garbled, 0x80u | static_cast<unsigned>(chunk_.bytes[i % chunk_.bytes.size()] * size_t{37} + i));
   chunk_.bytes = std::move(garbled);
 }
 

@@ -6,7 +6,7 @@ namespace bthal::sim {
 namespace {
 
 constexpr size_t kHeader = 4;
-constexpr size_t kEnoughWaits = 64 * 1024;
+constexpr size_t kEnoughWaits = 65536;
 constexpr auto kPause = std::chrono::milliseconds(1);
 
 }  // namespace
