@@ -182,7 +182,11 @@ TEST_F(OnBoard, ThePacketLogIsFollowedLive) {
 
 TEST_F(OnBoard, TheExtensionsReachTheController) {
   Start();
-  const ProgramResult off = Bthal({"afh", "--avoid", "0-7"});
+  ProgramResult off;
+  ASSERT_TRUE(WaitFor([&] {  // until the service has come to publishing
+    off = Bthal({"afh", "--avoid", "0-7"});
+    return off.error.find("is not published") == std::string::npos;
+  }));
   EXPECT_EQ(off.status, 1);
   EXPECT_THAT(off.error, HasSubstr("Bluetooth is off"));
 
