@@ -33,8 +33,14 @@ using ext::sar::aidl::implementation::BluetoothSar;
 // With the main thread, which joins the pool, two threads serve calls.
 constexpr uint32_t kPoolThreads = 1;
 
+const ::android::hardware::bluetooth::conf::Config& LoadSettings() {
+  // What the loading logs needs the process set up.
+  ::android::hardware::bluetooth::os::SetUpProcess();
+  return ::android::hardware::bluetooth::conf::Config::GetInstance();
+}
+
 // The files are read before main() and before any thread: the first part of the start-up already asks for settings.
-[[maybe_unused]] const auto& g_config = ::android::hardware::bluetooth::conf::Config::GetInstance();
+[[maybe_unused]] const auto& g_config = LoadSettings();
 
 template <typename Service>
 bool Publish(const std::shared_ptr<Service>& service) {
@@ -51,7 +57,6 @@ void PublishExtension(const std::shared_ptr<Service>& service, const char* name)
 }  // namespace
 
 int main() {
-  ::android::hardware::bluetooth::os::SetUpProcess();
   ABinderProcess_setThreadPoolMaxThreadCount(kPoolThreads);
   ABinderProcess_startThreadPool();
 
