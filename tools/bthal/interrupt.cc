@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -10,14 +11,25 @@
 namespace bthal::tool {
 namespace {
 
+// Whoever passes a Ctrl-C on (timeout(1) does) may send it twice at once; a person takes longer.
+constexpr int64_t kSecondThoughtMs = 300;
+
 std::atomic<int> g_signal{0};
+std::atomic<int64_t> g_signal_ms{0};
 int g_pipe[2] = {-1, -1};
+
+int64_t NowMs() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
 
 void OnSignal(int signal) {
   int none = 0;
   if (g_signal.compare_exchange_strong(none, signal)) {
+    g_signal_ms = NowMs();
     (void)!write(g_pipe[1], "", 1);
-  } else if (signal == SIGINT) {
+  } else if (signal == SIGINT && NowMs() - g_signal_ms >= kSecondThoughtMs) {
     _exit(128 + SIGINT);  // asked twice: do not wait for a clean end
   }
 }

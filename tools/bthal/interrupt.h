@@ -5,8 +5,8 @@
 
 namespace bthal::tool {
 
-// From now on SIGINT, SIGTERM and SIGHUP no longer end the program; a second SIGINT within the same run does. Call
-// once, on the main thread, before any other thread exists.
+// From now on SIGINT, SIGTERM and SIGHUP no longer end the program; a second SIGINT, some time after the first, does.
+// Call once, on the main thread, before any other thread exists.
 void CatchInterrupts();
 
 // Which signal came first; 0 while none has.
