@@ -1,19 +1,16 @@
 // Thread frames by the ten thousand, beside HCI traffic, through the real service.
 #include <android-base/properties.h>
-#include <android-base/unique_fd.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <atomic>
 #include <condition_variable>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
 #include "support/board_session.h"
+#include "support/thread_client.h"
 #include "support/wait_for.h"
 
 namespace bthal::test {
@@ -25,40 +22,11 @@ constexpr uint32_t kFrames = 2'000;
 constexpr uint32_t kFrames = 100'000;
 #endif
 constexpr uint16_t kSmallest = 1;
-constexpr uint16_t kLargest = 8192;
+constexpr uint16_t kLargest = ThreadClient::kLargestFrame;
 // Frames under way at a time: what the client's socket holds even if all of them are of the largest size.
 constexpr uint32_t kWindow = 16;
 
 const Bytes kReadAddress = {0x09, 0x10, 0};
-
-// The service's end of the line, seen from the Thread service.
-class ThreadClient {
- public:
-  explicit ThreadClient(const std::string& path) : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    connected_ =
-        WaitFor([&] { return connect(fd_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0; });
-  }
-
-  bool connected() const { return connected_; }
-  bool Send(const Bytes& frame) const {
-    return send(fd_.get(), frame.data(), frame.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(frame.size());
-  }
-  // One frame; empty when the line has ended.
-  Bytes Receive() const {
-    Bytes frame(kLargest + 1);
-    const ssize_t size = TEMP_FAILURE_RETRY(recv(fd_.get(), frame.data(), frame.size(), 0));
-    frame.resize(size < 0 ? 0 : static_cast<size_t>(size));
-    return frame;
-  }
-  void HangUp() const { shutdown(fd_.get(), SHUT_RDWR); }
-
- private:
-  android::base::unique_fd fd_;
-  bool connected_ = false;
-};
 
 class ThreadTrafficTest : public BoardSessionTest {
  protected:
@@ -69,7 +37,7 @@ class ThreadTrafficTest : public BoardSessionTest {
     root_.Write("/vendor/etc/bluetooth/bt_vendor_overlay.conf", "ThreadDispatcherEnabled = true\n");
     android::base::SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
     ASSERT_NO_FATAL_FAILURE(OpenSession("info"));
-    thread_client_ = std::make_unique<ThreadClient>(root_.path() + "/data/vendor/bluetooth/thread_dispatcher_socket");
+    thread_client_ = std::make_unique<ThreadClient>(root_.path());
     ASSERT_TRUE(thread_client_->connected());
     ASSERT_TRUE(service_->WaitForLog("Accepted new client successfully."));
   }

@@ -1,0 +1,103 @@
+// Coexistence messages, Thread frames and channel avoidance of the real service, across the ways in which a session
+// ends.
+#include <aidl/vendor/tovani/bluetooth_ext/IBTChannelAvoidance.h>
+#include <android-base/properties.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+#include <vector>
+
+#include "support/board_session.h"
+#include "support/thread_client.h"
+#include "support/wait_for.h"
+
+namespace bthal::test {
+namespace {
+
+using ::aidl::vendor::tovani::bluetooth_ext::IBTChannelAvoidance;
+using sim::JournalEntry;
+using sim::WireEvent;
+using ::testing::ElementsAre;
+using HalStatus = ::aidl::android::hardware::bluetooth::Status;
+
+const Bytes kReadAddress = {0x09, 0x10, 0};
+
+// With accelerated Bluetooth-on (true) the controller stays up between sessions; without, it comes up for each.
+class SideTransportsTest : public BoardSessionTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    ASSERT_NO_FATAL_FAILURE(StartBoard(SmallBoard()));
+    root_.Write("/vendor/etc/bluetooth/bt_vendor_overlay.conf", "ThreadDispatcherEnabled = true\n");
+    android::base::SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
+    android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", GetParam() ? "false" : "true");
+    StartService();
+    ASSERT_NO_FATAL_FAILURE(FindHal());
+  }
+
+  void Initialize() {
+    client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
+    ASSERT_TRUE(hal_->initialize(client_).isOk());
+    ASSERT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
+  }
+
+  // Whether both side services reach the controller. They are started behind the client's back, so they may take a
+  // moment.
+  bool SidesWork() {
+    const auto avoidance = FindService<IBTChannelAvoidance>();
+    const auto set = [&] { return avoidance->setBluetoothChannelStatus({0xFF, 0xFF, 0xFF, 0xFF, 0xFF}).isOk(); };
+    if (!WaitFor(set)) return false;
+    const ThreadClient thread_client(root_.path());
+    return thread_client.connected() && thread_client.Send({1, 2, 3}) && thread_client.Receive() == Bytes({1, 2, 3});
+  }
+
+  bool SidesAreOff() const {
+    return FindService<IBTChannelAvoidance>()->setBluetoothChannelStatus({}).getServiceSpecificError() == -22;
+  }
+
+  // The last byte of every message that the coexistence driver got.
+  std::vector<int> CoexMessages() const {
+    std::vector<int> messages;
+    for (const JournalEntry& entry : board_->Journal()) {
+      if (entry.event == WireEvent::kCoexMessage) messages.push_back(entry.bytes.back());
+    }
+    return messages;
+  }
+};
+
+TEST_P(SideTransportsTest, WorkInEverySessionAndInNoneBetween) {
+  for (int session = 0; session < 3; ++session) {
+    ASSERT_NO_FATAL_FAILURE(Initialize());
+    EXPECT_TRUE(SidesWork());
+    ASSERT_TRUE(hal_->close().isOk());
+    EXPECT_TRUE(SidesAreOff());
+  }
+}
+
+TEST_P(SideTransportsTest, EveryPowerChangeIsToldToTheDriverInOrder) {
+  ASSERT_NO_FATAL_FAILURE(Initialize());
+  // Off, going and gone; then on, coming and there.
+  EXPECT_THAT(CoexMessages(), ElementsAre(0x45, 0x46, 0x47, 0x48));
+  ASSERT_TRUE(hal_->close().isOk());
+  service_->Signal(SIGTERM);
+  ASSERT_EQ(service_->WaitForEndText(), "signal " + std::to_string(SIGKILL));
+  EXPECT_TRUE(WaitFor([&] { return CoexMessages().size() >= 6; }));
+  EXPECT_EQ(CoexMessages()[4], 0x45);
+  EXPECT_EQ(CoexMessages()[5], 0x46);
+}
+
+TEST_P(SideTransportsTest, SigtermEndsTheServiceWhileACommandIsNeverAnswered) {
+  ASSERT_NO_FATAL_FAILURE(Initialize());
+  std::string error;
+  ASSERT_TRUE(board_->AddFault("no-answer,count=always", &error)) << error;
+  ASSERT_TRUE(hal_->sendHciCommand(kReadAddress).isOk());
+  ASSERT_TRUE(hal_->sendHciCommand(kReadAddress).isOk());
+  service_->Signal(SIGTERM);
+  EXPECT_EQ(service_->WaitForEndText(), "signal " + std::to_string(SIGKILL));
+}
+
+INSTANTIATE_TEST_SUITE_P(Acceleration, SideTransportsTest, ::testing::Bool());
+
+}  // namespace
+}  // namespace bthal::test
