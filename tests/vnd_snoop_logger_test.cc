@@ -29,6 +29,7 @@ thread_local size_t t_allocations = 0;
 
 }  // namespace
 
+#ifndef BTHAL_SANITIZED  // the sanitizers bring allocation functions of their own
 // Counts what this thread allocates.
 __attribute__((noinline)) void* operator new(size_t size) {
   ++t_allocations;
@@ -37,6 +38,7 @@ __attribute__((noinline)) void* operator new(size_t size) {
 }
 __attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
 __attribute__((noinline)) void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+#endif
 
 namespace android::hardware::bluetooth {
 namespace {
