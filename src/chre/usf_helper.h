@@ -1,5 +1,5 @@
-// The sensor-hub offload transport. This build carries no sensor-hub client: every operation that would need one refuses
-// with a log, and the transport is not counted as dead, so that no lasting fallback is written by accident.
+// The sensor-hub offload transport. This build carries no sensor-hub client: every operation that would need one
+// refuses with a log, and the transport is not counted as dead, so that no lasting fallback is written by accident.
 #pragma once
 
 #include <cstddef>

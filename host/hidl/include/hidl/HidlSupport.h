@@ -29,9 +29,9 @@ class hidl_vec {
   hidl_vec(hidl_vec&& other) noexcept { swap(other); }
   hidl_vec(std::initializer_list<T> list) { assign(list.begin(), list.end()); }
   hidl_vec(const std::vector<T>& other) { assign(other.data(), other.data() + other.size()); }
-  template <typename InputIterator, typename = std::enable_if_t<std::is_convertible_v<
-                                        typename std::iterator_traits<InputIterator>::iterator_category,
-                                        std::input_iterator_tag>>>
+  template <typename InputIterator,
+            typename = std::enable_if_t<std::is_convertible_v<
+                typename std::iterator_traits<InputIterator>::iterator_category, std::input_iterator_tag>>>
   hidl_vec(InputIterator first, InputIterator last) {
     assign(first, last);
   }
@@ -93,8 +93,7 @@ class hidl_vec {
 
  private:
   static void CheckSize(size_t size) {
-    LOG_ALWAYS_FATAL_IF(size > std::numeric_limits<uint32_t>::max(),
-                        "hidl_vec can't hold more than 2^32 elements.");
+    LOG_ALWAYS_FATAL_IF(size > std::numeric_limits<uint32_t>::max(), "hidl_vec can't hold more than 2^32 elements.");
   }
 
   template <typename InputIterator>
