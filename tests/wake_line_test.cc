@@ -39,7 +39,10 @@ TEST_F(WakeLineTest, TheLineIsUpBeforeEveryByteAndTheLockIsHeldExactlyWhileItIs)
   bool locked = false;
   for (const JournalEntry& entry : board_->Journal()) {
     if (entry.event == WireEvent::kLostBytes || entry.event == WireEvent::kProtocolError) ADD_FAILURE() << entry.text;
-    if (entry.event == WireEvent::kWakeLock) locked = true;
+    if (entry.event == WireEvent::kWakeLock) {
+      EXPECT_TRUE(!slept || !locked) << "not released while the line was low";
+      locked = true;
+    }
     if (entry.event == WireEvent::kWakeUnlock) {
       EXPECT_TRUE(!slept || !up) << "released while the line was up";
       locked = false;
