@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-#include "h4/hci_packet.h"
+#include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth {
 

@@ -7,7 +7,7 @@
 
 #include <cinttypes>
 
-#include "conf.h"
+#include "conf/conf.h"
 #include "os/file_utils.h"
 
 namespace android::hardware::bluetooth {

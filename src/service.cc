@@ -11,12 +11,12 @@
 
 #include "aidl/bluetooth_ccc.h"
 #include "aidl/bluetooth_ewp.h"
-#include "aidl/bluetooth_hci.h"
+#include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "aidl/bluetooth_hci_inject.h"
 #include "aidl/bluetooth_pof.h"
 #include "aidl/bluetooth_sar.h"
 #include "aidl/bt_channel_avoidance.h"
-#include "conf.h"
+#include "conf/conf.h"
 #include "os/process_setup.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <android-base/properties.h>
 #include <android-base/stringprintf.h>
 
-#include "conf.h"
+#include "conf/conf.h"
 #include "os/device_path.h"
 
 namespace android::hardware::bluetooth {

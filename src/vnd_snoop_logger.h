@@ -9,7 +9,7 @@
 #include <mutex>
 #include <string>
 
-#include "h4/hci_packet.h"
+#include "hci/hci_packet.h"
 #include "os/file_utils.h"
 
 namespace android::hardware::bluetooth {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "aidl/extension_handle.h"
-#include "hci_event_watcher.h"
+#include "hci/hci_event_watcher.h"
 
 namespace vendor::tovani::bluetooth_ext::finder::aidl::implementation {
 

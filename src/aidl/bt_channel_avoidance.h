@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "aidl/extension_handle.h"
-#include "hci_event_watcher.h"
+#include "hci/hci_event_watcher.h"
 
 namespace vendor::tovani::bluetooth_ext::bt_channel_avoidance::aidl::implementation {
 

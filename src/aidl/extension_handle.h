@@ -5,7 +5,7 @@
 #include <mutex>
 #include <utility>
 
-#include "hci_flow_control.h"
+#include "hci_flow_control/hci_flow_control.h"
 
 namespace android::hardware::bluetooth {
 

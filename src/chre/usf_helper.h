@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "h4/hci_packet.h"
-#include "uart_baud_rate.h"
+#include "h4/hw_control/uart_baud_rate.h"
+#include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::hci {
 

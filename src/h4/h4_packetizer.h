@@ -8,7 +8,7 @@
 #include <functional>
 #include <memory>
 
-#include "h4/hci_packet.h"
+#include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::hci {
 

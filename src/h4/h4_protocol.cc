@@ -15,9 +15,9 @@
 #include <limits>
 #include <utility>
 
-#include "async_fd_watcher.h"
-#include "debug_central.h"
-#include "shim.h"
+#include "debug_central/debug_central.h"
+#include "h4/async_fd_watcher.h"
+#include "shim/shim.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "h4/h4_packetizer.h"
-#include "h4/hci_packet.h"
+#include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::hci {
 

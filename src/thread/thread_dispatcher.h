@@ -9,7 +9,7 @@
 
 #include <android-base/unique_fd.h>
 
-#include "hci_flow_control.h"
+#include "hci_flow_control/hci_flow_control.h"
 #include "thread/socket_processor.h"
 
 namespace android::hardware::bluetooth::hci {

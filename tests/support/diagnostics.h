@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "debug_central.h"
+#include "debug_central/debug_central.h"
 
 namespace bthal::test {
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "bthal/process.h"
+#include "bthal/run/process.h"
 
 namespace bthal::test {
 namespace {

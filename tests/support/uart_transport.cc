@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "os/kill_self.h"
-#include "shim.h"
+#include "shim/shim.h"
 
 namespace bthal::test {
 namespace {

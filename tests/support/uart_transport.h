@@ -6,7 +6,7 @@
 #include <mutex>
 #include <vector>
 
-#include "hci_flow_control.h"
+#include "hci_flow_control/hci_flow_control.h"
 
 namespace bthal::test {
 

@@ -3,8 +3,8 @@
 
 #include <csignal>
 
-#include "bthal/commands.h"
-#include "bthal/terminal.h"
+#include "bthal/cmd/commands.h"
+#include "bthal/show/terminal.h"
 
 namespace {
 

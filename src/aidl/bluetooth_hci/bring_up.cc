@@ -1,0 +1,217 @@
+#define LOG_TAG "bthal.aidl.qnlbtlinux"
+
+#include <log/log.h>
+
+#include <chrono>
+#include <string>
+#include <utility>
+
+#include <android-base/stringprintf.h>
+
+#include "aidl/bluetooth_hci/bluetooth_hci.h"
+#include "aidl/bluetooth_hci/callbacks.h"
+#include "aidl/bluetooth_hci/termination.h"
+#include "bluetooth_Activity.h"
+#include "bluetooth_bqr.h"
+#include "btqnl_protocol/btqnl_protocol.h"
+#include "coex_device/coex_device.h"
+#include "conf/conf.h"
+#include "debug_central/debug_central.h"
+#include "os/kill_self.h"
+#include "shim/shim.h"
+#include "thread/thread_dispatcher.h"
+
+namespace android::hardware::bluetooth::aidl::qnlbtlinux {
+namespace {
+
+using ::aidl::android::hardware::bluetooth::Status;
+using ::android::base::StringPrintf;
+using coex_device::CoexDevice;
+
+constexpr int32_t kErrorInvalid = -22;
+constexpr int kCoexOpenAttempts = 30;
+constexpr std::chrono::milliseconds kCoexOpenPause{100};
+// Nobody waits for the end of this one; it is only never to hang.
+constexpr std::chrono::seconds kBigHammerLimit{10};
+
+::ndk::ScopedAStatus InitFailed() { return ::ndk::ScopedAStatus::fromServiceSpecificError(kErrorInvalid); }
+
+}  // namespace
+
+void BluetoothHci::StartInitThread(Turn turn, std::function<void(Turn&)> routine) {
+  LifecycleLock* lifecycle = turn.release();
+  const std::lock_guard lock(init_thread_mutex_);
+  // Over a thread that nobody has joined this ends the process.
+  init_thread_ = std::thread([lifecycle, routine = std::move(routine)] {
+    Turn inherited(*lifecycle, std::adopt_lock);
+    routine(inherited);
+  });
+}
+
+void BluetoothHci::JoinInitThread() {
+  std::thread init_thread;
+  {
+    const std::lock_guard lock(init_thread_mutex_);
+    init_thread.swap(init_thread_);
+  }
+  if (!init_thread.joinable()) return;
+  ALOGI("Init thread is running. Waiting for it to exit");
+  init_thread.join();
+  ALOGI("Init thread exited. Continue further processing");
+}
+
+void BluetoothHci::thread_perform_init(Turn& turn) {
+  DebugCentral::Get().UpdateRecord(AnchorType::kServiceThread, __func__);
+  ALOGI("%s", __func__);
+  perform_init(turn);
+}
+
+::ndk::ScopedAStatus BluetoothHci::perform_init(Turn& turn) {
+  ALOGI("%s", __func__);
+  const DebugAnchor anchor(AnchorType::kPerformInit, __func__);
+  if (hci_handle() != nullptr) return RefuseDoubleAttempt(turn);
+
+  accelerated_ = conf::Config::GetInstance().IsAcceleratedBtOnSupported();
+  DebugCentral::Get().SetNotifyCallback(NotifyCallback);
+  if (!open_coex_dev()) {
+    ALOGE("Failed to open coex device");
+    DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostCoexDeviceOpenError, "Can't open coex device");
+  }
+  set_hci_handle(OpenChannel());
+  const auto flow_control = hci_handle();
+  if (flow_control == nullptr) {
+    // The coexistence device stays open here: the next attempt uses it as it is.
+    thread_dispatcher_.reset();
+    TellFailedInit(turn, "InitializeHciHandle failed, calling kill", /*record_failed_call=*/false);
+    return InitFailed();
+  }
+  DebugCentral::Get().StartMonitor(flow_control.get());
+  if (!BtQnlProtocol::GetInstacne().Initialize(flow_control.get())) {
+    ALOGE("Initialize() failed");
+    DebugCentral::Get().StopMonitor();
+    hci::shim::Deinitialize();
+    set_hci_handle(nullptr);
+    thread_dispatcher_.reset();
+    TellFailedInit(turn, "Calling kill due to an error", /*record_failed_call=*/true);
+    CoexDevice::Get().DeviceClose();
+    return InitFailed();
+  }
+  setup_signal_handler();
+  ALOGI("%s: BTQNL controller is ready", __func__);
+  DebugCentral::Get().UpdateRecord(AnchorType::kControllerReady,
+                                   StringPrintf("%s: BTQNL controller is ready", __func__));
+  BtActivitiesLogger::Get().StartLogging();
+  BtBqrEnergyRecoder::Get().StartLogging();
+  return ::ndk::ScopedAStatus::ok();
+}
+
+::ndk::ScopedAStatus BluetoothHci::RefuseDoubleAttempt(Turn& turn) {
+  ALOGE("%s: hci_handle != nullptr! -> Double attempt to initialize the HAL", "perform_init");
+  if (const auto cb = ConnectedClient()) {
+    if (!TellClient(turn, cb, Status::HARDWARE_INITIALIZATION_ERROR)) {
+      ALOGE("VendorInterface -> Unable to call initializationComplete(ERR)");
+    }
+  } else {
+    ALOGE("%s: Calling kill due to error", "perform_init");
+    os::KillSelf();
+  }
+  return InitFailed();
+}
+
+hci::HciFlowControl* BluetoothHci::OpenChannel() {
+  hci::HciPacketCallback thread_cb;
+  if (thread_dispatcher_enabled_) {
+    thread_dispatcher_ = std::make_shared<hci::ThreadDispatcher>();
+    thread_dispatcher_started_ = false;
+    // Shared with the receive thread, which may finish its work on a read after the transport has been closed on it.
+    thread_cb = [dispatcher = thread_dispatcher_](const hci::HciPacket& packet) {
+      ThreadCallback(packet, dispatcher.get());
+    };
+  }
+  return hci::shim::InitializeHciHandle(EventCallback, AclCallback, ScoCallback, IsoCallback, std::move(thread_cb));
+}
+
+// A client is told and forgotten; without one the process starts afresh.
+void BluetoothHci::TellFailedInit(Turn& turn, const char* kill_message, bool record_failed_call) {
+  const auto cb = ConnectedClient();
+  if (cb == nullptr) {
+    ALOGE("%s", kill_message);
+    os::KillSelf();
+    return;
+  }
+  if (!TellClient(turn, cb, Status::HARDWARE_INITIALIZATION_ERROR)) {
+    ALOGE("VendorInterface -> Unable to call initializationComplete(ERR)");
+    if (record_failed_call) {
+      DebugCentral::Get().UpdateRecord(AnchorType::kCallbackFailed,
+                                       "perform_init: Unable to call initializationComplete(ERR)");
+    }
+  }
+  ++session_;
+  session_client_ = nullptr;
+  DisconnectClient();
+}
+
+void BluetoothHci::setup_signal_handler() {
+  ALOGI("%s:", __func__);
+  ALOGI("%s: sigaction(SIGTERM)", __func__);
+  HandleSigterm([this](int signum) { Terminate(signum); });
+}
+
+bool BluetoothHci::open_coex_dev() {
+  const int delay_ms = conf::Config::GetInstance().big_hammer_bt_reg_on_delay_ms;
+  bool opened = false;
+  int failures = 0;
+  while (failures < kCoexOpenAttempts) {
+    opened = CoexDevice::Get().DeviceOpen([this] { resetBtCallback(); }, delay_ms) >= 0;
+    if (opened) break;
+    ++failures;
+    std::this_thread::sleep_for(kCoexOpenPause);
+  }
+  ALOGI("%s: return ret (%d), count:%d", __func__, opened, failures);
+  DebugCentral::Get().UpdateRecord(
+      AnchorType::kCoexDeviceOpen,
+      StringPrintf("%s, open the coex device (%s), count:%d", __func__, opened ? "Success" : "Failed", failures));
+  return opened;
+}
+
+// The coexistence driver resets the whole chip. On its poll thread, which ends in the restart of the process whatever
+// happens here: whoever has the turn just now is not waited for, nor is a client that blocks the receive thread.
+void BluetoothHci::resetBtCallback() {
+  ALOGE("resetBtCallback called");
+  DebugCentral::Get().UpdateRecord(AnchorType::kBigHammer, StringPrintf("%s Big Hammer Occurred", __func__));
+  const TerminationDeadline deadline(kBigHammerLimit);
+  const Turn turn(lifecycle_, std::try_to_lock);
+  if (!turn.owns_lock()) {
+    ALOGW("%s: the HAL is being opened or closed, left as it is", __func__);
+    return;
+  }
+  closeHci();
+}
+
+void BluetoothHci::closeHci() {
+  ALOGI("%s", __func__);
+  BtQnlProtocol::GetInstacne().Shutdown();
+  DebugCentral::Get().StopMonitor();
+  BtActivitiesLogger::Get().StopLogging();
+  BtBqrEnergyRecoder::Get().StopLogging();
+  StopThreadDispatcher();
+  hci::shim::Deinitialize();
+  ALOGI("%s: hci_handle_ = nullptr", __func__);
+  set_hci_handle(nullptr);
+  thread_dispatcher_.reset();
+}
+
+void BluetoothHci::perform_close() {
+  DebugCentral::Get().UpdateRecord(AnchorType::kPerformClose, __func__);
+  ALOGI("%s", __func__);
+  closeHci();
+  CoexDevice::Get().DeviceClose();
+}
+
+void BluetoothHci::StopThreadDispatcher() {
+  if (thread_dispatcher_ == nullptr || !thread_dispatcher_started_) return;
+  thread_dispatcher_started_ = false;
+  thread_dispatcher_->OnBluetoothDisabled();
+}
+
+}  // namespace android::hardware::bluetooth::aidl::qnlbtlinux

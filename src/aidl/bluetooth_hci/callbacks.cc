@@ -1,0 +1,219 @@
+#define LOG_TAG "bthal.aidl.qnlbtlinux"
+
+#include "aidl/bluetooth_hci/callbacks.h"
+
+#include <log/log.h>
+#include <stdio.h>
+
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bluetooth_Activity.h"
+#include "debug_central/debug_central.h"
+#include "thread/thread_dispatcher.h"
+#include "vnd_snoop_logger.h"
+
+namespace android::hardware::bluetooth::aidl::qnlbtlinux {
+namespace {
+
+using Direction = VndSnoopLogger::Direction;
+using PacketType = VndSnoopLogger::PacketType;
+
+// Number Of Completed Packets event:
+//   13 | length | number of handles | first handle (2) | first count (2) | ...
+constexpr size_t kCompletedHandleHighOffset = 4;
+
+// ACL and ISO data:
+//   handle and flags (2) | length (2) | payload
+// The handle is the low 12 bits of the first two bytes.
+constexpr size_t kHandleLowOffset = 0;
+constexpr size_t kHandleHighOffset = 1;
+constexpr size_t kHandleSize = 2;
+constexpr uint8_t kHandleHighMask = 0x0F;
+
+// The controller marks what did not come from the stack's own connections in the upper bits of the handle.
+constexpr uint8_t kMark = 0x0F;                // ACL: sent by the controller itself
+constexpr uint8_t kCompletedMark = 0x0E;       // events: completes what was marked so
+constexpr uint8_t kIsoSentMark = 0x0E;         // ISO: sent by the controller itself
+constexpr uint8_t kIsoReceivedMark = 0x0D;     // ISO: received, and consumed by the controller
+constexpr uint16_t kDiagnosticHandle = 0xFF1;  // the controller's diagnostic stream: never the stack's
+constexpr uint16_t kSnoopOnlyHandle = 0xDDD;
+
+// Never destroyed: the receive thread may outlive main().
+struct Client {
+  std::mutex mutex;
+  std::shared_ptr<IBluetoothHciCallbacks> cb;
+};
+
+Client& g_cb() {
+  static auto& client = *new Client;
+  return client;
+}
+
+thread_local int t_calls_to_client = 0;
+
+class CallToClient {
+ public:
+  CallToClient() { ++t_calls_to_client; }
+  ~CallToClient() { --t_calls_to_client; }
+  CallToClient(const CallToClient&) = delete;
+  CallToClient& operator=(const CallToClient&) = delete;
+};
+
+using ReceiveMethod = ndk::ScopedAStatus (IBluetoothHciCallbacks::*)(const std::vector<uint8_t>&);
+
+// Calls the client with the packet. `failed` and `missing` are what the log says when the call fails or there is none.
+void Deliver(const hci::HciPacket& packet, ReceiveMethod method, const char* failed, const char* missing) {
+  const auto cb = ConnectedClient();
+  if (cb == nullptr) {
+    ALOGW("%s", missing);
+    return;
+  }
+  const CallToClient call;
+  if (!(cb.get()->*method)(std::vector<uint8_t>(packet.begin(), packet.end())).isOk()) ALOGW("%s", failed);
+}
+
+void DeliverEvent(const hci::HciPacket& packet) {
+  Deliver(packet, &IBluetoothHciCallbacks::hciEventReceived, "Unable to callback hciEvent to Stack",
+          "hciEvent: g_cb == nullptr");
+}
+
+void DeliverAcl(const hci::HciPacket& packet) {
+  Deliver(packet, &IBluetoothHciCallbacks::aclDataReceived, "Unable to callback aclData to Stack",
+          "aclData: g_cb == nullptr");
+}
+
+void DeliverIso(const hci::HciPacket& packet) {
+  Deliver(packet, &IBluetoothHciCallbacks::isoDataReceived, "Unable to callback isoData to Stack",
+          "isoData: g_cb == nullptr");
+}
+
+void Capture(const hci::HciPacket& packet, Direction direction, PacketType type) {
+  VndSnoopLogger::Get().Capture(packet, direction, type, false);
+}
+
+void CaptureUnmarked(const hci::HciPacket& packet, size_t offset, uint8_t mark, Direction direction, PacketType type) {
+  hci::HciPacket unmarked = packet;
+  unmarked[offset] = static_cast<uint8_t>(unmarked[offset] & ~mark);
+  Capture(unmarked, direction, type);
+}
+
+bool HasBits(uint8_t byte, uint8_t bits) { return (byte & bits) == bits; }
+
+// "<name>: <size> bytes" of a packet, formatted once for each of them.
+std::string PacketText(const char* name, size_t size) {
+  char text[64];
+  const int length = snprintf(text, sizeof(text), "%s: %zu bytes", name, size);
+  return {text, static_cast<size_t>(length)};
+}
+
+}  // namespace
+
+std::shared_ptr<IBluetoothHciCallbacks> ConnectedClient() {
+  Client& client = g_cb();
+  const std::lock_guard lock(client.mutex);
+  return client.cb;
+}
+
+void ConnectClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
+  // What is replaced is released by the local object, after the lock: the last reference to a client may end a
+  // connection.
+  std::shared_ptr<IBluetoothHciCallbacks> changed = cb;
+  Client& client = g_cb();
+  const std::lock_guard lock(client.mutex);
+  client.cb.swap(changed);
+  DebugCentral::Get().HasClientConnectWith(client.cb != nullptr);
+}
+
+void DisconnectClient() { ConnectClient(nullptr); }
+
+bool DisconnectClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
+  Client& client = g_cb();
+  const std::lock_guard lock(client.mutex);
+  if (cb == nullptr || client.cb != cb) return false;
+  client.cb.reset();  // not the last reference: the caller holds one
+  DebugCentral::Get().HasClientConnectWith(false);
+  return true;
+}
+
+bool IsCallingClient() { return t_calls_to_client != 0; }
+
+void EventCallback(const hci::HciPacket& packet) {
+  const DebugAnchor anchor(AnchorType::kCallbackHciEvent, PacketText("cb->hciEventReceived", packet.size()));
+  BtActivitiesLogger::Get().LogActivities(BtActivitiesLogger::kEvent, packet);
+  const bool has_handle =
+      packet.size() > kCompletedHandleHighOffset && packet[0] == hci::kNumberOfCompletedPacketsEvent;
+  if (VndSnoopLogger::Get().is_logging() && has_handle) {
+    const uint8_t b = packet[kCompletedHandleHighOffset];
+    if (HasBits(b, kCompletedMark)) {
+      CaptureUnmarked(packet, kCompletedHandleHighOffset, HasBits(b, kMark) ? kMark : kCompletedMark,
+                      Direction::kFromController, PacketType::kEvent);
+      return;
+    }
+  }
+  Capture(packet, Direction::kFromController, PacketType::kEvent);
+  DeliverEvent(packet);
+}
+
+void AclCallback(const hci::HciPacket& packet) {
+  const DebugAnchor anchor(AnchorType::kCallbackAclData, PacketText("cb->aclDataReceived", packet.size()));
+  BtActivitiesLogger::Get().LogActivities(BtActivitiesLogger::kAclFromController, packet);
+  if (packet.size() < kHandleSize) {
+    DeliverAcl(packet);
+    return;
+  }
+  const uint16_t handle =
+      static_cast<uint16_t>(packet[kHandleLowOffset] | (packet[kHandleHighOffset] & kHandleHighMask) << 8);
+  const bool filtering = VndSnoopLogger::Get().is_logging();
+  if (filtering && handle != kDiagnosticHandle && HasBits(packet[kHandleHighOffset], kMark)) {
+    CaptureUnmarked(packet, kHandleHighOffset, kMark, Direction::kToController, PacketType::kAclData);
+    return;
+  }
+  if (filtering && (handle == kDiagnosticHandle || handle == kSnoopOnlyHandle)) {
+    Capture(packet, Direction::kFromController, PacketType::kAclData);
+  }
+  if (handle == kDiagnosticHandle || (filtering && handle == kSnoopOnlyHandle)) return;
+  DeliverAcl(packet);
+}
+
+void ScoCallback(const hci::HciPacket& packet) {
+  const DebugAnchor anchor(AnchorType::kCallbackScoData, PacketText("cb->scoDataReceived", packet.size()));
+  Capture(packet, Direction::kFromController, PacketType::kScoData);
+  Deliver(packet, &IBluetoothHciCallbacks::scoDataReceived, "Unable to callback scoData to Stack",
+          "scoData: g_cb == nullptr");
+}
+
+void IsoCallback(const hci::HciPacket& packet) {
+  const DebugAnchor anchor(AnchorType::kCallbackIsoData, PacketText("cb->isoDataReceived", packet.size()));
+  if (VndSnoopLogger::Get().is_logging() && packet.size() >= kHandleSize) {
+    const uint8_t b = packet[kHandleHighOffset];
+    if (HasBits(b, kIsoSentMark)) {
+      CaptureUnmarked(packet, kHandleHighOffset, kIsoSentMark, Direction::kToController, PacketType::kIsoData);
+      return;
+    }
+    if (HasBits(b, kIsoReceivedMark)) {
+      CaptureUnmarked(packet, kHandleHighOffset, kIsoReceivedMark, Direction::kFromController, PacketType::kIsoData);
+      return;
+    }
+  }
+  Capture(packet, Direction::kFromController, PacketType::kIsoData);
+  DeliverIso(packet);
+}
+
+void ThreadCallback(const hci::HciPacket& packet, hci::ThreadDispatcher* dispatcher) {
+  const DebugAnchor anchor(AnchorType::kCallbackThreadData, PacketText("SendThreadFrame", packet.size()));
+  if (dispatcher == nullptr) {
+    ALOGW("%s: [bthal.thread_dispatcher] Unable to callback Thread data to Thread HAL.", __func__);
+    return;
+  }
+  dispatcher->SendThreadPacket(packet);
+}
+
+void NotifyCallback(const hci::HciPacket& packet) {
+  Deliver(packet, &IBluetoothHciCallbacks::hciEventReceived, "Unable to callback bqr root inflamed event to Stack",
+          "notify_cb: g_cb == nullptr");
+}
+
+}  // namespace android::hardware::bluetooth::aidl::qnlbtlinux

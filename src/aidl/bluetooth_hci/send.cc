@@ -1,0 +1,93 @@
+#define LOG_TAG "bthal.aidl.qnlbtlinux"
+
+// The way down: from the client to the controller.
+
+#include <log/log.h>
+#include <stdio.h>
+
+#include <string>
+#include <vector>
+
+#include "aidl/bluetooth_hci/bluetooth_hci.h"
+#include "bluetooth_Activity.h"
+#include "debug_central/debug_central.h"
+#include "vnd_snoop_logger.h"
+
+namespace android::hardware::bluetooth::aidl::qnlbtlinux {
+namespace {
+
+constexpr size_t kMinCommandSize = 2;  // the opcode
+constexpr size_t kTypeByteSize = 1;    // the record counts a packet as it goes over the wire
+
+// A packet that lends the bytes of a Binder call. Nobody writes to it.
+hci::HciPacket Lend(const std::vector<uint8_t>& bytes) {
+  hci::HciPacket packet;
+  packet.setToExternal(const_cast<uint8_t*>(bytes.data()), bytes.size());
+  return packet;
+}
+
+// "<name>: <size> bytes" of a packet that goes out, formatted once for each of them.
+std::string PacketText(const char* name, const hci::HciPacket& packet) {
+  char text[64];
+  const int length = snprintf(text, sizeof(text), "%s: %zu bytes", name, packet.size() + kTypeByteSize);
+  return {text, static_cast<size_t>(length)};
+}
+
+std::string CommandText(const char* name, const hci::HciPacket& packet) {
+  char text[64];
+  const int length = snprintf(text, sizeof(text), "%s: 0x%02hhX%02hhX - %zu bytes", name, packet[1], packet[0],
+                              packet.size() + kTypeByteSize);
+  return {text, static_cast<size_t>(length)};
+}
+
+}  // namespace
+
+::ndk::ScopedAStatus BluetoothHci::sendHciCommand(const std::vector<uint8_t>& packet) {
+  if (packet.size() < kMinCommandSize) {
+    ALOGE("%s: Wrong Command Size", __func__);
+    return ::ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, "Wrong Command Size!");
+  }
+  const hci::HciPacket command = Lend(packet);
+  const DebugAnchor anchor(AnchorType::kSendHciCommand, CommandText(__func__, command));
+  BtActivitiesLogger::Get().LogActivities(BtActivitiesLogger::kCommand, command);
+  VndSnoopLogger::Get().Capture(command, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
+  sendDataToController(command_type_, command);
+  return ::ndk::ScopedAStatus::ok();
+}
+
+::ndk::ScopedAStatus BluetoothHci::sendAclData(const std::vector<uint8_t>& packet) {
+  const hci::HciPacket data = Lend(packet);
+  const DebugAnchor anchor(AnchorType::kSendAclData, PacketText(__func__, data));
+  BtActivitiesLogger::Get().LogActivities(BtActivitiesLogger::kAclToController, data);
+  sendDataToController(acl_type_, data);
+  return ::ndk::ScopedAStatus::ok();
+}
+
+::ndk::ScopedAStatus BluetoothHci::sendScoData(const std::vector<uint8_t>& packet) {
+  const hci::HciPacket data = Lend(packet);
+  const DebugAnchor anchor(AnchorType::kSendScoData, PacketText(__func__, data));
+  VndSnoopLogger::Get().Capture(data, VndSnoopLogger::kToController, VndSnoopLogger::kScoData, false);
+  sendDataToController(sco_type_, data);
+  return ::ndk::ScopedAStatus::ok();
+}
+
+::ndk::ScopedAStatus BluetoothHci::sendIsoData(const std::vector<uint8_t>& packet) {
+  const hci::HciPacket data = Lend(packet);
+  const DebugAnchor anchor(AnchorType::kSendIsoData, PacketText(__func__, data));
+  VndSnoopLogger::Get().Capture(data, VndSnoopLogger::kToController, VndSnoopLogger::kIsoData, false);
+  sendDataToController(iso_type_, data);
+  return ::ndk::ScopedAStatus::ok();
+}
+
+void BluetoothHci::sendDataToController(uint8_t type, const hci::HciPacket& packet) {
+  const auto flow_control = hci_handle();
+  if (flow_control == nullptr) return;
+  // The request for the controller's debug information must also pass when the controller answers nothing any more.
+  if (type == command_type_ && DebugCentral::Get().IsControllerDebugDumpOpcode(packet)) {
+    flow_control->SendNoAck(type, packet.data(), packet.size());
+  } else {
+    flow_control->Send(type, packet.data(), packet.size());
+  }
+}
+
+}  // namespace android::hardware::bluetooth::aidl::qnlbtlinux

@@ -1,0 +1,170 @@
+#define LOG_TAG "bthal.bdaddress"
+
+#include "btqnl_protocol/bluetooth_address.h"
+
+#include <android-base/logging.h>
+#include <android-base/properties.h>
+#include <android-base/stringprintf.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <future>
+
+#include "debug_central/debug_central.h"
+#include "os/device_path.h"
+#include "vnd_snoop_logger.h"
+
+namespace android::hardware::bluetooth::hci {
+namespace {
+
+using ::android::base::StringPrintf;
+
+constexpr char kDeviceTreeAddressPath[] = "/proc/device-tree/chosen/config/bt_addr";
+constexpr char kAddressProperty[] = "ro.vendor.bluetooth.evb_bdaddr";
+
+constexpr uint16_t kOpcodeWriteBdAddr = 0xFC01;
+constexpr std::chrono::seconds kAnswerTimeout(2);
+
+// Command Status event:
+//   0x0F | length | status | Num_HCI_Command_Packets | opcode (2)
+constexpr size_t kCommandStatusStatusOffset = 2;
+
+// The controller's verdict on our one command: the first answer counts, later ones are not ours. Touched under the
+// flow-control lock, or by the provisioning thread while the watchers are out of flow control's reach.
+class Verdict {
+ public:
+  std::future<bool> future() { return promise_.get_future(); }
+  void ExpectAnswer() { consume_next_ = true; }
+
+  // Returns whether this is the answer to our command, to be kept from the stack.
+  bool Answer(bool accepted) {
+    const bool ours = consume_next_.exchange(false);
+    if (ours) promise_.set_value(accepted);
+    return ours;
+  }
+
+ private:
+  std::promise<bool> promise_;
+  // Set by the provisioning thread just before it sends; an earlier answer belongs to somebody else's command.
+  std::atomic<bool> consume_next_{false};
+};
+
+// Sees the Command Complete of Write BD_ADDR, or (`event_code`) the Command Status with which a controller that does
+// not know the command refuses it.
+class BluetoothAddress : public HciEventWatcher {
+ public:
+  BluetoothAddress(uint8_t event_code, size_t status_offset, Verdict* verdict, HciFlowControl* flow_control)
+      : HciEventWatcher("bthal.bdaddress", event_code, kOpcodeWriteBdAddr),
+        status_offset_(status_offset),
+        verdict_(verdict),
+        flow_control_(flow_control) {
+    flow_control_->RegisterEventWatcher(this);
+  }
+  BluetoothAddress(const BluetoothAddress&) = delete;
+  BluetoothAddress& operator=(const BluetoothAddress&) = delete;
+  ~BluetoothAddress() override { flow_control_->UnregisterEventWatcher(this); }
+
+  bool OnEventReceive(const HciPacket& event) override {
+    // Without a status byte nothing has been accepted. Neither has it by a Command Status, whatever its status: this
+    // command is completed, never just begun.
+    const bool success = event.size() > status_offset_ && event[status_offset_] == 0;
+    if (success) {
+      LOG(INFO) << "OnEventReceive: Recv Success VSE <" << toString(event) << ">";
+    } else {
+      LOG(WARNING) << "OnEventReceive: Recv Failure VSE <" << toString(event) << ">";
+    }
+    return verdict_->Answer(success && event_code() == kCommandCompleteEvent);
+  }
+
+  void OnHalt() override { verdict_->Answer(false); }
+
+ private:
+  size_t status_offset_;
+  Verdict* verdict_;
+  HciFlowControl* flow_control_;
+};
+
+// The first line of the device tree's entry, else the property; empty without either.
+std::string ReadAddressText() {
+  std::ifstream entry(os::DevicePath(kDeviceTreeAddressPath));
+  if (!entry.is_open()) return ::android::base::GetProperty(kAddressProperty, "");
+  std::string line;
+  std::getline(entry, line);
+  return line;
+}
+
+// Scans six pairs in `format`, which stores a byte for each pair and a character for what follows.
+bool ScanAddress(const std::string& text, const char* format, AddressBytes* bytes) {
+  AddressBytes pairs{};
+  char rest = 0;
+  const int conversions =
+      sscanf(text.c_str(), format, &pairs[0], &pairs[1], &pairs[2], &pairs[3], &pairs[4], &pairs[5], &rest);
+  if (conversions < static_cast<int>(pairs.size())) return false;
+  std::reverse_copy(pairs.begin(), pairs.end(), bytes->begin());
+  return true;
+}
+
+AddressBytes ReadProvisionedAddress() {
+  AddressBytes bytes{};
+  if (!ParseBluetoothAddress(ReadAddressText(), &bytes)) {
+    // The zero address is written all the same: a controller without an address of its own stays recognisable as such.
+    DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostBdaddrFault, "Can't fetch the provisioning BDA");
+  }
+  LOG(INFO) << "Provision"
+            << StringPrintf(": BDADDR <%02x:%02x:%02x:%02x:%02x:%02x>", bytes[0], bytes[1], bytes[2], bytes[3],
+                            bytes[4], bytes[5]);
+  return bytes;
+}
+
+// Write BD_ADDR:
+//   0xFC01 (2) | 6 | address, least significant byte first (6)
+HciPacket BuildWriteBdAddr(const AddressBytes& address) {
+  HciPacket command{static_cast<uint8_t>(kOpcodeWriteBdAddr & 0xFF), static_cast<uint8_t>(kOpcodeWriteBdAddr >> 8),
+                    static_cast<uint8_t>(address.size())};
+  command.resize(kCommandHeaderSize + address.size());
+  std::copy(address.begin(), address.end(), command.begin() + kCommandHeaderSize);
+  return command;
+}
+
+}  // namespace
+
+bool ParseBluetoothAddress(const std::string& text, AddressBytes* bytes) {
+  *bytes = {};
+  // Only digits and colons are scanned: the conversions would also take signs, blanks and "0x", and make an address of
+  // "AA-BB-CC-DD-EE-FF" that nobody has given.
+  const size_t start = std::min(text.find_first_not_of(" \t"), text.size());
+  const size_t end = text.find_first_not_of("0123456789ABCDEFabcdef:", start);
+  const std::string pairs = text.substr(start, end - start);
+  return ScanAddress(pairs, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx%1c", bytes) ||
+         ScanAddress(pairs, "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%1c", bytes);
+}
+
+bool ApplyProvisionBDAddress(HciFlowControl* flow_control) {
+  if (flow_control == nullptr) {
+    LOG(ERROR) << "Apply: no transport to the controller, the address is not provisioned";
+    return false;
+  }
+  Verdict verdict;
+  auto accepted = verdict.future();
+  const BluetoothAddress completion(kCommandCompleteEvent, kCommandCompleteStatusOffset, &verdict, flow_control);
+  const BluetoothAddress refusal(kCommandStatusEvent, kCommandStatusStatusOffset, &verdict, flow_control);
+
+  const HciPacket command = BuildWriteBdAddr(ReadProvisionedAddress());
+  verdict.ExpectAnswer();
+  LOG(DEBUG) << "Apply: Send VSC <" << toString(command) << ">";
+  VndSnoopLogger::Get().Capture(command, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
+  // What never went out is never answered: a halted flow control and a dead port are not waited for.
+  if (flow_control->Send(static_cast<uint8_t>(HciPacketType::kCommand), command.data(), command.size()) == 0) {
+    return false;
+  }
+  if (accepted.wait_for(kAnswerTimeout) != std::future_status::ready) {
+    LOG(ERROR) << "Apply: the controller did not answer to its address within 2 s";
+    return false;
+  }
+  return accepted.get();
+}
+
+}  // namespace android::hardware::bluetooth::hci

@@ -1,0 +1,203 @@
+#define LOG_TAG "bthal.qnlproto"
+
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
+#include <errno.h>
+#include <hardware_legacy/power.h>
+#include <string.h>
+#include <time.h>
+
+#include <chrono>
+#include <utility>
+
+#include "bluetooth_Activity.h"
+#include "btqnl_protocol/btqnl_protocol.h"
+#include "btqnl_protocol/commands.h"
+#include "debug_central/debug_central.h"
+#include "os/thread_timer.h"
+#include "shim/shim.h"
+
+namespace android::hardware::bluetooth {
+namespace {
+
+using ::android::base::StringPrintf;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kWakeInterval(800);
+// Shorter awake periods are everyday life and not worth a line in the activity statistics.
+constexpr int64_t kLongAwakeMs = 3001;
+
+// One lock for all of it. The order of locks is: flow control, this one, then debug central or the snoop logger; so
+// nothing here calls flow control under it. It is recursive because the steps below call one another.
+struct Lpm {
+  std::recursive_mutex mutex;
+  bool activity = false;  // a transmission since the last expiry
+  bool awake = false;     // the wake line is asserted
+  uint32_t wake_count = 0;
+  Clock::time_point wake_start;
+  std::string wake_time;
+  LpmStatistics statistics;
+  std::unique_ptr<os::ThreadTimer> timer;
+  int timer_generation = 0;  // counts the timers, so that a late expiry of an old one is known
+  bool wake_lock_held = false;
+};
+
+Lpm& State() {
+  static auto& state = *new Lpm;
+  return state;
+}
+
+void Record(AnchorType type, const std::string& text) { DebugCentral::Get().UpdateRecord(type, text); }
+
+// "2024-05-31 09:05:07.042", local time.
+std::string WallClock() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  char text[32];
+  strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
+  return StringPrintf("%s.%03ld", text, now.tv_nsec / 1000000);
+}
+
+// Asleep, with nothing to tell. The wake lock is not the line's state and has steps of its own.
+void Reset(Lpm& lpm) {
+  lpm.awake = false;
+  lpm.activity = false;
+  lpm.wake_count = 0;
+  lpm.wake_time.clear();
+  lpm.statistics = {};
+}
+
+void wakelock_acquire(Lpm& lpm) {
+  const std::lock_guard lock(lpm.mutex);
+  if (lpm.wake_lock_held) {
+    Record(AnchorType::kWakelockSkipped, "skip duplicated wakelock_acquire");
+    return;
+  }
+  Record(AnchorType::kWakelockAcquire, "wakelock_acquire");
+  acquire_wake_lock(PARTIAL_WAKE_LOCK, kBthalWakeLock);
+  lpm.wake_lock_held = true;
+}
+
+void wakelock_release(Lpm& lpm) {
+  const std::lock_guard lock(lpm.mutex);
+  if (!lpm.wake_lock_held) {
+    Record(AnchorType::kWakelockSkipped, "skip duplicated wakelock_release");
+    return;
+  }
+  Record(AnchorType::kWakelockRelease, "wakelock_release");
+  release_wake_lock(kBthalWakeLock);
+  lpm.wake_lock_held = false;
+}
+
+bool CreateWakeTimer(Lpm& lpm) {
+  sigval generation{};
+  generation.sival_int = ++lpm.timer_generation;
+  lpm.timer = os::ThreadTimer::Create("bt_lpm_timer",
+                                      [generation] { BtQnlProtocol::GetInstacne().LpmWakeUpTimeout(generation); });
+  return lpm.timer != nullptr;
+}
+
+// The awake period that just ended becomes the last one.
+void CloseAwakePeriod(Lpm& lpm) {
+  LpmStatistics& statistics = lpm.statistics;
+  statistics.last_wake_time = lpm.wake_time;
+  statistics.last_awake_ms =
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - lpm.wake_start).count();
+  statistics.last_wake_count = lpm.wake_count;
+  statistics.total_wake_count += lpm.wake_count;
+  if (statistics.last_awake_ms >= kLongAwakeMs) {
+    BtActivitiesLogger::Get().UpdateBthalWakelockStat(statistics.last_wake_time, statistics.last_awake_ms,
+                                                      statistics.last_wake_count);
+  }
+  lpm.wake_count = 0;
+}
+
+}  // namespace
+
+void BtQnlProtocol::lpm_setup() {
+  LOG(INFO) << "lpm_setup";
+  Lpm& lpm = State();
+  {
+    // From the moment the driver is open a sender may wake the link: it must find the timer that puts it to sleep
+    // again.
+    const std::lock_guard lock(lpm.mutex);
+    if (!hci::shim::LpmSetup()) return;
+    Reset(lpm);
+    if (!CreateWakeTimer(lpm)) {
+      LOG(ERROR) << "lpm_setup: cannot create lpm_wake_timer";
+      Record(AnchorType::kLpmTimerFailed, StringPrintf("%s: cannot create lpm_wake_timer", "lpm_setup"));
+      lpm_teardown();
+      return;
+    }
+  }
+
+  // Set Sleep Mode, one fixed block: UART sleep with both wake lines, thresholds 0x18.
+  const uint8_t status = send_and_wait(kOpcodeSetSleepMode, {0x01, 0x18, 0x18, 0x01, 0x01, 0x01, 0x01, 0, 0, 0, 0, 0});
+  if (status == 0) {
+    LOG(INFO) << "lpm_setup: LPM Enabled";
+    return;
+  }
+  const int error = errno;
+  LOG(ERROR) << "lpm_setup: Unable to enable LPM controller:" << strerror(error) << " (" << error << ")";
+  Record(AnchorType::kLpmSetupFailed,
+         StringPrintf("%s: Unable to enable LPM controller: %s (%d)", "lpm_setup", strerror(error), error));
+  lpm_teardown();
+}
+
+void BtQnlProtocol::lpm_teardown() {
+  Lpm& lpm = State();
+  const std::lock_guard lock(lpm.mutex);
+  hci::shim::LpmTeardown();
+  lpm.timer.reset();
+  Reset(lpm);
+  wakelock_release(lpm);
+}
+
+void BtQnlProtocol::LpmWakeUp() {
+  if (!hci::shim::IsLpmRunning()) return;
+  Lpm& lpm = State();
+  const std::lock_guard lock(lpm.mutex);
+  lpm.activity = true;
+  ++lpm.wake_count;
+  if (lpm.awake) return;
+
+  Record(AnchorType::kWakeLineAssert, "LpmWakeUp");
+  wakelock_acquire(lpm);
+  if (!hci::shim::LpmWakeUp()) return;
+  lpm.awake = true;
+  lpm.wake_time = WallClock();
+  lpm.wake_start = Clock::now();
+  if (lpm.timer != nullptr && !lpm.timer->Arm(kWakeInterval, kWakeInterval)) {
+    LOG(ERROR) << "LpmWakeUp: cannot arm lpm_wake_timer";
+    Record(AnchorType::kLpmTimerFailed, StringPrintf("%s: cannot arm lpm_wake_timer", "LpmWakeUp"));
+  }
+}
+
+void BtQnlProtocol::LpmWakeUpTimeout(sigval value) {
+  Lpm& lpm = State();
+  const std::lock_guard lock(lpm.mutex);
+  if (lpm.timer == nullptr || lpm.timer_generation != value.sival_int || !lpm.awake) return;
+
+  if (!lpm.activity) {
+    Record(AnchorType::kLpmWakeTimeout, "LpmWakeUpTimeout");
+    if (!hci::shim::LpmSuspend()) {
+      lpm_teardown();
+      return;
+    }
+    lpm.awake = false;
+    CloseAwakePeriod(lpm);
+    lpm.timer->Disarm();
+    wakelock_release(lpm);
+  }
+  lpm.activity = false;
+}
+
+LpmStatistics BtQnlProtocol::lpm_statistics() const {
+  Lpm& lpm = State();
+  const std::lock_guard lock(lpm.mutex);
+  return lpm.statistics;
+}
+
+}  // namespace android::hardware::bluetooth

@@ -1,0 +1,91 @@
+#define LOG_TAG "coex_device"
+
+#include <android-base/stringprintf.h>
+#include <errno.h>
+#include <log/log.h>
+#include <signal.h>
+
+#include <chrono>
+#include <utility>
+
+#include "coex_device/coex_device.h"
+#include "coex_device/session.h"
+#include "debug_central/debug_central.h"
+#include "os/thread_timer.h"
+
+namespace android::hardware::bluetooth::coex_device {
+namespace {
+
+using ::android::base::StringPrintf;
+
+constexpr std::chrono::seconds kCloseTimeout(1);
+
+}  // namespace
+
+void CoexDevice::ClosePollThread() {
+  ALOGI("ClosePollThread");
+  std::shared_ptr<PollSession> session;
+  std::optional<pthread_t> thread;
+  {
+    const std::lock_guard lock(mutex_);
+    session = std::exchange(session_, nullptr);
+    if (session != nullptr) session->running = false;
+    thread = std::exchange(thread_, std::nullopt);
+  }
+  // After a big hammer this is the poll thread itself: it cannot wait for its own end, and nobody else will.
+  const bool own_thread = thread && pthread_equal(*thread, pthread_self()) != 0;
+  std::unique_ptr<os::ThreadTimer> watchdog;
+  if (thread && !own_thread) watchdog = coex_close_timer_setup(session, *thread);
+  CloseSockets();
+  if (!thread) return;
+  ALOGI("ClosePollThread: pthread_join");
+  if (own_thread) {
+    pthread_detach(*thread);
+  } else {
+    pthread_join(*thread, nullptr);
+  }
+}
+
+void CoexDevice::CloseSockets() {
+  base::unique_fd sender;
+  {
+    const std::lock_guard lock(mutex_);
+    sender = std::move(wake_sender_);
+  }
+  if (sender.get() < 0) return;
+  ALOGI("ClosePollThread: close socket fds_1");
+  DebugCentral::Get().UpdateRecord(AnchorType::kCoexCloseSecondSocket,
+                                   StringPrintf("%s, close socket fds_1", "ClosePollThread"));
+  sender.reset();
+  // The end that the thread polls is closed once the thread has left it: before, its number could already be another's.
+  ALOGI("ClosePollThread: close socket fds_0");
+  DebugCentral::Get().UpdateRecord(AnchorType::kCoexCloseFirstSocket,
+                                   StringPrintf("%s, close socket fds_0", "ClosePollThread"));
+}
+
+std::unique_ptr<os::ThreadTimer> CoexDevice::coex_close_timer_setup(std::shared_ptr<PollSession> session,
+                                                                    pthread_t thread) {
+  auto timer = os::ThreadTimer::Create("bt_coex_close", [session, thread] { coex_close_timeout(*session, thread); });
+  if (timer == nullptr) {
+    ALOGE("coex_close_timer_setup: cannot create coex_close_timer, ret:%d", errno);
+  } else if (!timer->Arm(kCloseTimeout, std::chrono::milliseconds(0))) {
+    ALOGE("coex_close_timer_setup: Failed to set coex_close_timer, ret:%d", errno);
+  }
+  return timer;
+}
+
+void CoexDevice::coex_close_timeout(PollSession& session, pthread_t thread) {
+  {
+    const std::lock_guard lock(session.mutex);
+    if (session.done) return;
+  }
+  ALOGE("coex_close_timeout");
+  DebugCentral::Get().UpdateRecord(AnchorType::kCoexThreadStuck,
+                                   StringPrintf("%s: PollEventThread Stuck!", "coex_close_timeout"));
+  // Not done under the mutex means not ended, so that the identifier is still the thread's. One that has not come so
+  // far as to set its handler is merely late, and will find that it is to stop.
+  const std::lock_guard lock(session.mutex);
+  if (session.forcible && !session.done) pthread_kill(thread, SIGUSR1);
+}
+
+}  // namespace android::hardware::bluetooth::coex_device

@@ -1,0 +1,145 @@
+#define LOG_TAG "coex_device"
+
+#include "coex_device/coex_device.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <log/log.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <utility>
+
+#include "coex_device/session.h"
+#include "debug_central/debug_central.h"
+#include "os/device_path.h"
+
+namespace android::hardware::bluetooth::coex_device {
+namespace {
+
+constexpr char kDevicePath[] = "/dev/wbrc";
+
+// Messages to the driver:
+//   0x02 | 0x02 | group (1) | value (1)
+using Message = std::array<uint8_t, 4>;
+constexpr size_t kValueOffset = 3;
+
+Message MessageOf(int code) {
+  switch (code) {
+    case 1:
+      return {0x02, 0x02, 0x03, 0x41};
+    case kCoexBigHammerAck:
+      return {0x02, 0x02, 0x04, 0x81};
+    case kCoexPowerGoingOff:
+      return {0x02, 0x02, 0x03, 0x45};
+    case kCoexPowerIsOff:
+      return {0x02, 0x02, 0x03, 0x46};
+    case kCoexPowerComingOn:
+      return {0x02, 0x02, 0x03, 0x47};
+    case kCoexPowerIsOn:
+      return {0x02, 0x02, 0x03, 0x48};
+    default:
+      ALOGE("Unknown Message");
+      return {0x02, 0x02, 0x00, 0x00};
+  }
+}
+
+}  // namespace
+
+CoexDevice& CoexDevice::Get() {
+  static auto& device = *new CoexDevice;
+  return device;
+}
+
+int CoexDevice::DeviceOpen(std::function<void()> handler, int pause_ms) {
+  ALOGI("DeviceOpen");
+  const int fd = OpenNode();
+  if (fd < 0) return -1;
+  bool live = false;
+  {
+    const std::lock_guard lock(mutex_);
+    live = thread_.has_value();
+  }
+  if (!live && !CreateSocketPair()) return -1;
+  {
+    const std::lock_guard lock(mutex_);
+    handler_ = std::move(handler);
+    pause_ms_ = pause_ms;
+  }
+  if (!live) CreateThread(PollEventThread);
+  ALOGI("DeviceOpen return upon created fd: %d", fd);
+  return fd;
+}
+
+// Opens the node, unless it is open, and returns its descriptor.
+int CoexDevice::OpenNode() {
+  if (const Descriptor open_device = device()) return open_device->get();
+
+  base::unique_fd fd(TEMP_FAILURE_RETRY(open(os::DevicePath(kDevicePath).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)));
+  if (fd.get() < 0) {
+    ALOGE("Failed to open the coex device!! Error: %s", strerror(errno));
+    return -1;
+  }
+  const int number = fd.get();
+  std::optional<pthread_t> ended;
+  {
+    const std::lock_guard lock(mutex_);
+    ended = std::exchange(thread_, std::nullopt);
+    device_ = std::make_shared<const base::unique_fd>(std::move(fd));
+  }
+  // A thread that has closed the device by itself, after a hang-up, has still to be joined.
+  if (ended) pthread_join(*ended, nullptr);
+  return number;
+}
+
+bool CoexDevice::CreateSocketPair() {
+  int fds[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
+    ALOGE("Failed to create socket pair!! Error: %s", strerror(errno));
+    DebugCentral::Get().UpdateRecord(AnchorType::kCoexSocketPairFailed, "Failed to create socket pair");
+    return false;
+  }
+  auto session = std::make_shared<PollSession>();
+  session->wake_receiver.reset(fds[0]);
+  const std::lock_guard lock(mutex_);
+  session_ = std::move(session);
+  wake_sender_.reset(fds[1]);
+  return true;
+}
+
+void CoexDevice::DeviceClose() {
+  ALOGI("DeviceClose");
+  ClosePollThread();
+  Descriptor closing;
+  {
+    const std::lock_guard lock(mutex_);
+    closing = std::exchange(device_, nullptr);
+  }
+  if (closing != nullptr) ALOGI("DeviceClose: close(coex_fd_:%d)", closing->get());
+}
+
+bool CoexDevice::BtSend(CoexDevice* device, int code) {
+  const Message message = MessageOf(code);
+  ALOGI("BtSend msg: 0x%X", message[kValueOffset]);
+  return device->WriteEvent(message.data(), message.size());
+}
+
+bool CoexDevice::WriteEvent(const uint8_t* message, size_t size) {
+  ALOGI("WriteEvent");
+  const Descriptor open_device = device();
+  if (open_device == nullptr ||
+      TEMP_FAILURE_RETRY(write(open_device->get(), message, size)) != static_cast<ssize_t>(size)) {
+    ALOGE("Failed to write the message to coex device!!");
+    return false;
+  }
+  return true;
+}
+
+CoexDevice::Descriptor CoexDevice::device() const {
+  const std::lock_guard lock(mutex_);
+  return device_;
+}
+
+}  // namespace android::hardware::bluetooth::coex_device

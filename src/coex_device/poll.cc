@@ -1,0 +1,191 @@
+#define LOG_TAG "coex_device"
+
+#include <android-base/stringprintf.h>
+#include <errno.h>
+#include <log/log.h>
+#include <poll.h>
+#include <signal.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "coex_device/coex_device.h"
+#include "coex_device/session.h"
+#include "debug_central/debug_central.h"
+
+namespace android::hardware::bluetooth::coex_device {
+namespace {
+
+using ::android::base::StringPrintf;
+
+// Events from the driver:
+//   0x01 | (1) | 0x01 | value (1)
+using Event = std::array<uint8_t, 4>;
+constexpr size_t kMessageTypeOffset = 0;
+constexpr size_t kEventTypeOffset = 2;
+constexpr size_t kValueOffset = 3;
+constexpr uint8_t kMessageTypeEvent = 1;
+constexpr uint8_t kEventTypeWlan = 1;
+constexpr uint8_t kBigHammer = 0x42;
+constexpr uint8_t kBigHammerWithAck = 0x43;
+
+// Whether this thread is one that SIGUSR1 may end.
+thread_local bool t_poll_thread = false;
+
+// Reads one event; 0 or a negative errno.
+int ReadMessage(int fd, Event* event) {
+  const ssize_t count = TEMP_FAILURE_RETRY(read(fd, event->data(), event->size()));
+  if (count < 0) return -errno;
+  if (count == 0) return -EIO;
+  return static_cast<size_t>(count) == event->size() ? 0 : -EMSGSIZE;
+}
+
+// Part of an event is a fault of the moment, and so is a descriptor that has nothing yet.
+bool IsLasting(int error) { return error < 0 && error != -EMSGSIZE && error != -EAGAIN; }
+
+}  // namespace
+
+// A thread of pthread_create, not a std::thread: ending it by force unwinds its frames, and none may be noexcept.
+void CoexDevice::CreateThread(void* (*start_routine)(void*)) {
+  const std::lock_guard lock(mutex_);
+  auto session = std::make_unique<std::shared_ptr<PollSession>>(session_);
+  pthread_t thread{};
+  const int error = pthread_create(&thread, nullptr, start_routine, session.get());
+  if (error != 0) {
+    ALOGE("CreateThread: pthread_create error: %s", strerror(error));
+    ALOGE("DeviceOpen create PollEventThread failed");
+    return;
+  }
+  session.release();  // the thread's now
+  thread_ = thread;
+}
+
+void* CoexDevice::PollEventThread(void* argument) {
+  const std::unique_ptr<std::shared_ptr<PollSession>> owner(static_cast<std::shared_ptr<PollSession>*>(argument));
+  PollSession& session = **owner;
+  Get().AnnouncePollThread(session);
+  pthread_setname_np(pthread_self(), "BT_COEX_THREAD");
+  if (MakeForcible(session)) Get().PollEvents(session);
+  Get().LeavePollThread(session);
+  return nullptr;
+}
+
+void CoexDevice::AnnouncePollThread(const PollSession& session) const {
+  const Descriptor device = DeviceOf(session);
+  ALOGI("PollEventThread: Thread created fd = %d", device == nullptr ? -1 : device->get());
+}
+
+bool CoexDevice::MakeForcible(PollSession& session) {
+  struct sigaction action {};
+  action.sa_handler = sigusr1_handler;
+  sigset_t usr1;
+  sigemptyset(&usr1);
+  sigaddset(&usr1, SIGUSR1);
+  if (sigaction(SIGUSR1, &action, nullptr) != 0 || pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr) != 0) {
+    ALOGE("PollEventThread: Unable to set a SIGUSR1 signal handler");
+    return false;
+  }
+  t_poll_thread = true;
+  const std::lock_guard lock(session.mutex);
+  session.forcible = true;
+  return true;
+}
+
+void CoexDevice::PollEvents(PollSession& session) {
+  while (session.running) {
+    Descriptor device = DeviceOf(session);
+    if (device == nullptr) return;
+    std::array<pollfd, 2> fds = {{{device->get(), POLLIN, 0}, {session.wake_receiver.get(), 0, 0}}};
+    if (TEMP_FAILURE_RETRY(poll(fds.data(), fds.size(), -1)) < 0) {
+      ALOGE("PollEventThread: Cannot poll for fds: %s", strerror(errno));
+      return;
+    }
+    device.reset();  // a big hammer closes the device, and then it has to be closed
+
+    if (fds[0].revents & POLLIN) {
+      ALOGI("PollEventThread: POLLIN");
+      if (IsLasting(ReadEvent(this))) return;
+    }
+    if (fds[0].revents & (POLLHUP | POLLERR | POLLNVAL)) {
+      ALOGE("PollEventThread: (POLLHUP | POLLERR)");
+      return;
+    }
+    if (fds[1].revents != 0) {
+      ALOGI("PollEventThread: socket event");
+      DebugCentral::Get().UpdateRecord(AnchorType::kCoexSocketEvent,
+                                       StringPrintf("%s, socket event", "PollEventThread"));
+    }
+  }
+}
+
+void CoexDevice::LeavePollThread(PollSession& session) {
+  Descriptor closing;
+  {
+    const std::lock_guard lock(mutex_);
+    if (session_.get() == &session) {
+      closing = std::exchange(device_, nullptr);
+      session_ = nullptr;
+    }
+  }
+  closing.reset();
+  ALOGI("PollEventThread: Thread done");
+  DebugCentral::Get().UpdateRecord(AnchorType::kCoexThreadDone, StringPrintf("%s: Thread done", "PollEventThread"));
+  t_poll_thread = false;
+  const std::lock_guard lock(session.mutex);
+  session.done = true;
+}
+
+int CoexDevice::ReadEvent(CoexDevice* self) {
+  Descriptor device = self->device();
+  Event event{};
+  const int error = device == nullptr ? -EBADF : ReadMessage(device->get(), &event);
+  device.reset();
+  if (error != 0) {
+    ALOGE("ReadEvent Cannot read from wlbt driver: %s", strerror(-error));
+    return error;
+  }
+  const uint8_t value = event[kValueOffset];
+  ALOGI("ReadEvent Read wlbt driver event: 0x%X", value);
+  if (event[kMessageTypeOffset] != kMessageTypeEvent) {
+    ALOGE("ReadEvent Got unexpected message");
+  } else if (event[kEventTypeOffset] != kEventTypeWlan) {
+    ALOGE("ReadEvent received unknown event");
+  } else if (value == kBigHammer || value == kBigHammerWithAck) {
+    self->OnBigHammer(value);
+  }
+  return 0;
+}
+
+void CoexDevice::OnBigHammer(uint8_t event) {
+  std::function<void()> handler;
+  int pause_ms = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    handler = handler_;
+    pause_ms = pause_ms_;
+  }
+  if (handler) handler();
+  ALOGI("ReadEvent Sleep : %d ms", pause_ms);
+  std::this_thread::sleep_for(std::chrono::milliseconds(pause_ms));
+  if (event == kBigHammerWithAck) BtSend(this, kCoexBigHammerAck);
+  DeviceClose();
+  DebugCentral::Get().ReportBqrError(BqrErrorCode::kSocBigHammerFault, "restart bt due to receiving Big Hammer Event!");
+}
+
+CoexDevice::Descriptor CoexDevice::DeviceOf(const PollSession& session) const {
+  const std::lock_guard lock(mutex_);
+  return session_.get() == &session ? device_ : nullptr;
+}
+
+void CoexDevice::sigusr1_handler(int signal) {
+  // The signal is the process's: one that somebody sends from outside ends no other thread.
+  if (signal != SIGUSR1 || !t_poll_thread) return;
+  ALOGI("sigusr1_handler: pthread_exit(0)");
+  pthread_exit(nullptr);
+}
+
+}  // namespace android::hardware::bluetooth::coex_device

@@ -1,0 +1,144 @@
+#define LOG_TAG "bthal.debug_central"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <android-base/file.h>
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
+
+#include "debug_central/debug_central.h"
+#include "debug_central/files.h"
+#include "os/device_path.h"
+#include "shim/shim.h"
+#include "vnd_snoop_logger.h"
+
+namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
+namespace {
+
+using ::android::base::StringPrintf;
+using ::android::base::unique_fd;
+
+constexpr int kDumpFlags = O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC;
+constexpr mode_t kDumpMode = 0644;
+constexpr char kSnoopBackupPath[] = "/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log";
+constexpr size_t kCopyChunk = size_t{64} * 1024;
+
+std::atomic<unsigned> g_crash_count{0};
+
+// Local time as 2024-03-07_09-05-12.
+std::string DumpTimestamp() {
+  const time_t now = time(nullptr);
+  tm local{};
+  localtime_r(&now, &local);
+  char text[32];
+  strftime(text, sizeof(text), "%Y-%m-%d_%H-%M-%S", &local);
+  return text;
+}
+
+unique_fd OpenDumpFile(const char* function, const char* kind, const std::string& path) {
+  unique_fd fd(open(os::DevicePath(path).c_str(), kDumpFlags, kDumpMode));
+  if (!fd.ok()) {
+    const int error = errno;
+    LOG(ERROR) << StringPrintf("%s: Failed to open %s file: %s, failed: %s (%d)\n", function, kind, path.c_str(),
+                               strerror(error), error);
+  } else if (fchmod(fd.get(), kDumpMode) != 0) {  // whatever mask the process creates its files with
+    PLOG(ERROR) << function << ": unable to change file permissions " << path;
+  }
+  return fd;
+}
+
+void WriteText(const char* function, int fd, const std::string& path, const std::string& text) {
+  if (!::android::base::WriteFully(fd, text.data(), text.size())) {
+    PLOG(ERROR) << function << ": Failed to write to " << path;
+  }
+}
+
+bool CopyContent(int from, int to) {
+  std::array<char, kCopyChunk> chunk;
+  for (;;) {
+    const ssize_t n = TEMP_FAILURE_RETRY(read(from, chunk.data(), chunk.size()));
+    if (n <= 0) return n == 0;
+    if (!::android::base::WriteFully(to, chunk.data(), static_cast<size_t>(n))) return false;
+  }
+}
+
+// The complaint in the words that the log's readers know, and one more line with what it was about.
+void LogCopyFault(const char* function, const char* fault, const std::string& path) {
+  const int error = errno;
+  LOG(ERROR) << function << ": " << fault;
+  LOG(ERROR) << StringPrintf("%s: %s: %s (%d)", function, path.c_str(), strerror(error), error);
+}
+
+// Copies the file and its permissions, as far as it goes.
+void CopyFile(const char* function, const std::string& from, const std::string& to) {
+  const unique_fd source(open(os::DevicePath(from).c_str(), O_RDONLY | O_CLOEXEC));
+  if (!source.ok()) return LogCopyFault(function, "Error opening source file", from);
+  const unique_fd destination(open(os::DevicePath(to).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kDumpMode));
+  if (!destination.ok()) return LogCopyFault(function, "Error opening destination file", to);
+  if (!CopyContent(source.get(), destination.get())) LogCopyFault(function, "Error copying file", from);
+  struct stat status {};
+  if (fstat(source.get(), &status) != 0) return LogCopyFault(function, "Error getting source file permissions", from);
+  if (fchmod(destination.get(), status.st_mode & ALLPERMS) != 0) {
+    LogCopyFault(function, "Error setting destination file permissions", to);
+  }
+}
+
+}  // namespace
+
+std::string DebugCentral::dump_suffix() const {
+  const std::lock_guard lock(mutex_);
+  return dump_suffix_;
+}
+
+void DebugCentral::start_crash_dump(bool silent, const std::string& reason) {
+  std::string suffix;
+  {
+    // Whoever sets the suffix takes the dump; nobody waits for it.
+    const std::lock_guard lock(mutex_);
+    if (!dump_suffix_.empty()) return;
+    suffix = dump_suffix_ = DumpTimestamp();
+  }
+  LOG(ERROR) << StringPrintf("%s: reason: %s, slient_report:%d", __func__, reason.c_str(), silent);
+  WriteCoreDump(suffix, reason);
+  if (!silent) WriteCrashInfo(suffix, reason);
+}
+
+void DebugCentral::WriteCoreDump(const std::string& suffix, const std::string& reason) {
+  constexpr char kFunction[] = "start_crash_dump";
+  const std::string path = std::string(kCoreDumpDirectory) + kCoreDumpPrefix + suffix + kDumpExtension;
+  LOG(WARNING) << StringPrintf("%s: Starting to generate Bluetooth ssrdump files: %s", kFunction, path.c_str());
+  const unique_fd fd = OpenDumpFile(kFunction, "coredump", path);
+  if (!fd.ok()) return;
+  WriteText(kFunction, fd.get(), path, "DUMP REASON: " + reason + " - occurred at " + suffix);
+  LOG(INFO) << StringPrintf("%s: Request to get Transport Layer Debug Dump", kFunction);
+  hci::shim::GetTlDebugDump(fd.get(), uart_debug_port(), kLpmDebugPort);
+}
+
+void DebugCentral::WriteCrashInfo(const std::string& suffix, const std::string& reason) {
+  constexpr char kFunction[] = "start_crash_dump";
+  const std::string path = std::string(kCrashInfoDirectory) + kCrashInfoPrefix + suffix + kCrashInfoExtension;
+  const unique_fd fd = OpenDumpFile(kFunction, "crashinfo", path);
+  if (!fd.ok()) return;
+  const unsigned count = ++g_crash_count;
+  WriteText(kFunction, fd.get(), path,
+            "crash_reason: " + reason + "\ncrash_count: " + std::to_string(count) + "\ntimestamp: " + suffix + "\n");
+}
+
+void DebugCentral::backup_logging_files_before_crash(const std::string& suffix) {
+  CopyFile(__func__, kBtsnoopLogPath, kSnoopBackupPath + suffix);
+  CopyFile(__func__, std::string(kBtsnoopLogPath) + kBtsnoopLastSuffix,
+           std::string(kSnoopBackupPath) + kBtsnoopLastSuffix + suffix);
+}
+
+}  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

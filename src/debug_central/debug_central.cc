@@ -1,0 +1,100 @@
+#define LOG_TAG "bthal.debug_central"
+
+#include "debug_central/debug_central.h"
+
+#include <algorithm>
+
+#include <android-base/logging.h>
+#include <android-base/properties.h>
+#include <android-base/stringprintf.h>
+
+#include "conf/conf.h"
+#include "hci_flow_control/debug_monitor.h"
+
+namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
+namespace {
+
+using ::android::base::StringPrintf;
+
+constexpr char kScopeBegins[] = " [ IN]";
+constexpr char kScopeEnds[] = " [OUT]";
+
+constexpr char kHardwareRevisionProperty[] = "ro.boot.hardware.revision";
+constexpr char kDefaultHardwareRevision[] = "default";
+
+constexpr char kUartLogBufferPrefix[] = "/dev/logbuffer_tty";
+constexpr std::string_view kTty = "tty";
+
+// Vendor command: the stack asks the controller for its debug information.
+constexpr uint16_t kControllerDebugDumpOpcode = 0xFD5B;
+
+}  // namespace
+
+DebugCentral::DebugCentral() : monitor_(std::make_unique<DebugMonitor>(*this)) {}
+
+DebugCentral& DebugCentral::Get() {
+  static auto& central = *new DebugCentral;
+  return central;
+}
+
+void DebugCentral::UpdateRecord(AnchorType type, std::string_view text) { Append(type, text, {}); }
+
+void DebugCentral::Append(AnchorType type, std::string_view text, std::string_view suffix) {
+  const std::lock_guard lock(mutex_);
+  records_.Append(type, std::chrono::system_clock::now(), text, suffix);
+}
+
+void DebugCentral::HasClientConnectWith(bool has_client) {
+  has_client_ = has_client;
+  LOG(INFO) << StringPrintf("%s: has_client: %d", __func__, has_client);
+}
+
+void DebugCentral::SetBtUartDebugPort(const std::string& port) {
+  if (port.empty()) {
+    LOG(ERROR) << StringPrintf("%s: uart port is empty!", __func__);
+    return;
+  }
+  const size_t tty = port.rfind(kTty);
+  if (tty == std::string::npos) {
+    LOG(ERROR) << StringPrintf("%s: cannot found uart port!", __func__);
+    return;
+  }
+  const std::string debug_port = kUartLogBufferPrefix + port.substr(tty + kTty.size());
+  LOG(INFO) << StringPrintf("%s: serial debug port: %s", __func__, debug_port.c_str());
+  const std::lock_guard lock(mutex_);
+  uart_debug_port_ = debug_port;
+}
+
+std::string DebugCentral::uart_debug_port() const {
+  const std::lock_guard lock(mutex_);
+  return uart_debug_port_;
+}
+
+void DebugCentral::SetNotifyCallback(NotifyCallback callback) {
+  const std::lock_guard lock(mutex_);
+  notify_cb_.swap(callback);
+}
+
+bool DebugCentral::IsControllerDebugDumpOpcode(const hci::HciPacket& command) {
+  if (command.size() < sizeof(kControllerDebugDumpOpcode)) return false;
+  if ((command[0] | command[1] << 8) != kControllerDebugDumpOpcode) return false;
+  const std::string text = StringPrintf("%s: Sending Controller Debug Info command!", __func__);
+  LOG(INFO) << text;
+  UpdateRecord(AnchorType::kDebugInfoCommand, text);
+  return true;
+}
+
+bool DebugCentral::hw_stage_firmware_no_longer_supported() const {
+  const std::string stage = ::android::base::GetProperty(kHardwareRevisionProperty, kDefaultHardwareRevision);
+  const auto& unsupported = conf::Config::GetInstance().hw_stages_with_old_chip_fw_no_longer_supported;
+  return std::find(unsupported.begin(), unsupported.end(), stage) != unsupported.end();
+}
+
+DebugAnchor::DebugAnchor(AnchorType type, std::string text, DebugCentral& central)
+    : type_(type), text_(std::move(text)), central_(central) {
+  central_.Append(type_, text_, kScopeBegins);
+}
+
+DebugAnchor::~DebugAnchor() { central_.Append(type_, text_, kScopeEnds); }
+
+}  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -1,0 +1,144 @@
+// The record keeper for everything that goes wrong or is worth remembering on the controller path.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "debug_central/anchor_type.h"
+#include "debug_central/bqr_error_code.h"
+#include "debug_central/record_table.h"
+#include "hci/hci_packet.h"
+
+namespace android::hardware::bluetooth::hci {
+class HciFlowControl;
+}  // namespace android::hardware::bluetooth::hci
+
+namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
+
+class DebugMonitor;
+
+// Process-wide and never destroyed. All operations may be called from any thread; none but StartMonitor and StopMonitor
+// calls flow control, so the others may be called from event watchers.
+class DebugCentral {
+ public:
+  using NotifyCallback = std::function<void(const hci::HciPacket&)>;
+
+  static constexpr size_t kMaxHistoryRecords = RecordTable::kMaxHistory;
+
+  static DebugCentral& Get();
+
+  // Appends one record, dropping the oldest of 400.
+  void UpdateRecord(AnchorType type, std::string_view text);
+
+  // Writes the service's diagnostic report to `fd`, which stays the caller's.
+  void Dump(int fd);
+
+  // Reports take a crash dump, and root inflammations reach the stack, only while a client is connected.
+  void HasClientConnectWith(bool has_client);
+
+  // Remembers the kernel's log buffer of the UART at `port` (a device path such as /dev/ttySAC16).
+  void SetBtUartDebugPort(const std::string& port);
+
+  // Installs (empty: removes) what tells the stack of a synthetic event. It is called on a thread of its own.
+  void SetNotifyCallback(NotifyCallback callback);
+
+  // Registers the four event watchers with `flow`; does nothing but complain about null. StopMonitor removes them; it
+  // is harmless without a monitor, and after the flow control has gone.
+  void StartMonitor(hci::HciFlowControl* flow);
+  void StopMonitor();
+
+  // True for the stack's own request for controller debug information (opcode 0xFD5B), which is then recorded.
+  bool IsControllerDebugDumpOpcode(const hci::HciPacket& command);
+
+  // Records the error, tells the stack, takes the crash dump and ends the process: with the kind's own fatal message,
+  // or quietly with SIGKILL (no client, quiet kinds, unsupported hardware stage). The first report wins; later ones
+  // wait for the end. Returns only when a test has replaced both endings, and then the next report may begin.
+  void ReportBqrError(BqrErrorCode code, const std::string& info);
+
+  // True on a hardware stage whose old chip firmware is no longer supported: its errors are not worth a dump.
+  bool hw_stage_firmware_no_longer_supported() const;
+
+ private:
+  friend class DebugAnchor;
+  friend class DebugMonitor;
+
+  DebugCentral();
+
+  void Append(AnchorType type, std::string_view text, std::string_view suffix);
+
+  // The steps of ReportBqrError.
+  void RecordReport(BqrErrorCode code, const std::string& info);
+  void TellStack(BqrErrorCode code);
+  void EndProcess(BqrErrorCode code, const std::string& info);
+
+  void HandleHardwareError(const hci::HciPacket& event);
+  // True keeps the event from the stack.
+  bool HandleVendorEvent(const hci::HciPacket& event);
+  bool HandleQualityReport(const hci::HciPacket& event);
+  bool HandleRootInflammation(const hci::HciPacket& event);
+  void HandleDebugInfoEvent(const hci::HciPacket& event);
+  void HandleFirmwareDumpFragment(const hci::HciPacket& event);
+  void HandleChreDumpFragment(const hci::HciPacket& event);
+  // Append the whole event to the fragments' file.
+  void AppendToSocDump(const hci::HciPacket& event);
+  void AppendToChreDump(const hci::HciPacket& event);
+
+  // Takes the process's one crash dump; does nothing once it has been taken. A silent one has no crashinfo file.
+  void start_crash_dump(bool silent, const std::string& reason);
+  // The time text of the crash dump, empty while none was taken.
+  std::string dump_suffix() const;
+  void WriteCoreDump(const std::string& suffix, const std::string& reason);
+  void WriteCrashInfo(const std::string& suffix, const std::string& reason);
+  // Copies the snoop log and its older file to their backup names.
+  void backup_logging_files_before_crash(const std::string& suffix);
+
+  std::string FormatRecords();
+  void DumpKernelFiles(int fd);
+
+  std::string uart_debug_port() const;
+
+  std::atomic<bool> has_client_{false};
+  // Guards what follows; never held while anything blocks. Recursive, so that a record can be written from under it.
+  mutable std::recursive_mutex mutex_;
+  NotifyCallback notify_cb_;
+  std::string uart_debug_port_;
+  std::string dump_suffix_;
+  RecordTable records_;
+  uint64_t unsaved_chre_segments_ = 0;  // receive thread only
+  const std::unique_ptr<DebugMonitor> monitor_;
+
+  // Held by the first reporter to the end of the process: the others park on it.
+  std::mutex report_mutex_;
+  std::atomic<std::thread::id> reporter_{};
+};
+
+// A scoped record: `text` + " [ IN]" now, `text` + " [OUT]" when the scope ends.
+class DebugAnchor {
+ public:
+  DebugAnchor(AnchorType type, std::string text, DebugCentral& central = DebugCentral::Get());
+  DebugAnchor(const DebugAnchor&) = delete;
+  DebugAnchor& operator=(const DebugAnchor&) = delete;
+  ~DebugAnchor();
+
+ private:
+  AnchorType type_;
+  std::string text_;
+  DebugCentral& central_;
+};
+
+}  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug
+
+namespace android::hardware::bluetooth {
+// The short names by which the other components call the diagnostics.
+using V1_1::qnlbtlinux::debug::AnchorType;
+using V1_1::qnlbtlinux::debug::BqrErrorCode;
+using V1_1::qnlbtlinux::debug::DebugAnchor;
+using V1_1::qnlbtlinux::debug::DebugCentral;
+}  // namespace android::hardware::bluetooth

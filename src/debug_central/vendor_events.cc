@@ -1,0 +1,235 @@
+#define LOG_TAG "bthal.debug_central"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
+
+#include "bluetooth_bqr.h"
+#include "debug_central/catalogue.h"
+#include "debug_central/debug_central.h"
+#include "debug_central/files.h"
+#include "os/device_path.h"
+
+namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
+namespace {
+
+using ::android::base::StringPrintf;
+using ::android::base::unique_fd;
+using hci::HciPacket;
+
+// Vendor event:
+//   0xFF | length | sub-event | ...
+constexpr size_t kVendorHeaderSize = 2;
+constexpr size_t kSubEventOffset = 2;
+constexpr uint8_t kSubEventHiddenFirst = 0x1B;   // the controller's own business with its host
+constexpr uint8_t kSubEventHiddenSecond = 0x6A;  // likewise
+constexpr uint8_t kSubEventDebugInfo = 0x57;
+constexpr uint8_t kSubEventQualityReport = 0x58;
+
+// Quality report:
+//   0xFF | length | 0x58 | report id | ...
+constexpr size_t kReportIdOffset = 3;
+constexpr size_t kQualityReportHeaderSize = 4;
+
+enum ReportId : uint8_t {
+  kMonitoring = 1,
+  kApproachLinkSupervisionTimeout = 2,
+  kA2dpChoppy = 3,
+  kScoVoiceChoppy = 4,
+  kRootInflammation = 5,
+  kEnergyMonitor = 6,
+  kConnectFail = 7,
+  kVendorQuality = 16,
+  kFirmwareDump = 19,
+  kChreDump = 20,
+  kVendorTrace = 32,
+};
+
+// Root inflammation:
+//   0xFF | length | 0x58 | 5 | error code | vendor error
+constexpr size_t kErrorCodeOffset = 4;
+constexpr size_t kVendorErrorOffset = 5;
+constexpr size_t kRootInflammationSize = 6;
+
+// A piece of a dump, as debug information or as quality report:
+//   0xFF | length | 0x57 or 0x58 | report id | ... | last (at 5) | ...
+constexpr size_t kLastFragmentOffset = 5;
+constexpr size_t kDebugInfoMinSize = 9;
+constexpr size_t kFragmentMinSize = 4;
+
+constexpr int kFragmentFlags = O_WRONLY | O_CREAT | O_APPEND | O_SYNC | O_CLOEXEC;
+constexpr mode_t kFragmentMode = 0640;
+
+bool IsLastFragment(const HciPacket& event) {
+  return event.size() > kLastFragmentOffset && event[kLastFragmentOffset] != 0;
+}
+
+// Opens a fragments' file for appending; `kind` is what complaints call it.
+unique_fd OpenFragmentFile(const char* function, const std::string& path, const char* kind) {
+  unique_fd fd(open(os::DevicePath(path).c_str(), kFragmentFlags, kFragmentMode));
+  if (!fd.ok()) {
+    const int error = errno;
+    LOG(ERROR) << StringPrintf("%s: Failed to open %s file: %s, failed: %s (%d)\n", function, kind, path.c_str(),
+                               strerror(error), error);
+  } else if (fchmod(fd.get(), kFragmentMode) != 0) {
+    LOG(ERROR) << StringPrintf("%s: unable to change file permissions %s", function, path.c_str());
+  }
+  return fd;
+}
+
+// Writes as much as the file takes; interruptions and short writes are gone over. Returns the bytes written, and leaves
+// errno where that is not all.
+size_t WriteAll(int fd, const HciPacket& event) {
+  size_t done = 0;
+  while (done < event.size()) {
+    const ssize_t n = TEMP_FAILURE_RETRY(write(fd, event.data() + done, event.size() - done));
+    if (n <= 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return done;
+}
+
+}  // namespace
+
+bool DebugCentral::HandleVendorEvent(const HciPacket& event) {
+  if (event.size() < kVendorHeaderSize) {
+    LOG(ERROR) << StringPrintf("%s: Invalid length of VS event!", __func__);
+    return false;
+  }
+  if (event.size() <= kSubEventOffset) return false;  // a vendor event that says nothing
+  switch (event[kSubEventOffset]) {
+    case kSubEventHiddenFirst:
+    case kSubEventHiddenSecond:
+      return true;
+    case kSubEventDebugInfo:
+      LOG(INFO) << StringPrintf("%s: Received Debug Info event!", __func__);
+      HandleDebugInfoEvent(event);
+      return true;
+    case kSubEventQualityReport:
+      return HandleQualityReport(event);
+    default:
+      return false;
+  }
+}
+
+bool DebugCentral::HandleQualityReport(const HciPacket& event) {
+  if (event.size() < kQualityReportHeaderSize) {
+    LOG(ERROR) << StringPrintf("%s: Invalid length of BQR event!", __func__);
+    return false;
+  }
+  switch (event[kReportIdOffset]) {
+    case kMonitoring:
+    case kApproachLinkSupervisionTimeout:
+    case kA2dpChoppy:
+    case kScoVoiceChoppy:
+    case kConnectFail:
+    case kVendorQuality:
+    case kVendorTrace:
+      BluetoothBqr::Get().OnQualityReport(event);
+      return false;
+    case kRootInflammation:
+      return HandleRootInflammation(event);
+    case kEnergyMonitor:
+      BtBqrEnergyRecoder::Get().OnEnergyReport(event);
+      return true;
+    case kFirmwareDump:
+      HandleFirmwareDumpFragment(event);
+      return true;
+    case kChreDump:
+      HandleChreDumpFragment(event);
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool DebugCentral::HandleRootInflammation(const HciPacket& event) {
+  if (event.size() < kRootInflammationSize) {
+    LOG(ERROR) << StringPrintf("%s: Invalid length of BQR event!", __func__);
+    return false;
+  }
+  const uint8_t error_code = event[kErrorCodeOffset];
+  const uint8_t vendor_error = event[kVendorErrorOffset];
+  LOG(ERROR) << StringPrintf("%s: Received Root Inflammation event! (0x%02hhX%02hhX)", __func__, error_code,
+                             vendor_error);
+  if (IsQuietError(vendor_error) || hw_stage_firmware_no_longer_supported() || !has_client_) return true;
+  std::string reason = std::string(kReasonRootInflammation) + ": " +
+                       StringPrintf("error_code: 0x%02hhX, vendor_error: 0x%02hhX", error_code, vendor_error);
+  const std::string text = ReasonText(static_cast<BqrErrorCode>(vendor_error));
+  if (!text.empty()) reason += ", " + text;
+  start_crash_dump(IsSilentError(vendor_error), reason);
+  backup_logging_files_before_crash(dump_suffix());
+  return false;
+}
+
+void DebugCentral::HandleDebugInfoEvent(const HciPacket& event) {
+  if (event.size() < kDebugInfoMinSize) {
+    LOG(ERROR) << StringPrintf("%s: Invalid length of debug info event!", __func__);
+    return;
+  }
+  start_crash_dump(false, kReasonDebugInfo);
+  AppendToSocDump(event);
+}
+
+void DebugCentral::HandleFirmwareDumpFragment(const HciPacket& event) {
+  if (event.size() < kFragmentMinSize) {
+    LOG(ERROR) << StringPrintf("%s: Invalid length of bqr debug firmware dump event!", __func__);
+    return;
+  }
+  if (dump_suffix().empty()) {
+    LOG(ERROR) << StringPrintf("%s: did not receive Root Inflammation event before FW Dump!", __func__);
+    start_crash_dump(false, kReasonFragmentWithoutRootInflammation);
+  }
+  AppendToSocDump(event);
+}
+
+void DebugCentral::HandleChreDumpFragment(const HciPacket& event) {
+  if (event.size() < kFragmentMinSize) {
+    LOG(ERROR) << StringPrintf("%s: Invalid length of bqr chre debug dump event!", __func__);
+    return;
+  }
+  if (dump_suffix().empty()) {
+    LOG(ERROR) << StringPrintf("%s: did not receive Root Inflammation event before CHRE Dump!", __func__);
+    start_crash_dump(false, kReasonFragmentWithoutRootInflammation);
+  }
+  AppendToChreDump(event);
+}
+
+void DebugCentral::AppendToSocDump(const HciPacket& event) {
+  if (IsLastFragment(event)) LOG(INFO) << StringPrintf("%s: Last soc dump fragment has been received", __func__);
+  const std::string path = std::string(kCoreDumpDirectory) + kSocDumpPrefix + dump_suffix() + kDumpExtension;
+  const unique_fd fd = OpenFragmentFile(__func__, path, "socdump");
+  if (fd.ok() && WriteAll(fd.get(), event) != event.size()) {
+    PLOG(ERROR) << "AppendToSocDump: " << path << " misses the rest of a fragment";
+  }
+}
+
+void DebugCentral::AppendToChreDump(const HciPacket& event) {
+  const std::string path = std::string(kCoreDumpDirectory) + kChreDumpPrefix + dump_suffix() + kDumpExtension;
+  size_t written = 0;
+  if (const unique_fd fd = OpenFragmentFile(__func__, path, "chredump"); fd.ok()) {
+    written = WriteAll(fd.get(), event);
+    if (written != event.size()) {
+      LOG(ERROR) << StringPrintf("%s: actual write (%ld bytes) is not the same with expected write (%ld bytes) size.",
+                                 __func__, static_cast<long>(written), static_cast<long>(event.size()));
+    }
+    LOG(INFO) << StringPrintf("%s: total written %ld bytes", __func__, static_cast<long>(written));
+  }
+  if (written != event.size()) {
+    ++unsaved_chre_segments_;
+    LOG(ERROR) << StringPrintf("%s: there are %lu segments not be saved", __func__,
+                               static_cast<unsigned long>(unsaved_chre_segments_));
+  }
+  if (IsLastFragment(event)) LOG(INFO) << StringPrintf("%s: Last Chre dump packet has been received", __func__);
+}
+
+}  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -1,0 +1,148 @@
+// The transport descriptor: the UART's tty, or the kernel's HCI user channel.
+#define LOG_TAG "bthal.hwcontrol"
+
+#include <fcntl.h>
+#include <log/log.h>
+#include <sys/socket.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <optional>
+#include <thread>
+
+#include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
+
+#include "conf/conf.h"
+#include "debug_central/debug_central.h"
+#include "h4/hw_control/hw_control.h"
+#include "os/device_path.h"
+#include "shim/shim.h"
+
+namespace android::hardware::bluetooth::hwcontrol {
+namespace {
+
+using ::android::base::StringPrintf;
+using ::android::base::unique_fd;
+
+constexpr auto kTtySettleTime = std::chrono::milliseconds(50);
+
+// The kernel's interface to HCI sockets, which the C library's headers do not carry.
+constexpr int kAddressFamilyBluetooth = 31;
+constexpr int kProtocolHci = 1;
+constexpr uint16_t kFirstHciDevice = 0;
+constexpr uint16_t kHciChannelUser = 1;
+struct HciSocketAddress {
+  sa_family_t family;
+  uint16_t device;
+  uint16_t channel;
+};
+
+std::optional<speed_t> ToTerminalSpeed(UartBaudRate rate) {
+  switch (rate) {
+    case UartBaudRate::kUartBaudRate115200:
+      return B115200;
+    case UartBaudRate::kUartBaudRate3000000:
+      return B3000000;
+    case UartBaudRate::kUartBaudRate4000000:
+      return B4000000;
+    default:
+      return std::nullopt;
+  }
+}
+
+void ApplyAndFlush(int fd, const termios& attributes) {
+  tcsetattr(fd, TCSANOW, &attributes);
+  tcflush(fd, TCIOFLUSH);
+}
+
+void SetSpeed(termios& attributes, speed_t speed) {
+  cfsetospeed(&attributes, speed);
+  cfsetispeed(&attributes, speed);
+}
+
+void ConfigureNewTty(int fd) {
+  termios attributes{};
+  tcflush(fd, TCIOFLUSH);
+  tcgetattr(fd, &attributes);
+  cfmakeraw(&attributes);
+  attributes.c_cflag |= CRTSCTS;
+  // Twice, with a flush after each, so that nothing received under the port's old settings is left.
+  ApplyAndFlush(fd, attributes);
+  ApplyAndFlush(fd, attributes);
+  tcflush(fd, TCIOFLUSH);
+  SetSpeed(attributes, B115200);
+  ApplyAndFlush(fd, attributes);
+}
+
+unique_fd userial_tty_open() {
+  const std::string& path = conf::Config::GetInstance().uart_port;
+  DebugCentral::Get().SetBtUartDebugPort(path);
+  DebugCentral::Get().UpdateRecord(AnchorType::kUserialTtyOpen, StringPrintf("%s: open %s", __func__, path.c_str()));
+  ALOGI("%s: open %s", __func__, path.c_str());
+  unique_fd fd(TEMP_FAILURE_RETRY(open(os::DevicePath(path).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)));
+  if (!fd.ok()) {
+    ALOGE("%s: Can't open Bluetooth UART port: %s (%d)", __func__, strerror(errno), errno);
+    return fd;
+  }
+  ConfigureNewTty(fd.get());
+  return fd;
+}
+
+unique_fd userial_socket_open() {
+  unique_fd fd(socket(kAddressFamilyBluetooth, SOCK_RAW | SOCK_CLOEXEC, kProtocolHci));
+  if (!fd.ok()) {
+    ALOGE("%s: Can't create Bluetooth HCI socket: %s (%d)", __func__, strerror(errno), errno);
+    return fd;
+  }
+  const HciSocketAddress address{kAddressFamilyBluetooth, kFirstHciDevice, kHciChannelUser};
+  if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+    ALOGE("%s: HCI User Channel Error: %s (%d)", __func__, strerror(errno), errno);
+    fd.reset();
+  }
+  return fd;
+}
+
+}  // namespace
+
+bool BtHwControl::UserialOpen() {
+  ALOGI("%s", __func__);
+  const DebugAnchor anchor(AnchorType::kUserialOpen, __func__);
+  const uint32_t type = hci::shim::GetUserialType();
+  const bool is_tty = type == hci::shim::kUserialApm;
+  const int fd = (is_tty ? userial_tty_open() : userial_socket_open()).release();
+  if (fd < 0) {
+    DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostOpenUserial, "Host Open Port Error");
+    return false;
+  }
+  const unique_fd replaced(userial_fd_.exchange(fd));
+  if (is_tty) std::this_thread::sleep_for(kTtySettleTime);
+  ALOGI("%s: USERIAL (%u) Ready", __func__, type);
+  DebugCentral::Get().UpdateRecord(AnchorType::kUserialReady,
+                                   StringPrintf("USERIAL Ready FD: <%d>, type: <%u>", fd, type));
+  return true;
+}
+
+void BtHwControl::UserialClose() {
+  const DebugAnchor anchor(AnchorType::kUserialClose, __func__);
+  const unique_fd closing(userial_fd_.exchange(-1));
+}
+
+void BtHwControl::BaudrateChange(UartBaudRate rate) {
+  const auto speed = ToTerminalSpeed(rate);
+  if (!speed) {
+    ALOGE("%s: Baud rate (%u) unsupported", __func__, static_cast<unsigned>(rate));
+    return;
+  }
+  const int fd = userial_fd_;
+  termios attributes{};
+  tcgetattr(fd, &attributes);
+  cfmakeraw(&attributes);  // leaves RTS/CTS flow control on
+  SetSpeed(attributes, *speed);
+  ApplyAndFlush(fd, attributes);
+}
+
+}  // namespace android::hardware::bluetooth::hwcontrol

@@ -1,0 +1,62 @@
+// The UART path's framing and reading, and who may still stand on it when it is taken away.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "hci/hci_packet.h"
+
+namespace android::hardware::bluetooth::hci {
+class HciFlowControl;
+}
+
+namespace android::hardware::bluetooth::hci::shim {
+
+// The five consumers of received packets.
+struct Consumers {
+  HciPacketCallback event_cb;
+  HciPacketCallback acl_cb;
+  HciPacketCallback sco_cb;
+  HciPacketCallback iso_cb;
+  HciPacketCallback thread_cb;
+};
+
+// The H4Protocol over the open port and its watch on the receive thread. Process-wide, never destroyed. Attach, Watch
+// and Detach come from bring-up and teardown, Send from any thread at any time.
+class UartLink {
+ public:
+  static UartLink& Get();
+
+  // Puts a fresh H4Protocol over `fd`, in place of any other. `fd` must stay open until Detach has returned.
+  void Attach(int fd, const Consumers& consumers);
+
+  // Has the receive thread read for the attached H4Protocol. `flow`, whose consumers it calls, and the H4Protocol
+  // itself are kept alive while it does. False when nothing is attached or the descriptor cannot be watched.
+  bool Watch(const std::weak_ptr<HciFlowControl>& flow);
+
+  // Takes the H4Protocol away: no Send reaches it any more, and those inside it have left when this returns; what they
+  // had not written yet is discarded, the controller being about to lose its power. The receive thread does not read
+  // for it any more either, but may still walk through what it has read when it is the caller itself. Harmless when
+  // nothing is attached.
+  void Detach();
+
+  // Ends the receive thread (or marks it to end, when called on it).
+  void StopReceiving();
+
+  // Returns the bytes written, 0 when nothing is attached.
+  size_t Send(uint8_t type, const uint8_t* data, size_t length);
+
+ private:
+  struct Line;
+
+  UartLink() = default;
+
+  std::shared_ptr<Line> CurrentLine() const;
+
+  mutable std::mutex mutex_;  // never held while writing, reading or waiting
+  std::shared_ptr<Line> line_;
+};
+
+}  // namespace android::hardware::bluetooth::hci::shim

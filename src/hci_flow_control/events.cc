@@ -1,0 +1,157 @@
+#define LOG_TAG "bthal.flowcontrol"
+
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
+
+#include <mutex>
+
+#include "debug_central/debug_central.h"
+#include "hci_flow_control/hci_flow_control.h"
+#include "hci_flow_control/state.h"
+#include "vnd_snoop_logger.h"
+
+namespace android::hardware::bluetooth::hci {
+namespace {
+
+using ::android::base::StringPrintf;
+
+// Every event:
+//   event code (1) | parameter length (1) | parameters
+constexpr size_t kEventLengthOffset = 1;
+constexpr size_t kEventHeaderSize = 2;
+
+// Command Complete:   0x0E | length | credits | opcode (2) | ...
+// Command Status:     0x0F | length | status | credits | opcode (2)
+// Loopback Command:   0x19 | length | opcode (2) | ...
+constexpr size_t kCommandCompleteCreditsOffset = 2;
+constexpr size_t kCommandCompleteOpcodeOffset = 3;
+constexpr size_t kCommandStatusCreditsOffset = 3;
+constexpr size_t kCommandStatusOpcodeOffset = 4;
+constexpr size_t kLoopbackCommandOpcodeOffset = 2;
+constexpr uint8_t kLoopbackCommandCredits = 1;
+
+constexpr size_t kOpcodeSize = 2;
+
+// 0 for bytes beyond the packet's end.
+uint16_t ReadOpcode(const HciPacket& packet, size_t offset) {
+  if (packet.size() < offset + kOpcodeSize) return 0;
+  return static_cast<uint16_t>(packet[offset] | packet[offset + 1] << 8);
+}
+
+uint8_t ReadCredits(const HciPacket& event, size_t offset) { return offset < event.size() ? event[offset] : 0; }
+
+// The opcode of the command that `event` answers; 0 when it answers none, or is too short to say (reported).
+uint16_t hci_event_extract_command_opcode(const HciPacket& event) {
+  size_t offset = 0;
+  switch (event[0]) {
+    case kCommandCompleteEvent:
+      offset = kCommandCompleteOpcodeOffset;
+      break;
+    case kCommandStatusEvent:
+      offset = kCommandStatusOpcodeOffset;
+      break;
+    case kLoopbackCommandEvent:
+      offset = kLoopbackCommandOpcodeOffset;
+      break;
+    default:
+      return 0;
+  }
+  if (event.size() < offset + kOpcodeSize) {
+    DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostInvalidHciEvent, "Invalid HCI event: " + toString(event));
+  }
+  return ReadOpcode(event, offset);
+}
+
+// Whether the controller takes another command now: a gate, not a count, since one is outstanding at a time.
+uint8_t CreditsOf(const HciPacket& event) {
+  switch (event[0]) {
+    case kCommandCompleteEvent:
+      return ReadCredits(event, kCommandCompleteCreditsOffset);
+    case kCommandStatusEvent:
+      return ReadCredits(event, kCommandStatusCreditsOffset);
+    case kLoopbackCommandEvent:
+      return kLoopbackCommandCredits;
+    default:
+      return 0;
+  }
+}
+
+// The opcode filter of a watcher counts for the two events that answer commands only.
+bool Concerns(const HciEventWatcher& watcher, uint8_t code, uint16_t opcode) {
+  if (watcher.event_code() != code) return false;
+  if (code != kCommandCompleteEvent && code != kCommandStatusEvent) return true;
+  return watcher.opcode() == 0 || watcher.opcode() == opcode;
+}
+
+const char* HandledText(bool handled) { return handled ? "handled" : "unhandled"; }
+
+}  // namespace
+
+void HciFlowControl::OnHciEventReady(const HciPacket& event, const HciPacketCallback& event_cb) {
+  if (event.size() < kEventHeaderSize || event[kEventLengthOffset] + kEventHeaderSize != event.size()) {
+    DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostInvalidHciEvent,
+                                       "Invalid / un-reassembled HCI event: " + toString(event));
+    return;
+  }
+  if (HciEventPreProcess(event)) {
+    VndSnoopLogger::Get().Capture(event, VndSnoopLogger::kFromController, VndSnoopLogger::kEvent, false);
+    LOG(DEBUG) << __func__ << ": HCI Event <" << toString(event) << "> handled";
+  } else {
+    event_cb(event);
+  }
+  HciEventPostProcess(event);
+}
+
+bool HciFlowControl::HciEventPreProcess(const HciPacket& event) {
+  const uint8_t code = event[0];
+  const uint16_t opcode = hci_event_extract_command_opcode(event);
+  std::lock_guard lock(flow_control_mutex);
+  if (Refuses(__func__)) return false;
+  bool handled = false;
+  for (HciEventWatcher* watcher : event_watchers_) {
+    if (!Concerns(*watcher, code, opcode)) continue;
+    const bool claimed = watcher->OnEventReceive(event);
+    handled |= claimed;
+    LOG(INFO) << __func__ << ": HCI Event " << StringPrintf("%#hx", code) << " Opcode " << StringPrintf("%#x", opcode)
+              << " Length " << event.size() << " " << HandledText(claimed) << " by " << watcher->name();
+  }
+  LOG(VERBOSE) << __func__ << ": HCI Event " << StringPrintf("%#hx", code) << " Opcode " << StringPrintf("%#x ", opcode)
+               << HandledText(handled) << " <" << toString(event) << ">";
+  return handled;
+}
+
+void HciFlowControl::HciEventPostProcess(const HciPacket& event) {
+  const uint16_t opcode = hci_event_extract_command_opcode(event);
+  const uint8_t credits = CreditsOf(event);
+  LOG(VERBOSE) << __func__ << ": HCI Event " << StringPrintf("%#hx", event[0]) << " Opcode "
+               << StringPrintf("%#x", opcode) << " credits " << static_cast<int>(credits) << " <" << toString(event)
+               << ">";
+  std::lock_guard lock(flow_control_mutex);
+  if (Refuses(__func__)) return;
+  if (cmd_queue_.empty()) return;
+  if (cmd_queue_.front().sent && !FinishOutstanding(opcode, event)) return;
+  if (credits != 0) SendNext();
+}
+
+bool HciFlowControl::FinishOutstanding(uint16_t opcode, const HciPacket& event) {
+  const HciPacket& frame = cmd_queue_.front().data;
+  if (ReadOpcode(frame, 0) != opcode) {
+    if (opcode == 0) return false;
+    LOG(WARNING) << "HciEventPostProcess: HCI CMD Frame and Event not matched <" << toString(frame) << "> <"
+                 << toString(event) << ">";
+    return false;
+  }
+  LOG(VERBOSE) << "HciEventPostProcess: HCI CMD Frame <" << toString(frame) << "> finished";
+  cmd_queue_.pop_front();
+  return true;
+}
+
+void HciFlowControl::SendNext() {
+  if (cmd_queue_.empty()) return;
+  HciCmdFrame& next = cmd_queue_.front();
+  LOG(DEBUG) << "HciEventPostProcess: HCI CMD Frame <" << toString(next.data) << "> dequeued";
+  next.sent = true;
+  WakeAndSend(kCommandType, next.data.data(), next.data.size(), true);
+}
+
+}  // namespace android::hardware::bluetooth::hci

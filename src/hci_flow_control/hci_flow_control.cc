@@ -1,0 +1,149 @@
+#define LOG_TAG "bthal.flowcontrol"
+
+#include "hci_flow_control/hci_flow_control.h"
+
+#include <android-base/logging.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <utility>
+
+#include "btqnl_protocol/btqnl_protocol.h"
+#include "hci_flow_control/state.h"
+#include "shim/shim.h"
+
+namespace android::hardware::bluetooth::hci {
+namespace {
+
+// A batch: packets of
+//   H4 type (1) | opcode (2) | parameter length (1) | parameters
+constexpr size_t kBatchLengthOffset = 3;
+constexpr size_t kBatchHeaderSize = 4;
+
+std::atomic<bool> halted{false};
+// The instance that the transport serves; the last one made. Guarded by flow_control_mutex.
+HciFlowControl* live_instance = nullptr;
+// Orders the connecting of a new instance and the disconnecting of an old one whose last user left late. Taken before
+// flow_control_mutex.
+std::mutex connection_mutex;
+
+}  // namespace
+
+std::mutex flow_control_mutex;
+
+size_t WakeAndSend(uint8_t type, const uint8_t* data, size_t length, bool is_command) {
+  BtQnlProtocol::GetInstacne().LpmWakeUp();
+  return shim::Send(type, data, length, is_command);
+}
+
+HciFlowControl::HciFlowControl(HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
+                               HciPacketCallback iso_cb, HciPacketCallback thread_cb) {
+  std::lock_guard connection(connection_mutex);
+  {
+    std::lock_guard lock(flow_control_mutex);
+    live_instance = this;
+  }
+  const auto on_event = [this, event_cb = std::move(event_cb)](const HciPacket& event) {
+    OnHciEventReady(event, event_cb);
+  };
+  shim::InitializeCallback(on_event, std::move(acl_cb), std::move(sco_cb), std::move(iso_cb), std::move(thread_cb));
+  halted = false;
+}
+
+HciFlowControl::~HciFlowControl() {
+  std::lock_guard connection(connection_mutex);
+  {
+    std::lock_guard lock(flow_control_mutex);
+    if (live_instance == this) live_instance = nullptr;
+  }
+  shim::DeinitializeCallback();
+}
+
+bool HciFlowControl::Refuses(const char* operation) const {
+  if (!halted && live_instance == this) return false;
+  LOG(WARNING) << operation << ": called after being halted!";
+  return true;
+}
+
+size_t HciFlowControl::Send(uint8_t type, const uint8_t* data, size_t length) {
+  std::lock_guard lock(flow_control_mutex);
+  if (Refuses(__func__)) return 0;
+  if (type == kCommandType) {
+    HciCmdFrame& frame = cmd_queue_.emplace_back(data, length);
+    if (cmd_queue_.size() > 1) {
+      LOG(DEBUG) << __func__ << ": HCI CMD Frame <" << toString(frame.data) << "> enqueued";
+      return length;
+    }
+    LOG(VERBOSE) << __func__ << ": HCI Command <" << toString(frame.data) << "> sending...";
+    frame.sent = true;
+  }
+  return WakeAndSend(type, data, length, type == kCommandType);
+}
+
+size_t HciFlowControl::SendNoAck(uint8_t type, const uint8_t* data, size_t length) {
+  std::lock_guard lock(flow_control_mutex);
+  if (Refuses(__func__)) return 0;
+  return WakeAndSend(type, data, length, false);
+}
+
+size_t HciFlowControl::SendBatch(const uint8_t* data, size_t length) {
+  {
+    std::lock_guard lock(flow_control_mutex);
+    if (Refuses(__func__)) return 0;
+    if (!send_batch_fallback_) {
+      BtQnlProtocol::GetInstacne().LpmWakeUp();
+      const size_t sent = shim::SendBatch(data, length, false);
+      if (sent != 0) return sent;
+      send_batch_fallback_ = true;
+    }
+  }
+  return SendOneByOne(data, length);
+}
+
+size_t HciFlowControl::SendOneByOne(const uint8_t* data, size_t length) {
+  size_t offset = 0;
+  while (offset < length) {
+    const uint8_t* const packet = data + offset;
+    const size_t left = length - offset;
+    const size_t size = left < kBatchHeaderSize ? kBatchHeaderSize : kBatchHeaderSize + packet[kBatchLengthOffset];
+    if (size > left) {
+      LOG(ERROR) << "SendBatch: packet of " << size << " bytes at offset " << offset
+                 << " does not fit into the batch of " << length << " bytes, which is cut off there";
+      return offset;
+    }
+    SendNoAck(packet[0], packet + 1, size - 1);
+    offset += size;
+  }
+  return length;
+}
+
+void HciFlowControl::Halt() {
+  std::lock_guard lock(flow_control_mutex);
+  if (halted.exchange(true)) {
+    LOG(WARNING) << __func__ << ": called after being halted!";
+    return;
+  }
+  if (live_instance == nullptr) return;
+  for (HciEventWatcher* watcher : live_instance->event_watchers_) watcher->OnHalt();
+}
+
+void HciFlowControl::RegisterEventWatcher(HciEventWatcher* watcher) {
+  std::lock_guard lock(flow_control_mutex);
+  if (Refuses(__func__)) return;
+  if (std::find(event_watchers_.begin(), event_watchers_.end(), watcher) != event_watchers_.end()) return;
+  event_watchers_.push_back(watcher);
+}
+
+void HciFlowControl::UnregisterEventWatcher(HciEventWatcher* watcher) {
+  std::lock_guard lock(flow_control_mutex);
+  if (Refuses(__func__)) return;
+  std::erase(event_watchers_, watcher);
+}
+
+void HciFlowControl::DropPendingCommands() {
+  std::lock_guard lock(flow_control_mutex);
+  cmd_queue_.clear();
+}
+
+}  // namespace android::hardware::bluetooth::hci

@@ -1,0 +1,20 @@
+// What the two halves of the flow control share: sending, and the events.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+
+#include "hci/hci_packet.h"
+
+namespace android::hardware::bluetooth::hci {
+
+inline constexpr uint8_t kCommandType = static_cast<uint8_t>(HciPacketType::kCommand);
+
+// Taken by every operation of every instance, and held across transport writes and watcher calls. Not recursive.
+extern std::mutex flow_control_mutex;
+
+// Wakes the controller's link and writes one packet; returns the bytes written. Under flow_control_mutex.
+size_t WakeAndSend(uint8_t type, const uint8_t* data, size_t length, bool is_command);
+
+}  // namespace android::hardware::bluetooth::hci

@@ -1,0 +1,142 @@
+#include "aidl/bt_channel_avoidance.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <vector>
+
+#include "aidl/bluetooth_ccc.h"
+#include "aidl/bluetooth_ewp.h"
+#include "aidl/bluetooth_hci/controller_activity_watcher.h"
+#include "aidl/bluetooth_hci_inject.h"
+#include "aidl/bluetooth_sar.h"
+#include "bluetooth_Activity.h"
+#include "support/log_capture.h"
+#include "support/scripted_controller.h"
+#include "support/temp_root.h"
+#include "support/uart_transport.h"
+#include "support/wait_for.h"
+
+namespace vendor::tovani::bluetooth_ext {
+namespace {
+
+using ::android::hardware::bluetooth::BtActivitiesLogger;
+using ::android::hardware::bluetooth::activitywatcher::ControllerActivityWatcher;
+using bt_channel_avoidance::aidl::implementation::BTChannelAvoidance;
+using ::bthal::test::LogCapture;
+using ::bthal::test::ScriptedController;
+using ::bthal::test::TempRoot;
+using ::bthal::test::UartTransport;
+using ::bthal::test::WaitFor;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint16_t kOpcode = 0x0C3F;
+constexpr std::array<uint8_t, 10> kMap = {'A', 'B', 'C', 0, 5, 6, 7, 8, 9, 0x7F};
+
+Bytes Command(const std::array<uint8_t, 10>& map) {
+  Bytes command = {0x3F, 0x0C, 10};
+  std::copy(map.begin(), map.end(), std::back_inserter(command));
+  return command;
+}
+
+class ExtensionTest : public ::testing::Test {
+ protected:
+  TempRoot root_;
+  LogCapture log_;
+  ScriptedController controller_{root_};
+  UartTransport transport_;
+};
+
+TEST_F(ExtensionTest, TwoMapsGoOutAndExactlyTheirAnswersAreClaimed) {
+  const auto avoidance = ndk::SharedRefBase::make<BTChannelAvoidance>();
+  avoidance->OnBluetoothEnabled(transport_.flow());
+  EXPECT_TRUE(avoidance->setBluetoothChannelStatus(kMap).isOk());
+  EXPECT_TRUE(avoidance->setBluetoothChannelStatus({}).isOk());
+  EXPECT_EQ(controller_.NextCommand(), Command(kMap));
+  controller_.Complete(kOpcode, 0x12);
+  EXPECT_EQ(controller_.NextCommand(), Command({}));
+  controller_.Complete(kOpcode, 0);
+  controller_.Complete(kOpcode, 1);  // to a command of the stack
+  EXPECT_TRUE(WaitFor([&] { return !transport_.Events().empty(); }));
+  EXPECT_THAT(transport_.Events(), ElementsAre(Bytes{0x0E, 4, 1, 0x3F, 0x0C, 1}));
+  EXPECT_TRUE(log_.Has("OnEventReceive: (2) Recv Failure VSE <[6]{14, 4, 1, 63, 12, 18}>"));
+  EXPECT_TRUE(log_.Has("OnEventReceive: (1) Recv Success VSE <[6]{14, 4, 1, 63, 12, 0}>"));
+}
+
+TEST_F(ExtensionTest, RefusesMapsWhileBluetoothIsOffOrTheTransportGone) {
+  const auto avoidance = ndk::SharedRefBase::make<BTChannelAvoidance>();
+  EXPECT_EQ(avoidance->setBluetoothChannelStatus(kMap).getServiceSpecificError(), -22);
+  avoidance->OnBluetoothEnabled(transport_.flow());
+  avoidance->OnBluetoothDisabled();
+  EXPECT_EQ(avoidance->setBluetoothChannelStatus(kMap).getServiceSpecificError(), -22);
+  avoidance->OnBluetoothEnabled(nullptr);
+  EXPECT_EQ(avoidance->setBluetoothChannelStatus(kMap).getServiceSpecificError(), -22);
+  controller_.Complete(kOpcode, 0);
+  EXPECT_TRUE(WaitFor([&] { return transport_.Events().size() == 1; })) << "still watching";
+  avoidance->OnBluetoothEnabled(transport_.flow());
+  transport_.Close();
+  EXPECT_EQ(avoidance->setBluetoothChannelStatus(kMap).getServiceSpecificError(), -22);
+}
+
+// The map is shown as text up to its first zero byte, and never beyond its end.
+TEST_F(ExtensionTest, TheMapIsLoggedAsText) {
+  const auto avoidance = ndk::SharedRefBase::make<BTChannelAvoidance>();
+  avoidance->setBluetoothChannelStatus(kMap);
+  avoidance->setBluetoothChannelStatus({});
+  avoidance->setBluetoothChannelStatus({'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'});
+  EXPECT_TRUE(log_.Has("setBluetoothChannelStatus: Unable to set channel map <ABC>"));
+  EXPECT_TRUE(log_.Has("setBluetoothChannelStatus: Unable to set channel map <>"));
+  EXPECT_TRUE(log_.Has("setBluetoothChannelStatus: Unable to set channel map <0123456789>"));
+}
+
+TEST_F(ExtensionTest, TheOthersRefuseTheirOperationsOnAndOff) {
+  const auto sar = ndk::SharedRefBase::make<sar::aidl::implementation::BluetoothSar>();
+  const auto ccc = ndk::SharedRefBase::make<ccc::aidl::implementation::BluetoothCcc>();
+  const auto inject = ndk::SharedRefBase::make<hci_inject::aidl::implementation::BluetoothHciInject>();
+  const auto refused = [&] {
+    std::vector<binder_exception_t> codes;
+    codes.push_back(sar->setBluetoothTxPowerCap(10).getExceptionCode());
+    codes.push_back(ccc->registerForLmpEvents({}, {1}).getExceptionCode());
+    codes.push_back(ccc->unregisterLmpEvents({}).getExceptionCode());
+    codes.push_back(inject->sendHciCommand({3, 12, 0}).getExceptionCode());
+    return codes == std::vector<binder_exception_t>(4, EX_UNSUPPORTED_OPERATION);
+  };
+  EXPECT_TRUE(refused());
+  sar->OnBluetoothEnabled(transport_.flow());
+  ccc->OnBluetoothEnabled(transport_.flow());
+  inject->OnBluetoothEnabled(transport_.flow());
+  EXPECT_TRUE(refused());
+  controller_.Complete(kOpcode, 0);  // what comes next is not held up by anything that was sent
+  EXPECT_TRUE(WaitFor([&] { return transport_.Events().size() == 1; }));
+  EXPECT_TRUE(controller_.NextCommand(std::chrono::milliseconds(0)).empty());
+}
+
+// Get Controller Activity Energy Info is the stack's: read along while started, and delivered all the same.
+TEST_F(ExtensionTest, ControllerActivityIsReadAlong) {
+  const auto watcher = ndk::SharedRefBase::make<ControllerActivityWatcher>();
+  transport_.flow()->RegisterEventWatcher(watcher.get());
+  const auto answer = [&](uint8_t status, uint8_t tx_ms) {
+    const size_t before = transport_.Events().size();
+    controller_.Complete(0xFD59, status, {tx_ms, 1, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 4, 0, 0, 0});
+    ASSERT_TRUE(WaitFor([&] { return transport_.Events().size() == before + 1; }));
+  };
+  answer(0, 1);
+  EXPECT_THAT(BtActivitiesLogger::Get().Report(), HasSubstr("was not asked"));
+  EXPECT_TRUE(watcher->startWatcher());
+  EXPECT_FALSE(watcher->startWatcher());
+  answer(1, 1);
+  EXPECT_THAT(BtActivitiesLogger::Get().Report(), HasSubstr("was not asked"));
+  answer(0, 7);
+  EXPECT_THAT(BtActivitiesLogger::Get().Report(), HasSubstr("sending 263 ms, receiving 2 ms, idle 3 ms, energy 4"));
+  EXPECT_TRUE(watcher->stopWatcher());
+  EXPECT_FALSE(watcher->stopWatcher());
+  transport_.flow()->UnregisterEventWatcher(watcher.get());
+}
+
+}  // namespace
+}  // namespace vendor::tovani::bluetooth_ext

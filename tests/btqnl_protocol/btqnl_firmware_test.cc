@@ -1,0 +1,259 @@
+#include <android-base/properties.h>
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <numeric>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "btqnl_protocol/btqnl_protocol.h"
+#include "btqnl_protocol/patch_reader.h"
+#include "support/log_capture.h"
+#include "support/scripted_controller.h"
+#include "support/temp_root.h"
+#include "support/uart_transport.h"
+
+namespace android::hardware::bluetooth {
+namespace {
+
+using ::android::base::GetProperty;
+using ::android::base::SetProperty;
+using ::android::base::unique_fd;
+using bthal::test::Command;
+using bthal::test::LogCapture;
+using bthal::test::OpcodeOf;
+using bthal::test::ScriptedController;
+using bthal::test::TempRoot;
+using bthal::test::UartTransport;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint16_t kReset = 0x0C03;
+constexpr uint16_t kMinidriver = 0xFC2E;
+constexpr uint16_t kWriteRam = 0xFC4C;
+constexpr uint16_t kLaunchRam = 0xFC4E;
+constexpr uint16_t kVerboseConfig = 0xFC79;
+constexpr uint16_t kCheckOtp = 0xFE2F;
+constexpr uint16_t kDownloadConfig = 0xFE72;
+constexpr uint8_t kDisallowed = 0x0C;
+
+constexpr uint8_t kPlainChip = 12;
+
+const Bytes kWrite = Command(kWriteRam, {0x11, 0x22, 0x33});
+const Bytes kEmptyRecord = Command(0xFC90);
+const Bytes kLaunch = Command(kLaunchRam, {0x00, 0x00, 0x20, 0x00});
+const Bytes kOwnLaunch = Command(kLaunchRam, {0xFF, 0xFF, 0xFF, 0xFF});
+
+std::string Text(const std::vector<Bytes>& records) {
+  std::string text;
+  for (const Bytes& record : records) text.append(record.begin(), record.end());
+  return text;
+}
+
+class BtqnlFirmwareTest : public ::testing::Test {
+ protected:
+  std::future<bool> Start(std::function<bool()> step) { return std::async(std::launch::async, std::move(step)); }
+  std::future<bool> Download(const std::string& patch, bool fast) {
+    root_.Write("/patch.hcd", patch);
+    return Start([this, fast] { return protocol_.download_direct(Open().get(), fast); });
+  }
+  unique_fd Open() const { return unique_fd(open((root_.path() + "/patch.hcd").c_str(), O_RDONLY | O_CLOEXEC)); }
+
+  // A whole bring-up, which gives the singleton its flow control; what it does is tested elsewhere.
+  void SetUp() override {
+    root_.Write("/vendor/firmware/qnlr/QNL.hcd", Text({kLaunch}));
+    auto ready = Start([this] { return protocol_.Initialize(transport_.flow()); });
+    controller_.CompleteAll([&] { return ready.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+                            [](uint16_t) { return uint8_t{0}; }, {kPlainChip});
+    ASSERT_TRUE(ready.get());
+  }
+
+  // The reset controller says it is this chip.
+  void Identify(uint8_t chip_id) {
+    auto reset = Start([this] { return protocol_.btqnl_reset(); });
+    ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+    controller_.Complete(kReset, 0);
+    ASSERT_EQ(controller_.NextCommand(), Command(kVerboseConfig));
+    controller_.Complete(kVerboseConfig, 0, {chip_id});
+    ASSERT_TRUE(reset.get());
+  }
+
+  // Starts a download that the controller refuses at the minidriver, and returns the patch file that was chosen by
+  // then. `otp` answers Check OTP.
+  std::string ChosenFile(uint8_t chip_id, uint8_t otp = 0) {
+    Identify(chip_id);
+    SetProperty("persist.bluetooth.firmware.download", "");
+    auto done = Start([this] { return protocol_.firmware_download(); });
+    opcodes_ =
+        controller_.CompleteAll([&] { return done.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+                                [otp](uint16_t opcode) {
+                                  return opcode == kMinidriver ? kDisallowed : opcode == kCheckOtp ? otp : uint8_t{0};
+                                },
+                                {});
+    EXPECT_FALSE(done.get());
+    return GetProperty("persist.bluetooth.firmware.download", "");
+  }
+
+  TempRoot root_;
+  LogCapture log_;
+  ScriptedController controller_{root_};
+  UartTransport transport_;
+  BtQnlProtocol& protocol_ = BtQnlProtocol::GetInstacne();
+  std::vector<uint16_t> opcodes_;  // of the last ChosenFile
+};
+
+TEST_F(BtqnlFirmwareTest, ChoosesThePatchByChip) {
+  for (const char* name : {"QNL_174.hcd", "QNL_181.hcd", "QNL_185.hcd", "QNL_200.hcd", "QNL_175.hcd", "QNL_12.hcd"}) {
+    root_.Write(std::string("/vendor/firmware/qnlr/") + name, Text({kLaunch}));
+  }
+  const struct {
+    uint8_t chip_id;
+    const char* file;
+    std::vector<uint16_t> opcodes;
+  } kChips[] = {
+      {12, "QNL.hcd", {kMinidriver}},
+      {170, "QNL.hcd", {kMinidriver}},
+      {174, "QNL_174.hcd", {kDownloadConfig, kMinidriver}},
+      {175, "QNL.hcd", {kDownloadConfig, kMinidriver}},
+      {181, "QNL_181.hcd", {kDownloadConfig, kMinidriver}},
+      {185, "QNL_185.hcd", {kDownloadConfig, kMinidriver}},
+      {200, "QNL_200.hcd", {kDownloadConfig, kMinidriver}},
+  };
+  for (const auto& chip : kChips) {
+    EXPECT_EQ(ChosenFile(chip.chip_id), chip.file) << int{chip.chip_id};
+    EXPECT_EQ(opcodes_, chip.opcodes) << int{chip.chip_id};
+  }
+  // Chip 170 knows fast download without being asked for it.
+  EXPECT_EQ(log_.Count("firmware_download: Fast download is not supported"), 2u);  // chip 12, at bring-up and here
+}
+
+TEST_F(BtqnlFirmwareTest, ChoosesThePatchByOtpAndRemembersAWrittenOne) {
+  root_.Write("/vendor/firmware/qnlr/QNL_188_U.hcd", Text({kLaunch}));
+  root_.Write("/vendor/firmware/qnlr/QNL_188_S.hcd", Text({kLaunch}));
+  EXPECT_EQ(ChosenFile(188, 0), "QNL_188_U.hcd");
+  EXPECT_EQ(GetProperty("persist.bluetooth.otp.status", ""), "Empty");
+  EXPECT_EQ(ChosenFile(188, 0x01), "QNL_188_U.hcd") << "only a refusal to look means that there is something";
+  EXPECT_EQ(ChosenFile(188, kDisallowed), "QNL_188_S.hcd");
+  EXPECT_EQ(GetProperty("persist.bluetooth.otp.status", ""), "Written");
+  EXPECT_THAT(opcodes_, ElementsAre(kCheckOtp, kDownloadConfig, kMinidriver));
+  EXPECT_EQ(ChosenFile(188, 0), "QNL_188_S.hcd");
+  EXPECT_THAT(opcodes_, ElementsAre(kDownloadConfig, kMinidriver)) << "asked although it is known";
+  EXPECT_TRUE(log_.Has("isOtpWritten: Check OTP status response event :0x0e 0x04 0x01 0x2f 0xfe 0x0c"));
+}
+
+TEST_F(BtqnlFirmwareTest, ObeysASelectionThatExistsAndRefusesWithoutAnyFile) {
+  SetProperty("persist.bluetooth.firmware.selection", "BTFW_D.hcd");
+  EXPECT_EQ(ChosenFile(kPlainChip), "QNL.hcd");
+  root_.Write("/vendor/firmware/qnlr/BTFW_D.hcd", Text({kLaunch}));
+  EXPECT_EQ(ChosenFile(kPlainChip), "BTFW_D.hcd");
+  SetProperty("persist.bluetooth.firmware.selection", "../../../../etc/passwd");
+  EXPECT_EQ(ChosenFile(kPlainChip), "QNL.hcd");
+
+  ASSERT_EQ(unlink((root_.path() + "/vendor/firmware/qnlr/QNL.hcd").c_str()), 0);
+  EXPECT_FALSE(protocol_.firmware_download());
+  EXPECT_TRUE(log_.Has("firmware_download: Unable to open patchfile [/vendor/firmware/qnlr/]"));
+  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty());
+}
+
+TEST_F(BtqnlFirmwareTest, SendsRecordByRecordAndLaunchesOnce) {
+  {
+    auto done = Download(Text({kWrite, kEmptyRecord, kLaunch}), false);
+    ASSERT_EQ(controller_.NextCommand(), kWrite);
+    EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty()) << "did not wait for the answer";
+    controller_.Complete(kWriteRam, 0);
+    ASSERT_EQ(controller_.NextCommand(), kEmptyRecord);
+    controller_.Complete(0xFC90, 0);
+    ASSERT_EQ(controller_.NextCommand(), kLaunch);
+    controller_.Complete(kLaunchRam, 0);
+    EXPECT_TRUE(done.get());
+  }
+  {  // fast, and without a launch of its own
+    auto done = Download(Text({kWrite, kEmptyRecord, kWrite}), true);
+    ASSERT_EQ(controller_.NextCommand(), kWrite);
+    ASSERT_EQ(controller_.NextCommand(), kEmptyRecord);
+    ASSERT_EQ(controller_.NextCommand(), kWrite);
+    ASSERT_EQ(controller_.NextCommand(), kOwnLaunch);
+    controller_.Complete(kLaunchRam, 0);
+    EXPECT_TRUE(done.get());
+  }
+  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty());
+}
+
+TEST_F(BtqnlFirmwareTest, StopsAtARefusedRecordAndAtARefusedLaunch) {
+  auto done = Download(Text({kWrite, kEmptyRecord}), false);
+  ASSERT_EQ(controller_.NextCommand(), kWrite);
+  controller_.Complete(kWriteRam, 0x12);
+  EXPECT_FALSE(done.get());
+  EXPECT_TRUE(log_.Has("download_direct: Failed to write patchram: 18"));
+
+  done = Download(Text({kWrite}), true);
+  ASSERT_EQ(controller_.NextCommand(), kWrite);
+  ASSERT_EQ(controller_.NextCommand(), kOwnLaunch);
+  controller_.Complete(kLaunchRam, 0x12);
+  EXPECT_FALSE(done.get());
+  EXPECT_TRUE(log_.Has("download_direct: Launch Ram command failed: 18"));
+  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty());
+}
+
+TEST_F(BtqnlFirmwareTest, RefusesAPatchCutAnywhereAfterWhatWasWhole) {
+  const std::string whole = Text({kWrite, kLaunch});
+  for (size_t size = 1; size < whole.size(); ++size) {
+    if (size == kWrite.size()) continue;  // a cut between records is a whole patch
+    SCOPED_TRACE(size);
+    log_.Clear();
+    auto done = Download(whole.substr(0, size), true);
+    EXPECT_FALSE(done.get());
+    const bool in_second = size > kWrite.size();
+    const size_t left = in_second ? size - kWrite.size() : size;
+    EXPECT_TRUE(
+        log_.Has(left < 3 ? "download_direct: Failed to read patchram preamble (" + std::to_string(left) + ")"
+                          : "download_direct: Failed to read patchram parameters (" + std::to_string(left - 3) + ")"));
+    if (in_second) {
+      EXPECT_EQ(controller_.NextCommand(), kWrite);
+    }
+  }
+  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty());
+}
+
+TEST_F(BtqnlFirmwareTest, HandsBatchesOverAndTheLaunchAlone) {
+  // Large records: the batch goes out at the first one that brings it to 32508 bytes, which is the 126th of 259.
+  Bytes parameters(255);
+  std::iota(parameters.begin(), parameters.end(), uint8_t{0});
+  const Bytes large = Command(kWriteRam, parameters);
+  constexpr int kLarge = 130;
+  std::vector<Bytes> records(kLarge, large);
+  records.push_back(kLaunch);
+  root_.Write("/patch.hcd", Text(records));
+  auto done = Start([this] { return protocol_.download_passthrough(Open().get()); });
+  for (int i = 0; i < kLarge; ++i) ASSERT_EQ(controller_.NextCommand(), large) << i;
+  ASSERT_EQ(controller_.NextCommand(), kLaunch);
+  EXPECT_TRUE(log_.Has("download_passthrough: Sending 32634 bytes of PatchRam data"));
+  EXPECT_TRUE(log_.Has("download_passthrough: Sending 1036 bytes of PatchRam data"));
+  controller_.Complete(kLaunchRam, 0);
+  EXPECT_TRUE(done.get());
+  EXPECT_TRUE(log_.Has("download_passthrough: total bytes sent 33678"));
+}
+
+TEST(PatchReaderTest, CutsRecordsAndSaysWhereAPatchEndsInside) {
+  const Bytes patch = {0x4C, 0xFC, 2, 0xAA, 0xBB, 0x90, 0xFC, 0, 0x4E, 0xFC, 4, 1, 2};
+  PatchReader reader(patch);
+  PatchRecord record;
+  ASSERT_EQ(reader.Next(&record), PatchReader::Result::kRecord);
+  EXPECT_EQ(record.opcode, kWriteRam);
+  EXPECT_THAT(record.parameters, ElementsAre(0xAA, 0xBB));
+  ASSERT_EQ(reader.Next(&record), PatchReader::Result::kRecord);
+  EXPECT_THAT(record.parameters, IsEmpty());
+  ASSERT_EQ(reader.Next(&record), PatchReader::Result::kShortParameters);
+  EXPECT_EQ(reader.available(), 2u);
+  EXPECT_EQ(reader.Next(&record), PatchReader::Result::kShortParameters) << "goes no further";
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth

@@ -1,0 +1,221 @@
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bluetooth_Activity.h"
+#include "btqnl_protocol/btqnl_protocol.h"
+#include "os/thread_timer.h"
+#include "shim/shim.h"
+#include "support/log_capture.h"
+#include "support/scripted_controller.h"
+#include "support/temp_root.h"
+#include "support/uart_transport.h"
+#include "support/wait_for.h"
+
+namespace android::hardware::bluetooth {
+namespace {
+
+using bthal::test::Command;
+using bthal::test::LogCapture;
+using bthal::test::ScriptedController;
+using bthal::test::TempRoot;
+using bthal::test::UartTransport;
+using bthal::test::WaitFor;
+using std::chrono::milliseconds;
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint16_t kReset = 0x0C03;
+constexpr uint16_t kSleepMode = 0xFC27;
+constexpr uint8_t kPlainChip = 12;
+constexpr milliseconds kWakeInterval(800);
+
+// A node of the kernel that remembers everything written to it, which a file does not.
+class Node {
+ public:
+  Node(const TempRoot& root, const std::string& device_path) {
+    const std::string path = root.Below(device_path);
+    if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("cannot make " + path);
+    fd_.reset(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  }
+
+  // Everything written so far.
+  const std::string& History() {
+    char bytes[256];
+    ssize_t count;
+    while ((count = read(fd_.get(), bytes, sizeof(bytes))) > 0) history_.append(bytes, static_cast<size_t>(count));
+    return history_;
+  }
+
+ private:
+  ::android::base::unique_fd fd_;
+  std::string history_;
+};
+
+class BtqnlLpmTest : public ::testing::Test {
+ protected:
+  // A whole bring-up; it leaves the link awake, from its last command.
+  void BringUp(uint8_t sleep_mode_status = 0) {
+    root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
+    auto ready = std::async(std::launch::async, [this] { return protocol_.Initialize(transport_.flow()); });
+    controller_.CompleteAll([&] { return ready.wait_for(milliseconds(0)) == std::future_status::ready; },
+                            [&](uint16_t opcode) { return opcode == kSleepMode ? sleep_mode_status : uint8_t{0}; },
+                            {kPlainChip});
+    ASSERT_TRUE(ready.get());
+  }
+  void Send(uint16_t opcode) {
+    const Bytes command = Command(opcode);
+    transport_.flow()->SendNoAck(1, command.data(), command.size());
+  }
+  bool FallsAsleep(const std::string& wake_line) {
+    return WaitFor([&] { return wake_line_.History() == wake_line; });
+  }
+
+  TempRoot root_;
+  LogCapture log_;
+  Node driver_{root_, "/proc/bluetooth/sleep/lpm"};
+  Node wake_line_{root_, "/proc/bluetooth/sleep/btwrite"};
+  Node acquired_{root_, "/sys/power/wake_lock"};
+  Node released_{root_, "/sys/power/wake_unlock"};
+  ScriptedController controller_{root_};
+  UartTransport transport_;
+  BtQnlProtocol& protocol_ = BtQnlProtocol::GetInstacne();
+  const std::string lock_ = "bthal_wakelock\n";
+};
+
+TEST_F(BtqnlLpmTest, FallsAsleepAndRaisesTheLineBeforeTheFirstByte) {
+  BringUp();
+  // Bring-up's own lock, then the link's; bring-up's release by name.
+  EXPECT_EQ(acquired_.History(), lock_ + lock_);
+  EXPECT_EQ(released_.History(), lock_);
+  ASSERT_TRUE(FallsAsleep("110"));  // driver set-up, 0xFC27, quiet
+  EXPECT_TRUE(WaitFor([&] { return released_.History() == lock_ + lock_; }));
+  EXPECT_EQ(protocol_.lpm_statistics().last_wake_count, 1u);
+  EXPECT_GE(protocol_.lpm_statistics().last_awake_ms, kWakeInterval.count());
+
+  // When the command is here, the line and the lock have long been taken.
+  Send(kReset);
+  ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+  EXPECT_EQ(wake_line_.History(), "1101");
+  EXPECT_EQ(acquired_.History(), lock_ + lock_ + lock_);
+  Send(kReset);
+  ASSERT_TRUE(FallsAsleep("11010"));  // awake already: no second '1'
+  EXPECT_TRUE(WaitFor([&] { return released_.History() == lock_ + lock_ + lock_; }));
+  EXPECT_EQ(protocol_.lpm_statistics().last_wake_count, 2u);
+  EXPECT_EQ(protocol_.lpm_statistics().total_wake_count, 3u);
+  EXPECT_FALSE(protocol_.lpm_statistics().last_wake_time.empty());
+
+  protocol_.Shutdown();
+  EXPECT_EQ(driver_.History(), "10");
+  EXPECT_EQ(released_.History(), lock_ + lock_ + lock_) << "released, though not held";
+}
+
+TEST_F(BtqnlLpmTest, AnExpiryThatSawATransmissionKeepsTheLineUp) {
+  BringUp();
+  ASSERT_TRUE(FallsAsleep("110"));
+  const sigval timer{.sival_int = 1};  // of the process's first set-up
+  const sigval another{.sival_int = 7};
+  // Expiries by hand, before the real timer's first one, which comes 800 ms after the line has been raised. A round
+  // that took longer than that proves nothing and is played again.
+  for (int round = 0; round < 20; ++round) {
+    const std::string asleep = wake_line_.History();
+    const auto start = std::chrono::steady_clock::now();
+    Send(kReset);
+    protocol_.LpmWakeUpTimeout(timer);
+    Send(kReset);
+    protocol_.LpmWakeUpTimeout(timer);
+    protocol_.LpmWakeUpTimeout(another);  // of a timer that is no more
+    const std::string awake = wake_line_.History();
+    const bool conclusive = std::chrono::steady_clock::now() - start < kWakeInterval;
+    protocol_.LpmWakeUpTimeout(timer);
+    protocol_.LpmWakeUpTimeout(timer);  // late, and the link sleeps already
+    const std::string quiet = wake_line_.History();
+    if (!conclusive) continue;
+    EXPECT_EQ(awake, asleep + "1");
+    EXPECT_EQ(quiet, asleep + "10");
+    return;
+  }
+  ADD_FAILURE() << "no round was over within 800 ms";
+}
+
+TEST_F(BtqnlLpmTest, TearDownReleasesWhatIsHeldAndALateExpiryFindsNothing) {
+  BringUp();
+  protocol_.Shutdown();
+  EXPECT_EQ(driver_.History(), "10");
+  EXPECT_EQ(released_.History(), lock_ + lock_) << "bring-up's by name, and the link's";
+  const std::string line = wake_line_.History();
+  sigval timer{};
+  timer.sival_int = 1;
+  protocol_.LpmWakeUpTimeout(timer);
+  Send(kReset);  // without low-power mode: straight to the wire
+  ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+  EXPECT_EQ(wake_line_.History(), line);
+  EXPECT_EQ(protocol_.lpm_statistics().total_wake_count, 0u);
+
+  // A second set-up starts afresh, asleep or not before.
+  BringUp();
+  EXPECT_TRUE(FallsAsleep(line + "110"));
+}
+
+TEST_F(BtqnlLpmTest, ARefusedSleepModeTearsDownButDoesNotFailBringUp) {
+  BringUp(0x0C);
+  EXPECT_TRUE(log_.Has("lpm_setup: Unable to enable LPM controller:"));
+  EXPECT_EQ(driver_.History(), "10");
+  EXPECT_FALSE(hci::shim::IsLpmRunning());
+}
+
+TEST_F(BtqnlLpmTest, OnlyALongAwakePeriodGoesToTheActivityStatistics) {
+  BringUp();
+  ASSERT_TRUE(FallsAsleep("110"));
+  ASSERT_TRUE(WaitFor([&] { return protocol_.lpm_statistics().total_wake_count == 1; }));
+  const std::string nothing_long = BtActivitiesLogger::Get().Report();
+
+  std::string asleep;
+  std::string awake;
+  do {  // again, should this thread be held up for so long that the link falls asleep in between
+    asleep = wake_line_.History();
+    const auto start = std::chrono::steady_clock::now();
+    do {
+      protocol_.LpmWakeUp();
+      std::this_thread::sleep_for(milliseconds(1));
+    } while (std::chrono::steady_clock::now() - start < milliseconds(3001));
+    awake = wake_line_.History();
+  } while (awake != asleep + "1");
+  EXPECT_EQ(BtActivitiesLogger::Get().Report(), nothing_long);
+  ASSERT_TRUE(FallsAsleep(awake + "0"));
+  EXPECT_TRUE(WaitFor([&] { return BtActivitiesLogger::Get().Report() != nothing_long; }));
+}
+
+TEST(ThreadTimerTest, ExpiresAsArmedAndCanEndInItsOwnCallback) {
+  std::atomic<int> once{0};
+  const auto one_shot = os::ThreadTimer::Create("one_shot", [&] { ++once; });
+  std::atomic<int> often{0};
+  const auto periodic = os::ThreadTimer::Create("periodic", [&] { ++often; });
+  ASSERT_TRUE(one_shot->Arm(milliseconds(1), milliseconds(0)));
+  ASSERT_TRUE(periodic->Arm(milliseconds(2), milliseconds(2)));
+  ASSERT_TRUE(WaitFor([&] { return often > 5; }));
+  EXPECT_EQ(once, 1);
+  ASSERT_TRUE(periodic->Disarm());
+
+  std::promise<std::unique_ptr<os::ThreadTimer>> itself;
+  std::promise<void> gone;
+  auto last = os::ThreadTimer::Create("last", [&, timer = itself.get_future().share()] {
+    const_cast<std::unique_ptr<os::ThreadTimer>&>(timer.get()).reset();
+    gone.set_value();  // a second expiry would set it twice
+  });
+  ASSERT_TRUE(last->Arm(milliseconds(1), milliseconds(1)));
+  itself.set_value(std::move(last));
+  gone.get_future().wait();
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth

@@ -1,0 +1,316 @@
+#include "btqnl_protocol/btqnl_protocol.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "btqnl_protocol/commands.h"
+#include "shim/shim.h"
+#include "support/log_capture.h"
+#include "support/scripted_controller.h"
+#include "support/temp_root.h"
+#include "support/uart_transport.h"
+#include "support/wait_for.h"
+
+namespace android::hardware::bluetooth {
+namespace {
+
+using bthal::test::Command;
+using bthal::test::LogCapture;
+using bthal::test::OpcodeOf;
+using bthal::test::ScriptedController;
+using bthal::test::TempRoot;
+using bthal::test::UartTransport;
+using bthal::test::WaitFor;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint16_t kReset = 0x0C03;
+constexpr uint16_t kLocalName = 0x0C14;
+constexpr uint16_t kBaudRate = 0xFC18;
+constexpr uint16_t kSleepMode = 0xFC27;
+constexpr uint16_t kMinidriver = 0xFC2E;
+constexpr uint16_t kWriteRam = 0xFC4C;
+constexpr uint16_t kLaunchRam = 0xFC4E;
+constexpr uint16_t kVerboseConfig = 0xFC79;
+constexpr uint16_t kDebugInformation = 0xFD5B;
+constexpr uint16_t kCheckOtp = 0xFE2F;
+constexpr uint16_t kDownloadConfig = 0xFE72;
+
+constexpr uint8_t kPlainChip = 12;  // neither OTP nor fast download nor a patch of its own
+
+// 4000000 bit/s.
+const Bytes kBaudRateCommand = Command(kBaudRate, {0, 0, 0x00, 0x09, 0x3D, 0x00});
+
+class BtQnlProtocolTest : public ::testing::Test {
+ protected:
+  std::future<bool> Start(std::function<bool()> step) { return std::async(std::launch::async, std::move(step)); }
+  std::future<bool> Initialize() {
+    return Start([this, flow = transport_.flow()] { return protocol_.Initialize(flow); });
+  }
+  std::future<uint8_t> SendAndWait(uint16_t opcode, Bytes parameters = {}) {
+    return std::async(std::launch::async, [this, opcode, parameters = std::move(parameters)] {
+      return btqnl_send_command_wait_complete(transport_.flow(), opcode, static_cast<uint8_t>(parameters.size()),
+                                              parameters.data());
+    });
+  }
+
+  // Answers every command of a running step with success until the step is over, but the `nth` (from 1) of `opcode`
+  // with `status`. Returns the opcodes it saw.
+  std::vector<uint16_t> Play(std::future<bool>& step, uint16_t opcode = 0, int nth = 0, uint8_t status = 0) {
+    return controller_.CompleteAll([&] { return step.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+                                   [&](uint16_t seen) { return seen == opcode && --nth == 0 ? status : uint8_t{0}; },
+                                   {kPlainChip, 'n', 'a', 'm', 'e', 0});
+  }
+
+  TempRoot root_;
+  LogCapture log_;
+  ScriptedController controller_{root_};
+  UartTransport transport_;
+  BtQnlProtocol& protocol_ = BtQnlProtocol::GetInstacne();
+};
+
+TEST_F(BtQnlProtocolTest, BringsTheControllerUpInOrder) {
+  // Write RAM, two bytes; Launch RAM at 0x00200000. Fast mode: only the launch is answered.
+  root_.Write("/vendor/firmware/qnlr/QNL_188_U.hcd", std::string("\x4C\xFC\x02\xAA\xBB"
+                                                                 "\x4E\xFC\x04\x00\x00\x20\x00",
+                                                                 12));
+  root_.Write("/proc/bluetooth/sleep/lpm", "");
+  root_.Write("/proc/bluetooth/sleep/btwrite", "");
+  root_.Write("/sys/power/wake_lock", "");
+  root_.Write("/sys/power/wake_unlock", "");
+
+  auto ready = Initialize();
+  ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+  EXPECT_EQ(root_.Read("/sys/power/wake_lock"), "bthal_wakelock\n");
+  EXPECT_EQ(root_.Read("/sys/power/wake_unlock"), "");
+  controller_.Complete(kReset, 0);
+  ASSERT_EQ(controller_.NextCommand(), Command(kVerboseConfig));
+  controller_.Complete(kVerboseConfig, 0, {188, 1, 2, 3});
+  ASSERT_EQ(controller_.NextCommand(), kBaudRateCommand);
+  controller_.Complete(kBaudRate, 0);
+  ASSERT_EQ(controller_.NextCommand(), Command(kCheckOtp, {0, 0, 0, 0, 0, 0, 0, 0, 0, 1}));
+  controller_.Complete(kCheckOtp, 0);
+  ASSERT_EQ(controller_.NextCommand(), Command(kDownloadConfig, {0x00, 0x01}));
+  controller_.Complete(kDownloadConfig, 0);
+  ASSERT_EQ(controller_.NextCommand(), Command(kMinidriver));
+  controller_.Complete(kMinidriver, 0);
+  ASSERT_EQ(controller_.NextCommand(), Command(kWriteRam, {0xAA, 0xBB}));
+  ASSERT_EQ(controller_.NextCommand(), Command(kLaunchRam, {0x00, 0x00, 0x20, 0x00}));
+  controller_.Complete(kLaunchRam, 0);
+  ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+  controller_.Complete(kReset, 0);
+  ASSERT_EQ(controller_.NextCommand(), Command(kVerboseConfig));
+  controller_.Complete(kVerboseConfig, 0, {188, 9, 9, 9});
+  ASSERT_EQ(controller_.NextCommand(), kBaudRateCommand);
+  controller_.Complete(kBaudRate, 0);
+  ASSERT_EQ(controller_.NextCommand(), Command(kLocalName));
+  Bytes name(248);
+  std::copy_n("QNL188", 6, name.begin());
+  controller_.Complete(kLocalName, 0, name);
+  ASSERT_EQ(controller_.NextCommand(), Command(kSleepMode, {0x01, 0x18, 0x18, 0x01, 0x01, 0x01, 0x01, 0, 0, 0, 0, 0}));
+  controller_.Complete(kSleepMode, 0);
+
+  ASSERT_TRUE(ready.get());
+  EXPECT_EQ(protocol_.chip_id(), 188);
+  EXPECT_EQ(protocol_.local_name(), "QNL188");
+  EXPECT_EQ(root_.Read("/sys/power/wake_unlock"), "bthal_wakelock\n");
+  EXPECT_TRUE(log_.Has("first_hci_reset: return ret (1), count:0"));
+  EXPECT_TRUE(log_.Has("lpm_setup: LPM Enabled"));
+  EXPECT_THAT(transport_.Events(), IsEmpty()) << "the stack must not see the answers of bring-up";
+  EXPECT_EQ(UartTransport::Deaths(), 0);
+}
+
+TEST_F(BtQnlProtocolTest, ReportsTheStepThatFailsAndSendsNothingMore) {
+  root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
+  const struct {
+    uint16_t opcode;
+    int nth;
+    const char* report;
+    std::vector<uint16_t> opcodes;
+  } kCases[] = {
+      {kBaudRate,
+       1,
+       "(146), error_info: Unable to change to 4M baud rate before downloading firmware",
+       {kReset, kVerboseConfig, kBaudRate}},
+      {kMinidriver,
+       1,
+       "(148), error_info: Unable to download firmware patchram",
+       {kReset, kVerboseConfig, kBaudRate, kMinidriver}},
+      {kReset,
+       2,
+       "(149), error_info: HCI Reset error after firmware downloaded",
+       {kReset, kVerboseConfig, kBaudRate, kMinidriver, kLaunchRam, kReset}},
+      {kBaudRate,
+       2,
+       "(146), error_info: Unable to change to 4M baud rate after firmware downloaded",
+       {kReset, kVerboseConfig, kBaudRate, kMinidriver, kLaunchRam, kReset, kVerboseConfig, kBaudRate}},
+  };
+  int deaths = 0;
+  for (const auto& failure : kCases) {
+    SCOPED_TRACE(failure.report);
+    auto ready = Initialize();
+    EXPECT_EQ(Play(ready, failure.opcode, failure.nth, 0x0C), failure.opcodes);
+    EXPECT_FALSE(ready.get());
+    EXPECT_TRUE(log_.Has(std::string("error_code: ") + failure.report));
+    EXPECT_EQ(UartTransport::Deaths(), ++deaths);
+    EXPECT_FALSE(protocol_.read_local_name()) << "still holds the flow control";
+  }
+}
+
+TEST_F(BtQnlProtocolTest, GoesOnWithoutALocalNameAndWithoutSleepMode) {
+  root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
+  auto ready = Initialize();
+  EXPECT_EQ(Play(ready, kLocalName, 1, 0x0C).back(), kLocalName);  // and no Set Sleep Mode without the kernel's driver
+  EXPECT_TRUE(ready.get());
+  EXPECT_TRUE(log_.Has("Initialize: Unable to get local name information"));
+  EXPECT_EQ(UartTransport::Deaths(), 0);
+}
+
+TEST_F(BtQnlProtocolTest, FirstResetRecoversByPowerCyclesTwiceAtMost) {
+  {
+    auto ready = Initialize();
+    ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+    EXPECT_TRUE(protocol_.GetFirstHciResetFlag());
+    controller_.Complete(kReset, 0x03);
+    ASSERT_EQ(controller_.NextCommand(), Command(kReset));  // on the reopened line
+    EXPECT_FALSE(protocol_.GetFirstHciResetFlag());
+    controller_.Complete(kReset, 0);
+    ASSERT_EQ(controller_.NextCommand(), Command(kVerboseConfig));
+    controller_.Complete(kVerboseConfig, 0, {kPlainChip});
+    ASSERT_EQ(controller_.NextCommand(), kBaudRateCommand);
+    EXPECT_TRUE(log_.Has("first_hci_reset: return ret (1), count:1"));
+    controller_.Complete(kBaudRate, 0x0C);
+    EXPECT_FALSE(ready.get());
+  }
+  {
+    auto ready = Initialize();
+    ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+    // No answer at all. What was outstanding is forgotten with the power, or the next Reset would wait behind it.
+    ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+    controller_.Complete(kReset, 0);
+    ASSERT_EQ(controller_.NextCommand(), Command(kVerboseConfig));
+    controller_.Complete(kVerboseConfig, 0x01);  // a chip that cannot say what it is has not been reset
+    EXPECT_FALSE(ready.get());
+  }
+  EXPECT_TRUE(log_.Has("first_hci_reset: return ret (0), count:2"));
+  EXPECT_EQ(log_.Count("fail, Deinitialize & Initialize Controller for recovery"), 3u);
+  EXPECT_TRUE(log_.Has("error_code: (147), error_info: HCI Reset error before downloading firmware"));
+  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty()) << "a third reset";
+  EXPECT_FALSE(protocol_.GetFirstHciResetFlag());
+}
+
+TEST_F(BtQnlProtocolTest, ACommandEndsWithItsStatusAndClaimsItsAnswerOnce) {
+  {
+    auto status = SendAndWait(0xFC99, {1, 2, 3});
+    ASSERT_EQ(controller_.NextCommand(), Command(0xFC99, {1, 2, 3}));
+    controller_.Complete(0xFC99, 0x12);
+    EXPECT_EQ(status.get(), 0x12);
+    EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: 0xfc99 LEN 0x03 Result 0x12"));
+  }
+  {
+    auto status = SendAndWait(0xFC99);
+    ASSERT_EQ(controller_.NextCommand(), Command(0xFC99));
+    controller_.SendEvent({0x0E, 3, 1, 0x99, 0xFC});  // no status byte, no return parameters
+    EXPECT_NE(status.get(), 0);
+  }
+  EXPECT_THAT(transport_.Events(), IsEmpty());
+  controller_.Complete(0xFC99, 0);
+  EXPECT_TRUE(WaitFor([this] { return transport_.Events().size() == 1; }));
+
+  EXPECT_EQ(btqnl_send_command_wait_complete(nullptr, 0xFC99, 0, nullptr), kStatusNoFlowControl);
+  EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: Unable to send command"));
+  btqnl_send_command_no_wait(nullptr, 0xFC99, 0, nullptr);
+  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty());
+}
+
+TEST_F(BtQnlProtocolTest, TheLastAnswerIsThatOfTheLastWaitAlone) {
+  {
+    auto status = SendAndWait(0xFC99);
+    ASSERT_EQ(controller_.NextCommand(), Command(0xFC99));
+    controller_.Complete(0xFC99, 0, {7});
+    ASSERT_EQ(status.get(), 0);
+  }
+  const hci::HciPacket answer = btqnl_last_command_complete(0xFC99);
+  EXPECT_EQ(Bytes(answer.begin(), answer.end()), (Bytes{0x0E, 5, 1, 0x99, 0xFC, 0, 7}));
+  EXPECT_TRUE(btqnl_last_command_complete(0xFC98).empty()) << "another command's";
+
+  // The same command again, unanswered: the earlier answer must not pass for its own.
+  auto status = SendAndWait(0xFC99);
+  ASSERT_EQ(controller_.NextCommand(), Command(0xFC99));
+  EXPECT_EQ(status.get(), kStatusTimedOut);
+  EXPECT_TRUE(btqnl_last_command_complete(0xFC99).empty());
+  EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: 0xfc99 LEN 0x00 Result 0x03"));
+
+  controller_.Complete(0xFC99, 0);  // late: nobody waits any more
+  EXPECT_TRUE(WaitFor([this] { return transport_.Events().size() == 1; }));
+}
+
+TEST_F(BtQnlProtocolTest, AHaltEndsTheWaitAtOnceAndADeadHandleIsNone) {
+  auto ready = Initialize();
+  ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+  controller_.Complete(kReset, 0);
+  ASSERT_EQ(controller_.NextCommand(), Command(kVerboseConfig));
+  controller_.Complete(kVerboseConfig, 0, {kPlainChip});
+  ASSERT_EQ(controller_.NextCommand(), kBaudRateCommand);
+  transport_.Close();
+  EXPECT_FALSE(ready.get());
+  EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: 0xfc18 LEN 0x06 Result 0x03"));
+  EXPECT_FALSE(protocol_.btqnl_reset());
+  EXPECT_TRUE(log_.Has("btqnl_reset: Userial port is not ready"));
+  EXPECT_FALSE(protocol_.read_local_name());
+  EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: Unable to send command"));
+}
+
+TEST_F(BtQnlProtocolTest, AFailedAcceleratedResetAsksForTheDebugInformation) {
+  root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
+  auto ready = Initialize();
+  Play(ready);
+  ASSERT_TRUE(ready.get());
+
+  auto reset = Start([this] { return protocol_.AcceleratedReset(); });
+  EXPECT_THAT(Play(reset), ElementsAre(kReset, kVerboseConfig));
+  EXPECT_TRUE(reset.get());
+
+  const auto start = std::chrono::steady_clock::now();
+  reset = Start([this] { return protocol_.AcceleratedReset(); });
+  ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+  controller_.Complete(kReset, 0x03);
+  ASSERT_EQ(controller_.NextCommand(), Command(kDebugInformation));
+  EXPECT_FALSE(reset.get());
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+}
+
+TEST_F(BtQnlProtocolTest, ChangesTheSpeedOfBothEndsOrOfTheHostAlone) {
+  root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
+  auto ready = Initialize();
+  Play(ready);
+  ASSERT_TRUE(ready.get());
+
+  auto changed = Start([this] { return protocol_.baudrate_change(UartBaudRate::kUartBaudRate3000000, false); });
+  ASSERT_EQ(controller_.NextCommand(), Command(kBaudRate, {0, 0, 0xC0, 0xC6, 0x2D, 0x00}));
+  controller_.Complete(kBaudRate, 0);
+  EXPECT_TRUE(changed.get());
+
+  // The controller may be asked for more than the host's port can do: then the port stays as it is.
+  changed = Start([this] { return protocol_.baudrate_change(UartBaudRate::kUartBaudRate6000000, false); });
+  ASSERT_EQ(controller_.NextCommand(), Command(kBaudRate, {0, 0, 0x80, 0x8D, 0x5B, 0x00}));
+  controller_.Complete(kBaudRate, 0);
+  EXPECT_TRUE(changed.get());
+  EXPECT_TRUE(log_.Has("BaudrateChange: Baud rate (6000000) unsupported"));
+
+  EXPECT_TRUE(protocol_.baudrate_change(UartBaudRate::kUartBaudRate115200, true));
+  EXPECT_FALSE(protocol_.baudrate_change(static_cast<UartBaudRate>(921600), false));
+  EXPECT_TRUE(log_.Has("baudrate_change: Baud rate (921600) unsupported"));
+  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty());
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth

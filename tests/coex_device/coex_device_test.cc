@@ -1,0 +1,259 @@
+#include "coex_device/coex_device.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <android-base/unique_fd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "debug_central/debug_central.h"
+#include "os/kill_self.h"
+#include "support/log_capture.h"
+#include "support/pty.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+// A thread that is stuck for good is ended from its signal handler, at the price that TSan rightly names. Everything
+// else is still checked.
+extern "C" const char* __tsan_default_options() { return "report_signal_unsafe=0"; }
+
+namespace android::hardware::bluetooth::coex_device {
+namespace {
+
+using bthal::test::LogCapture;
+using bthal::test::Pty;
+using bthal::test::TempRoot;
+using bthal::test::WaitFor;
+using ::testing::IsEmpty;
+using Bytes = std::vector<uint8_t>;
+
+const Bytes kBigHammer = {1, 0, 1, 0x42};
+const Bytes kBigHammerWithAck = {1, 0, 1, 0x43};
+const Bytes kAck = {0x02, 0x02, 0x04, 0x81};
+
+std::atomic<int> g_deaths{0};
+
+class CoexDeviceTest : public ::testing::Test {
+ protected:
+  CoexDeviceTest() { PutDriver(driver_); }
+  ~CoexDeviceTest() override {
+    device_.DeviceClose();
+    os::SetKillSelfForTest(nullptr);
+  }
+
+  void PutDriver(const Pty& driver) {
+    const std::string node = root_.Below("/dev/wbrc");
+    std::filesystem::remove(node);
+    std::filesystem::create_symlink(driver.host_path(), node);
+  }
+  // Lets the service live on after its quiet death, counted.
+  void Survive() {
+    os::SetKillSelfForTest([] { ++g_deaths; });
+  }
+  bool IsOpen() { return CoexDevice::BtSend(&device_, kCoexPowerIsOn); }
+
+  TempRoot root_;
+  LogCapture log_;
+  Pty driver_;
+  CoexDevice& device_ = CoexDevice::Get();
+};
+
+TEST_F(CoexDeviceTest, SendsEveryMessageAsTheDriverKnowsIt) {
+  EXPECT_FALSE(CoexDevice::BtSend(&device_, kCoexPowerIsOn));
+  EXPECT_TRUE(log_.Has("Failed to write the message to coex device!!"));
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  for (int code = 1; code <= 7; ++code) EXPECT_TRUE(CoexDevice::BtSend(&device_, code));
+  EXPECT_EQ(driver_.Read(28),
+            (Bytes{0x02, 0x02, 0x03, 0x41, 0x02, 0x02, 0x04, 0x81, 0x02, 0x02, 0x03, 0x45, 0x02, 0x02,
+                   0x03, 0x46, 0x02, 0x02, 0x03, 0x47, 0x02, 0x02, 0x03, 0x48, 0x02, 0x02, 0x00, 0x00}));
+  EXPECT_TRUE(log_.Has("BtSend msg: 0x81"));
+  EXPECT_EQ(log_.Count("Unknown Message"), 1u);
+  EXPECT_TRUE(log_.Has("BtSend msg: 0x0"));
+  device_.DeviceClose();
+  EXPECT_FALSE(IsOpen());
+}
+
+TEST_F(CoexDeviceTest, ABigHammerEndsInTheQuietRestart) {
+  Survive();
+  std::string steps;
+  const auto handler = [&] {
+    // The driver hears of the power that the handler takes away, and no acknowledgement before the handler is done.
+    EXPECT_TRUE(CoexDevice::BtSend(&device_, kCoexPowerGoingOff));
+    steps += "handler;";
+  };
+  ASSERT_GE(device_.DeviceOpen(handler, 1), 0);
+  driver_.Write(kBigHammerWithAck);
+  ASSERT_TRUE(WaitFor([] { return g_deaths == 1; }));
+  EXPECT_EQ(steps, "handler;");
+  EXPECT_EQ(driver_.Read(8), (Bytes{0x02, 0x02, 0x03, 0x45, 0x02, 0x02, 0x04, 0x81}));
+  EXPECT_TRUE(log_.Has("ReadEvent Sleep : 1 ms"));
+  EXPECT_TRUE(log_.Has("error_code: (127), error_info: restart bt due to receiving Big Hammer Event!"));
+  EXPECT_FALSE(IsOpen()) << "still open when the report was made";
+  EXPECT_TRUE(log_.WaitFor("PollEventThread: Thread done"));
+
+  // The other value: the same without the acknowledgement, which would come before the message sent below.
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  driver_.Write(kBigHammer);
+  ASSERT_TRUE(WaitFor([] { return g_deaths == 2; }));
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  EXPECT_TRUE(CoexDevice::BtSend(&device_, kCoexPowerIsOn));
+  EXPECT_EQ(driver_.Read(4), (Bytes{0x02, 0x02, 0x03, 0x48}));
+}
+
+TEST_F(CoexDeviceTest, TheQuietRestartIsARealDeath) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        device_.DeviceOpen([] {}, 0);
+        driver_.Write(kBigHammer);
+        WaitFor([] { return false; });
+      },
+      ::testing::KilledBySignal(SIGKILL), "");
+}
+
+TEST_F(CoexDeviceTest, ReplacesHandlerAndPauseOnAnOpenDevice) {
+  Survive();
+  std::atomic<int> first{0};
+  std::atomic<int> second{0};
+  const int fd = device_.DeviceOpen([&] { ++first; }, 60000);
+  EXPECT_EQ(device_.DeviceOpen([&] { ++second; }, 0), fd);
+  driver_.Write(kBigHammer);
+  ASSERT_TRUE(WaitFor([] { return g_deaths == 1; }));
+  EXPECT_EQ(log_.Count("PollEventThread: Thread created"), 1u);
+  EXPECT_EQ(first, 0);
+  EXPECT_EQ(second, 1);
+}
+
+TEST_F(CoexDeviceTest, IgnoresRubbishAndGoesOn) {
+  Survive();
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  const struct {
+    Bytes bytes;
+    const char* log;
+  } kRubbish[] = {{{2, 0, 1, 0x42}, "ReadEvent Got unexpected message"},
+                  {{1, 0, 2, 0x42}, "ReadEvent received unknown event"},
+                  {{1, 0, 1, 0x44}, "ReadEvent Read wlbt driver event: 0x44"},
+                  {{1, 0, 1}, "ReadEvent Cannot read from wlbt driver: Message too long"}};
+  for (const auto& rubbish : kRubbish) {
+    driver_.Write(rubbish.bytes);
+    EXPECT_TRUE(log_.WaitFor(rubbish.log));
+  }
+  EXPECT_EQ(g_deaths, 0);
+  driver_.Write(kBigHammer);
+  EXPECT_TRUE(WaitFor([] { return g_deaths == 1; }));
+}
+
+TEST_F(CoexDeviceTest, AbsentOrHungUpItIsClosedAndCanBeOpenedAgain) {
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  driver_.HangUp();
+  EXPECT_TRUE(log_.WaitFor("PollEventThread: Thread done"));
+  EXPECT_FALSE(IsOpen());
+
+  EXPECT_EQ(device_.DeviceOpen([] {}, 0), -1);
+  EXPECT_TRUE(log_.Has("Failed to open the coex device!! Error: "));
+
+  const Pty driver;
+  PutDriver(driver);
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  EXPECT_TRUE(IsOpen());
+  EXPECT_EQ(driver.Read(4), (Bytes{0x02, 0x02, 0x03, 0x48}));
+}
+
+TEST_F(CoexDeviceTest, AStuckPollThreadIsEndedByForce) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const ::android::base::unique_fd nobody_writes(ends[1]);
+  const ::android::base::unique_fd reader(ends[0]);
+  std::promise<void> stuck;
+  const auto handler = [&] {
+    stuck.set_value();
+    char byte;
+    [[maybe_unused]] const ssize_t count = read(reader.get(), &byte, 1);
+    ADD_FAILURE() << "the handler went on";
+  };
+  ASSERT_GE(device_.DeviceOpen(handler, 0), 0);
+  driver_.Write(kBigHammer);
+  stuck.get_future().wait();
+
+  device_.DeviceClose();  // comes back although the thread never would
+  EXPECT_TRUE(log_.Has("coex_close_timeout"));
+  EXPECT_TRUE(log_.Has("sigusr1_handler: pthread_exit(0)"));
+  EXPECT_FALSE(log_.Has("PollEventThread: Thread done"));
+  EXPECT_FALSE(IsOpen());
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  EXPECT_TRUE(IsOpen());
+  EXPECT_EQ(driver_.Read(4), (Bytes{0x02, 0x02, 0x03, 0x48}));
+}
+
+TEST_F(CoexDeviceTest, ClosesAtOnceWhenNothingIsStuckAndLeavesNothingBehind) {
+  const auto descriptors = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+  };
+  device_.DeviceClose();  // nothing open: harmless
+  const auto before = descriptors();
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+    device_.DeviceClose();
+  }
+  EXPECT_TRUE(WaitFor([&] { return descriptors() == before; }));
+  EXPECT_FALSE(log_.Has("coex_close_timeout"));
+  EXPECT_EQ(log_.Count("PollEventThread: Thread done"), 50u);
+}
+
+TEST_F(CoexDeviceTest, AForeignSignalEndsNoThread) {
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  driver_.Write({1, 0, 1, 0x44});
+  ASSERT_TRUE(log_.WaitFor("event: 0x44"));  // by now the handler is in place
+  ASSERT_EQ(raise(SIGUSR1), 0);              // to this very thread
+  EXPECT_FALSE(log_.Has("sigusr1_handler"));
+  EXPECT_TRUE(IsOpen());
+}
+
+TEST_F(CoexDeviceTest, ABlockedWriteDoesNotHoldUpTheClose) {
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  const ::android::base::unique_fd line(open(driver_.host_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  ASSERT_EQ(tcflow(line.get(), TCOOFF), 0);  // from here on a write waits
+  auto sent = std::async(std::launch::async, [this] { return IsOpen(); });
+  ASSERT_TRUE(log_.WaitFor("WriteEvent"));
+  device_.DeviceClose();
+  EXPECT_FALSE(IsOpen());
+  ASSERT_EQ(tcflow(line.get(), TCOON), 0);
+  sent.wait();  // ends, however far it had come
+}
+
+TEST_F(CoexDeviceTest, SendersAndClosersMayMeet) {
+  std::atomic<bool> over{false};
+  std::vector<std::thread> senders;
+  for (int i = 0; i < 3; ++i) {
+    senders.emplace_back([&] {
+      while (!over) IsOpen();
+    });
+  }
+  const Bytes last = {0x02, 0x02, 0x03, 0x46};
+  std::thread reader([&] {
+    while (driver_.Read(4) != last) continue;
+  });
+  for (int i = 0; i < 200; ++i) {
+    ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+    driver_.Write({1, 0, 1, 0x44});
+    device_.DeviceClose();
+  }
+  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  over = true;
+  for (std::thread& sender : senders) sender.join();
+  EXPECT_TRUE(CoexDevice::BtSend(&device_, kCoexPowerIsOff));
+  reader.join();
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth::coex_device

@@ -1,0 +1,178 @@
+// Crash dumps as the hardware-error watcher takes them, and the saved files in the service's report.
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <memory>
+
+#include <android-base/properties.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "debug_central/debug_central.h"
+#include "hci_flow_control/hci_flow_control.h"
+#include "support/diagnostics.h"
+#include "support/log_capture.h"
+#include "support/temp_root.h"
+
+namespace android::hardware::bluetooth {
+namespace {
+
+using ::bthal::test::DumpSection;
+using ::bthal::test::DumpText;
+using ::bthal::test::LogCapture;
+using ::bthal::test::NamesIn;
+using ::bthal::test::TempRoot;
+using hci::HciFlowControl;
+using hci::HciPacket;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+
+constexpr char kCrashInfoDir[] = "/data/vendor/ssrdump/";
+constexpr char kCoreDumpDir[] = "/data/vendor/ssrdump/coredump/";
+const HciPacket kHardwareError = {0x10, 0x01, 0x2A};
+
+mode_t ModeOf(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & ALLPERMS : 0;
+}
+
+class CrashDumpTest : public ::testing::Test {
+ protected:
+  CrashDumpTest() {
+    const auto ignore = [](const HciPacket&) {};
+    flow_ = std::make_shared<HciFlowControl>([this](const HciPacket& event) { stack_.push_back(event); }, ignore,
+                                             ignore, ignore, ignore);
+    central_.StartMonitor(flow_.get());
+  }
+  ~CrashDumpTest() override { central_.StopMonitor(); }
+
+  void MakeFolders() { std::filesystem::create_directories(root_.path() + kCoreDumpDir); }
+  void Receive(const HciPacket& event) {
+    flow_->OnHciEventReady(event, [this](const HciPacket& seen) { stack_.push_back(seen); });
+  }
+  std::vector<std::string> CoreDumps() { return NamesIn(root_.path() + kCoreDumpDir); }
+  std::vector<std::string> CrashInfos() { return NamesIn(root_.path() + kCrashInfoDir, "crashinfo_bt_"); }
+
+  TempRoot root_;
+  LogCapture log_;
+  DebugCentral& central_ = DebugCentral::Get();
+  std::vector<HciPacket> stack_;
+  std::shared_ptr<HciFlowControl> flow_;
+};
+
+TEST_F(CrashDumpTest, AHardwareErrorLeavesBothFilesAndReachesTheStack) {
+  MakeFolders();
+  root_.Write("/dev/logbuffer_ttySAC16", "uart history");
+  root_.Write("/dev/logbuffer_btlpm", "lpm history");
+  central_.SetBtUartDebugPort("/dev/ttySAC16");
+  const mode_t mask = umask(077);
+  Receive(kHardwareError);
+  umask(mask);
+  EXPECT_THAT(stack_, ::testing::ElementsAre(kHardwareError));
+
+  ASSERT_EQ(CoreDumps().size(), 1u);
+  ASSERT_EQ(CrashInfos().size(), 1u);
+  const std::string core = CoreDumps()[0];
+  ASSERT_THAT(core,
+              MatchesRegex("coredump_bt_20[0-9][0-9]-[01][0-9]-[0-3][0-9]_[0-2][0-9]-[0-5][0-9]-[0-6][0-9][.]bin"));
+  const std::string time = core.substr(std::string("coredump_bt_").size(), 19);
+  EXPECT_EQ(CrashInfos()[0], "crashinfo_bt_" + time + ".txt");
+  const std::string rule(45, '=');
+  EXPECT_EQ(root_.Read(kCoreDumpDir + core), "DUMP REASON: ControllerHwError - occurred at " + time + rule +
+                                                 "\nDebugfs:/dev/logbuffer_ttySAC16\n" + rule + "\nuart history\n\n" +
+                                                 rule + "\nDebugfs:dev/logbuffer_btlpm\n" + rule + "\nlpm history\n\n");
+  EXPECT_EQ(root_.Read(kCrashInfoDir + CrashInfos()[0]),
+            "crash_reason: ControllerHwError\ncrash_count: 1\ntimestamp: " + time + "\n");
+  EXPECT_EQ(ModeOf(root_.Below(kCoreDumpDir + core)), 0644u);
+  EXPECT_EQ(ModeOf(root_.Below(kCrashInfoDir + CrashInfos()[0])), 0644u);
+
+  EXPECT_TRUE(log_.Has("Received Hardware error event!"));
+  EXPECT_TRUE(log_.Has("Error code=2A"));
+  EXPECT_TRUE(log_.Has("start_crash_dump: reason: ControllerHwError, slient_report:0"));
+  EXPECT_TRUE(
+      log_.Has("start_crash_dump: Starting to generate Bluetooth ssrdump files: "
+               "/data/vendor/ssrdump/coredump/" +
+               core));
+  EXPECT_TRUE(log_.Has("start_crash_dump: Request to get Transport Layer Debug Dump"));
+  EXPECT_THAT(DumpSection("Anchors' Last Appear").at(0), HasSubstr("operator(): Received Hardware error event!"));
+
+  Receive({0x10, 0x00});  // without a code, and no second dump
+  EXPECT_EQ(stack_.size(), 2u);
+  EXPECT_EQ(log_.Count("Error code="), 1u);
+  EXPECT_EQ(log_.Count("start_crash_dump: reason"), 1u);
+  EXPECT_EQ(CrashInfos().size(), 1u);
+}
+
+TEST_F(CrashDumpTest, WithoutItsFoldersADumpIsToldAndTakenOnce) {
+  Receive(kHardwareError);
+  EXPECT_TRUE(log_.Has("start_crash_dump: Failed to open coredump file: /data/vendor/ssrdump/coredump/coredump_bt_"));
+  EXPECT_TRUE(log_.Has("start_crash_dump: Failed to open crashinfo file: /data/vendor/ssrdump/crashinfo_bt_"));
+  EXPECT_EQ(log_.Count("failed: No such file or directory (2)"), 2u);
+  EXPECT_EQ(stack_.size(), 1u);
+
+  MakeFolders();
+  Receive(kHardwareError);
+  EXPECT_EQ(CrashInfos().size(), 0u);
+}
+
+TEST_F(CrashDumpTest, TheMonitorEndsWithStop) {
+  MakeFolders();
+  central_.StartMonitor(nullptr);
+  EXPECT_TRUE(log_.Has("StartMonitor: Invalid handle!"));
+  central_.StopMonitor();
+  central_.StopMonitor();
+  Receive(kHardwareError);
+  EXPECT_FALSE(log_.Has("Received Hardware error event!"));
+  EXPECT_EQ(stack_.size(), 1u);
+
+  // A flow control that goes while it is monitored, and its successor.
+  central_.StartMonitor(flow_.get());
+  HciFlowControl::Halt();
+  flow_.reset();
+  const auto ignore = [](const HciPacket&) {};
+  flow_ = std::make_shared<HciFlowControl>(ignore, ignore, ignore, ignore, ignore);
+  central_.StartMonitor(flow_.get());
+  Receive(kHardwareError);
+  EXPECT_EQ(log_.Count("Received Hardware error event!"), 1u);
+}
+
+TEST_F(CrashDumpTest, TheReportHoldsRecordsSavedFilesAndStatisticsInThisOrder) {
+  const std::string rule = std::string(45, '=') + "\n";
+  const std::string stars = std::string(45, '*') + "\n";
+  MakeFolders();
+  root_.Write(std::string(kCrashInfoDir) + "crashinfo_bt_2024-03-07_09-05-13.txt", "second\n");
+  root_.Write(std::string(kCrashInfoDir) + "crashinfo_bt_2024-03-07_09-05-12.txt", "first\n");
+  root_.Write(std::string(kCrashInfoDir) + "crashinfo_wifi.txt", "not ours");
+  root_.Write(std::string(kCoreDumpDir) + "coredump_bt_x.bin", std::string("\0\xFF\n", 3));
+  std::filesystem::create_symlink("gone", root_.path() + kCoreDumpDir + "coredump_bt_y.bin");
+  central_.UpdateRecord(AnchorType::kClose, "close");
+  const std::string report = DumpText();
+
+  EXPECT_THAT(
+      report.substr(0, report.find(": close\n")),
+      MatchesRegex(rule + "Controller Firmware Information\n" + rule + ".*\n" + rule + "Anchors' Last Appear\n" + rule +
+                   "Timestamp of close: ..:..:..:...\n" + rule + "Anchors' History\n" + rule + "..:..:..:..."));
+  const auto entry = [&](const std::string& name, const std::string& content) {
+    return stars + "BEGIN of LogFile: " + name + "\n" + content + "\nEND of LogFile: " + name + "\n" + stars;
+  };
+  const size_t kernel = report.find("Debugfs:dev/logbuffer_btlpm\n");
+  const size_t saved = report.find(entry("crashinfo_bt_2024-03-07_09-05-12.txt", "first\n") +
+                                   entry("crashinfo_bt_2024-03-07_09-05-13.txt", "second\n") +
+                                   entry("coredump_bt_x.bin", std::string("\0\xFF\n", 3)) +
+                                   entry("coredump_bt_y.bin", "File open failed: coredump_bt_y.bin"));
+  const size_t statistics = report.find("Bluetooth is ");
+  EXPECT_LT(kernel, saved);
+  EXPECT_LT(saved, statistics);
+  EXPECT_LT(statistics, report.size());
+  EXPECT_EQ(report.find("wifi"), std::string::npos);
+  EXPECT_TRUE(log_.Has("Dump: Dumping coredump_bt_x.bin"));
+  EXPECT_TRUE(log_.Has("Dump: write bt coredump files to IBluetoothHci_default.txt"));
+
+  std::filesystem::remove_all(root_.path() + kCrashInfoDir);
+  DumpText();
+  EXPECT_TRUE(log_.Has("Dump: Failed to open directory, skip /data/vendor/ssrdump/"));
+  EXPECT_TRUE(log_.Has("Dump: Failed to open directory, skip /data/vendor/ssrdump/coredump/"));
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth

@@ -1,0 +1,120 @@
+#include "debug_central/catalogue.h"
+
+#include <signal.h>
+
+#include <string>
+
+#include <android-base/logging.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "os/process_setup.h"
+
+namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
+namespace {
+
+using ::testing::KilledBySignal;
+
+// The kinds as crash reports know them.
+const struct {
+  int code;
+  const char* name;
+} kKinds[] = {
+    {0x01, "UartParsing"},
+    {0x02, "UartIncompletePacket"},
+    {0x03, "FirmwareChecksum"},
+    {0x10, "FirmwareHardFault"},
+    {0x11, "FirmwareMemManageFault"},
+    {0x12, "FirmwareBusFault"},
+    {0x13, "FirmwareFirmwareUsageFault"},
+    {0x14, "FirmwareWatchdogTimeout"},
+    {0x15, "FirmwareAssertionFailure"},
+    {0x16, "FirmwareMiscellaneous"},
+    {0x20, "FirmwareMiscellaneousMajorFault"},
+    {0x21, "FirmwareMiscellaneousCriticalFault"},
+    {0x7F, "SocBigHammerFault"},
+    {0x80, "HostRxThreadStuck"},
+    {0x81, "HostHciCommandTimeout"},
+    {0x82, "HostInvalidHciEvent"},
+    {0x83, "HostUnimplementedPacketType"},
+    {0x84, "HosHcitH4TxError"},
+    {0x90, "HostOpenUserial"},
+    {0x91, "HostPowerUpController"},
+    {0x92, "HostChangeBaudrate"},
+    {0x93, "HostResetBeforeFw"},
+    {0x94, "HostDownloadFw"},
+    {0x95, "HostResetAfterFw"},
+    {0x96, "HostBdaddrFault"},
+    {0x97, "HostCoexDeviceOpenError"},
+    {0x98, "HostAccelatedBtInitFailed"},
+    {0x99, "HostAccelatedBtShutdownFailed"},
+    {0xC0, "ChreUsfTransportPrepareError"},
+    {0xC1, "ChreUsfUnknownError"},
+    {0xC2, "ChreUsfOperationFailed"},
+    {0xC3, "ChreUsfValueTooBigError"},
+    {0xC4, "ChreUsfSystemServiceError"},
+    {0xC5, "ChreUsfBufferError"},
+    {0xC6, "ChreUsfMemoryAllocationError"},
+    {0xC7, "ChreUsfNotFoundError"},
+    {0xC8, "ChreUsfNotSupportedError"},
+    {0xC9, "ChreUsfBadValueError"},
+    {0xCA, "ChreUsfOperationCanceledError"},
+    {0xCB, "ChreUsfServiceNotAvailableError"},
+    {0xCC, "ChreUsfNotReadyPerformOperationError"},
+    {0xCD, "ChreUsfAllocationError"},
+    {0xCE, "ChreUsfErrorIo"},
+    {0xCF, "ChreUsfInvalidValueError"},
+    {0xD0, "ChreUsfOperationTimedOutError"},
+    {0xD1, "ChreUsfContainerFullError"},
+    {0xD2, "ChreUsfValueTooSmallError"},
+    {0xD3, "ChreUsfItemAlreadyExistsError"},
+    {0xD4, "ChreUsfValueOutOfRangeError"},
+    {0xD5, "ChreUsfUnimplementedPacketTypeError"},
+    {0xD6, "ChreUsfHandleConnectionEventError"},
+    {0xE0, "ChreArbitratorUnimplementedPacket"},
+    {0xE1, "ChreArbitratorInvalidPacketSize"},
+};
+
+void Die(int code, const std::string& info) {
+  os::SetUpProcess();
+  LogFatal(static_cast<BqrErrorCode>(code), info);
+}
+
+std::string MessageFor(int code) {
+  return "Bluetooth HAL crash with error code 0, vendor error code " + std::to_string(code);
+}
+
+// The trace names the kind and no other: neither one that the compiler folded it into, nor one of a wrong frame.
+TEST(DebugCatalogueTest, EveryKindDiesInItsOwnFunctionWithItsOwnMessage) {
+  for (const auto& kind : kKinds) {
+    const auto died_in_this_one = [&](const std::string& output) {
+      for (const auto& other : kKinds) {
+        const bool named = output.find(std::string("debug::") + other.name + "(") != std::string::npos;
+        if (named != (other.code == kind.code)) return false;
+      }
+      return output.find("Abort message: '" + MessageFor(kind.code) + "'\n") != std::string::npos;
+    };
+    EXPECT_EXIT(Die(kind.code, ""), KilledBySignal(SIGABRT), ::testing::Truly(died_in_this_one)) << kind.name;
+  }
+}
+
+TEST(DebugCatalogueTest, ACodeWithoutAKindDiesAllTheSame) {
+  for (const int code : {0x00, 0x30, 0xDF, 0xFF}) {
+    EXPECT_EXIT(Die(code, "unheard of"), KilledBySignal(SIGABRT),
+                "Abort message: '" + MessageFor(code) + ", extra info: unheard of'\n(.|\n)*debug::LogFatal\\(");
+  }
+}
+
+TEST(DebugCatalogueTest, ReasonsKeepTheirSpelling) {
+  EXPECT_EQ(ReasonText(BqrErrorCode::kFirmwareMiscellaneous), "Firmware Crash Miscallaneuous");
+  EXPECT_EQ(ReasonText(BqrErrorCode::kChreUsfMemoryAllocationError), "Usf Memoy Allocation Error");
+  EXPECT_EQ(ReasonText(BqrErrorCode::kChreArbitratorUnimplementedPacket),
+            "Arbitrator Detected Unimaplemented Packet Type Error");
+  EXPECT_EQ(ReasonText(BqrErrorCode::kHostInvalidHciEvent), "Invalid / un-reassembled HCI event");
+  EXPECT_EQ(ReasonText(BqrErrorCode::kUartParsing), "UART Parsing error");
+  EXPECT_EQ(ReasonText(BqrErrorCode::kHostCoexDeviceOpenError), "");
+  EXPECT_EQ(ReasonText(static_cast<BqrErrorCode>(0x30)), "");
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -1,0 +1,278 @@
+// What becomes of the controller's vendor events: which of them the stack sees, and which files they leave.
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+
+#include <android-base/properties.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "bluetooth_bqr.h"
+#include "debug_central/debug_central.h"
+#include "hci_flow_control/hci_flow_control.h"
+#include "support/diagnostics.h"
+#include "support/log_capture.h"
+#include "support/temp_root.h"
+
+namespace android::hardware::bluetooth {
+namespace {
+
+using ::bthal::test::DumpSection;
+using ::bthal::test::LogCapture;
+using ::bthal::test::NamesIn;
+using ::bthal::test::TempRoot;
+using hci::HciFlowControl;
+using hci::HciPacket;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr char kCrashInfoDir[] = "/data/vendor/ssrdump/";
+constexpr char kCoreDumpDir[] = "/data/vendor/ssrdump/coredump/";
+constexpr char kSnoop[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
+constexpr char kBackup[] = "/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log";
+
+HciPacket VendorEvent(std::vector<uint8_t> payload) {
+  std::vector<uint8_t> event = {0xFF, static_cast<uint8_t>(payload.size())};
+  event.insert(event.end(), payload.begin(), payload.end());
+  return event;
+}
+
+HciPacket RootInflammation(uint8_t vendor_error) { return VendorEvent({0x58, 0x05, 0x00, vendor_error}); }
+
+// A piece of a dump: 0x57, or 0x58 with report id 19 or 20; `last` lies at byte 5.
+HciPacket Fragment(std::vector<uint8_t> head, uint8_t last, size_t size, uint8_t fill) {
+  head.resize(size - 2, fill);
+  head[3] = last;
+  return VendorEvent(std::move(head));
+}
+
+std::string Text(const HciPacket& packet) { return std::string(packet.begin(), packet.end()); }
+
+// Fragments are written synchronously, so a disk under the root would decide how long the tests take.
+struct RootInMemory {
+  RootInMemory() {
+    if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 1);
+  }
+};
+
+class VendorEventsTest : public ::testing::Test {
+ protected:
+  VendorEventsTest() {
+    std::filesystem::create_directories(root_.path() + kCoreDumpDir);
+    const auto ignore = [](const HciPacket&) {};
+    flow_ = std::make_shared<HciFlowControl>(ignore, ignore, ignore, ignore, ignore);
+    central_.StartMonitor(flow_.get());
+    central_.HasClientConnectWith(true);
+  }
+  ~VendorEventsTest() override { central_.StopMonitor(); }
+
+  // Whether the stack sees the event.
+  bool Reaches(const HciPacket& event) {
+    bool seen = false;
+    flow_->OnHciEventReady(event, [&](const HciPacket& delivered) { seen = delivered == event; });
+    return seen;
+  }
+
+  std::vector<std::string> CoreDumps(const std::string& prefix = "coredump_bt_2") {
+    return NamesIn(root_.path() + kCoreDumpDir, prefix);
+  }
+  std::vector<std::string> CrashInfos() { return NamesIn(root_.path() + kCrashInfoDir, "crashinfo_bt_"); }
+  std::string ReadOnly(const std::string& prefix) {
+    const auto names = CoreDumps(prefix);
+    EXPECT_EQ(names.size(), 1u) << prefix;
+    return names.empty() ? "" : root_.Read(kCoreDumpDir + names[0]);
+  }
+  std::string Reason() { return CrashInfos().empty() ? "" : root_.Read(kCrashInfoDir + CrashInfos()[0]); }
+
+  RootInMemory in_memory_;
+  TempRoot root_;
+  LogCapture log_;
+  DebugCentral& central_ = DebugCentral::Get();
+  std::shared_ptr<HciFlowControl> flow_;
+};
+
+TEST_F(VendorEventsTest, OnlyWhatIsTheStacksReachesIt) {
+  const struct {
+    HciPacket event;
+    bool reaches;
+  } kCases[] = {
+      {VendorEvent({}), true},
+      {VendorEvent({0x1B}), false},
+      {VendorEvent({0x1B, 1, 2, 3}), false},
+      {VendorEvent({0x6A, 1}), false},
+      {VendorEvent({0x57}), false},  // too short, and still not the stack's
+      {VendorEvent({0x57, 0, 0, 0, 0, 0}), false},
+      {VendorEvent({0x58}), true},
+      {VendorEvent({0x58, 0x05}), true},        // too short for its codes: let through
+      {VendorEvent({0x58, 0x05, 0x00}), true},  // likewise
+      {VendorEvent({0x58, 0x00, 1, 2}), true},
+      {VendorEvent({0x58, 0x01, 1, 2}), true},
+      {VendorEvent({0x58, 0x02, 1, 2}), true},
+      {VendorEvent({0x58, 0x03, 1, 2}), true},
+      {VendorEvent({0x58, 0x04, 1, 2}), true},
+      {VendorEvent({0x58, 0x06, 1, 2}), false},
+      {VendorEvent({0x58, 0x07, 1, 2}), true},
+      {VendorEvent({0x58, 0x08, 1, 2}), true},
+      {VendorEvent({0x58, 0x10, 1, 2}), true},
+      {VendorEvent({0x58, 0x20, 1, 2}), true},
+      {VendorEvent({0x58, 0x21, 1, 2}), true},
+      {VendorEvent({0x58, 0xFF, 1, 2}), true},
+      {VendorEvent({0x59, 0x05, 0x00, 0x15}), true},
+  };
+  for (const auto& one : kCases) {
+    EXPECT_EQ(Reaches(one.event), one.reaches) << toString(one.event);
+    EXPECT_TRUE(Reaches({0xFF, 0x01, 0x99})) << "hidden after " << toString(one.event);
+  }
+  EXPECT_EQ(CoreDumps("").size(), 0u);
+  EXPECT_EQ(CrashInfos().size(), 0u);
+  EXPECT_EQ(log_.Count("Invalid length of BQR event!"), 3u);
+  EXPECT_EQ(log_.Count("Invalid length of debug info event!"), 2u);
+  const std::string kept = BluetoothBqr::Get().Report();
+  for (const int id : {1, 2, 3, 4, 7, 16, 32}) {
+    EXPECT_THAT(kept, HasSubstr("Quality report " + std::to_string(id) + ": 1,"));
+  }
+}
+
+TEST_F(VendorEventsTest, TheCapabilityAnswerIsKeptAndScanAnswersAreLogged) {
+  EXPECT_TRUE(Reaches({0x0E, 0x06, 0x01, 0x53, 0xFD, 0x00, 0x60, 0x01}));
+  EXPECT_THAT(BluetoothBqr::Get().Report(), HasSubstr("Controller capability: [8]{14, 6, 1, 83, 253, 0, 96, 1}"));
+  EXPECT_TRUE(Reaches({0x0E, 0x04, 0x01, 0x42, 0x20, 0x00}));
+  EXPECT_TRUE(log_.Has("Command Complete Event of LE_SET_EXTENDED_SCAN_ENABLE, opcode:2042"));
+}
+
+TEST_F(VendorEventsTest, ARootInflammationDumpsBacksUpAndReachesTheStack) {
+  root_.Write(kSnoop, "packets");
+  root_.Write(std::string(kSnoop) + ".last", "older packets");
+  std::filesystem::permissions(root_.Below(kSnoop), std::filesystem::perms(0640));
+  EXPECT_TRUE(Reaches(RootInflammation(0x15)));
+  EXPECT_TRUE(log_.Has("Received Root Inflammation event! (0x0015)"));
+  ASSERT_EQ(CoreDumps().size(), 1u);
+  const std::string reason =
+      "ControllerRootInflammed: error_code: 0x00, vendor_error: 0x15, Firmware Crash due to Assertion failure";
+  EXPECT_THAT(ReadOnly("coredump_bt_2"), ::testing::StartsWith("DUMP REASON: " + reason + " - occurred at "));
+  EXPECT_THAT(Reason(), HasSubstr("crash_reason: " + reason + "\ncrash_count: 1\n"));
+  const std::string suffix = CrashInfos().at(0).substr(13, 19);
+  EXPECT_EQ(root_.Read(kBackup + suffix), "packets");
+  EXPECT_EQ(root_.Read(std::string(kBackup) + ".last" + suffix), "older packets");
+  EXPECT_EQ(std::filesystem::status(root_.Below(kBackup + suffix)).permissions(), std::filesystem::perms(0640));
+  EXPECT_EQ(root_.Read(kSnoop), "packets");
+
+  // The next one takes no second dump, but is the stack's to see.
+  EXPECT_TRUE(Reaches(RootInflammation(0x16)));
+  EXPECT_EQ(CoreDumps().size(), 1u);
+  EXPECT_EQ(log_.Count("start_crash_dump: reason"), 1u);
+  // And a quiet one is hidden, dump or not.
+  EXPECT_FALSE(Reaches(RootInflammation(0x20)));
+}
+
+TEST_F(VendorEventsTest, QuietRootInflammationsLeaveNoTrace) {
+  EXPECT_FALSE(Reaches(RootInflammation(0x20)));
+  EXPECT_FALSE(Reaches(RootInflammation(0x7F)));
+  central_.HasClientConnectWith(false);
+  EXPECT_FALSE(Reaches(RootInflammation(0x15)));
+  central_.HasClientConnectWith(true);
+  EXPECT_EQ(log_.Count("Received Root Inflammation event!"), 3u);
+  EXPECT_EQ(CoreDumps("").size() + CrashInfos().size(), 0u);
+}
+
+TEST_F(VendorEventsTest, AnUnsupportedHardwareStageTakesNoDump) {
+  root_.Write("/vendor/etc/bluetooth/bt_vendor.conf", "HwStageWithOldChipFwNoLongerSupport = EVT1.0-PROTO1.0\n");
+  ::android::base::SetProperty("ro.boot.hardware.revision", "EVT1.0");
+  EXPECT_TRUE(central_.hw_stage_firmware_no_longer_supported());
+  EXPECT_FALSE(Reaches(RootInflammation(0x15)));
+  EXPECT_EQ(CoreDumps("").size() + CrashInfos().size(), 0u);
+}
+
+class SilenceTest : public VendorEventsTest, public ::testing::WithParamInterface<std::pair<uint8_t, bool>> {};
+
+TEST_P(SilenceTest, OnlyTheSensorHubsErrorsHaveNoCrashInfo) {
+  const auto [vendor_error, silent] = GetParam();
+  EXPECT_TRUE(Reaches(RootInflammation(vendor_error)));
+  EXPECT_EQ(CoreDumps().size(), 1u);
+  EXPECT_EQ(CrashInfos().size(), silent ? 0u : 1u);
+  // No snoop log: told, and nothing is left behind.
+  EXPECT_EQ(log_.Count("backup_logging_files_before_crash: Error opening source file"), 2u);
+  EXPECT_EQ(NamesIn(root_.path() + "/data/vendor/bluetooth").size(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Edges, SilenceTest,
+                         ::testing::Values(std::pair(0xBF, false), std::pair(0xC0, true), std::pair(0xDF, true),
+                                           std::pair(0xE0, false)));
+
+TEST_F(VendorEventsTest, DebugInformationIsGatheredInOneFileAndStartsADump) {
+  const HciPacket first = Fragment({0x57, 0x10, 0x20, 0}, 0, 9, 1);
+  const HciPacket second = Fragment({0x57, 0x10, 0x20, 0}, 1, 257, 2);
+  EXPECT_FALSE(Reaches(Fragment({0x57, 0, 0, 0}, 1, 8, 0)));
+  EXPECT_TRUE(log_.Has("Invalid length of debug info event!"));
+  EXPECT_FALSE(log_.Has("Last soc dump fragment has been received"));
+  EXPECT_EQ(CoreDumps("").size(), 0u);
+
+  EXPECT_FALSE(Reaches(first));
+  EXPECT_TRUE(log_.Has("Received Debug Info event!"));
+  EXPECT_FALSE(log_.Has("Last soc dump fragment has been received"));
+  EXPECT_FALSE(Reaches(second));
+  EXPECT_TRUE(log_.Has("Last soc dump fragment has been received"));
+  EXPECT_EQ(ReadOnly("coredump_bt_socdump_"), Text(first) + Text(second));
+  EXPECT_THAT(Reason(), HasSubstr("crash_reason: Debug Info Event\n"));
+  EXPECT_EQ(CoreDumps("coredump_bt_socdump_")[0], "coredump_bt_socdump_" + CrashInfos()[0].substr(13, 19) + ".bin");
+  EXPECT_EQ(std::filesystem::status(root_.path() + kCoreDumpDir + CoreDumps("coredump_bt_socdump_")[0]).permissions(),
+            std::filesystem::perms(0640));
+}
+
+TEST_F(VendorEventsTest, FragmentsWithoutARootInflammationStartTheDumpThemselves) {
+  const HciPacket shortest = VendorEvent({0x58, 0x13});
+  EXPECT_FALSE(Reaches(shortest));
+  EXPECT_TRUE(log_.Has("did not receive Root Inflammation event before FW Dump!"));
+  EXPECT_THAT(Reason(), HasSubstr("crash_reason: ControllerDebugInfoDataDumpWithoutRootInflammed\n"));
+  EXPECT_FALSE(Reaches(shortest));
+  EXPECT_EQ(log_.Count("did not receive Root Inflammation"), 1u);
+  EXPECT_EQ(ReadOnly("coredump_bt_socdump_"), Text(shortest) + Text(shortest));
+
+  const HciPacket chre = Fragment({0x58, 0x14, 0x00, 0}, 1, 100, 3);
+  EXPECT_FALSE(Reaches(chre));
+  EXPECT_EQ(log_.Count("did not receive Root Inflammation"), 1u);
+  EXPECT_TRUE(log_.Has("total written 100 bytes"));
+  EXPECT_TRUE(log_.Has("Last Chre dump packet has been received"));
+  EXPECT_EQ(ReadOnly("coredump_bt_chredump_"), Text(chre));
+}
+
+TEST_F(VendorEventsTest, SensorHubFragmentsThatCannotBeSavedAreCounted) {
+  std::filesystem::remove_all(root_.path() + kCoreDumpDir);
+  const HciPacket chre = Fragment({0x58, 0x14, 0x00, 0}, 0, 100, 3);
+  EXPECT_FALSE(Reaches(chre));
+  EXPECT_TRUE(log_.Has("did not receive Root Inflammation event before CHRE Dump!"));
+  EXPECT_FALSE(Reaches(chre));
+  EXPECT_EQ(log_.Count("Failed to open chredump file: /data/vendor/ssrdump/coredump/coredump_bt_chredump_"), 2u);
+  EXPECT_EQ(log_.Count("failed: No such file or directory (2)"), 3u);  // the core dump's own among them
+  EXPECT_TRUE(log_.Has("there are 2 segments not be saved"));
+  EXPECT_FALSE(Reaches(Fragment({0x58, 0x13, 0x00, 0}, 0, 100, 3)));
+  EXPECT_TRUE(log_.Has("Failed to open socdump file: "));
+
+  std::filesystem::create_directories(root_.path() + kCoreDumpDir);
+  EXPECT_FALSE(Reaches(chre));
+  EXPECT_EQ(ReadOnly("coredump_bt_chredump_"), Text(chre));
+}
+
+TEST_F(VendorEventsTest, FourMegabytesOfBothKindsInTurnAreKeptByteForByte) {
+  EXPECT_TRUE(Reaches(RootInflammation(0x10)));
+  constexpr size_t kEach = 4 * 1024 * 1024 / 257;
+  std::string soc;
+  std::string chre;
+  for (size_t i = 0; i < kEach; ++i) {
+    const uint8_t last = i + 1 == kEach ? 1 : 0;
+    const HciPacket one = Fragment({0x58, 0x13, static_cast<uint8_t>(i), 0}, last, 257, static_cast<uint8_t>(i >> 8));
+    const HciPacket two = Fragment({0x58, 0x14, static_cast<uint8_t>(i), 0}, last, 257, static_cast<uint8_t>(i >> 8));
+    ASSERT_FALSE(Reaches(one));
+    ASSERT_FALSE(Reaches(two));
+    soc += Text(one);
+    chre += Text(two);
+    log_.Clear();
+  }
+  EXPECT_TRUE(ReadOnly("coredump_bt_socdump_") == soc);
+  EXPECT_TRUE(ReadOnly("coredump_bt_chredump_") == chre);
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth

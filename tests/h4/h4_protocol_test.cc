@@ -1,0 +1,271 @@
+#include "h4/h4_protocol.h"
+
+#include <android-base/logging.h>
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdio.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <random>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "debug_central/debug_central.h"
+#include "h4/async_fd_watcher.h"
+#include "os/kill_self.h"
+#include "shim/shim.h"
+#include "support/h4_stream.h"
+#include "support/log_capture.h"
+#include "support/pty.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace android::hardware::bluetooth::hci {
+namespace {
+
+using ::android::base::unique_fd;
+using ::bthal::test::AppendH4;
+using ::bthal::test::Bytes;
+using ::bthal::test::LogCapture;
+using ::bthal::test::MakePacket;
+using ::bthal::test::TempRoot;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+
+using Received = std::vector<std::pair<uint8_t, Bytes>>;
+
+// An H4Protocol whose packets are written down with the type by which they came.
+struct Recorder {
+  explicit Recorder(int fd = -1, bool with_thread = true)
+      : h4(fd, To(0x04), To(0x02), To(0x03), To(0x05), with_thread ? To(0x70) : nullptr) {}
+
+  HciPacketCallback To(uint8_t type) {
+    return [this, type](const HciPacket& packet) { received.emplace_back(type, packet); };
+  }
+
+  void OnBytes(const Bytes& bytes) { h4.OnBytes(bytes.data(), bytes.size()); }
+
+  Received received;
+  H4Protocol h4;
+};
+
+std::string RecordedText() {
+  const unique_fd file(memfd_create("dump", MFD_CLOEXEC));
+  DebugCentral::Get().Dump(file.get());
+  std::string text(static_cast<size_t>(lseek(file.get(), 0, SEEK_END)), '\0');
+  EXPECT_EQ(pread(file.get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+  return text;
+}
+
+// Lets the process outlive its own reports, to see what comes after them.
+class Survivor {
+ public:
+  Survivor() {
+    os::SetKillSelfForTest([] {});
+    base::SetAborter([](const char*) {});
+  }
+  ~Survivor() {
+    os::SetKillSelfForTest(nullptr);
+    base::SetAborter(base::DefaultAborter);
+  }
+};
+
+struct Pipe {
+  explicit Pipe(int flags = 0) {
+    int ends[2];
+    CHECK_EQ(pipe2(ends, O_CLOEXEC | flags), 0);
+    read_end.reset(ends[0]);
+    write_end.reset(ends[1]);
+  }
+  unique_fd read_end;
+  unique_fd write_end;
+};
+
+TEST(H4ProtocolReceive, AnyChunkingYieldsTheSamePackets) {
+  for (uint32_t seed = 0; seed < 60; ++seed) {
+    std::mt19937 random(seed);
+    Bytes stream;
+    Received sent;
+    for (int i = 0; i < 60; ++i) {
+      const uint8_t type = bthal::test::kH4ReceivedTypes[random() % std::size(bthal::test::kH4ReceivedTypes)];
+      sent.emplace_back(type, bthal::test::RandomPacket(type, random));
+      AppendH4(stream, type, sent.back().second);
+    }
+    // A packet without payload at the very end comes out with the read after it only.
+    AppendH4(stream, 0x04, MakePacket(0x04, 1, 0));
+    sent.emplace_back(0x04, MakePacket(0x04, 1, 0));
+    for (const size_t largest : {1, 2, 7, 64, 65, 200, 4096, 1 << 20}) {
+      Recorder recorder;
+      for (const Bytes& piece : bthal::test::RandomPieces(stream, largest, random)) recorder.OnBytes(piece);
+      ASSERT_TRUE(recorder.received == sent) << "seed " << seed << ", pieces of up to " << largest;
+    }
+  }
+}
+
+TEST(H4ProtocolReceive, ReadsOnceAndKeepsTheRestForLater) {
+  Pipe uart;
+  Recorder recorder;
+  const auto read = [&](const Bytes& bytes) {
+    ASSERT_EQ(write(uart.write_end.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    recorder.h4.OnDataReady(uart.read_end.get());
+  };
+  read({0x04});  // only the type
+  read({0x0E, 0x04, 0x01, 0x03});
+  EXPECT_THAT(recorder.received, IsEmpty());
+  read({0x0C, 0x00, 0x04, 0xFF, 0x01, 0x58, 0x02});  // a tail, a whole packet, a type
+  EXPECT_THAT(recorder.received,
+              ElementsAre(Pair(0x04, Bytes{0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00}), Pair(0x04, Bytes{0xFF, 0x01, 0x58})));
+  read({0x40, 0x20, 0x01, 0x00, 0x99});
+  EXPECT_THAT(recorder.received.back(), Pair(0x02, Bytes{0x40, 0x20, 0x01, 0x00, 0x99}));
+}
+
+TEST(H4ProtocolReceive, ThreadFramesWithoutConsumerAreDroppedInSync) {
+  Recorder recorder(-1, false);
+  Bytes stream;
+  AppendH4(stream, 0x70, MakePacket(0x70, 5, 0));
+  AppendH4(stream, 0x04, MakePacket(0x04, 2, 0));
+  recorder.OnBytes(stream);
+  for (const uint8_t byte : stream) recorder.OnBytes({byte});
+  EXPECT_THAT(recorder.received, ElementsAre(Pair(0x04, MakePacket(0x04, 2, 0)), Pair(0x04, MakePacket(0x04, 2, 0))));
+}
+
+TEST(H4ProtocolReceive, UnknownTypeIsReportedAndTheRestNotTrusted) {
+  TempRoot root;
+  LogCapture log;
+  Survivor survivor;
+  Recorder recorder;
+  recorder.OnBytes({0x04, 0xFF, 0x01, 0x01, 0x06, 0x04, 0xFF, 0x01, 0x02});
+  recorder.OnBytes({0x04, 0xFF, 0x01, 0x03});
+  EXPECT_THAT(recorder.received, ElementsAre(Pair(0x04, Bytes{0xFF, 0x01, 0x01})));
+  EXPECT_EQ(log.Count("OnDataReady: Unimplemented Packet Type: 6 detected!"), 1u);
+  EXPECT_THAT(RecordedText(), HasSubstr("Host Received Unimplemented Packet Type: 6, bytes_read: 5, packet: "
+                                        "06, 04, ff, 01, 02, 00, 00"));
+}
+
+TEST(H4ProtocolReceive, TypeZeroIsReportedAndSkipped) {
+  TempRoot root;
+  LogCapture log;
+  Survivor survivor;
+  Recorder recorder;
+  recorder.OnBytes({0x00, 0x04, 0xFF, 0x01, 0x01});
+  EXPECT_TRUE(log.Has("OnDataReady: Unimplemented Packet Type: 0 detected!"));
+  EXPECT_THAT(recorder.received, ElementsAre(Pair(0x04, Bytes{0xFF, 0x01, 0x01})));
+}
+
+TEST(H4ProtocolReceive, ReceivedCommandIsFramedAndFatal) {
+  TempRoot root;
+  LogCapture log;
+  Survivor survivor;
+  Recorder recorder;
+  recorder.OnBytes({0x01, 0x03, 0x0C, 0x01});
+  EXPECT_TRUE(log.Has("OnDataReady: Unimplemented Packet Type: 1 detected!"));
+  EXPECT_FALSE(log.Has("OnPacketReady"));
+  recorder.OnBytes({0x55});
+  EXPECT_TRUE(log.Has("OnPacketReady: Unimplemented packet type 1"));
+  EXPECT_THAT(recorder.received, IsEmpty());
+}
+
+TEST(H4ProtocolDeathTest, UnknownTypeEndsTheProcess) {
+  const auto receive = [] {
+    TempRoot root;
+    Recorder recorder;
+    recorder.OnBytes({0x71});
+  };
+  EXPECT_EXIT(receive(), ::testing::KilledBySignal(SIGKILL), "OnDataReady: Unimplemented Packet Type: 113 detected!");
+}
+
+TEST(H4ProtocolDeathTest, ReadErrorOnALiveTransportEndsTheProcess) {
+  const auto receive = [] {
+    TempRoot root;
+    bthal::test::Pty pty;
+    CHECK_EQ(symlink(pty.host_path().c_str(), root.Below("/dev/ttySAC16").c_str()), 0);
+    const auto ignore = [](const HciPacket&) {};
+    CHECK(shim::InitializeHciHandle(ignore, ignore, ignore, ignore, nullptr) != nullptr);
+    Recorder recorder;
+    recorder.h4.OnDataReady(-1);
+  };
+  EXPECT_EXIT(receive(), ::testing::KilledBySignal(SIGABRT),
+              "OnDataReady: Read packet type error: Bad file descriptor");
+}
+
+// On the watcher's thread, as in life: the five-second pauses there end with the watcher.
+TEST(H4ProtocolReceive, EndOfFileAndEarlyErrorsAreRecordedAndWaitedOut) {
+  TempRoot root;
+  LogCapture log;
+  for (const bool end_of_file : {true, false}) {
+    Pipe uart;
+    Recorder recorder;
+    async::AsyncFdWatcher watcher;
+    uart.write_end.reset();
+    ASSERT_EQ(watcher.WatchFdForNonBlockingReads(uart.read_end.get(),
+                                                 [&](int fd) { recorder.h4.OnDataReady(end_of_file ? fd : -1); }),
+              0);
+    ASSERT_TRUE(log.WaitFor(end_of_file ? "OnDataReady: Unexpected EOF reading the packet type!"
+                                        : "OnDataReady: read failed (Bad file descriptor), not ready to read!"));
+    watcher.StopWatchingFileDescriptors();
+  }
+  EXPECT_EQ(log.Count("Unexpected EOF"), 1u) << "the pause keeps it from spinning";
+  const std::string record = RecordedText();
+  EXPECT_THAT(record, HasSubstr("OnDataReady: Unexpected EOF reading the packet type!"));
+  EXPECT_THAT(record, HasSubstr("OnDataReady: read failed (Bad file descriptor), not reay to read!"));
+}
+
+TEST(H4ProtocolSend, TypeAndPacketLeaveTogether) {
+  Pipe uart(O_DIRECT);  // keeps the writes apart
+  Recorder recorder(uart.write_end.get());
+  const Bytes reset = {0x03, 0x0C, 0x00};
+  EXPECT_EQ(recorder.h4.Send(0x01, reset.data(), reset.size()), 4u);
+  EXPECT_EQ(recorder.h4.Send(0x04, nullptr, 0), 1u);
+  EXPECT_EQ(recorder.h4.Send(0x01, reset.data(), SIZE_MAX), 0u);
+  Bytes written(16);
+  ASSERT_EQ(read(uart.read_end.get(), written.data(), written.size()), 4);
+  written.resize(4);
+  EXPECT_EQ(written, (Bytes{0x01, 0x03, 0x0C, 0x00}));
+}
+
+TEST(H4ProtocolSend, ShortWritesAreContinued) {
+  TempRoot root;
+  LogCapture log;
+  Pipe uart(O_NONBLOCK);
+  ASSERT_EQ(fcntl(uart.write_end.get(), F_SETPIPE_SZ, 65536), 65536);
+  Recorder recorder(uart.write_end.get());
+  const Bytes packet = MakePacket(0x02, 65535, 7);
+  Bytes arrived;
+  // Nothing is taken out before the port was full once; from then on the writer spins until there is room.
+  std::thread controller([&] {
+    log.WaitFor("Send: 65536/65540 bytes written - retrying remaining 4 bytes");
+    while (arrived.size() < packet.size() + 1) {
+      uint8_t piece[4096];
+      const ssize_t n = read(uart.read_end.get(), piece, sizeof(piece));
+      if (n > 0) arrived.insert(arrived.end(), piece, piece + n);
+    }
+  });
+  EXPECT_EQ(recorder.h4.Send(0x02, packet.data(), packet.size()), packet.size() + 1);
+  controller.join();
+  EXPECT_EQ(arrived[0], 0x02);
+  EXPECT_TRUE(std::equal(packet.begin(), packet.end(), arrived.begin() + 1));
+  EXPECT_THAT(RecordedText(), HasSubstr("Send: 65536/65540 bytes written - retrying remaining 4 bytes"));
+}
+
+TEST(H4ProtocolSend, WriteErrorIsLoggedRecordedAndReturned) {
+  TempRoot root;
+  LogCapture log;
+  signal(SIGPIPE, SIG_IGN);
+  Pipe uart;
+  uart.read_end.reset();
+  Recorder recorder(uart.write_end.get());
+  const Bytes reset = {0x03, 0x0C, 0x00};
+  EXPECT_EQ(recorder.h4.Send(0x01, reset.data(), reset.size()), 0u);
+  EXPECT_EQ(log.Count("Send error writing to UART (Broken pipe)"), 1u);
+  EXPECT_THAT(RecordedText(), HasSubstr("Send: error writing to UART (Broken pipe)"));
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth::hci

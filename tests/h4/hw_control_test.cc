@@ -1,0 +1,328 @@
+#include "h4/hw_control/hw_control.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include <android-base/unique_fd.h>
+
+#include "coex_device/coex_device.h"
+#include "conf/conf.h"
+#include "os/kill_self.h"
+#include "shim/shim.h"
+#include "support/log_capture.h"
+#include "support/pty.h"
+#include "support/temp_root.h"
+
+namespace android::hardware::bluetooth::hwcontrol {
+namespace {
+
+using ::android::base::unique_fd;
+using ::testing::ElementsAre;
+
+constexpr char kLpm[] = "/proc/bluetooth/sleep/lpm";
+constexpr char kBtWrite[] = "/proc/bluetooth/sleep/btwrite";
+constexpr char kUartDebug[] = "/sys/devices/platform/155d0000.serial/uart_dbg";
+constexpr char kCapacity[] = "/sys/class/power_supply/battery/capacity";
+
+// A node whose history matters: a FIFO that the board holds open.
+class Node {
+ public:
+  Node(const bthal::test::TempRoot& root, const char* path) {
+    const std::string below = root.Below(path);
+    mkfifo(below.c_str(), 0600);
+    fd_.reset(open(below.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  }
+  // Everything written since the last call.
+  std::string Take() {
+    char text[64];
+    const ssize_t length = read(fd_.get(), text, sizeof(text));
+    return std::string(text, length > 0 ? static_cast<size_t>(length) : 0);
+  }
+  void CloseReader() { fd_.reset(); }
+
+ private:
+  unique_fd fd_;
+};
+
+size_t OpenDescriptors() {
+  const std::filesystem::directory_iterator entries("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+class HwControlTest : public ::testing::Test {
+ protected:
+  HwControlTest() {
+    signal(SIGPIPE, SIG_IGN);
+    os::SetKillSelfForTest([] {});  // so that one sees what comes after a report
+  }
+  ~HwControlTest() override { os::SetKillSelfForTest(nullptr); }
+
+  BtHwControl& control_ = BtHwControl::Get();
+  bthal::test::TempRoot root_;
+  bthal::test::LogCapture log_;
+};
+
+TEST_F(HwControlTest, PowerSwitchIsTheEntryWhoseTypeIsExactlyBluetooth) {
+  root_.Write("/sys/class/rfkill/rfkill0/type", "wlan\n");
+  root_.Write("/sys/class/rfkill/rfkill0/state", "x");
+  root_.Write("/sys/class/rfkill/rfkill1/type", "");
+  root_.Write("/sys/class/rfkill/rfkill2/type", "bluetooth2\n");
+  root_.Write("/sys/class/rfkill/rfkill2/state", "x");
+  root_.Write("/sys/class/rfkill/rfkill3/type", "bluetooth\n");
+  root_.Write("/sys/class/rfkill/rfkill3/state", "x");
+  EXPECT_TRUE(control_.PowerControl(true));
+  EXPECT_EQ(root_.Read("/sys/class/rfkill/rfkill3/state"), "1");
+  EXPECT_TRUE(control_.PowerControl(false));
+  EXPECT_EQ(root_.Read("/sys/class/rfkill/rfkill3/state"), "0");
+  EXPECT_EQ(root_.Read("/sys/class/rfkill/rfkill0/state"), "x");
+  EXPECT_EQ(root_.Read("/sys/class/rfkill/rfkill2/state"), "x");
+  EXPECT_TRUE(log_.Has("rfkill_state_finder: Use rfkill /sys/class/rfkill/rfkill3/state."));
+  EXPECT_TRUE(log_.Has("PowerControl: Enabling"));
+}
+
+TEST_F(HwControlTest, WithoutAnEntryPowerIsSomebodyElses) {
+  root_.Write("/sys/class/rfkill/rfkill1/type", "bluetooth");  // behind a gap: never found
+  root_.Write("/sys/class/rfkill/rfkill1/state", "x");
+  EXPECT_TRUE(control_.PowerControl(true));
+  EXPECT_EQ(root_.Read("/sys/class/rfkill/rfkill1/state"), "x");
+  EXPECT_TRUE(log_.Has("rfkill_state_finder: Open(/sys/class/rfkill/rfkill0/type): No such file or directory (2)"));
+  EXPECT_TRUE(log_.Has("PowerControl: Power sequence is not controlled by Bluetooth HAL"));
+}
+
+TEST_F(HwControlTest, TellsTheCoexistenceDriverBeforeAndAfter) {
+  const bthal::test::Pty driver;
+  std::filesystem::create_symlink(driver.host_path(), root_.Below("/dev/wbrc"));
+  root_.Write("/sys/class/rfkill/rfkill0/type", "bluetooth\n");
+  root_.Write("/sys/class/rfkill/rfkill0/state", "x");
+  ASSERT_GE(coex_device::CoexDevice::Get().DeviceOpen([] {}, 0), 0);
+  EXPECT_TRUE(control_.PowerControl(true));
+  EXPECT_THAT(driver.Read(8), ElementsAre(2, 2, 3, 0x47, /**/ 2, 2, 3, 0x48));
+  EXPECT_TRUE(control_.PowerControl(false));
+  EXPECT_THAT(driver.Read(8), ElementsAre(2, 2, 3, 0x45, /**/ 2, 2, 3, 0x46));
+  coex_device::CoexDevice::Get().DeviceClose();
+}
+
+TEST_F(HwControlTest, PowerFailureIsReported) {
+  root_.Write("/sys/class/rfkill/rfkill0/type", "bluetooth");
+  EXPECT_FALSE(control_.PowerControl(true));
+  EXPECT_TRUE(log_.Has("PowerControl: Unable to open rfkill state {/sys/class/rfkill/rfkill0/state}: No such file"));
+  EXPECT_TRUE(log_.Has("error_code: (145), error_info: Unable to open rfkill state"));
+  log_.Clear();
+
+  std::filesystem::create_symlink("/dev/full", root_.Below("/sys/class/rfkill/rfkill0/state"));
+  EXPECT_FALSE(control_.PowerControl(true));
+  EXPECT_TRUE(log_.Has("PowerControl: Failed to change rfkill state: No space left on device (28)"));
+  EXPECT_TRUE(log_.Has("BtRegOnCoordinate: enabling=1, after=1"));  // said whether or not it worked
+  EXPECT_TRUE(log_.Has("error_code: (145), error_info: Cannot write power control data"));
+  log_.Clear();
+
+  // A FIFO that nobody holds open is an error, not a wait.
+  std::filesystem::remove(root_.Below("/sys/class/rfkill/rfkill0/state"));
+  ASSERT_EQ(mkfifo(root_.Below("/sys/class/rfkill/rfkill0/state").c_str(), 0600), 0);
+  EXPECT_FALSE(control_.PowerControl(true));
+  EXPECT_TRUE(log_.Has("No such device or address (6)"));
+}
+
+TEST_F(HwControlTest, PowerFailureWithoutAClientEndsTheProcessQuietly) {
+  root_.Write("/sys/class/rfkill/rfkill0/type", "bluetooth");
+  os::SetKillSelfForTest(nullptr);
+  EXPECT_EXIT(control_.PowerControl(true), ::testing::KilledBySignal(SIGKILL), "");
+}
+
+// The serial type comes from the shim, which takes it from the configuration.
+class UserialTest : public HwControlTest {
+ protected:
+  ~UserialTest() override { control_.UserialClose(); }
+
+  // Opens through the shim, there being no power switch here.
+  bool Open(uint32_t type, const std::string& port) {
+    std::error_code ignored;
+    std::filesystem::create_symlink(port, root_.Below("/dev/ttyTest"), ignored);
+    conf::Config::GetInstance().userial_type = type;
+    conf::Config::GetInstance().uart_port = "/dev/ttyTest";
+    return hci::shim::InitializeController();
+  }
+
+  termios Attributes() const {
+    termios attributes{};
+    tcgetattr(line_.controller(), &attributes);
+    return attributes;
+  }
+
+  bthal::test::Pty line_;
+};
+
+TEST_F(UserialTest, EveryTtyStartsRawAt115200WithFlowControl) {
+  termios before = Attributes();
+  before.c_lflag |= ICANON | ECHO;
+  cfsetspeed(&before, B9600);
+  tcsetattr(line_.controller(), TCSANOW, &before);
+  line_.Write({0x04, 0xFF, 0x00});  // of an earlier life: flushed
+
+  ASSERT_TRUE(Open(hci::shim::kUserialApm, line_.host_path()));
+  const termios after = Attributes();
+  EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B115200));
+  EXPECT_EQ(cfgetispeed(&after), static_cast<speed_t>(B115200));
+  EXPECT_NE(after.c_cflag & CRTSCTS, 0u);
+  EXPECT_EQ(after.c_lflag & (ICANON | ECHO | ISIG), 0u);
+  const int fd = control_.userial_fd();
+  ASSERT_GE(fd, 0);
+  EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+  pollfd readable{fd, POLLIN, 0};
+  EXPECT_EQ(poll(&readable, 1, 0), 0);
+  EXPECT_TRUE(log_.Has("userial_tty_open: open /dev/ttyTest"));
+  EXPECT_TRUE(log_.Has("UserialOpen: USERIAL (1) Ready"));
+
+  control_.BaudrateChange(UartBaudRate::kUartBaudRate4000000);
+  const termios fast = Attributes();
+  EXPECT_EQ(cfgetospeed(&fast), static_cast<speed_t>(B4000000));
+  EXPECT_NE(fast.c_cflag & CRTSCTS, 0u);
+  control_.BaudrateChange(UartBaudRate::kUartBaudRate6000000);
+  const termios refused = Attributes();
+  EXPECT_EQ(cfgetospeed(&refused), static_cast<speed_t>(B4000000));
+  EXPECT_TRUE(log_.Has("BaudrateChange: Baud rate (6000000) unsupported"));
+  control_.BaudrateChange(UartBaudRate::kUartBaudRate3000000);
+  const termios slower = Attributes();
+  EXPECT_EQ(cfgetispeed(&slower), static_cast<speed_t>(B3000000));
+
+  control_.UserialClose();
+  control_.UserialClose();
+  EXPECT_EQ(control_.userial_fd(), -1);
+  EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+}
+
+TEST_F(UserialTest, OpeningAgainLeavesNoDescriptorBehind) {
+  ASSERT_TRUE(Open(hci::shim::kUserialApm, line_.host_path()));
+  const size_t open_before = OpenDescriptors();
+  ASSERT_TRUE(control_.UserialOpen());
+  EXPECT_EQ(OpenDescriptors(), open_before);
+}
+
+TEST_F(UserialTest, PortThatCannotBeOpenedIsReported) {
+  EXPECT_FALSE(Open(hci::shim::kUserialApm, root_.path()));  // a folder
+  EXPECT_TRUE(log_.Has("userial_tty_open: Can't open Bluetooth UART port: Is a directory (21)"));
+  EXPECT_TRUE(log_.Has("error_code: (144), error_info: Host Open Port Error"));
+  EXPECT_EQ(control_.userial_fd(), -1);
+}
+
+TEST_F(UserialTest, OtherTypesAreTheKernelsUserChannel) {
+  constexpr uint32_t kUserChannel = 5;
+  // Few machines that run this have a free controller; those that have one open it.
+  if (Open(kUserChannel, line_.host_path())) {
+    EXPECT_GE(control_.userial_fd(), 0);
+    EXPECT_TRUE(log_.Has("UserialOpen: USERIAL (5) Ready"));
+  } else {
+    EXPECT_EQ(log_.Count("userial_socket_open: Can't create Bluetooth HCI socket: ") +
+                  log_.Count("userial_socket_open: HCI User Channel Error: "),
+              1u);
+    EXPECT_TRUE(log_.Has("error_code: (144), error_info: Host Open Port Error"));
+  }
+  EXPECT_FALSE(log_.Has("userial_tty_open"));
+}
+
+TEST_F(HwControlTest, WakeLineFollowsSetupSuspendWakeAndTeardown) {
+  EXPECT_TRUE(control_.LpmSuspend());
+  EXPECT_TRUE(control_.LpmWakeUp());
+
+  Node lpm(root_, kLpm), wake(root_, kBtWrite);
+  ASSERT_TRUE(control_.LpmSetup());
+  EXPECT_TRUE(control_.IsLpmRunning());
+  EXPECT_EQ(lpm.Take(), "1");
+  EXPECT_EQ(wake.Take(), "1");
+  EXPECT_TRUE(control_.LpmSuspend());
+  EXPECT_EQ(wake.Take(), "0");
+  EXPECT_TRUE(control_.LpmWakeUp());
+  EXPECT_EQ(wake.Take(), "1");
+  control_.LpmTeardown();
+  EXPECT_FALSE(control_.IsLpmRunning());
+  EXPECT_EQ(lpm.Take(), "0");
+  EXPECT_EQ(wake.Take(), "");
+
+  ASSERT_TRUE(control_.LpmSetup());
+  wake.CloseReader();
+  EXPECT_FALSE(control_.LpmSuspend());
+  EXPECT_TRUE(log_.Has("LpmSuspend: Unable to suspend LPM:Broken pipe (32)"));
+  EXPECT_FALSE(control_.LpmWakeUp());
+  EXPECT_TRUE(log_.Has("LpmWakeUp: Unable to wake up LPM:Broken pipe (32)"));
+  control_.LpmTeardown();
+}
+
+TEST_F(HwControlTest, FailedLpmSetupLeavesItTornDown) {
+  const size_t open_before = OpenDescriptors();
+  EXPECT_FALSE(control_.LpmSetup());
+  EXPECT_TRUE(log_.Has("LpmSetup: Unable to open LPM control port (/proc/bluetooth/sleep/btwrite): No such file"));
+
+  root_.Write(kBtWrite, "");
+  EXPECT_FALSE(control_.LpmSetup());
+  EXPECT_TRUE(log_.Has("LpmSetup: Unable to open LPM driver (/proc/bluetooth/sleep/lpm): No such file"));
+
+  std::filesystem::create_symlink("/dev/full", root_.Below(kLpm));
+  EXPECT_FALSE(control_.LpmSetup());
+  EXPECT_TRUE(log_.Has("LpmSetup: Unable to enable LPM driver (/proc/bluetooth/sleep/lpm): No space left"));
+  EXPECT_TRUE(log_.Has("LpmTeardown: Unable to disable LPM driver"));
+
+  std::filesystem::remove(root_.Below(kLpm));
+  std::filesystem::remove(root_.Below(kBtWrite));
+  root_.Write(kLpm, "");
+  std::filesystem::create_symlink("/dev/full", root_.Below(kBtWrite));
+  EXPECT_FALSE(control_.LpmSetup());
+  EXPECT_TRUE(log_.Has("LpmSetup: Unable to wake up LPM:No space left on device (28)"));
+  EXPECT_EQ(root_.Read(kLpm), "0");
+
+  EXPECT_FALSE(control_.IsLpmRunning());
+  EXPECT_EQ(OpenDescriptors(), open_before);
+}
+
+TEST_F(HwControlTest, SkipSuspendKeepsItsDescriptor) {
+  EXPECT_FALSE(control_.UartSkipSuspend(true));
+  EXPECT_TRUE(log_.Has("UartSkipSuspend: Unable to open UartCtrl port (" + std::string(kUartDebug) + "): No such"));
+  Node node(root_, kUartDebug);
+  const size_t open_before = OpenDescriptors();
+  EXPECT_TRUE(control_.UartSkipSuspend(true));
+  EXPECT_TRUE(control_.UartSkipSuspend(false));
+  EXPECT_EQ(node.Take(), "89");
+  EXPECT_EQ(OpenDescriptors(), open_before + 2);
+}
+
+TEST_F(HwControlTest, BatteryLevelIsTheTextOfItsNode) {
+  std::string level = "as it was";
+  EXPECT_FALSE(control_.GetBatteryPercentage(level));
+  EXPECT_TRUE(log_.Has("GetBatteryPercentage: Unable to open Bttery Percentage device node (" + std::string(kCapacity) +
+                       "): No such file or directory (2)"));
+  root_.Write(kCapacity, "");
+  EXPECT_FALSE(control_.GetBatteryPercentage(level));
+  EXPECT_EQ(level, "as it was");
+  root_.Write(kCapacity, "100\n");
+  EXPECT_TRUE(control_.GetBatteryPercentage(level));
+  EXPECT_EQ(level, "100");
+  root_.Write(kCapacity, "5\n");
+  EXPECT_TRUE(control_.GetBatteryPercentage(level));
+  EXPECT_EQ(level, "5");
+}
+
+TEST_F(HwControlTest, DebugDumpIsOneWrite) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);  // keeps the writes apart
+  const unique_fd reader(ends[0]), writer(ends[1]);
+  const std::string ruler(45, '=');
+  char text[512];
+  const auto dump = [&](const std::string& path) {
+    control_.GetFsDebugDump(writer.get(), path);
+    return std::string(text, static_cast<size_t>(read(reader.get(), text, sizeof(text))));
+  };
+  root_.Write("/dev/logbuffer_tty16", "line 1\nline 2");
+  EXPECT_EQ(dump("/dev/logbuffer_tty16"), ruler + "\nDebugfs:/dev/logbuffer_tty16\n" + ruler + "\nline 1\nline 2\n\n");
+  EXPECT_EQ(dump("/dev/none"), ruler + "\nDebugfs:/dev/none\n" + ruler + "\nFail to read debugfs: /dev/none\n\n");
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth::hwcontrol

@@ -1,0 +1,376 @@
+#include "hci_flow_control/hci_flow_control.h"
+
+#include <android-base/logging.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "os/kill_self.h"
+#include "shim/shim.h"
+#include "support/log_capture.h"
+#include "support/pty.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace android::hardware::bluetooth::hci {
+namespace {
+
+using ::bthal::test::LogCapture;
+using ::bthal::test::Pty;
+using ::bthal::test::TempRoot;
+using ::bthal::test::WaitFor;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Bytes = std::vector<uint8_t>;
+
+const Bytes kReset = {0x03, 0x0C, 0x00};
+const Bytes kReadVersion = {0x01, 0x10, 0x00};
+const Bytes kReadAddress = {0x09, 0x10, 0x00};
+const Bytes kResetComplete = {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
+const Bytes kReadVersionComplete = {0x0E, 0x04, 0x01, 0x01, 0x10, 0x00};
+const Bytes kCreditsOnly = {0x0E, 0x03, 0x01, 0x00, 0x00};  // Command Complete that answers no command
+
+Bytes H4(uint8_t type, const Bytes& packet) {
+  Bytes bytes = {type};
+  bytes.insert(bytes.end(), packet.begin(), packet.end());
+  return bytes;
+}
+
+// Registered as long as it lives.
+class Watcher : public HciEventWatcher {
+ public:
+  Watcher(std::shared_ptr<HciFlowControl> flow, std::string name, uint8_t code, uint16_t opcode, bool claims)
+      : HciEventWatcher(std::move(name), code, opcode), claims_(claims), flow_(std::move(flow)) {
+    flow_->RegisterEventWatcher(this);
+  }
+  ~Watcher() override { flow_->UnregisterEventWatcher(this); }
+
+  bool OnEventReceive(const HciPacket& event) override {
+    seen.push_back(event);
+    return claims_;
+  }
+  void OnHalt() override { ++halts; }
+
+  std::vector<Bytes> seen;
+  int halts = 0;
+
+ private:
+  const bool claims_;
+  const std::shared_ptr<HciFlowControl> flow_;
+};
+
+// The real transport: shim, H4 and receive thread over a pseudo-terminal, with the test as controller.
+class HciFlowControlTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(symlink(uart_.host_path().c_str(), root_.Below("/dev/ttySAC16").c_str()), 0);
+    Open();
+  }
+  void TearDown() override {
+    flow_.reset();
+    shim::Deinitialize();
+  }
+
+  void Open() {
+    const auto other = [this](const HciPacket& packet) { Note(others_, packet); };
+    const auto event = [this](const HciPacket& packet) {
+      Note(events_, packet);
+      if (on_event_) on_event_(packet);
+    };
+    HciFlowControl* const flow = shim::InitializeHciHandle(event, other, other, other, nullptr);
+    ASSERT_NE(flow, nullptr);
+    flow_ = flow->shared_from_this();
+    log_.Clear();
+  }
+
+  static void Note(std::vector<Bytes>& list, const HciPacket& packet) {
+    const std::lock_guard lock(mutex_);
+    list.push_back(packet);
+  }
+
+  size_t Send(const Bytes& command) { return flow_->Send(0x01, command.data(), command.size()); }
+
+  // Delivers an event as the receive thread does, and returns after all that it sets off.
+  void Receive(const Bytes& event) {
+    flow_->OnHciEventReady(HciPacket(event), [this](const HciPacket& packet) { Note(events_, packet); });
+  }
+
+  std::vector<Bytes> Events() {
+    const std::lock_guard lock(mutex_);
+    return events_;
+  }
+
+  // What the host has put on the wire. Nothing but `expected` may have come.
+  void ExpectOnWire(const Bytes& expected) {
+    // A packet past the queue tells that all before it has arrived.
+    const Bytes mark = {0x99, 0x00, 0x00};
+    flow_->SendNoAck(0x03, mark.data(), mark.size());
+    Bytes all = expected;
+    const Bytes marked = H4(0x03, mark);
+    all.insert(all.end(), marked.begin(), marked.end());
+    EXPECT_EQ(uart_.Read(all.size()), all);
+  }
+
+  static inline std::mutex mutex_;
+  TempRoot root_;
+  LogCapture log_;
+  Pty uart_;
+  std::vector<Bytes> events_;
+  std::vector<Bytes> others_;
+  HciPacketCallback on_event_;
+  std::shared_ptr<HciFlowControl> flow_;
+};
+
+TEST_F(HciFlowControlTest, OneCommandIsOutstandingAtATime) {
+  EXPECT_EQ(Send(kReset), 4u) << "what the transport wrote, with the type";
+  EXPECT_EQ(Send(kReadVersion), 3u) << "queued";
+  EXPECT_EQ(Send(kReadAddress), 3u);
+  EXPECT_TRUE(log_.Has("Send: HCI CMD Frame <[3]{9, 16, 0}> enqueued"));
+  ExpectOnWire(H4(1, kReset));
+  Receive(kResetComplete);
+  ExpectOnWire(H4(1, kReadVersion));
+  Receive(kReadVersionComplete);
+  ExpectOnWire(H4(1, kReadAddress));
+  EXPECT_TRUE(log_.Has("HciEventPostProcess: HCI CMD Frame <[3]{3, 12, 0}> finished"));
+  EXPECT_TRUE(log_.Has("HciEventPostProcess: HCI CMD Frame <[3]{1, 16, 0}> dequeued"));
+  EXPECT_TRUE(log_.Has("HciEventPostProcess: HCI Event 0xe Opcode 0xc03 credits 1 <[6]{14, 4, 1, 3, 12, 0}>"));
+}
+
+TEST_F(HciFlowControlTest, WithoutCreditsTheNextCommandWaitsForAnyThatGrantsThem) {
+  Send(kReset);
+  Send(kReadVersion);
+  Receive({0x0F, 0x04, 0x00, 0x00, 0x03, 0x0C});  // Command Status, no credits
+  ExpectOnWire(H4(1, kReset));
+  Receive({0xFF, 0x02, 0x01, 0x01});  // grants nothing
+  Receive({0x0E, 0x03, 0x00, 0x00, 0x00});
+  ExpectOnWire({});
+  Receive(kCreditsOnly);
+  ExpectOnWire(H4(1, kReadVersion));
+  Receive({0x19, 0x03, 0x01, 0x10, 0x00});  // Loopback Command: an answer and a credit
+  Send(kReadAddress);
+  ExpectOnWire(H4(1, kReadAddress));
+}
+
+TEST_F(HciFlowControlTest, AnswersToOtherCommandsReleaseNothing) {
+  Send(kReset);
+  Send(kReadAddress);
+  ExpectOnWire(H4(1, kReset));
+  Receive(kReadVersionComplete);
+  EXPECT_TRUE(
+      log_.Has("HciEventPostProcess: HCI CMD Frame and Event not matched <[3]{3, 12, 0}> "
+               "<[6]{14, 4, 1, 1, 16, 0}>"));
+  log_.Clear();
+  Receive(kCreditsOnly);
+  Receive({0x10, 0x01, 0x42});
+  EXPECT_FALSE(log_.Has("not matched")) << "an event that answers no command is no mismatch";
+  ExpectOnWire({});
+  flow_->DropPendingCommands();
+  EXPECT_EQ(Send(kReadVersion), 4u) << "nothing is outstanding any more";
+  ExpectOnWire(H4(1, kReadVersion));
+}
+
+TEST_F(HciFlowControlTest, DataAndUnacknowledgedCommandsPassTheQueue) {
+  Send(kReset);
+  Send(kReadVersion);
+  const Bytes acl = {0x40, 0x20, 0x01, 0x00, 0x77};
+  EXPECT_EQ(flow_->Send(0x02, acl.data(), acl.size()), 6u);
+  EXPECT_EQ(flow_->SendNoAck(0x01, kReadAddress.data(), kReadAddress.size()), 4u);
+  Bytes wire = H4(1, kReset);
+  for (const Bytes& more : {H4(2, acl), H4(1, kReadAddress)}) wire.insert(wire.end(), more.begin(), more.end());
+  ExpectOnWire(wire);
+}
+
+TEST_F(HciFlowControlTest, WatchersSeeWhatTheyAskedForAndClaimed) {
+  Watcher reset(flow_, "reset", 0x0E, 0x0C03, true);
+  Watcher any(flow_, "any", 0x0E, 0, false);
+  Watcher vendor(flow_, "vendor", 0xFF, 0x0C03, false);  // an opcode says nothing here
+  Watcher status(flow_, "status", 0x0F, 0x0C03, true);
+  flow_->RegisterEventWatcher(&any);  // a second time
+  const Bytes vendor_event = {0xFF, 0x01, 0x58};
+  const Bytes other_status = {0x0F, 0x04, 0x00, 0x01, 0x01, 0x10};
+  for (const Bytes& event : {kResetComplete, kReadVersionComplete, vendor_event, other_status}) Receive(event);
+  EXPECT_THAT(any.seen, ElementsAre(kResetComplete, kReadVersionComplete)) << "once each, also when claimed";
+  EXPECT_THAT(reset.seen, ElementsAre(kResetComplete));
+  EXPECT_THAT(vendor.seen, ElementsAre(vendor_event));
+  EXPECT_THAT(status.seen, IsEmpty());
+  EXPECT_THAT(Events(), ElementsAre(kReadVersionComplete, vendor_event, other_status));
+  EXPECT_TRUE(log_.Has("HciEventPreProcess: HCI Event 0xe Opcode 0xc03 Length 6 handled by reset"));
+  EXPECT_TRUE(log_.Has("HciEventPreProcess: HCI Event 0xe Opcode 0xc03 Length 6 unhandled by any"));
+  EXPECT_TRUE(log_.Has("HciEventPreProcess: HCI Event 0xe Opcode 0xc03 handled <[6]{14, 4, 1, 3, 12, 0}>"));
+  EXPECT_TRUE(log_.Has("OnHciEventReady: HCI Event <[6]{14, 4, 1, 3, 12, 0}> handled"));
+
+  flow_->UnregisterEventWatcher(&reset);
+  Receive(kResetComplete);
+  EXPECT_EQ(Events().back(), kResetComplete);
+}
+
+TEST_F(HciFlowControlTest, AClaimedAnswerReleasesTheNextCommandToo) {
+  Watcher reset(flow_, "reset", 0x0E, 0x0C03, true);
+  Send(kReset);
+  Send(kReadVersion);
+  Receive(kResetComplete);
+  EXPECT_THAT(Events(), IsEmpty());
+  Bytes wire = H4(1, kReset);
+  const Bytes next = H4(1, kReadVersion);
+  wire.insert(wire.end(), next.begin(), next.end());
+  ExpectOnWire(wire);
+}
+
+TEST_F(HciFlowControlTest, MalformedEventsAreReported) {
+  os::SetKillSelfForTest([] {});
+  Watcher any(flow_, "any", 0x0E, 0, false);
+  Send(kReset);
+  for (const Bytes& event :
+       {Bytes{}, Bytes{0x0E}, Bytes{0x0E, 0x05, 0x01, 0x03, 0x0C, 0x00}, Bytes{0x0E, 0x03, 1, 3, 12, 0}}) {
+    Receive(event);
+  }
+  EXPECT_THAT(any.seen, IsEmpty());
+  EXPECT_THAT(Events(), IsEmpty());
+  EXPECT_TRUE(log_.Has("Invalid / un-reassembled HCI event: [6]{14, 5, 1, 3, 12, 0}"));
+}
+
+TEST_F(HciFlowControlTest, AnEventTooShortForItsOpcodeAnswersNoCommand) {
+  os::SetKillSelfForTest([] {});
+  Watcher any(flow_, "any", 0x0E, 0, false);
+  Watcher reset(flow_, "reset", 0x0E, 0x0C03, false);
+  Send(kReset);
+  Send(kReadVersion);
+  const Bytes cut = {0x0E, 0x02, 0x01, 0x03};
+  Receive(cut);
+  EXPECT_TRUE(log_.Has("Invalid HCI event: [4]{14, 2, 1, 3}"));
+  EXPECT_THAT(any.seen, ElementsAre(cut));
+  EXPECT_THAT(reset.seen, IsEmpty());
+  EXPECT_THAT(Events(), ElementsAre(cut));
+  ExpectOnWire(H4(1, kReset));
+}
+
+TEST_F(HciFlowControlTest, HaltRefusesAllButTheStacksEvents) {
+  Watcher watcher(flow_, "watcher", 0x0E, 0, true);
+  HciFlowControl::Halt();
+  HciFlowControl::Halt();
+  EXPECT_EQ(watcher.halts, 1);
+  EXPECT_EQ(Send(kReset), 0u);
+  EXPECT_EQ(flow_->SendNoAck(0x01, kReset.data(), kReset.size()), 0u);
+  EXPECT_EQ(flow_->SendBatch(kReset.data(), kReset.size()), 0u);
+  flow_->RegisterEventWatcher(&watcher);
+  flow_->UnregisterEventWatcher(&watcher);
+  Receive(kResetComplete);
+  EXPECT_THAT(watcher.seen, IsEmpty());
+  EXPECT_THAT(Events(), ElementsAre(kResetComplete));
+  for (const char* operation : {"Send", "SendNoAck", "SendBatch", "Halt", "RegisterEventWatcher",
+                                "UnregisterEventWatcher", "HciEventPreProcess", "HciEventPostProcess"}) {
+    const auto lines = log_.Lines();
+    const std::string text = std::string(operation) + ": called after being halted!";
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [&](const auto& line) { return line.text == text && line.severity == 'W'; }),
+              1)
+        << operation;
+  }
+
+  // The next transport works; whoever still holds the old one finds it halted.
+  const std::shared_ptr<HciFlowControl> old = flow_;
+  shim::Deinitialize();
+  Open();
+  EXPECT_EQ(Send(kReset), 4u);
+  EXPECT_EQ(old->Send(0x01, kReadVersion.data(), kReadVersion.size()), 0u);
+  ExpectOnWire(H4(1, kReset));
+}
+
+TEST_F(HciFlowControlTest, TheLastUserOfAnOldTransportLeavesTheNewOneAlone) {
+  std::shared_ptr<HciFlowControl> old = std::move(flow_);
+  shim::Deinitialize();
+  Open();
+  old.reset();
+  uart_.Write(H4(0x04, kResetComplete));
+  EXPECT_TRUE(WaitFor([&] { return Events().size() == 1; }));
+  Send(kReset);
+  ExpectOnWire(H4(1, kReset));
+}
+
+TEST_F(HciFlowControlTest, BatchesGoPacketByPacketWhereTheTransportTakesNone) {
+  Bytes batch = H4(1, {0x18, 0xFC, 0x02, 0xAA, 0xBB});
+  const Bytes second = H4(1, kReset);
+  batch.insert(batch.end(), second.begin(), second.end());
+  EXPECT_EQ(flow_->SendBatch(batch.data(), batch.size()), batch.size());
+  ExpectOnWire(batch);
+  EXPECT_EQ(flow_->SendBatch(batch.data(), batch.size()), batch.size());
+  ExpectOnWire(batch);
+  EXPECT_EQ(log_.Count("SendBatch unsupported without AOC passthrough"), 1u) << "asked once";
+  EXPECT_EQ(flow_->SendBatch(batch.data(), 0), 0u);
+  // Cut anywhere, only the packets that are whole go out.
+  for (size_t cut = 1; cut < batch.size(); ++cut) {
+    const Bytes head(batch.begin(), batch.begin() + cut);
+    const size_t whole = cut < 6 ? 0 : 6;
+    EXPECT_EQ(flow_->SendBatch(head.data(), head.size()), whole);
+    ExpectOnWire({batch.begin(), batch.begin() + whole});
+  }
+  EXPECT_TRUE(log_.Has("SendBatch: packet of 6 bytes at offset 0 does not fit into the batch of 5 bytes"));
+}
+
+TEST_F(HciFlowControlTest, TheStackMaySendFromInsideItsEvent) {
+  shim::Deinitialize();
+  on_event_ = [this](const HciPacket&) { Send(kReset); };
+  Open();
+  uart_.Write(H4(0x04, kCreditsOnly));
+  EXPECT_EQ(uart_.Read(4), H4(1, kReset));
+  uart_.Write(H4(0x02, {0x40, 0x20, 0x01, 0x00, 0x77}));
+  EXPECT_TRUE(WaitFor([&] { return (std::lock_guard(mutex_), others_.size() == 1); }));
+}
+
+// Whatever is thrown at it from several threads: the controller never has two commands, and nothing is lost or changes
+// its order within a thread. Each command carries thread and number.
+TEST_F(HciFlowControlTest, ManySendersOneOutstanding) {
+  constexpr int kSenders = 4;
+  constexpr int kCommands = 300;
+  const auto command = [](int sender, int number) {
+    return Bytes{static_cast<uint8_t>(sender), 0xFC, 0x02, static_cast<uint8_t>(number),
+                 static_cast<uint8_t>(number >> 8)};
+  };
+  std::vector<std::thread> senders;
+  for (int sender = 0; sender < kSenders; ++sender) {
+    senders.emplace_back([&, sender] {
+      const Bytes acl = {static_cast<uint8_t>(sender), 0x00, 0x01, 0x00, 0x55};
+      for (int number = 0; number < kCommands; ++number) {
+        Send(command(sender, number));
+        flow_->Send(0x02, acl.data(), acl.size());
+      }
+    });
+  }
+  int next[kSenders] = {};
+  int data = 0;
+  bool outstanding = false;
+  const auto answer = [&](uint8_t sender) {
+    uart_.Write({0x04, 0x0E, 0x04, 0x01, sender, 0xFC, 0x00});
+    outstanding = false;
+  };
+  uint8_t unanswered = 0;
+  for (int i = 0; i < 2 * kSenders * kCommands; ++i) {
+    const Bytes packet = uart_.Read(6);
+    ASSERT_EQ(packet.size(), 6u);
+    if (packet[0] == 0x02) {
+      ++data;
+    } else {
+      ASSERT_EQ(packet[0], 0x01);
+      ASSERT_FALSE(outstanding);
+      ASSERT_EQ(packet, H4(1, command(packet[1], next[packet[1]]++)));
+      outstanding = true;
+      unanswered = packet[1];
+    }
+    // With every second packet, so that data gets between a command and its answer.
+    if (outstanding && (i % 2 == 0 || data == kSenders * kCommands)) answer(unanswered);
+  }
+  for (std::thread& sender : senders) sender.join();
+  EXPECT_THAT(next, ::testing::Each(kCommands));
+  EXPECT_EQ(data, kSenders * kCommands);
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth::hci

@@ -1,0 +1,308 @@
+#include "shim/shim.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <android-base/properties.h>
+
+#include "conf/conf.h"
+#include "hci_flow_control/hci_flow_control.h"
+#include "os/kill_self.h"
+#include "support/log_capture.h"
+#include "support/pty.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace android::hardware::bluetooth::hci::shim {
+namespace {
+
+using ::android::base::GetProperty;
+using ::android::base::SetProperty;
+using ::bthal::test::WaitFor;
+using conf::Config;
+using ::testing::ElementsAreArray;
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint8_t kCommand = static_cast<uint8_t>(HciPacketType::kCommand);
+constexpr uint8_t kAcl = static_cast<uint8_t>(HciPacketType::kAclData);
+constexpr char kOverride[] = "persist.vendor.bluetooth.uart_path_override";
+constexpr char kSocRevision[] = "ro.boot.hw.soc.rev";
+constexpr char kPowerState[] = "/sys/class/rfkill/rfkill0/state";
+
+const Bytes kReset = {0x03, 0x0C, 0x00};
+const Bytes kResetOnWire = {0x01, 0x03, 0x0C, 0x00};
+const Bytes kResetDone = {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};  // Command Complete: one credit, success
+const Bytes kResetDoneOnWire = {0x04, 0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
+
+class ShimTest : public ::testing::Test {
+ protected:
+  ShimTest() {
+    signal(SIGPIPE, SIG_IGN);
+    os::SetKillSelfForTest([] {});
+    root_.Write("/sys/class/rfkill/rfkill0/type", "bluetooth\n");
+    root_.Write(kPowerState, "x");
+    UseLine(line_);
+    Config::GetInstance().uart_port = "/dev/ttyTest";
+  }
+  ~ShimTest() override {
+    Deinitialize();
+    os::SetKillSelfForTest(nullptr);
+  }
+
+  void UseLine(const bthal::test::Pty& line) {
+    const std::string port = root_.Below("/dev/ttyTest");
+    std::filesystem::remove(port);
+    std::filesystem::create_symlink(line.host_path(), port);
+  }
+
+  HciFlowControl* Initialize(HciPacketCallback on_event = [](const HciPacket&) {}) {
+    return InitializeHciHandle(
+        [this, on_event](const HciPacket& event) {
+          {
+            const std::lock_guard lock(mutex_);
+            events_.emplace_back(event.begin(), event.end());
+          }
+          on_event(event);
+        },
+        [](const HciPacket&) {}, [](const HciPacket&) {}, [](const HciPacket&) {}, nullptr);
+  }
+
+  std::vector<Bytes> Events() {
+    const std::lock_guard lock(mutex_);
+    return events_;
+  }
+
+  bthal::test::TempRoot root_;
+  bthal::test::LogCapture log_;
+  bthal::test::Pty line_;
+  std::mutex mutex_;
+  std::vector<Bytes> events_;
+};
+
+TEST_F(ShimTest, PathIsChosenByOverrideThenRevisionThenConfiguration) {
+  Config& config = Config::GetInstance();
+  config.userial_type = kUserialAoc;
+  EXPECT_FALSE(InitializeController());
+  EXPECT_EQ(GetUserialType(), kUserialAoc);
+  EXPECT_TRUE(log_.Has("InitializeController: PrepareUsfTransport failed"));
+
+  config.aoc_power_pin_ctrl_check_enabled = true;
+  EXPECT_TRUE(InitializeController());
+  EXPECT_EQ(GetUserialType(), kUserialApm);
+  EXPECT_TRUE(log_.Has("Use APM path due to HW rev"));
+
+  SetProperty(kOverride, "aoc");
+  EXPECT_FALSE(InitializeController());
+  EXPECT_EQ(GetUserialType(), kUserialAoc);
+  EXPECT_TRUE(log_.Has("WARNING: AOC UART is unstable on this SoC revision"));
+
+  SetProperty(kOverride, "apm");
+  EXPECT_TRUE(InitializeController());
+  EXPECT_EQ(GetUserialType(), kUserialApm);
+
+  config.aoc_power_pin_ctrl_check_enabled = false;
+  SetProperty(kOverride, "AOC");
+  EXPECT_FALSE(InitializeController());
+  EXPECT_EQ(GetUserialType(), kUserialAoc);
+  EXPECT_TRUE(log_.Has("Unexpected setting 'AOC' for persist.vendor.bluetooth.uart_path_override - using default"));
+  // A transport that this build does not have is not a dead one: no lasting fallback.
+  EXPECT_FALSE(IsBtUartFallback());
+}
+
+TEST_F(ShimTest, SensorHubPathRefusesWhatNeedsTheHub) {
+  SetProperty(kOverride, "aoc");
+  SetProperty(kSocRevision, "1");
+  EXPECT_EQ(Initialize(), nullptr);
+  EXPECT_TRUE(IsSerialAocUartPort());
+  EXPECT_EQ(RequiredBaudRate(), UartBaudRate::kUartBaudRate6000000);
+  EXPECT_FALSE(IsUserialReady());
+  EXPECT_FALSE(LpmSetup());
+  EXPECT_TRUE(LpmSuspend());
+  EXPECT_TRUE(LpmWakeUp());
+  EXPECT_EQ(Send(kCommand, kReset.data(), kReset.size(), true), 0u);
+  EXPECT_FALSE(GetTlDebugDump(STDERR_FILENO, "/dev/a", "/dev/b"));
+  SetProperty(kOverride, "apm");
+  EXPECT_TRUE(InitializeController());
+  EXPECT_EQ(RequiredBaudRate(), UartBaudRate::kUartBaudRate4000000);
+}
+
+TEST_F(ShimTest, FallbackIsRememberedAndSnoopModeIsTheWordFull) {
+  EnableBtUartFallback();
+  EXPECT_TRUE(IsBtUartFallback());
+  EXPECT_EQ(GetProperty("persist.bluetooth.disable.accelerate.bt.on", ""), "true");
+  EXPECT_FALSE(IsBtSnoopLogModeOn());
+  SetProperty("persist.bluetooth.btsnooplogmode", "filtered");
+  EXPECT_FALSE(IsBtSnoopLogModeOn());
+  SetProperty("persist.bluetooth.btsnooplogmode", "full");
+  EXPECT_TRUE(IsBtSnoopLogModeOn());
+}
+
+TEST_F(ShimTest, OpensCarriesBothWaysAndCloses) {
+  HciFlowControl* flow = Initialize();
+  ASSERT_NE(flow, nullptr);
+  const HciHandle handle = MakeHandle(flow);
+  EXPECT_TRUE(IsInitialized());
+  EXPECT_EQ(root_.Read(kPowerState), "1");
+  EXPECT_EQ(flow->Send(kCommand, kReset.data(), kReset.size()), 4u);
+  EXPECT_THAT(line_.Read(4), ElementsAreArray(kResetOnWire));
+  line_.Write(kResetDoneOnWire);
+  EXPECT_TRUE(WaitFor([&] { return Events().size() == 1; }));
+  EXPECT_EQ(Events().front(), kResetDone);
+  EXPECT_EQ(SendBatch(kResetOnWire.data(), kResetOnWire.size(), false), 0u);
+  EXPECT_TRUE(log_.Has("SendBatch unsupported without AOC passthrough"));
+
+  Deinitialize();
+  EXPECT_TRUE(handle.expired());
+  EXPECT_FALSE(IsInitialized());
+  EXPECT_FALSE(IsUserialReady());
+  EXPECT_EQ(GetUserialType(), kUserialDeinitialized);
+  EXPECT_EQ(root_.Read(kPowerState), "0");
+  EXPECT_EQ(Send(kCommand, kReset.data(), kReset.size(), true), 0u);
+}
+
+TEST_F(ShimTest, PortThatDoesNotOpenLeavesThePowerOff) {
+  std::filesystem::remove(root_.Below("/dev/ttyTest"));
+  EXPECT_EQ(Initialize(), nullptr);
+  EXPECT_EQ(root_.Read(kPowerState), "0");
+  EXPECT_FALSE(IsInitialized());
+}
+
+TEST_F(ShimTest, PowerCycleUnderALiveHandleForgetsWhatTheOldControllerOwed) {
+  HciFlowControl* flow = Initialize();
+  ASSERT_NE(flow, nullptr);
+  flow->Send(kCommand, kReset.data(), kReset.size());
+  flow->Send(kCommand, kReset.data(), kReset.size());  // waits behind the first
+  ASSERT_THAT(line_.Read(4), ElementsAreArray(kResetOnWire));
+  // An event, and behind it half an answer, which must not spoil the next controller's first.
+  line_.Write({0x04, 0x01, 0x01, 0x00, /**/ 0x04, 0x0E, 0x04, 0x01});
+  ASSERT_TRUE(WaitFor([&] { return Events().size() == 1; }));
+
+  DeinitializeController();
+  EXPECT_FALSE(IsUserialReady());
+  EXPECT_EQ(root_.Read(kPowerState), "0");
+  EXPECT_EQ(flow->Send(kAcl, kReset.data(), kReset.size()), 0u);
+
+  const bthal::test::Pty fresh;
+  UseLine(fresh);
+  ASSERT_TRUE(InitializeController());
+  EXPECT_TRUE(IsInitialized());
+  EXPECT_EQ(flow->Send(kCommand, kReset.data(), kReset.size()), 4u);
+  EXPECT_THAT(fresh.Read(4), ElementsAreArray(kResetOnWire));
+  fresh.Write(kResetDoneOnWire);
+  EXPECT_TRUE(WaitFor([&] { return Events().size() == 2; }));
+  EXPECT_EQ(Events().back(), kResetDone);
+}
+
+TEST_F(ShimTest, TeardownOnTheReceiveThreadLetsItsWalkEnd) {
+  const HciHandle handle = MakeHandle(Initialize([&](const HciPacket&) {
+    if (Events().size() == 1) Deinitialize();
+  }));
+  Bytes two = kResetDoneOnWire;
+  two.insert(two.end(), kResetDoneOnWire.begin(), kResetDoneOnWire.end());
+  line_.Write(two);  // one read brings both: the second is delivered after the teardown
+  EXPECT_TRUE(WaitFor([&] { return Events().size() == 2; }));
+  EXPECT_TRUE(WaitFor([&] { return handle.expired(); }));
+  EXPECT_FALSE(IsUserialReady());
+
+  // And the next transport does not notice.
+  HciFlowControl* next = Initialize();
+  ASSERT_NE(next, nullptr);
+  next->Send(kCommand, kReset.data(), kReset.size());
+  EXPECT_THAT(line_.Read(4), ElementsAreArray(kResetOnWire));
+}
+
+TEST_F(ShimTest, UnknownPacketTypeIsReportedAndClosesTheTransport) {
+  ASSERT_NE(Initialize(), nullptr);
+  line_.Write({0x09, 0xAA});
+  EXPECT_TRUE(WaitFor([] { return GetUserialType() == kUserialDeinitialized; }));
+  EXPECT_TRUE(log_.Has("error_code: (131)"));
+  EXPECT_FALSE(IsInitialized());
+}
+
+TEST_F(ShimTest, LastUserOfAnOldHandleDoesNotDisturbTheNext) {
+  std::shared_ptr<HciFlowControl> old = MakeHandle(Initialize()).lock();
+  ASSERT_NE(old, nullptr);
+  Deinitialize();
+  HciFlowControl* next = Initialize();
+  ASSERT_NE(next, nullptr);
+  old->Send(kAcl, kReset.data(), kReset.size());
+  old.reset();
+  EXPECT_EQ(next->Send(kCommand, kReset.data(), kReset.size()), 4u);
+  EXPECT_THAT(line_.Read(4), ElementsAreArray(kResetOnWire));
+}
+
+TEST_F(ShimTest, ControllerThatTakesNoBytesDoesNotHoldUpTheTeardown) {
+  const HciHandle handle = MakeHandle(Initialize());
+  std::atomic<bool> left{false};
+  std::thread sender([&] {
+    const Bytes big(60000, 0x55);  // far more than the line holds, and nobody reads
+    if (const auto flow = handle.lock()) flow->Send(kAcl, big.data(), big.size());
+    left = true;
+  });
+  EXPECT_TRUE(WaitFor([&] {
+    int arrived = 0;
+    return ioctl(line_.controller(), FIONREAD, &arrived) == 0 && arrived > 1000;
+  }));
+  EXPECT_FALSE(left);
+  Deinitialize();
+  sender.join();
+  EXPECT_TRUE(handle.expired());
+}
+
+TEST_F(ShimTest, SendersTeardownAndRecoveryMayMeet) {
+  std::atomic<bool> stop{false};
+  std::mutex handle_mutex;
+  HciHandle handle;
+  const auto current = [&] {
+    const std::lock_guard lock(handle_mutex);
+    return handle.lock();
+  };
+  std::thread drain([&] {
+    constexpr int kLookAgainMs = 10;
+    char bytes[4096];
+    while (!stop) {
+      pollfd readable{line_.controller(), POLLIN, 0};
+      if (poll(&readable, 1, kLookAgainMs) > 0) (void)!read(line_.controller(), bytes, sizeof(bytes));
+    }
+  });
+  std::vector<std::thread> senders;
+  for (int i = 0; i < 3; ++i) {
+    senders.emplace_back([&] {
+      while (!stop) {
+        if (const auto flow = current()) flow->Send(kAcl, kReset.data(), kReset.size());
+        IsInitialized();
+      }
+    });
+  }
+  constexpr int kRounds = 5;
+  for (int round = 0; round < kRounds; ++round) {
+    HciFlowControl* flow = Initialize();
+    ASSERT_NE(flow, nullptr);
+    {
+      const std::lock_guard lock(handle_mutex);
+      handle = MakeHandle(flow);
+    }
+    line_.Write(kResetDoneOnWire);
+    DeinitializeController();
+    EXPECT_TRUE(InitializeController());
+    line_.Write(kResetDoneOnWire);
+    EXPECT_TRUE(WaitFor([&] { return !Events().empty(); }));
+    Deinitialize();
+  }
+  stop = true;
+  for (std::thread& sender : senders) sender.join();
+  drain.join();
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth::hci::shim

@@ -1,0 +1,324 @@
+#include "thread/thread_dispatcher.h"
+
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <android-base/unique_fd.h>
+
+#include "conf/conf.h"
+#include "os/device_path.h"
+#include "os/kill_self.h"
+#include "shim/shim.h"
+#include "support/log_capture.h"
+#include "support/pty.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace android::hardware::bluetooth::hci {
+namespace {
+
+using ::android::base::unique_fd;
+using ::bthal::test::WaitFor;
+using ::testing::ElementsAre;
+using Bytes = std::vector<uint8_t>;
+
+constexpr int kPatienceMs = 20000;
+
+// The Thread service: a client of the socket at `path`, which may be too long for an address.
+class Client {
+ public:
+  Client(SocketMode mode, const std::string& path) : mode_(mode), fd_(socket(AF_UNIX, static_cast<int>(mode), 0)) {
+    const std::string link = "/tmp/bthal-thread-" + std::to_string(getpid());
+    symlink(path.c_str(), link.c_str());
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    link.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    connected_ = WaitFor([&] {  // the server may still be starting
+      return connect(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    });
+    unlink(link.c_str());
+  }
+
+  bool connected() const { return connected_; }
+  int fd() const { return fd_.get(); }
+
+  void Send(const Bytes& frame) const {
+    if (mode_ == SocketMode::kPacket) return SendRaw(frame);
+    const auto length = static_cast<uint16_t>(frame.size());
+    Bytes framed = {0x40, 0, 0};
+    memcpy(&framed[1], &length, sizeof(length));
+    framed.insert(framed.end(), frame.begin(), frame.end());
+    SendRaw(framed);
+  }
+  void SendRaw(const Bytes& bytes) const {
+    EXPECT_EQ(send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+  }
+  // The next frame; empty at the end of the conversation (or after a long silence).
+  Bytes Receive() const {
+    if (mode_ == SocketMode::kPacket) return ReceiveRaw(65536, 0);
+    const Bytes head = ReceiveRaw(3, MSG_WAITALL);
+    if (head.size() < 3 || head[0] != 0x40) return {};
+    uint16_t length = 0;
+    memcpy(&length, &head[1], sizeof(length));
+    return ReceiveRaw(length, MSG_WAITALL);
+  }
+
+ private:
+  Bytes ReceiveRaw(size_t size, int flags) const {
+    pollfd readable{fd_.get(), POLLIN, 0};
+    Bytes bytes(size);
+    const ssize_t length = poll(&readable, 1, kPatienceMs) == 1 ? recv(fd_.get(), bytes.data(), size, flags) : 0;
+    bytes.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    return bytes;
+  }
+
+  SocketMode mode_;
+  unique_fd fd_;
+  bool connected_ = false;
+};
+
+HciPacket FromController(const Bytes& payload) {
+  Bytes frame = {0x00, 0x00, static_cast<uint8_t>(payload.size()), static_cast<uint8_t>(payload.size() >> 8)};
+  frame.insert(frame.end(), payload.begin(), payload.end());
+  return frame;
+}
+
+size_t CountEntries(const char* folder) {
+  const std::filesystem::directory_iterator entries(folder);
+  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+}
+
+class ThreadDispatcherTest : public ::testing::TestWithParam<SocketMode> {
+ protected:
+  ThreadDispatcherTest() { std::filesystem::create_directories(os::DevicePath("/data/vendor/bluetooth")); }
+  ~ThreadDispatcherTest() override { shim::Deinitialize(); }
+
+  // A flow control over the line.
+  HciFlowControl* OpenTransport() {
+    std::filesystem::create_symlink(line_.host_path(), root_.Below("/dev/ttyTest"));
+    conf::Config::GetInstance().uart_port = "/dev/ttyTest";
+    const auto ignore = [](const HciPacket&) {};
+    return shim::InitializeHciHandle(ignore, ignore, ignore, ignore,
+                                     [this](const HciPacket& frame) { dispatcher_.SendThreadPacket(frame); });
+  }
+
+  static std::string SocketPath() { return os::DevicePath(kThreadDispatcherSocketPath); }
+  static Client Connect(SocketMode mode = SocketMode::kPacket) { return Client(mode, SocketPath()); }
+  bool AcceptedClients(size_t count) {
+    return WaitFor([&] { return log_.Count("Accepted new client successfully.") == count; });
+  }
+
+  bthal::test::TempRoot root_;
+  bthal::test::LogCapture log_;
+  bthal::test::Pty line_;
+  ThreadDispatcher dispatcher_;
+};
+
+TEST_F(ThreadDispatcherTest, FramesGoBothWaysOverH4) {
+  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(OpenTransport()));
+  const Client client = Connect();
+  ASSERT_TRUE(AcceptedClients(1));
+  client.Send({0x80, 0x01, 0x05});  // nearly the reset request
+  EXPECT_THAT(line_.Read(8), ElementsAre(0x70, 0x00, 0x00, 0x03, 0x00, 0x80, 0x01, 0x05));
+  line_.Write({0x70, 0x00, 0x00, 0x03, 0x00, 0xAA, 0xBB, 0xCC});
+  EXPECT_THAT(client.Receive(), ElementsAre(0xAA, 0xBB, 0xCC));
+
+  const Bytes largest(8192, 0x5A);
+  client.Send(largest);
+  const Bytes wire = line_.Read(5 + largest.size());
+  ASSERT_EQ(wire.size(), 5 + largest.size());
+  EXPECT_THAT(Bytes(wire.begin(), wire.begin() + 5), ElementsAre(0x70, 0x00, 0x00, 0x00, 0x20));
+  EXPECT_EQ(Bytes(wire.begin() + 5, wire.end()), largest);
+}
+
+TEST_F(ThreadDispatcherTest, FramesThatContradictTheirLengthAreNamed) {
+  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
+  const Client client = Connect();
+  ASSERT_TRUE(AcceptedClients(1));
+  dispatcher_.SendThreadPacket({0x00, 0x00, 0x05, 0x00, 0xAA, 0xBB, 0xCC});
+  EXPECT_TRUE(log_.Has("ExtractFromVendorPacket: [bthal.thread_dispatcher] Data size does not match with the actual "));
+  EXPECT_TRUE(client.Receive().empty());
+  dispatcher_.SendThreadPacket({0x00, 0x00, 0x00});
+  EXPECT_TRUE(log_.Has("ExtractFromVendorPacket: [bthal.thread_dispatcher] Invalid vendor data format."));
+  dispatcher_.SendThreadPacket({});
+  EXPECT_TRUE(log_.Has("SendThreadPacket: [bthal.thread_dispatcher] Data is empty."));
+}
+
+TEST_F(ThreadDispatcherTest, WithoutTransportClientOrStartFramesAreDroppedWithALine) {
+  dispatcher_.SendThreadPacket(FromController({0x01}));
+  EXPECT_TRUE(log_.Has("SendThreadPacket: [bthal.thread_dispatcher] Dispatcher is not running."));
+  EXPECT_FALSE(dispatcher_.OnBluetoothDisabled());
+  EXPECT_TRUE(log_.Has("OnBluetoothDisabled: [bthal.thread_dispatcher] Thread Dispatcher is off, no need to close."));
+
+  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
+  EXPECT_FALSE(dispatcher_.OnBluetoothEnabled(nullptr));
+  EXPECT_TRUE(log_.Has("OnBluetoothEnabled: [bthal.thread_dispatcher] Thread Dispatcher is started, close first and "));
+  dispatcher_.SendThreadPacket(FromController({0x01}));
+  EXPECT_TRUE(log_.Has("SendThreadPacket: [bthal.thread_dispatcher] Thread HAL is not connected."));
+  const Client client = Connect();
+  client.Send({0x01});
+  EXPECT_TRUE(log_.WaitFor("OnThreadPacketReady: [bthal.thread_dispatcher] Unable to send Thread frames to the contr"));
+}
+
+TEST_F(ThreadDispatcherTest, FirstClientKeepsTheLine) {
+  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(OpenTransport()));
+  const Client first = Connect();
+  ASSERT_TRUE(AcceptedClients(1));
+  const Client second = Connect();
+  EXPECT_TRUE(second.Receive().empty());  // its end
+  EXPECT_TRUE(log_.Has("AcceptClient: [bthal.thread_dispatcher] Already connected with another client."));
+  first.Send({0x42});
+  EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x42));
+}
+
+TEST_F(ThreadDispatcherTest, DeadClientMakesRoomForTheNext) {
+  // The client is a process of its own, forked before there are threads, and is killed once connected.
+  const pid_t pid = fork();
+  if (pid == 0) {
+    const Client client = Connect();
+    client.Send({0x01});
+    pause();
+    _exit(0);
+  }
+  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(OpenTransport()));
+  EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x01));
+  kill(pid, SIGKILL);
+  waitpid(pid, nullptr, 0);
+  EXPECT_TRUE(log_.WaitFor("Server receives from client failed..."));
+  const Client next = Connect();
+  ASSERT_TRUE(AcceptedClients(2));
+  next.Send({0x02});
+  EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x02));
+}
+
+TEST_F(ThreadDispatcherTest, ResetRequestKillsTheProcess) {
+  const pid_t service = fork();
+  if (service == 0) {
+    ThreadDispatcher dispatcher;
+    dispatcher.OnBluetoothEnabled(nullptr);
+    for (;;) pause();
+  }
+  const Client client = Connect();
+  ASSERT_TRUE(client.connected());
+  client.Send({0x80, 0x01, 0x04});
+  int status = 0;
+  ASSERT_EQ(waitpid(service, &status, 0), service);
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGKILL);
+}
+
+TEST_P(ThreadDispatcherTest, ClientThatStopsReadingCostsItsFramesAndNothingElse) {
+  ThreadDispatcher dispatcher(GetParam());
+  ASSERT_TRUE(dispatcher.OnBluetoothEnabled(nullptr));
+  const Client client = Connect(GetParam());
+  ASSERT_TRUE(AcceptedClients(1));
+  constexpr uint16_t kFrames = 3000;
+  const auto frame = [](uint16_t number) {
+    Bytes payload(1000, 0x77);
+    payload[0] = static_cast<uint8_t>(number >> 8);
+    payload[1] = static_cast<uint8_t>(number);
+    return payload;
+  };
+  for (uint16_t i = 0; i < kFrames; ++i) dispatcher.SendThreadPacket(FromController(frame(i)));  // never blocks
+  const uint64_t dropped = dispatcher.DroppedFrames();
+  EXPECT_GT(dropped, 0u);
+  EXPECT_LT(dropped, kFrames);
+  EXPECT_EQ(log_.Count("PrintSocketErr: [bthal.socket_processor] Client connection is close or send buffer is full, "
+                       "dir: 0"),
+            dropped);
+  // What the socket took arrives whole and in order, and the line is good again.
+  for (uint16_t i = 0; i < kFrames - dropped; ++i) ASSERT_EQ(client.Receive(), frame(i)) << i;
+  dispatcher.SendThreadPacket(FromController(frame(kFrames)));
+  EXPECT_EQ(client.Receive(), frame(kFrames));
+}
+
+TEST_P(ThreadDispatcherTest, StartStopAndRestartLeaveNothingBehind) {
+  HciFlowControl* flow = OpenTransport();
+  ThreadDispatcher dispatcher(GetParam());
+  const size_t threads = CountEntries("/proc/self/task"), descriptors = CountEntries("/proc/self/fd");
+  for (size_t round = 1; round <= 3; ++round) {
+    ASSERT_TRUE(dispatcher.OnBluetoothEnabled(flow));
+    const Client client = Connect(GetParam());
+    ASSERT_TRUE(AcceptedClients(round));
+    client.Send({0x07});
+    EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x07));
+    if (GetParam() == SocketMode::kStream) client.SendRaw({0x40, 0x09});  // half a length: must not hold up the stop
+    EXPECT_TRUE(dispatcher.OnBluetoothDisabled());
+    EXPECT_TRUE(client.Receive().empty());
+    EXPECT_FALSE(std::filesystem::exists(SocketPath()));
+  }
+  EXPECT_TRUE(WaitFor([&] { return CountEntries("/proc/self/task") == threads; }));
+  EXPECT_EQ(CountEntries("/proc/self/fd"), descriptors);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, ThreadDispatcherTest, ::testing::Values(SocketMode::kPacket, SocketMode::kStream),
+                         [](const auto& mode) { return mode.param == SocketMode::kPacket ? "Packet" : "Stream"; });
+
+TEST_F(ThreadDispatcherTest, StreamThatLosesItsFramingCostsTheConnection) {
+  ThreadDispatcher dispatcher(SocketMode::kStream);
+  ASSERT_TRUE(dispatcher.OnBluetoothEnabled(OpenTransport()));
+  {
+    const Client client = Connect(SocketMode::kStream);
+    client.SendRaw({0x41});
+    EXPECT_TRUE(client.Receive().empty());
+    EXPECT_TRUE(log_.Has("RecvStream: [bthal.socket_processor] Invalid header type."));
+  }
+  {
+    const Client client = Connect(SocketMode::kStream);
+    client.SendRaw({0x40, 0x00, 0x00});
+    EXPECT_TRUE(client.Receive().empty());
+    EXPECT_TRUE(log_.Has("RecvStream: [bthal.socket_processor] Invalid payload size."));
+  }
+  {
+    const Client client = Connect(SocketMode::kStream);
+    client.SendRaw({0x40, 0x05, 0x00, 0x01});  // leaves in the middle of a frame
+  }
+  EXPECT_TRUE(
+      log_.WaitFor("PrintSocketErr: [bthal.socket_processor] Client connection is close or send buffer is full, "
+                   "dir: 1"));
+  const Client client = Connect(SocketMode::kStream);
+  ASSERT_TRUE(AcceptedClients(4));
+  for (const uint8_t piece : {0x40, 0x02, 0x00, 0x0A, 0x0B}) client.SendRaw({piece});
+  EXPECT_THAT(line_.Read(7), ElementsAre(0x70, 0x00, 0x00, 0x02, 0x00, 0x0A, 0x0B));
+}
+
+TEST_F(ThreadDispatcherTest, SocketFileHasItsModeAndGroupAlsoUnderALongRoot) {
+  const std::string long_root = root_.path() + "/" + std::string(120, 'r');
+  setenv("BTHAL_ROOT", long_root.c_str(), 1);
+  std::filesystem::create_directories(long_root + "/data/vendor/bluetooth");
+  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
+  const Client client = Connect();
+  ASSERT_TRUE(AcceptedClients(1));
+  struct stat status {};
+  ASSERT_EQ(stat(SocketPath().c_str(), &status), 0);
+  EXPECT_TRUE(S_ISSOCK(status.st_mode));
+  EXPECT_EQ(status.st_mode & 0777, 0664u);
+  if (const group* system = getgrnam("system")) {
+    EXPECT_EQ(status.st_gid, system->gr_gid);
+  } else {
+    EXPECT_TRUE(log_.Has("No group \"system\" here"));
+  }
+}
+
+TEST_F(ThreadDispatcherTest, SocketThatCannotBeBoundLeavesADispatcherWithoutClients) {
+  std::filesystem::remove_all(root_.path() + "/data");
+  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
+  EXPECT_TRUE(log_.WaitFor("BindSocket: [bthal.socket_processor] Unable to bind the socket."));
+  EXPECT_TRUE(log_.WaitFor("ThreadDispatcherRoutine: [bthal.thread_dispatcher] Dispatcher is closed."));
+  EXPECT_TRUE(dispatcher_.OnBluetoothDisabled());
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth::hci

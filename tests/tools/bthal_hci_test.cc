@@ -1,0 +1,255 @@
+// bthal as a client of the real service, on the virtual board.
+#include <android-base/properties.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+
+#include "bthal/run/conversation.h"
+#include "bthal/run/process.h"
+#include "sim/board.h"
+#include "support/run_program.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace bthal {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using test::ProgramResult;
+using test::RunProgram;
+using test::WaitFor;
+using ::testing::AllOf;
+using ::testing::ContainsRegex;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsSupersetOf;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+using Bytes = std::vector<uint8_t>;
+using Journal = std::vector<sim::JournalEntry>;
+
+ProgramResult Bthal(std::vector<std::string> arguments, const std::string& input = "") {
+  arguments.insert(arguments.begin(), BTHAL_PROGRAM);
+  return RunProgram(arguments, input);
+}
+
+class OnBoard : public ::testing::Test {
+ protected:
+  // Before the service starts a test may still set properties and write files.
+  void Start(const std::vector<std::string>& faults = {}) {
+    sim::BoardOptions options;
+    options.root = root_.path();
+    options.patch_records = 4;
+    options.faults = faults;
+    board_ = std::make_unique<sim::Board>(options);
+    std::string error;
+    ASSERT_TRUE(board_->Start(&error)) << error;
+    StartService();
+  }
+
+  void StartService() {
+    std::string error;
+    service_ = tool::Child::Spawn({.arguments = {SERVICE_PROGRAM}, .environment = {{"BTHAL_LOG", "error"}}}, &error);
+    ASSERT_TRUE(service_.running()) << error;
+  }
+
+  // A client that has the HAL until HangUp.
+  void TakeHal() {
+    std::string error;
+    ASSERT_TRUE(holder_.Start({.arguments = {BTHAL_PROGRAM, "hci"}, .environment = {}}, &error)) << error;
+    ASSERT_TRUE(holder_.ReadUntil("initialised: SUCCESS", seconds(60)));
+  }
+
+  bool BoardGot(const Bytes& command, uint8_t kind = 0x01) const {
+    return board_->WaitFor(
+        [&](const Journal& journal) {
+          return std::ranges::any_of(journal, [&](const sim::JournalEntry& entry) {
+            return entry.event == sim::WireEvent::kReceived && entry.packet_type == kind && entry.bytes == command;
+          });
+        },
+        seconds(20));
+  }
+
+  test::TempRoot root_;
+  std::unique_ptr<sim::Board> board_;
+  tool::Child service_;
+  std::vector<std::string> held_lines_;
+  tool::Conversation holder_{[this](const std::string& line) { held_lines_.push_back(line); }};
+};
+
+TEST_F(OnBoard, CommandsAndTheirAnswersInWordsAndBytes) {
+  Start();
+  const ProgramResult result = Bthal({"hci", "--no-times", "reset", "expect success", "cmd 09 10 00",
+                                      "expect_bytes 0e 0a .. 09 10 00 33 22 11 cc bb aa", "cmd 99 fc 00",
+                                      "expect unknown command", "le_scan 0.2"});
+  EXPECT_EQ(result.status, 0) << result.error;
+  EXPECT_THAT(result.out, StartsWith("* hal      initialised: SUCCESS\n> command  Reset "));
+  EXPECT_THAT(result.out, HasSubstr("Read BD_ADDR, success, AA:BB:CC:11:22:33"));
+  EXPECT_THAT(result.out, HasSubstr("opcode 0xFC99, unknown command (0x01)"));
+  EXPECT_THAT(result.out, AllOf(HasSubstr("LE Set Scan Enable, on"), HasSubstr("< event    LE Advertising Report: "),
+                                HasSubstr("LE Set Scan Enable, off"), ::testing::EndsWith("* hal      closed\n")));
+}
+
+TEST_F(OnBoard, AScriptFailsAtTheLineThatIsNotAnswered) {
+  Start({"no-answer,opcode=0x1001"});
+  const ProgramResult unexpected = Bthal({"hci", "--script", "-"}, "read_bd_addr\nexpect 11:11:11\nreset\n");
+  EXPECT_EQ(unexpected.status, 1);
+  EXPECT_THAT(unexpected.error, HasSubstr("expected '11:11:11', got 'Command Complete: Read BD_ADDR, success"));
+  EXPECT_THAT(unexpected.out, Not(HasSubstr("Reset")));
+  EXPECT_THAT(unexpected.out, HasSubstr("closed"));
+
+  const ProgramResult nothing = Bthal({"hci", "wait hardware_error 0.05"});
+  EXPECT_EQ(nothing.status, 1);
+  EXPECT_THAT(nothing.error, HasSubstr("no hardware_error within 0.05 s"));
+
+  // Behind an unanswered command no other gets through, so this comes last.
+  root_.Write("/smoke.hci", "reset\n\n# the next one stays unanswered\nread_local_version\n");
+  const ProgramResult silent = Bthal({"hci", "--timeout", "0.3", "--script", root_.path() + "/smoke.hci"});
+  EXPECT_EQ(silent.status, 1);
+  EXPECT_THAT(silent.error, HasSubstr("bthal: no answer to Read Local Version within 0.3 s\n"));
+  EXPECT_THAT(silent.error, HasSubstr("/smoke.hci, line 4: read_local_version"));
+}
+
+TEST_F(OnBoard, TheServiceRefusesHalfACommand) {
+  Start();
+  const ProgramResult result = Bthal({"hci", "cmd 03"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.error, HasSubstr("sendHciCommand: the service refuses: Wrong Command Size!"));
+}
+
+TEST_F(OnBoard, ADeadServiceIsNoticedAndItsSuccessorFound) {
+  Start();
+  TakeHal();
+  service_.Kill();
+  EXPECT_TRUE(holder_.ReadUntil("the service has died", seconds(20)));
+  StartService();
+  holder_.Say("initialize");
+  EXPECT_TRUE(holder_.ReadUntil("initialised: SUCCESS", seconds(60)));
+  holder_.Say("read_bd_addr");
+  EXPECT_TRUE(holder_.ReadUntil("Read BD_ADDR, success", seconds(20)));
+  holder_.HangUp();
+  EXPECT_EQ(holder_.ReadToTheEnd(seconds(20)), 0);
+}
+
+TEST_F(OnBoard, AnInterruptGivesTheHalBack) {
+  Start();
+  TakeHal();
+  kill(holder_.pid(), SIGINT);
+  const std::optional<int> status = holder_.ReadToTheEnd(seconds(20));
+  ASSERT_TRUE(status);
+  EXPECT_EQ(WEXITSTATUS(*status), 128 + SIGINT);
+  EXPECT_THAT(held_lines_.back(), HasSubstr("* hal      closed"));
+}
+
+TEST_F(OnBoard, ReportAndServicesAreThere) {
+  Start();
+  TakeHal();
+  const ProgramResult services = Bthal({"services"});
+  EXPECT_EQ(services.status, 0) << services.out;
+  EXPECT_THAT(services.out, HasSubstr(std::to_string(service_.pid()) + "  android.hardware.bluetooth.IBluetoothHci"));
+  const ProgramResult dump = Bthal({"dump"});
+  EXPECT_EQ(dump.status, 0) << dump.error;
+  EXPECT_THAT(dump.out, AllOf(HasSubstr("QNL188 Virtual Controller"), HasSubstr("Anchors' History")));
+  const ProgramResult chart = RunProgram({BTHAL_PROGRAM, "timeline", "-"}, dump.out);
+  EXPECT_EQ(chart.status, 0) << chart.error;
+  EXPECT_THAT(chart.out, AllOf(ContainsRegex("perform_init +0 "), ContainsRegex("\n  firmware_download +[0-9]+ "),
+                               ContainsRegex("\ninitialize_impl ")));
+  EXPECT_THAT(chart.out, Not(HasSubstr("(")));
+}
+
+TEST_F(OnBoard, ThePacketLogIsFollowedLive) {
+  ASSERT_TRUE(::android::base::SetProperty("ro.build.type", "userdebug"));
+  ASSERT_TRUE(::android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "true"));
+  Start();
+  std::vector<std::string> lines;
+  tool::Conversation snoop([&](const std::string& line) { lines.push_back(line); });
+  std::string error;
+  ASSERT_TRUE(snoop.Start({.arguments = {BTHAL_PROGRAM, "snoop"}, .environment = {}}, &error)) << error;
+  TakeHal();
+  holder_.Say("read_local_name");
+  EXPECT_TRUE(snoop.ReadUntil("< event    Command Complete: Read Local Name, success", seconds(20)));
+  EXPECT_TRUE(std::ranges::any_of(lines, [](const std::string& line) {
+    return line.find("> command  Write BD_ADDR, AA:BB:CC:11:22:33") != std::string::npos;
+  }));
+  kill(snoop.pid(), SIGINT);
+  EXPECT_EQ(snoop.ReadToTheEnd(seconds(20)), 0);
+}
+
+TEST_F(OnBoard, TheExtensionsReachTheController) {
+  Start();
+  ProgramResult off;
+  ASSERT_TRUE(WaitFor([&] {  // until the service has come to publishing
+    off = Bthal({"afh", "--avoid", "0-7"});
+    return off.error.find("is not published") == std::string::npos;
+  }));
+  EXPECT_EQ(off.status, 1);
+  EXPECT_THAT(off.error, HasSubstr("Bluetooth is off"));
+
+  TakeHal();
+  // The extensions are started behind the client's back: ask until they are.
+  ASSERT_TRUE(WaitFor([] { return Bthal({"afh", "--avoid", "0-7"}).status == 0; }));
+  EXPECT_TRUE(BoardGot({0x3F, 0x0C, 0x0A, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}));
+
+  root_.Write("/keys", "mode on\n000102030405060708090a0b0c0d0e0f10111213\n");
+  const ProgramResult finder = Bthal({"finder", root_.path() + "/keys"});
+  EXPECT_EQ(finder.status, 0) << finder.error;
+  EXPECT_EQ(finder.out, "1 key given\npowered-off mode on\n");
+  service_.Signal(SIGTERM);
+  EXPECT_TRUE(BoardGot({0x62, 0xFD, 23,   0x01, 0,    1,    0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06,
+                        0x07, 0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x13}));
+  EXPECT_TRUE(BoardGot({0x62, 0xFD, 9, 0x02, 0x40, 0x06, 0x0A, 0x00, 0x04, 0x00, 0x00, 0x50}));
+  const std::optional<int> status = service_.Wait(seconds(20));
+  ASSERT_TRUE(status);
+  EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGKILL) << tool::ExitWords(*status);
+}
+
+TEST_F(OnBoard, ThreadFramesPass) {
+  root_.Write("/vendor/etc/bluetooth/bt_vendor.conf", "UartPort = /dev/ttySAC16\nThreadDispatcherEnabled = true\n");
+  ASSERT_TRUE(::android::base::SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true"));
+  Start();
+  TakeHal();
+  // The dispatcher opens its socket on a thread of its own.
+  ProgramResult result;
+  ASSERT_TRUE(WaitFor([&] {
+    result = Bthal({"thread", "aa bb", "--wait", "0.2"});
+    return result.status == 0;
+  })) << result.error;
+  EXPECT_THAT(result.out, StartsWith(">     2  AA BB\n"));
+  EXPECT_TRUE(BoardGot({0x00, 0x00, 0x02, 0x00, 0xAA, 0xBB}, 0x70));
+}
+
+TEST_F(OnBoard, TheSupervisorBringsTheServiceBack) {
+  Start();
+  service_.Kill();
+  std::vector<std::string> lines;
+  tool::Conversation supervisor([&](const std::string& line) { lines.push_back(line); });
+  std::string error;
+  ASSERT_TRUE(supervisor.Start({.arguments = {BTHAL_PROGRAM, "supervise"}, .environment = {}}, &error)) << error;
+  ASSERT_TRUE(supervisor.ReadUntil("BTQNL controller is ready", seconds(60)));
+  const std::string started = *std::ranges::find_if(
+      lines, [](const std::string& line) { return line.find("supervise: started ") != std::string::npos; });
+  kill(std::stoi(started.substr(started.rfind(' '))), SIGKILL);
+  EXPECT_TRUE(supervisor.ReadUntil("was killed by SIGKILL", seconds(20)));
+  EXPECT_TRUE(supervisor.ReadUntil("BTQNL controller is ready", seconds(60)));
+  EXPECT_EQ(Bthal({"hci", "read_bd_addr"}).status, 0);
+  // The service's own end after SIGTERM is a SIGKILL to itself, the controller off.
+  kill(supervisor.pid(), SIGTERM);
+  EXPECT_EQ(supervisor.ReadToTheEnd(seconds(20)), 0);
+  EXPECT_THAT(lines, ::testing::Contains(HasSubstr("supervise: ending pid ")));
+  EXPECT_TRUE(board_->WaitFor(
+      [](const Journal& journal) {
+        const auto last = std::find_if(journal.rbegin(), journal.rend(), [](const sim::JournalEntry& entry) {
+          return entry.event == sim::WireEvent::kPowerOn || entry.event == sim::WireEvent::kPowerOff;
+        });
+        return last != journal.rend() && last->event == sim::WireEvent::kPowerOff;
+      },
+      seconds(20)));
+}
+
+}  // namespace
+}  // namespace bthal

@@ -1,0 +1,280 @@
+// What bthal makes of a service's report and of its packet log.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "bthal/show/btsnoop_reader.h"
+#include "bthal/show/record_dump.h"
+#include "bthal/show/snoop_follower.h"
+#include "bthal/show/trace_json.h"
+#include "support/json_check.h"
+#include "support/run_program.h"
+#include "support/temp_root.h"
+
+namespace bthal::tool {
+namespace {
+
+using test::IsJson;
+using test::ProgramResult;
+using test::RunProgram;
+using test::TempRoot;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+
+using Bytes = std::vector<uint8_t>;
+
+const std::string kRule(45, '=');
+
+std::string Report(const std::string& history) {
+  return kRule + "\nAnchors' Last Appear\n" + kRule + "\nTimestamp of perform_init [OUT]: 09:05:07:042\n" + kRule +
+         "\nAnchors' History\n" + kRule + "\n" + history;
+}
+
+std::vector<DumpRecord> Parsed(const std::string& dump) {
+  std::string error;
+  std::vector<DumpRecord> records = ParseRecordDump(dump, &error);
+  EXPECT_EQ(records.empty(), !error.empty()) << error;
+  return records;
+}
+
+const Span& Named(const std::vector<Span>& spans, const std::string& name) {
+  const auto found = std::ranges::find(spans, name, &Span::name);
+  if (found == spans.end()) throw std::runtime_error("no span " + name);
+  return *found;
+}
+
+TEST(RecordDumpTest, ReadsTheHistoryAndNothingElse) {
+  const std::vector<DumpRecord> records =
+      Parsed(Report("09:05:07:042: perform_init [ IN]\n"
+                    "09:05:07:045: of two\nlines: really\n"
+                    "09:05:08:000: perform_init [OUT]\n" +
+                    kRule + "\nDebugfs:/dev/logbuffer\n" + kRule +
+                    "\n"
+                    "09:05:09:000: somebody else's line\n"));
+  ASSERT_EQ(records.size(), 3u);
+  EXPECT_EQ(records[0].ms, ((9 * 60 + 5) * 60 + 7) * 1000 + 42);
+  EXPECT_EQ(records[1].text, "of two\nlines: really");
+  EXPECT_EQ(records[2].text, "perform_init [OUT]");
+}
+
+TEST(RecordDumpTest, SaysWhyThereIsNone) {
+  std::string error;
+  EXPECT_TRUE(ParseRecordDump("hello", &error).empty());
+  EXPECT_THAT(error, HasSubstr("no \"Anchors' History\""));
+  EXPECT_TRUE(ParseRecordDump(Report(""), &error).empty());
+  EXPECT_THAT(error, HasSubstr("is empty"));
+  EXPECT_TRUE(ParseRecordDump(Report("99:05:07:042: no time\nnor: this\n"), &error).empty());
+}
+
+TEST(RecordDumpTest, MidnightPassesAndASetClockHolds) {
+  const std::vector<DumpRecord> records =
+      Parsed(Report("23:59:59:900: a [ IN]\n00:00:00:100: a [OUT]\n"
+                    "00:00:00:050: the clock was set back\n"));
+  EXPECT_EQ(records[1].ms - records[0].ms, 200);
+  EXPECT_EQ(records[2].ms, records[1].ms);
+  EXPECT_EQ(Named(PairRecords(records), "a").end_ms - Named(PairRecords(records), "a").begin_ms, 200);
+}
+
+TEST(SpanTest, PairsInnermostFirstAndKnowsWhatEncloses) {
+  const std::vector<Span> spans =
+      PairRecords(Parsed(Report("00:00:00:000: outer [ IN]\n"
+                                "00:00:00:010: same [ IN]\n"
+                                "00:00:00:020: same [ IN]\n"
+                                "00:00:00:020: a moment\n"
+                                "00:00:00:030: same [OUT]\n"
+                                "00:00:00:090: same [OUT]\n"
+                                "00:00:00:090: outer [OUT]\n"
+                                "00:00:00:090: next [ IN]\n"
+                                "00:00:00:090: next [OUT]\n")));
+  ASSERT_EQ(spans.size(), 5u);
+  EXPECT_EQ(spans[0].name, "outer");
+  EXPECT_EQ(spans[1].end_ms, 90);
+  EXPECT_EQ(spans[2].end_ms, 30);
+  EXPECT_TRUE(spans[3].moment);
+  EXPECT_EQ(spans[3].depth, 3u);
+  // In the same millisecond, but after it.
+  EXPECT_EQ(spans[4].name, "next");
+  EXPECT_EQ(spans[4].depth, 0u);
+  for (const Span& span : spans) EXPECT_EQ(span.lane, 0u) << span.name;
+}
+
+TEST(SpanTest, KeepsWhatLostItsPartner) {
+  const std::vector<Span> spans =
+      PairRecords(Parsed(Report("00:00:01:000: moment\n"
+                                "00:00:02:000: early [OUT]\n"
+                                "00:00:03:000: late [ IN]\n"
+                                "00:00:05:000: moment\n")));
+  EXPECT_TRUE(Named(spans, "early").began_earlier);
+  EXPECT_EQ(Named(spans, "early").begin_ms, 1000);
+  EXPECT_EQ(Named(spans, "early").end_ms, 2000);
+  EXPECT_TRUE(Named(spans, "late").unfinished);
+  EXPECT_EQ(Named(spans, "late").end_ms, 5000);
+  EXPECT_THAT(BarChart(spans, 80, 0), AllOf(HasSubstr("(began earlier)"), HasSubstr("(still going on)")));
+}
+
+// Two threads whose scopes cross must not be drawn inside one another.
+TEST(SpanTest, CrossingScopesGetLanesOfTheirOwn) {
+  const std::vector<Span> spans =
+      PairRecords(Parsed(Report("00:00:00:000: a [ IN]\n"
+                                "00:00:00:010: b [ IN]\n"
+                                "00:00:00:020: a [OUT]\n"
+                                "00:00:00:025: c [ IN]\n"
+                                "00:00:00:026: c [OUT]\n"
+                                "00:00:00:030: b [OUT]\n")));
+  EXPECT_EQ(Named(spans, "a").lane, 0u);
+  EXPECT_EQ(Named(spans, "b").lane, 1u);
+  EXPECT_EQ(Named(spans, "b").depth, 0u);
+  EXPECT_EQ(Named(spans, "c").lane, 0u);
+}
+
+TEST(TraceTest, IsJsonWhateverTheRecordsHold) {
+  const std::vector<Span> spans =
+      PairRecords(Parsed(Report("00:00:00:001: quote \" and \\ [ IN]\n"
+                                "00:00:00:002: \x01 tab\t and \xC3\xBC and \xFF\xC0\x80\n"
+                                "00:00:00:004: quote \" and \\ [OUT]\n"
+                                "00:00:00:005: open [ IN]\n")));
+  const std::string json = TraceJson(spans);
+  EXPECT_TRUE(IsJson(json)) << json;
+  EXPECT_THAT(json,
+              HasSubstr(R"({"name":"quote \" and \\","cat":"record","pid":1,"tid":0,"ts":0,"ph":"X","dur":3000})"));
+  EXPECT_THAT(json, HasSubstr("\"\\u0001 tab\\u0009 and \xC3\xBC and \\ufffd\\ufffd\\ufffd\""));
+  EXPECT_THAT(json, HasSubstr(R"("unfinished":true)"));
+  EXPECT_TRUE(IsJson(TraceJson({})));
+}
+
+TEST(ChartTest, BarsShareOneScale) {
+  const std::vector<Span> spans =
+      PairRecords(Parsed(Report("00:00:00:000: whole [ IN]\n"
+                                "00:00:00:050: half [ IN]\n"
+                                "00:00:00:100: half [OUT]\n"
+                                "00:00:00:100: whole [OUT]\n"
+                                "00:00:00:100: nothing [ IN]\n"
+                                "00:00:00:100: nothing [OUT]\n")));
+  const std::string chart = BarChart(spans, 94, 0);  // 40 columns are left for the bars
+  EXPECT_THAT(chart, HasSubstr("       0      100  " + std::string(40, '#') + "\n"));
+  EXPECT_THAT(chart, HasSubstr("      50       50  " + std::string(20, ' ') + std::string(20, '#') + "\n"));
+  EXPECT_THAT(BarChart(spans, 94, 60), ::testing::Not(HasSubstr("half")));
+  EXPECT_EQ(BarChart({}, 80, 0), "no scoped record\n");
+}
+
+TEST(TimelineTest, WritesTheTraceBesideTheChart) {
+  const TempRoot root;
+  root.Write("/report", Report("00:00:00:000: perform_init [ IN]\n00:00:01:000: perform_init [OUT]\n"));
+  const ProgramResult result =
+      RunProgram({BTHAL_PROGRAM, "timeline", root.path() + "/report", "-o", root.path() + "/trace.json"});
+  EXPECT_EQ(result.status, 0) << result.error;
+  EXPECT_THAT(result.out, HasSubstr("perform_init                              0     1000  ####"));
+  EXPECT_TRUE(IsJson(root.Read("/trace.json")));
+}
+
+// --- the packet log ---
+
+std::string Big(uint64_t value, int bytes) {
+  std::string text;
+  for (int i = bytes - 1; i >= 0; --i) text += static_cast<char>(value >> (8 * i));
+  return text;
+}
+
+const std::string kHeader = std::string("btsnoop\0", 8) + Big(1, 4) + Big(1002, 4);
+
+std::string Record(uint32_t flags, uint8_t kind, const Bytes& packet, uint64_t time = 0x00DCDDB30F2F8000) {
+  const uint32_t length = static_cast<uint32_t>(packet.size()) + 1;
+  return Big(length, 4) + Big(length, 4) + Big(flags, 4) + Big(0, 4) + Big(time, 8) + static_cast<char>(kind) +
+         std::string(packet.begin(), packet.end());
+}
+
+void Feed(BtsnoopReader& reader, const std::string& bytes) {
+  reader.Feed({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+}
+
+TEST(BtsnoopReaderTest, ReadsRecordsHoweverTheyArrive) {
+  const std::string file = kHeader + Record(2, 1, {0x03, 0x0C, 0x00}) +
+                           Record(3, 4, {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00}, 0x00DCDDB30F2F8000 + 1500000) +
+                           Record(0, 2, {0x01, 0x20, 0x00, 0x00});
+  for (const size_t piece : {size_t{1}, size_t{7}, file.size()}) {
+    BtsnoopReader reader;
+    std::vector<SnoopRecord> records;
+    for (size_t at = 0; at < file.size(); at += piece) {
+      Feed(reader, file.substr(at, piece));
+      while (std::optional<SnoopRecord> record = reader.Next()) records.push_back(*record);
+    }
+    ASSERT_EQ(records.size(), 3u) << piece << " " << reader.error();
+    EXPECT_EQ(reader.pending(), 0u);
+    EXPECT_EQ(records[0].packet, (Bytes{0x03, 0x0C, 0x00}));
+    EXPECT_FALSE(records[0].from_controller);
+    EXPECT_EQ(records[0].unix_us, 0);
+    EXPECT_TRUE(records[1].from_controller);
+    EXPECT_EQ(records[1].unix_us, 1500000);
+    EXPECT_EQ(records[2].kind, 2);
+    EXPECT_EQ(CountWords(records), "1 command, 1 event, 1 acl packet");
+  }
+}
+
+TEST(BtsnoopReaderTest, StopsAtWhatIsNoRecord) {
+  BtsnoopReader wrong_type;
+  Feed(wrong_type, std::string("btsnoop\0", 8) + Big(1, 4) + Big(1001, 4));
+  EXPECT_FALSE(wrong_type.Next());
+  EXPECT_THAT(wrong_type.error(), HasSubstr("not a btsnoop log"));
+
+  BtsnoopReader garbage;
+  Feed(garbage, kHeader + Record(2, 1, {0x03, 0x0C, 0x00}) + std::string(24, '\xFF'));
+  EXPECT_TRUE(garbage.Next());
+  EXPECT_FALSE(garbage.Next());
+  EXPECT_THAT(garbage.error(), HasSubstr("no record at offset 44"));
+}
+
+TEST(BtsnoopReaderTest, RunsOfOneCommandAreFolded) {
+  std::vector<SnoopRecord> records(5, {.kind = 1, .packet = {0x4C, 0xFC, 0x00}});
+  records.push_back({.kind = 1, .packet = {0x4E, 0xFC, 0x00}});
+  records.insert(records.end(), 3, {.from_controller = true, .kind = 4, .packet = {0x10, 0x01, 0x00}});
+  const std::vector<std::string> lines = FoldedSnoopLines(records);
+  ASSERT_EQ(lines.size(), 6u);
+  EXPECT_THAT(lines[1], HasSubstr("... and 4 more of them"));
+  EXPECT_THAT(lines[2], HasSubstr("Launch RAM"));
+}
+
+// A log that grows, is rotated away and begun anew between two looks.
+TEST(SnoopFollowerTest, FollowsThroughARotation) {
+  const TempRoot root;
+  const std::string path = root.path() + "/log";
+  SnoopFollower follower(path);
+  std::vector<Bytes> seen;
+  const auto look = [&] {
+    std::string error;
+    EXPECT_TRUE(follower.Poll([&](const SnoopRecord& record) { seen.push_back(record.packet); }, &error)) << error;
+  };
+  look();
+  EXPECT_FALSE(follower.opened());
+  const std::string first = Record(2, 1, {1});
+  std::ofstream(path, std::ios::binary) << kHeader << first.substr(0, 10);
+  look();
+  EXPECT_TRUE(follower.Cut());
+  std::ofstream(path, std::ios::binary | std::ios::app) << first.substr(10) << Record(2, 1, {2});
+  std::filesystem::rename(path, path + ".last");
+  std::ofstream(path, std::ios::binary) << kHeader << Record(2, 1, {3});
+  look();
+  EXPECT_EQ(seen, (std::vector<Bytes>{{1}, {2}, {3}}));
+  EXPECT_FALSE(follower.Cut());
+}
+
+TEST(SnoopTest, PrintsALogOneLineAPacketAndTellsACutOne) {
+  const TempRoot root;
+  const std::string whole = kHeader + Record(2, 1, {0x03, 0x0C, 0x00});
+  root.Write("/data/vendor/bluetooth/btsnoop_hci_vnd.log", whole);
+  const ProgramResult result = RunProgram({BTHAL_PROGRAM, "snoop", "--once"});
+  EXPECT_EQ(result.status, 0) << result.error;
+  EXPECT_EQ(std::ranges::count(result.out, '\n'), 1);
+  EXPECT_THAT(result.out, HasSubstr("> command  Reset "));
+  EXPECT_THAT(result.out, HasSubstr("03 0C 00\n"));
+
+  root.Write("/cut", whole.substr(0, whole.size() - 1));
+  const ProgramResult cut = RunProgram({BTHAL_PROGRAM, "snoop", "--once", root.path() + "/cut"});
+  EXPECT_EQ(cut.status, 1);
+  EXPECT_THAT(cut.error, HasSubstr("ends within a record"));
+}
+
+}  // namespace
+}  // namespace bthal::tool

@@ -1,0 +1,224 @@
+// bthal as people use it: what it says to bad input, its help, and the subcommands that need no service.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "bthal/run/extension_clients.h"
+#include "bthal/run/process.h"
+#include "bthal/run/thread_client.h"
+#include "bthal/show/terminal.h"
+#include "support/run_program.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace bthal {
+namespace {
+
+using test::ProgramResult;
+using test::RunProgram;
+using test::TempRoot;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+ProgramResult Bthal(std::vector<std::string> arguments, const std::string& input = "") {
+  arguments.insert(arguments.begin(), BTHAL_PROGRAM);
+  return RunProgram(arguments, input);
+}
+
+const std::vector<std::string> kSubcommands = {"demo",     "board", "supervise", "hci",   "dump",   "timeline", "snoop",
+                                               "services", "prop",  "conf",      "check", "thread", "finder",   "afh"};
+
+TEST(BthalTest, HelpNamesEverySubcommandAndEachExplainsItself) {
+  const ProgramResult help = Bthal({"--help"});
+  EXPECT_EQ(help.status, 0);
+  for (const std::string& name : kSubcommands) {
+    EXPECT_THAT(help.out, HasSubstr("\n  " + name + " ")) << name;
+    const ProgramResult own = Bthal({name, "--help"});
+    EXPECT_EQ(own.status, 0) << name;
+    EXPECT_EQ(own.error, "") << name;
+    EXPECT_THAT(own.out, HasSubstr("Usage: bthal " + name)) << name;
+  }
+}
+
+struct BadInput {
+  std::vector<std::string> arguments;
+  const char* told;
+};
+
+TEST(BthalTest, BadInputGetsOneLineAndAFailure) {
+  const TempRoot root;
+  root.Write("/not-a-dump", "hello\n");
+  root.Write("/not-a-log", "this is no btsnoop log at all\n");
+  root.Write("/keys", "0011\n");
+  const std::string below = root.path();
+  const std::vector<BadInput> inputs = {
+      {{}, "A subcommand is required"},
+      {{"frobnicate"}, "frobnicate"},
+      {{"demo", "--nonsense"}, "--nonsense (see 'bthal demo --help')"},
+      {{"demo", "--chip-id", "300"}, "not in range 0 to 255"},
+      {{"demo", "--fault", "gremlins"}, "--fault gremlins: "},
+      {{"demo", "--root", "/proc/nowhere"}, "cannot make the folder /proc/nowhere"},
+      {{"board", "--only", "toaster"}, "toaster"},
+      {{"hci", "resett"}, "'resett' is no command"},
+      {{"hci", "--script", "/nowhere/script"}, "cannot read /nowhere/script"},
+      {{"hci", "--wait-service", "0", "reset"}, "is not published: start the service first"},
+      {{"dump"}, "is not published"},
+      {{"dump", "-o", "/nowhere/report"}, "cannot write /nowhere/report"},
+      {{"timeline"}, "file is required"},
+      {{"timeline", "/nowhere/report"}, "cannot read /nowhere/report"},
+      {{"timeline", below + "/not-a-dump"}, "no \"Anchors' History\" in it"},
+      {{"snoop", "--once"}, "bthal prop set persist.bluetooth.vendor.btsnoop true"},
+      {{"snoop", "--once", below + "/not-a-log"}, "not a btsnoop log"},
+      {{"prop", "get", "no.such.thing"}, "no.such.thing is not set"},
+      {{"prop", "set", "a.name", std::string(92, 'x')}, "at most 91 bytes, this one has 92"},
+      {{"thread", "abc"}, "'abc' is no frame"},
+      {{"thread"}, "cannot reach "},
+      {{"finder", "/nowhere/keys"}, "cannot read /nowhere/keys"},
+      {{"finder", below + "/keys"}, "line 1 is neither a key of 20 bytes"},
+      {{"afh"}, "either a map or --avoid"},
+      {{"afh", "ff"}, "'ff' is no channel map"},
+      {{"afh", "--avoid", "79"}, "'79' is no channel"},
+      {{"afh", "--avoid", "3"}, "IBTChannelAvoidance/default is not published"},
+      {{"supervise", "--", "/nowhere/program"}, "cannot run /nowhere/program: No such file or directory"},
+  };
+  for (const BadInput& input : inputs) {
+    const ProgramResult result = Bthal(input.arguments);
+    const std::string shown = ::testing::PrintToString(input.arguments);
+    EXPECT_NE(result.status, 0) << shown;
+    EXPECT_LT(result.status, 128) << shown;
+    EXPECT_THAT(result.error, AllOf(StartsWith("bthal: "), HasSubstr(input.told))) << shown;
+    EXPECT_EQ(std::ranges::count(result.error, '\n'), 1) << shown << ": " << result.error;
+  }
+}
+
+TEST(BthalTest, PropertiesAreSetReadAndListed) {
+  const TempRoot root;
+  EXPECT_EQ(Bthal({"prop", "set", "persist.bluetooth.one", "first value"}).status, 0);
+  EXPECT_EQ(Bthal({"prop", "set", "persist.bluetooth.two", ""}).status, 0);
+  EXPECT_EQ(Bthal({"prop", "set", "ro.build.type", "userdebug"}).status, 0);
+  EXPECT_EQ(Bthal({"prop", "get", "persist.bluetooth.one"}).out, "first value\n");
+  EXPECT_EQ(Bthal({"prop", "get", "persist.bluetooth.two", "unused"}).out, "unused\n");
+  EXPECT_EQ(Bthal({"prop", "get", "no.such.thing", "instead"}).out, "instead\n");
+  EXPECT_THAT(Bthal({"prop", "list"}).out, AllOf(HasSubstr("[persist.bluetooth.one]: [first value]\n"),
+                                                 HasSubstr("[ro.build.type]: [userdebug]\n")));
+  EXPECT_EQ(Bthal({"prop", "list", "ro."}).out, "[ro.build.type]: [userdebug]\n");
+
+  const ProgramResult again = Bthal({"prop", "set", "ro.build.type", "user"});
+  EXPECT_EQ(again.status, 1);
+  EXPECT_THAT(again.error, HasSubstr("ro.build.type is read-only and already set, to 'userdebug'"));
+  EXPECT_EQ(Bthal({"prop", "get", "ro.build.type"}).out, "userdebug\n");
+}
+
+TEST(BthalTest, SettingsTellWhereTheyComeFrom) {
+  const TempRoot root;
+  root.Write("/vendor/etc/bluetooth/bt_vendor.conf", "UartPort = /dev/ttyS7\nBigHammerBtRegOnDelay = 5\n");
+  root.Write("/vendor/etc/bluetooth/bt_vendor_overlay.conf", "BigHammerBtRegOnDelay = 7\n");
+  const ProgramResult all = Bthal({"conf"});
+  EXPECT_EQ(all.status, 0);
+  EXPECT_THAT(all.out, ::testing::ContainsRegex("UartPort +/dev/ttyS7 +/vendor/etc/bluetooth/bt_vendor.conf\n"));
+  EXPECT_THAT(all.out,
+              ::testing::ContainsRegex("BigHammerBtRegOnDelay +7 +/vendor/etc/bluetooth/bt_vendor_overlay.conf\n"));
+  EXPECT_THAT(all.out, ::testing::ContainsRegex("UserialType +1 +default\n"));
+  // Looking changes nothing, and --set leaves the defaults out.
+  EXPECT_EQ(std::ranges::count(Bthal({"conf", "--set"}).out, '\n'), 2);
+}
+
+TEST(BthalTest, CheckNamesWhatIsMissingAndFallsSilentWhereItIsProvided) {
+  const TempRoot root;
+  const ProgramResult empty = Bthal({"check"});
+  EXPECT_EQ(empty.status, 1);
+  EXPECT_THAT(empty.out,
+              AllOf(HasSubstr("/dev/wbrc is not there"), HasSubstr("bthal board --only coex"),
+                    HasSubstr("no .hcd file in /vendor/firmware/qnlr/"),
+                    HasSubstr("bthal prop set ro.vendor.bluetooth.evb_bdaddr AA:BB:CC:DD:EE:FF"),
+                    HasSubstr("mkdir -p " + root.path() + "/data/vendor/bluetooth"), HasSubstr("not ready")));
+
+  root.Write("/dev/wbrc", "");
+  root.Write("/vendor/firmware/qnlr/QNL.hcd", "");
+  root.Write("/proc/device-tree/chosen/config/bt_addr", "AA:BB:CC:DD:EE:FF\n");
+  std::filesystem::create_directories(root.path() + "/data/vendor/bluetooth");
+  std::filesystem::create_directories(root.path() + "/data/vendor/ssrdump/coredump");
+  std::filesystem::create_symlink("/dev/null", root.path() + "/dev/ttySAC16");
+  const ProgramResult provided = Bthal({"check"});
+  EXPECT_EQ(provided.status, 0) << provided.out;
+  EXPECT_THAT(provided.out, HasSubstr("AA:BB:CC:DD:EE:FF (/proc/device-tree/chosen/config/bt_addr)"));
+  // What is only useful is still named.
+  EXPECT_THAT(provided.out, HasSubstr("/proc/bluetooth/sleep/lpm is not there"));
+
+  root.Write("/proc/device-tree/chosen/config/bt_addr", "AA:BB:CC\n");
+  const ProgramResult wrong = Bthal({"check"});
+  EXPECT_EQ(wrong.status, 1);
+  EXPECT_THAT(wrong.out, HasSubstr("bt_addr holds 'AA:BB:CC'"));
+}
+
+TEST(BthalTest, ServicesAreAbsentWhereNobodyPublishes) {
+  const TempRoot root;
+  const ProgramResult result = Bthal({"services"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(std::ranges::count(result.out, '\n'), 7);
+  EXPECT_THAT(result.out, HasSubstr("absent           -  android.hardware.bluetooth.IBluetoothHci/default\n"));
+}
+
+TEST(BthalTest, OutputToAFileHasNoColours) {
+  const TempRoot root;
+  setenv("TERM", "xterm-256color", 1);
+  EXPECT_EQ(Bthal({"check"}).out.find('\033'), std::string::npos);
+  EXPECT_EQ(tool::WithoutColours("\033[31mred\033[0m and plain \033["), "red and plain ");
+}
+
+// A Thread service with a socket whose path is too long for an address.
+TEST(BthalTest, ThreadFramesGoAndComeThroughALongPath) {
+  const TempRoot root;
+  const std::string folder = root.path() + "/" + std::string(100, 'x');
+  std::filesystem::create_directories(folder + "/data/vendor/bluetooth");
+  setenv("BTHAL_ROOT", folder.c_str(), 1);
+  const int listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  std::filesystem::current_path(folder + "/data/vendor/bluetooth");
+  sockaddr_un address = {AF_UNIX, "thread_dispatcher_socket"};
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  ASSERT_EQ(listen(listener, 1), 0);
+  std::vector<uint8_t> heard(64);
+  std::thread service([&] {
+    const int client = accept(listener, nullptr, nullptr);
+    heard.resize(static_cast<size_t>(std::max<ssize_t>(recv(client, heard.data(), heard.size(), 0), 0)));
+    send(client, "\x01\x02\x03", 3, 0);
+    close(client);
+  });
+  const ProgramResult result = Bthal({"thread", "aa bb", "--count", "1", "--wait", "30"});
+  service.join();
+  close(listener);
+  EXPECT_EQ(result.status, 0) << result.error;
+  EXPECT_THAT(heard, ElementsAre(0xAA, 0xBB));
+  EXPECT_EQ(result.out, ">     2  AA BB\n<     3  01 02 03\n");
+}
+
+TEST(ChannelMapTest, BitsStandForChannels) {
+  std::string error;
+  EXPECT_THAT(tool::MapWithout("0-8,78", &error),
+              ::testing::Optional(ElementsAre(0x00, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x3F)));
+  for (const char* bad : {"8-3", "a", "1-", "-", "0-79"}) EXPECT_FALSE(tool::MapWithout(bad, &error)) << bad;
+}
+
+TEST(FinderFileTest, HoldsKeysAndAMode) {
+  std::string error;
+  const std::string key = "000102030405060708090a0b0c0d0e0f10111213";
+  const auto file = tool::ParseFinderFile("# keys\n\n" + key + "  # first\nmode off\n" + key + "\nmode on\n", &error);
+  ASSERT_TRUE(file) << error;
+  EXPECT_EQ(file->keys.size(), 40u);
+  EXPECT_EQ(file->keys[21], 0x01);
+  EXPECT_EQ(file->enable, true);
+  EXPECT_FALSE(tool::ParseFinderFile(key + "\nmode maybe\n", &error));
+  EXPECT_THAT(error, StartsWith("line 2 "));
+}
+
+}  // namespace
+}  // namespace bthal

@@ -1,0 +1,283 @@
+// The product's face: `bthal demo`, from end to end.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "bthal/run/demo_check.h"
+#include "bthal/run/process.h"
+#include "support/json_check.h"
+#include "support/run_program.h"
+#include "support/wait_for.h"
+
+namespace bthal {
+namespace {
+
+namespace fs = std::filesystem;
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using test::ProgramResult;
+using test::RunProgram;
+using test::WaitFor;
+using ::testing::AllOf;
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+std::string Content(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
+// Everything that was started with this folder for temporary files, be it child or orphan.
+std::vector<std::string> ProcessesWith(const std::string& folder) {
+  std::vector<std::string> found;
+  std::error_code ignored;
+  for (const fs::directory_entry& entry : fs::directory_iterator("/proc", ignored)) {
+    const std::string name = entry.path().filename();
+    if (name.find_first_not_of("0123456789") != std::string::npos || name == std::to_string(getpid())) continue;
+    if (Content(entry.path() / "environ").find("TMPDIR=" + folder) == std::string::npos) continue;
+    found.push_back(name + ": " + Content(entry.path() / "comm"));
+  }
+  return found;
+}
+
+// Each demo has a folder of its own for temporary files, and with it a root of its own.
+class DemoTest : public ::testing::Test {
+ protected:
+  DemoTest() {
+    std::string pattern = (fs::temp_directory_path() / "bthal-demo-test-XXXXXX").string();
+    folder_ = mkdtemp(pattern.data());
+    if (const char* folder = getenv("TMPDIR")) usual_ = folder;
+    setenv("TMPDIR", folder_.c_str(), 1);
+    unsetenv("BTHAL_ROOT");
+  }
+  ~DemoTest() override {
+    usual_ ? setenv("TMPDIR", usual_->c_str(), 1) : unsetenv("TMPDIR");
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+  }
+
+  fs::path root() const { return fs::path(folder_) / "bthal-demo"; }
+
+  static ProgramResult Demo(std::vector<std::string> options) {
+    options.insert(options.begin(), {BTHAL_PROGRAM, "demo"});
+    return RunProgram(options);
+  }
+
+  std::string folder_;
+  std::optional<std::string> usual_;
+};
+
+TEST_F(DemoTest, EverythingHappensAndTheLogsStay) {
+  const ProgramResult result = Demo({"--snoop"});
+  ASSERT_EQ(result.status, 0) << result.out << result.error;
+  EXPECT_EQ(result.error, "");
+  // Bring-up, as seen on the wire.
+  for (const char* step :
+       {"Update Baud Rate, 4000000 bit/s", "Download Minidriver", "] 240/240", "Launch RAM", "Set Sleep Mode"}) {
+    EXPECT_THAT(result.out, HasSubstr(step));
+  }
+  // The client's questions, their answers in words and bytes.
+  EXPECT_THAT(result.out, ContainsRegex("Command Complete: Reset, success +0E 04 01 03 0C 00\n"));
+  EXPECT_THAT(result.out, HasSubstr("Command Complete: Read BD_ADDR, success, AA:BB:CC:11:22:33"));
+  EXPECT_THAT(result.out, HasSubstr("LE Advertising Report: "));
+  EXPECT_THAT(result.out, Not(HasSubstr("  NO ")));
+  // The chart, the packet log, and where the logs lie.
+  EXPECT_THAT(result.out, ContainsRegex("firmware_download +[0-9]+ +[0-9]+ +#"));
+  EXPECT_THAT(result.out, ContainsRegex("[0-9]+ commands, [0-9]+ events\n"));
+  EXPECT_THAT(result.out, HasSubstr((root() / "data/log/service.log").string()));
+  EXPECT_THAT(Content(root() / "data/log/service.log"), HasSubstr("BTQNL controller is ready"));
+  EXPECT_THAT(Content(root() / "data/log/board.log"), HasSubstr("patch    launched"));
+  EXPECT_TRUE(test::IsJson(Content(root() / "data/log/bring-up.json")));
+  // What was temporary is gone, and so is every process.
+  EXPECT_FALSE(fs::exists(root() / "dev"));
+  EXPECT_THAT(ProcessesWith(folder_), ::testing::IsEmpty());
+}
+
+TEST_F(DemoTest, WithoutAccelerationTheControllerComesUpForTheClientOnly) {
+  const ProgramResult result = Demo({"--no-accel", "--keep", "--chip-id", "174"});
+  ASSERT_EQ(result.status, 0) << result.out << result.error;
+  EXPECT_LT(result.out.find("* client   pid"), result.out.find("Download Minidriver"));
+  EXPECT_TRUE(fs::exists(root() / "vendor/firmware/qnlr/QNL_174.hcd"));
+}
+
+TEST_F(DemoTest, AFailedBringUpFailsTheDemoAndSaysWhy) {
+  const ProgramResult result = Demo({"--fault", "wrong-status,opcode=launch,status=0x12,count=always"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out, HasSubstr("Unable to download firmware patchram"));
+  EXPECT_EQ(result.error, "bthal: demo failed: the service was killed by SIGKILL\n");
+  EXPECT_TRUE(fs::exists(root() / "data/log/service.log"));
+  EXPECT_TRUE(fs::exists(root() / "vendor"));
+  EXPECT_THAT(ProcessesWith(folder_), ::testing::IsEmpty());
+}
+
+TEST_F(DemoTest, AChosenRootIsNotEmptied) {
+  fs::create_directories(root());
+  std::ofstream(root() / "kept") << "mine";
+  const ProgramResult chosen = Demo({"--root", root().string()});
+  EXPECT_EQ(chosen.status, 0) << chosen.error;
+  EXPECT_EQ(Content(root() / "kept"), "mine");
+  EXPECT_TRUE(fs::exists(root() / "vendor"));
+}
+
+TEST_F(DemoTest, ARootInUseIsRefused) {
+  fs::create_directories(root());
+  const ::android::base::unique_fd lock(open(root().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(flock(lock.get(), LOCK_EX | LOCK_NB), 0);
+  std::ofstream(root() / "kept") << "mine";
+  const ProgramResult second = Demo({});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.error, HasSubstr("another demo is running in " + root().string()));
+  EXPECT_TRUE(fs::exists(root() / "kept"));
+}
+
+class InterruptedDemo : public DemoTest, public ::testing::WithParamInterface<const char*> {};
+
+// The demo talks into a pipe that holds far less than what it has yet to say: until we read on it cannot come to its
+// end, however late the signal.
+TEST_P(InterruptedDemo, LeavesNothingBehind) {
+  auto [read_end, write_end] = tool::MakePipe();
+  ASSERT_GE(fcntl(write_end.get(), F_SETPIPE_SZ, 4096), 0);
+  std::string error;
+  tool::Child demo = tool::Child::Spawn({.arguments = {BTHAL_PROGRAM, "demo", "--snoop"},
+                                         .environment = {},
+                                         .standard_output = write_end.get(),
+                                         .standard_error = write_end.get()},
+                                        &error);
+  write_end.reset();
+  ASSERT_TRUE(demo.running()) << error;
+  std::string output;
+  char c = 0;
+  while (output.find(GetParam()) == std::string::npos) {
+    ASSERT_EQ(read(read_end.get(), &c, 1), 1) << output;
+    output += c;
+  }
+  // Twice, as some who pass a Ctrl-C on do: the second must not cut the clean end short.
+  demo.Signal(SIGINT);
+  demo.Signal(SIGINT);
+  while (read(read_end.get(), &c, 1) == 1) output += c;
+  const std::optional<int> status = demo.Wait(seconds(30));
+  ASSERT_TRUE(status);
+  EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 128 + SIGINT) << tool::ExitWords(*status);
+  EXPECT_THAT(output, HasSubstr("interrupted; nothing is left running"));
+  EXPECT_THAT(ProcessesWith(folder_), ::testing::IsEmpty());
+  EXPECT_FALSE(fs::exists(root()));
+}
+
+// Before the service, during its first commands, during the patch's boot, with the client there, and within the scan.
+INSTANTIATE_TEST_SUITE_P(Steps, InterruptedDemo,
+                         ::testing::Values("* board", "* service", "Check OTP", "launched", "* client", "* hal",
+                                           "LE Set Scan Enable, on"));
+
+TEST_F(DemoTest, ADemoThatIsKilledTakesItsProcessesAlong) {
+  const std::string output = folder_ + "/output";
+  const ::android::base::unique_fd out(open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  std::string error;
+  tool::Child demo = tool::Child::Spawn({.arguments = {BTHAL_PROGRAM, "demo"},
+                                         .environment = {},
+                                         .standard_output = out.get(),
+                                         .standard_error = out.get()},
+                                        &error);
+  ASSERT_TRUE(WaitFor([&] { return Content(output).find("* service") != std::string::npos; })) << Content(output);
+  kill(demo.pid(), SIGKILL);
+  ASSERT_TRUE(demo.Wait(seconds(30)));
+  EXPECT_TRUE(WaitFor([&] { return ProcessesWith(folder_).empty(); }));
+}
+
+// --- the judge ---
+
+using sim::JournalEntry;
+using sim::WireEvent;
+
+JournalEntry Entry(WireEvent event, uint64_t value = 0, uint64_t total = 0) {
+  JournalEntry entry{};
+  entry.event = event;
+  entry.value = value;
+  entry.total = total;
+  return entry;
+}
+
+JournalEntry Packet(WireEvent event, uint8_t kind, std::vector<uint8_t> bytes) {
+  JournalEntry entry = Entry(event);
+  entry.packet_type = kind;
+  entry.bytes = std::move(bytes);
+  return entry;
+}
+
+struct Story {
+  std::vector<JournalEntry> bring_up = {
+      Entry(WireEvent::kPowerOn),
+      Entry(WireEvent::kPatchRecord, 239, 240),
+      Entry(WireEvent::kPatchRecord, 240, 240),
+      Entry(WireEvent::kPatchLaunched),
+      Entry(WireEvent::kSpeed, 4000000),
+      Entry(WireEvent::kHostSpeed, 4000000),
+      Entry(WireEvent::kSleepModeSet),
+  };
+  std::vector<JournalEntry> client = {
+      Packet(WireEvent::kReceived, 1, {0x03, 0x0C, 0x00}),
+      Packet(WireEvent::kSent, 4, {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00}),
+      Packet(WireEvent::kReceived, 1, {0x01, 0x10, 0x00}),
+      Packet(WireEvent::kSent, 4, {0x0E, 0x04, 0x01, 0x01, 0x10, 0x00}),
+      Packet(WireEvent::kReceived, 1, {0x09, 0x10, 0x00}),
+      Packet(WireEvent::kSent, 4, {0x0E, 0x0A, 0x01, 0x09, 0x10, 0x00, 0x33, 0x22, 0x11, 0xCC, 0xBB, 0xAA}),
+      Packet(WireEvent::kReceived, 1, {0x0C, 0x20, 0x02, 0x01, 0x00}),
+      Packet(WireEvent::kSent, 4, {0x3E, 0x04, 0x02, 0x01, 0x00, 0x00}),
+      Packet(WireEvent::kReceived, 1, {0x0C, 0x20, 0x02, 0x00, 0x00}),
+  };
+
+  size_t Untrue() const {
+    std::vector<JournalEntry> journal = bring_up;
+    journal.insert(journal.end(), client.begin(), client.end());
+    size_t untrue = 0;
+    for (const tool::DemoFact& fact : tool::CheckDemo(journal, bring_up.size(), {})) untrue += fact.holds ? 0 : 1;
+    return untrue;
+  }
+};
+
+TEST(DemoCheckTest, EveryMissingStepIsMissed) {
+  EXPECT_EQ(Story().Untrue(), 0u);
+  // Record 239 alone, and the board's answer to a command that was never sent, are no evidence.
+  for (const size_t needed : {0, 2, 3, 4, 5, 6}) {
+    Story story;
+    story.bring_up.erase(story.bring_up.begin() + static_cast<ptrdiff_t>(needed));
+    if (needed == 2) story.bring_up[1].value = 200;
+    EXPECT_EQ(story.Untrue(), 1u) << "bring-up " << needed;
+  }
+  for (size_t needed = 0; needed < Story().client.size(); ++needed) {
+    Story story;
+    story.client.erase(story.client.begin() + static_cast<ptrdiff_t>(needed));
+    EXPECT_EQ(story.Untrue(), 1u) << "client " << needed;
+  }
+  // What the client asks for must come from the client.
+  Story early;
+  early.bring_up.insert(early.bring_up.end(), early.client.begin(), early.client.end());
+  early.client.clear();
+  EXPECT_EQ(early.Untrue(), 3u);
+}
+
+TEST(DemoCheckTest, FailuresAndLossesCount) {
+  Story refused;
+  refused.client[1].bytes[5] = 0x0C;
+  EXPECT_EQ(refused.Untrue(), 1u);
+  Story other_address;
+  other_address.client[5].bytes[6] = 0x34;
+  EXPECT_EQ(other_address.Untrue(), 1u);
+  Story lossy;
+  lossy.client.push_back(Entry(WireEvent::kLostBytes, 3));
+  EXPECT_EQ(lossy.Untrue(), 1u);
+}
+
+}  // namespace
+}  // namespace bthal

@@ -1,0 +1,145 @@
+// The pages in docs/ show what really happens: every command of a "console" block is run, and its output compared.
+//
+// A page's commands run one after another, in one folder, with the service on a virtual board. A line "..." stands for
+// any lines; numbers, runs of blanks and of '#' count as equal whatever their length.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+
+#include "bthal/run/process.h"
+#include "sim/board.h"
+#include "support/run_program.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace bthal {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kDocs = fs::path(__FILE__).parent_path().parent_path() / "docs";
+
+struct Example {
+  int line = 0;
+  std::string command;
+  std::vector<std::string> output;
+};
+
+std::vector<Example> ExamplesOf(const fs::path& page) {
+  std::vector<Example> examples;
+  std::ifstream file(page);
+  bool inside = false;
+  int number = 0;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    if (line.starts_with("```")) {
+      inside = line == "```console";
+    } else if (inside && line.starts_with("$ ")) {
+      examples.push_back({number, line.substr(2), {}});
+    } else if (inside && line.starts_with("> ") && examples.back().command.find("<<") != std::string::npos) {
+      examples.back().command += "\n" + line.substr(2);
+    } else if (inside && !line.empty()) {
+      examples.back().output.push_back(line);
+    }
+  }
+  return examples;
+}
+
+// What may differ from one run to the next is made equal.
+std::string Normal(const std::string& line) {
+  std::string normal;
+  for (const char c : line) {
+    const char kind = std::isdigit(static_cast<unsigned char>(c)) ? '0' : c == '\t' ? ' ' : c;
+    const bool repeats = kind == '0' || kind == ' ' || kind == '#' || kind == '|';
+    if (kind == '|') {
+      if (normal.empty() || normal.back() != '#') normal += '#';  // a bar too short to be drawn
+    } else if (!repeats || normal.empty() || normal.back() != kind) {
+      normal += kind;
+    }
+  }
+  while (normal.ends_with(' ')) normal.pop_back();
+  return normal;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    if (!line.empty()) lines.push_back(line);
+  }
+  return lines;
+}
+
+// Whether `actual` is what `shown` promises; a shown line may be the beginning of the actual one.
+::testing::AssertionResult Matches(const std::vector<std::string>& shown, const std::vector<std::string>& actual) {
+  size_t at = 0;
+  bool anything = false;
+  for (const std::string& line : shown) {
+    if (line == "...") {
+      anything = true;
+      continue;
+    }
+    const auto fits = [&](const std::string& candidate) { return Normal(candidate).starts_with(Normal(line)); };
+    if (!anything && (at >= actual.size() || !fits(actual[at]))) {
+      return ::testing::AssertionFailure()
+             << "expected: " << line << "\n     got: " << (at < actual.size() ? actual[at] : "nothing");
+    }
+    while (at < actual.size() && !fits(actual[at])) ++at;
+    if (at == actual.size()) return ::testing::AssertionFailure() << "nowhere: " << line;
+    ++at;
+    anything = false;
+  }
+  if (at == actual.size() || anything) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "not shown: " << actual[at];
+}
+
+class DocsTest : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(DocsTest, ShowsWhatHappens) {
+  const test::TempRoot root;
+  const test::TempRoot work;
+  setenv("BTHAL_ROOT", root.path().c_str(), 1);
+  const std::string path = fs::path(BTHAL_PROGRAM).parent_path().string() + ":" + getenv("PATH");
+  setenv("PATH", path.c_str(), 1);
+  unsetenv("COLUMNS");
+  fs::current_path(work.path());
+
+  sim::BoardOptions options;
+  options.root = root.path();
+  sim::Board board(options);
+  std::string error;
+  ASSERT_TRUE(board.Start(&error)) << error;
+  tool::Child service =
+      tool::Child::Spawn({.arguments = {SERVICE_PROGRAM}, .environment = {{"BTHAL_LOG", "error"}}}, &error);
+  ASSERT_TRUE(service.running()) << error;
+  // The controller is up before the page begins, and no client had to wait for it.
+  ASSERT_TRUE(board.WaitFor(
+      [](const std::vector<sim::JournalEntry>& journal) {
+        return std::ranges::find(journal, sim::WireEvent::kSleepModeSet, &sim::JournalEntry::event) != journal.end();
+      },
+      std::chrono::seconds(60)));
+  ASSERT_EQ(test::RunProgram({BTHAL_PROGRAM, "hci", "reset"}).status, 0);
+
+  const std::vector<Example> examples = ExamplesOf(kDocs / GetParam());
+  ASSERT_FALSE(examples.empty());
+  for (const Example& example : examples) {
+    const test::ProgramResult result =
+        test::RunProgram({"/bin/sh", "-c", "export TMPDIR=" + work.path() + "\n" + example.command + "\n"});
+    std::string printed = result.out + result.error;
+    for (size_t at = 0; (at = printed.find(work.path(), at)) != std::string::npos;) {
+      printed.replace(at, work.path().size(), "/tmp");
+    }
+    EXPECT_TRUE(Matches(example.output, Lines(printed)))
+        << GetParam() << ", line " << example.line << ": " << example.command << "\n"
+        << printed;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pages, DocsTest, ::testing::Values("board.md", "demo.md", "hci.md", "tools.md"));
+
+}  // namespace
+}  // namespace bthal

@@ -1,0 +1,213 @@
+// Packets in words, commands by name, scripts, and hex: everything about HCI that bthal says or understands.
+#include "bthal/hci/words.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "bthal/hci/commands.h"
+#include "bthal/hci/hex.h"
+#include "bthal/hci/script.h"
+
+namespace bthal::tool {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+using Bytes = std::vector<uint8_t>;
+
+std::string EventText(const Bytes& event) { return PacketWords(kEvent, event); }
+
+// The packet that a command line stands for; empty when it is refused.
+Bytes Built(const std::string& name, const std::vector<std::string>& arguments) {
+  std::string error;
+  return BuildCommand(*FindCommand(name), arguments, &error).value_or(Bytes{});
+}
+
+std::string Refusal(const std::string& line) {
+  std::string error;
+  EXPECT_FALSE(ParseScriptLine(line, &error)) << line;
+  EXPECT_THAT(error, ::testing::Not(HasSubstr("\n"))) << line;
+  return error;
+}
+
+ScriptAction Parsed(const std::string& line) {
+  std::string error;
+  const std::optional<ScriptAction> action = ParseScriptLine(line, &error);
+  EXPECT_TRUE(action) << line << ": " << error;
+  return action.value_or(ScriptAction{});
+}
+
+TEST(HexTest, ReadsWhatPeopleWriteAndNothingElse) {
+  EXPECT_THAT(ParseHex("030c00"), ::testing::Optional(ElementsAre(0x03, 0x0C, 0x00)));
+  EXPECT_THAT(ParseHex("0x03 0C:00"), ::testing::Optional(ElementsAre(0x03, 0x0C, 0x00)));
+  EXPECT_THAT(ParseHex(""), ::testing::Optional(ElementsAre()));
+  for (const char* bad : {"0", "0g", "03 0", "03-0c", "0 3"}) EXPECT_FALSE(ParseHex(bad)) << bad;
+}
+
+TEST(HexTest, CutsLongPacketsAndCountsTheRest) {
+  const Bytes bytes(30, 0xAB);
+  EXPECT_EQ(Hex(std::span(bytes).first(3)), "AB AB AB");
+  EXPECT_EQ(Hex(bytes, 2), "AB AB ... (+28)");
+  EXPECT_EQ(Hex(bytes, 30).size(), 30u * 3 - 1);
+}
+
+TEST(NumberTest, TakesDecimalAndHexWithinBounds) {
+  EXPECT_EQ(ParseNumber("255", 255), 255u);
+  EXPECT_EQ(ParseNumber("0xff", 255), 255u);
+  for (const char* bad : {"256", "0x100", "-1", "", "0x", "1.5", "7 ", "seven"})
+    EXPECT_FALSE(ParseNumber(bad, 255)) << bad;
+  EXPECT_EQ(ParseSeconds("0.25"), 0.25);
+  for (const char* bad : {"-1", "", "nan", "inf", "1e9", "86401", "1s"}) EXPECT_FALSE(ParseSeconds(bad)) << bad;
+}
+
+TEST(CommandTableTest, NamesAndOpcodesAreUnique) {
+  std::set<std::string> names;
+  std::set<uint16_t> opcodes;
+  for (const NamedCommand& command : NamedCommands()) {
+    EXPECT_TRUE(names.insert(command.name).second) << command.name;
+    EXPECT_TRUE(opcodes.insert(command.opcode).second) << command.name;
+  }
+}
+
+// Every command that needs nothing to be typed has a parameter block of the length its opcode asks for.
+TEST(CommandTableTest, DefaultsMakeWholePackets) {
+  const std::map<std::string, size_t> lengths = {{"reset", 0},
+                                                 {"set_event_mask", 8},
+                                                 {"inquiry", 5},
+                                                 {"le_scan_parameters", 7},
+                                                 {"le_scan_enable", 2},
+                                                 {"le_advertising_parameters", 15},
+                                                 {"le_extended_scan_enable", 6},
+                                                 {"vnd_set_sleep_mode", 12},
+                                                 {"vnd_check_otp", 10},
+                                                 {"vnd_launch_ram", 4},
+                                                 {"vnd_set_download_config", 2}};
+  for (const auto& [name, length] : lengths) {
+    const Bytes packet = Built(name, {});
+    ASSERT_EQ(packet.size(), 3 + length) << name;
+    EXPECT_EQ(packet[2], length) << name;
+  }
+}
+
+TEST(CommandTableTest, ParametersAreLittleEndianAndAddressesReversed) {
+  EXPECT_THAT(Built("le_scan_parameters", {"0", "0x0102"}), ElementsAre(0x0B, 0x20, 7, 0, 0x02, 0x01, 0x10, 0, 0, 0));
+  EXPECT_THAT(Built("vnd_write_bd_addr", {"AA:BB:CC:DD:EE:FF"}),
+              ElementsAre(0x01, 0xFC, 6, 0xFF, 0xEE, 0xDD, 0xCC, 0xBB, 0xAA));
+  EXPECT_THAT(Built("vnd_update_baud_rate", {"0", "4000000"}),
+              ElementsAre(0x18, 0xFC, 6, 0, 0, 0x00, 0x09, 0x3D, 0x00));
+  // Fewer bytes than the field has are filled up.
+  EXPECT_EQ(Built("le_advertising_data", {"3", "020106"}).size(), 3u + 32);
+}
+
+TEST(CommandTableTest, RefusesWhatDoesNotFit) {
+  EXPECT_THAT(Refusal("le_scan_enable 256"), HasSubstr("enable must be a number of 1 byte, not '256'"));
+  EXPECT_THAT(Refusal("le_scan_enable 1 0 0"), HasSubstr("too many parameters; usage: le_scan_enable [enable=1]"));
+  EXPECT_THAT(Refusal("disconnect"), HasSubstr("handle is missing"));
+  EXPECT_THAT(Refusal("vnd_write_bd_addr AA:BB"), HasSubstr("must be an address"));
+  EXPECT_THAT(Refusal("vnd_write_ram 0 " + std::string(2 * 252, 'a')), HasSubstr("carries at most 255"));
+}
+
+TEST(PacketWordsTest, CommandsAndTheirAnswers) {
+  EXPECT_EQ(PacketWords(kCommand, Bytes{0x03, 0x0C, 0x00}), "Reset");
+  EXPECT_EQ(PacketWords(kCommand, Bytes{0x18, 0xFC, 0x06, 0, 0, 0x00, 0x09, 0x3D, 0x00}),
+            "Update Baud Rate, 4000000 bit/s");
+  EXPECT_EQ(PacketWords(kCommand, Bytes{0x99, 0xFC, 0x00}), "opcode 0xFC99");
+  EXPECT_EQ(PacketWords(kCommand, Bytes{0x03, 0x0C, 0x02, 0xAA}), "Reset (length says 2)");
+  EXPECT_EQ(EventText({0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00}), "Command Complete: Reset, success");
+  EXPECT_EQ(EventText({0x0E, 0x04, 0x01, 0x03, 0x0C, 0x0C}), "Command Complete: Reset, command disallowed (0x0C)");
+  EXPECT_EQ(EventText({0x0F, 0x04, 0x00, 0x01, 0x05, 0x04}), "Command Status: Create Connection, accepted");
+  // Return parameters are only read behind a success.
+  const Bytes address = {0x0E, 0x0A, 0x01, 0x09, 0x10, 0x00, 0x33, 0x22, 0x11, 0xCC, 0xBB, 0xAA};
+  EXPECT_EQ(EventText(address), "Command Complete: Read BD_ADDR, success, AA:BB:CC:11:22:33");
+  Bytes failed = address;
+  failed[5] = 0x01;
+  EXPECT_EQ(EventText(failed), "Command Complete: Read BD_ADDR, unknown command (0x01)");
+}
+
+TEST(PacketWordsTest, AdvertisingReportsNameTheirSender) {
+  const Bytes report = {0x3E, 0x14, 0x02, 0x01,              // LE Meta, Advertising Report, one report
+                        0x00, 0x01,                          // connectable, random address
+                        0x01, 0x02, 0x03, 0x04, 0x05, 0xC6,  // C6:05:04:03:02:01
+                        0x08, 0x02, 0x01, 0x06, 0x04, 0x09, 'a', '\x1b', 'b',  // flags, a name with an escape in it
+                        0xC4};                                                 // -60 dBm
+  EXPECT_EQ(EventText(report), "LE Advertising Report: C6:05:04:03:02:01 random, -60 dBm, \"a.b\"");
+  // Cut anywhere, it is told as cut and never read past its end.
+  for (size_t length = 2; length < report.size(); ++length) {
+    const Bytes cut(report.begin(), report.begin() + static_cast<ptrdiff_t>(length));
+    EXPECT_THAT(EventText(cut), StartsWith("LE ")) << length;
+  }
+}
+
+TEST(PacketWordsTest, OtherEventsAndData) {
+  EXPECT_EQ(EventText({0x10, 0x01, 0x42}), "Hardware Error, code 0x42");
+  EXPECT_EQ(EventText({0x13, 0x05, 0x01, 0x01, 0x20, 0x02, 0x00}), "Number Of Completed Packets, 2 on handle 0x001");
+  EXPECT_EQ(EventText({0xFF, 0x04, 0x58, 0x05, 0x00, 0x93}),
+            "Vendor Event, quality report: root inflammation, error 0x00, vendor 0x93");
+  EXPECT_EQ(EventText({0x77, 0x00}), "event 0x77");
+  EXPECT_EQ(EventText({0x3E, 0x01, 0x66}), "LE Meta, subevent 0x66");
+  EXPECT_EQ(PacketWords(kAclData, Bytes{0x01, 0x20, 0x02, 0x00, 0xAA, 0xBB}), "handle 0x001, 2 bytes");
+  EXPECT_EQ(PacketWords(kThreadData, Bytes{0, 0, 1, 0, 0xAA}), "frame of 1 bytes");
+  EXPECT_EQ(PacketWords(0x09, Bytes{1, 2}), "2 bytes");
+  for (const uint8_t kind : {kCommand, kAclData, kScoData, kIsoData, kEvent, kThreadData}) {
+    EXPECT_THAT(PacketWords(kind, Bytes{}), StartsWith("cut ")) << int{kind};
+  }
+}
+
+TEST(ScriptTest, EveryVerb) {
+  using Verb = ScriptAction::Verb;
+  EXPECT_EQ(Parsed("   # only a comment").verb, Verb::kNothing);
+  EXPECT_EQ(Parsed("").verb, Verb::kNothing);
+
+  const ScriptAction reset = Parsed("reset   # behind it too");
+  EXPECT_EQ(reset.verb, Verb::kSend);
+  EXPECT_THAT(reset.packet, ElementsAre(0x03, 0x0C, 0x00));
+  EXPECT_TRUE(reset.await_answer);
+  EXPECT_FALSE(Parsed("nowait reset").await_answer);
+  EXPECT_THAT(Parsed("cmd 03 0c 00").packet, ElementsAre(0x03, 0x0C, 0x00));
+  EXPECT_EQ(Parsed("acl 01200100aa").kind, kAclData);
+  EXPECT_FALSE(Parsed("iso 01000100aa").await_answer);
+
+  const ScriptAction wait = Parsed("wait le_advertising_report 0.5");
+  EXPECT_EQ(wait.verb, Verb::kWait);
+  EXPECT_EQ(wait.text, "le_advertising_report");
+  EXPECT_EQ(wait.seconds, 0.5);
+  EXPECT_EQ(Parsed("expect command disallowed").text, "command disallowed");
+  EXPECT_THAT(Parsed("expect_bytes 0e .. 01").pattern, ElementsAre(0x0E, std::nullopt, 0x01));
+  EXPECT_EQ(Parsed("sleep 2").seconds, 2);
+  EXPECT_EQ(Parsed("le_scan").verb, Verb::kScan);
+  EXPECT_EQ(Parsed("exit").verb, Verb::kQuit);
+}
+
+TEST(ScriptTest, RefusesWithOneLineThatTeaches) {
+  EXPECT_THAT(Refusal("resett"), HasSubstr("'resett' is no command ('list' shows them"));
+  EXPECT_THAT(Refusal("cmd"), HasSubstr("as in 'cmd 03 0c 00'"));
+  EXPECT_THAT(Refusal("acl 0"), HasSubstr("acl: expected the packet's bytes in hex"));
+  EXPECT_THAT(Refusal("wait"), HasSubstr("as in 'wait le_advertising_report 2'"));
+  EXPECT_THAT(Refusal("wait any soon"), HasSubstr("a number of seconds, not 'soon'"));
+  EXPECT_THAT(Refusal("sleep"), HasSubstr("as in 'sleep 0.5'"));
+  EXPECT_THAT(Refusal("expect"), HasSubstr("as in 'expect success'"));
+  EXPECT_THAT(Refusal("expect_bytes 0e.0"), HasSubstr("pairs of hex digits"));
+  EXPECT_THAT(Refusal("nowait sleep 1"), HasSubstr("only a command"));
+  EXPECT_THAT(Refusal("close now"), HasSubstr("takes nothing behind it"));
+}
+
+TEST(ScriptTest, NamesMatchPackets) {
+  const Bytes report = {0x3E, 0x03, 0x02, 0x00, 0x00};
+  const Bytes hardware_error = {0x10, 0x01, 0x00};
+  EXPECT_TRUE(MatchesName("le_advertising_report", kEvent, report));
+  EXPECT_TRUE(MatchesName("le_meta", kEvent, report));
+  EXPECT_TRUE(MatchesName("0x3e", kEvent, report));
+  EXPECT_TRUE(MatchesName("any", kAclData, report));
+  EXPECT_TRUE(MatchesName("acl", kAclData, report));
+  EXPECT_TRUE(MatchesName("hardware_error", kEvent, hardware_error));
+  EXPECT_FALSE(MatchesName("le_advertising_report", kEvent, hardware_error));
+  EXPECT_FALSE(MatchesName("le_advertising_report", kAclData, report));
+  EXPECT_FALSE(MatchesName("0x10", kEvent, report));
+}
+
+}  // namespace
+}  // namespace bthal::tool

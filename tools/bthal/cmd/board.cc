@@ -1,0 +1,85 @@
+// bthal board: the virtual board alone.
+#include <host/property_store.h>
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "bthal/cmd/board_options.h"
+#include "bthal/cmd/commands.h"
+#include "bthal/run/device_names.h"
+#include "bthal/run/interrupt.h"
+#include "bthal/show/journal_words.h"
+#include "bthal/show/terminal.h"
+#include "sim/faults.h"
+
+namespace bthal::tool {
+namespace {
+
+struct BoardCommand {
+  sim::BoardOptions board;
+  std::string only;
+  bool quiet = false;
+};
+
+int Run(BoardCommand& command) {
+  command.board.only_coex = command.only == "coex";
+  const char* root = getenv(kRootVariable);
+  if (command.board.root.empty() && root != nullptr) command.board.root = root;
+  if (command.board.root.empty() && !command.board.only_coex) {
+    return Complain("board: where? Give --root DIR, or set BTHAL_ROOT (only --only coex plays on the machine itself)");
+  }
+  std::string error;
+  if (!FaultsAreClear(command.board, &error)) return Complain(error);
+  CatchInterrupts();
+  if (!command.board.root.empty()) setenv(kRootVariable, command.board.root.c_str(), 1);
+  // The board's start is the device's boot: what does not outlive a boot goes.
+  if (!command.board.only_coex && !::bthal::host::WipeVolatileProperties()) {
+    return Complain("board: cannot remove the volatile properties of the last run below " + command.board.root);
+  }
+  sim::Board board(command.board);
+  const auto start = std::chrono::steady_clock::now();
+  board.SetObserver([start](const sim::JournalEntry& entry) {
+    printf("%s  %s\n", Elapsed(start, entry.time).c_str(), JournalWords(entry).c_str());
+    fflush(stdout);
+  });
+  if (!board.Start(&error)) return Complain(error);
+  if (command.board.only_coex) {
+    printf("playing %s/dev/wbrc; Ctrl-C ends\n", command.board.root.c_str());
+  } else {
+    printf("playing below %s; start the service with BTHAL_ROOT=%s; Ctrl-C ends\n", command.board.root.c_str(),
+           command.board.root.c_str());
+  }
+  fflush(stdout);
+  while (SleepUnlessInterrupted(std::chrono::hours(1))) {
+  }
+  board.SetObserver({});
+  board.Stop();
+  return 0;
+}
+
+}  // namespace
+
+void AddBoard(CLI::App& app, int* status) {
+  auto command = std::make_shared<BoardCommand>();
+  CLI::App* sub = app.add_subcommand("board", "Play the device: controller, power, wake lines, drivers and files");
+  sub->add_option("--root", command->board.root,
+                  "the folder that is furnished as the device's root (default: BTHAL_ROOT)")
+      ->type_name("DIR");
+  AddBoardOptions(*sub, &command->board);
+  sub->add_option("--only", command->only, "play nothing but this")
+      ->check(CLI::IsMember({"coex"}).description(""))
+      ->type_name("coex");
+  sub->footer(
+      "Prints everything that happens at the board, one line each, until Ctrl-C.\n"
+      "\nExample, in three terminals, each with BTHAL_ROOT=/tmp/board:\n"
+      "  bthal board\n"
+      "  bthal supervise\n"
+      "  bthal hci 'le_scan 2'\n"
+      "\nFaults:\n" +
+      sim::FaultHelp());
+  sub->callback([command, status] { *status = Run(*command); });
+}
+
+}  // namespace bthal::tool

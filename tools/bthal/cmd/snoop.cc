@@ -1,0 +1,61 @@
+// bthal snoop: the vendor packet log, one line a packet.
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <memory>
+
+#include "bthal/cmd/commands.h"
+#include "bthal/run/device_names.h"
+#include "bthal/run/interrupt.h"
+#include "bthal/show/snoop_follower.h"
+#include "bthal/show/terminal.h"
+#include "os/device_path.h"
+
+namespace bthal::tool {
+namespace {
+
+struct SnoopOptions {
+  std::string file;
+  bool once = false;
+};
+
+int Run(const SnoopOptions& options) {
+  const std::string path =
+      options.file.empty() ? ::android::hardware::bluetooth::os::DevicePath(kSnoopLog) : options.file;
+  CatchInterrupts();
+  SnoopFollower follower(path);
+  const auto show = [](const SnoopRecord& record) { printf("%s\n", SnoopLine(record).c_str()); };
+  bool told = false;
+  do {
+    std::string error;
+    if (!follower.Poll(show, &error)) return Complain(error);
+    fflush(stdout);
+    if (follower.opened() || told) continue;
+    if (options.once) {
+      return Complain("no log at " + path + "; switch it on: bthal prop set " + kSnoopProperty + " true");
+    }
+    fprintf(stderr, "bthal: waiting for %s (switch it on: bthal prop set %s true)\n", path.c_str(), kSnoopProperty);
+    told = true;
+  } while (!options.once && SleepUnlessInterrupted(std::chrono::milliseconds(50)));
+  if (options.once && follower.Cut()) return Complain(path + " ends within a record");
+  return 0;
+}
+
+}  // namespace
+
+void AddSnoop(CLI::App& app, int* status) {
+  auto options = std::make_shared<SnoopOptions>();
+  CLI::App* sub = app.add_subcommand("snoop", "Follow the vendor packet log, one line a packet");
+  sub->add_option("file", options->file, "another btsnoop file")->type_name("FILE");
+  sub->add_flag("--once", options->once, "print what is there and end, instead of following it");
+  sub->footer(
+      "The service writes the log when it is opened with persist.bluetooth.vendor.btsnoop true, on a userdebug or eng\n"
+      "build (ro.build.type) or with persist.bluetooth.btsnooplogmode set. Ctrl-C ends.\n"
+      "\nExamples:\n"
+      "  bthal prop set persist.bluetooth.vendor.btsnoop true\n"
+      "  bthal snoop\n"
+      "  bthal snoop --once saved.log");
+  sub->callback([options, status] { *status = Run(*options); });
+}
+
+}  // namespace bthal::tool

@@ -1,0 +1,53 @@
+// bthal supervise: what init does on a device.
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
+#include "bthal/cmd/commands.h"
+#include "bthal/run/device_names.h"
+#include "bthal/run/interrupt.h"
+#include "bthal/run/supervisor.h"
+
+namespace bthal::tool {
+namespace {
+
+struct SuperviseOptions {
+  std::vector<std::string> program;
+  bool once = false;
+  int max_restarts = -1;
+};
+
+int Run(const SuperviseOptions& options) {
+  SupervisorOptions supervisor;
+  supervisor.program = options.program;
+  if (supervisor.program.empty()) supervisor.program = {ProgramBeside(kServiceProgram)};
+  supervisor.once = options.once;
+  if (options.max_restarts >= 0) supervisor.max_restarts = options.max_restarts;
+  CatchInterrupts();
+  return Supervisor(std::move(supervisor)).Run();
+}
+
+}  // namespace
+
+void AddSupervise(CLI::App& app, int* status) {
+  auto options = std::make_shared<SuperviseOptions>();
+  CLI::App* sub = app.add_subcommand("supervise", "Run the service, restart it when it dies, and say why it died");
+  sub->add_option("program", options->program, "another program and its arguments, after '--'");
+  sub->add_flag("--once", options->once, "do not restart; end with the program's exit status (128 + signal)");
+  sub->add_option("--max-restarts", options->max_restarts, "give up (exit status 1) after so many restarts")
+      ->type_name("N")
+      ->check(CLI::Range(0, 1000000000).description(""));
+  sub->footer(
+      "The service is meant to die whenever the controller can only be helped by a fresh start. Between restarts it\n"
+      "pauses 0.1 s, then twice as long each time, up to 5 s; a run of 10 s starts anew. The wake lock\n"
+      "\"bthal_wakelock\" that a killed service leaves behind is released. Ctrl-C or SIGTERM ends the service in "
+      "order\n"
+      "(SIGTERM, after 5 s SIGKILL), then this program.\n"
+      "\nExamples:\n"
+      "  bthal supervise\n"
+      "  BTHAL_ROOT=/tmp/board bthal supervise --max-restarts 3\n"
+      "  bthal supervise --once -- ./my-service --flag");
+  sub->callback([options, status] { *status = Run(*options); });
+}
+
+}  // namespace bthal::tool

@@ -1,0 +1,63 @@
+// bthal timeline: where the time went.
+#include <android-base/file.h>
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "bthal/cmd/commands.h"
+#include "bthal/show/record_dump.h"
+#include "bthal/show/terminal.h"
+#include "bthal/show/trace_json.h"
+
+namespace bthal::tool {
+namespace {
+
+struct TimelineOptions {
+  std::string file;
+  std::string output;
+  int least_ms = 0;
+};
+
+bool ReadInput(const std::string& name, std::string* content) {
+  if (name == "-") return ::android::base::ReadFdToString(STDIN_FILENO, content);
+  return ::android::base::ReadFileToString(name, content, /*follow_symlinks=*/true);
+}
+
+int Run(const TimelineOptions& options) {
+  std::string dump;
+  if (!ReadInput(options.file, &dump)) return Complain("cannot read " + options.file + ": " + strerror(errno));
+  std::string error;
+  const std::vector<DumpRecord> records = ParseRecordDump(dump, &error);
+  if (records.empty()) return Complain(options.file + ": " + error);
+  const std::vector<Span> spans = PairRecords(records);
+  printf("%s", BarChart(spans, TerminalWidth(), options.least_ms).c_str());
+  if (options.output.empty()) return 0;
+  if (!::android::base::WriteStringToFile(TraceJson(spans), options.output, 0644, getuid(), getgid(), true)) {
+    return Complain("cannot write " + options.output + ": " + strerror(errno));
+  }
+  printf("\n%zu records written to %s\n", spans.size(), options.output.c_str());
+  return 0;
+}
+
+}  // namespace
+
+void AddTimeline(CLI::App& app, int* status) {
+  auto options = std::make_shared<TimelineOptions>();
+  CLI::App* sub = app.add_subcommand("timeline", "Draw the scoped records of a service report over time");
+  sub->add_option("file", options->file, "a report of 'bthal dump'; '-' reads standard input")->required();
+  sub->add_option("-o,--output", options->output, "also write trace-event JSON, as trace viewers open it")
+      ->type_name("FILE");
+  sub->add_option("--min", options->least_ms, "leave out what took less than so many milliseconds")
+      ->type_name("MS")
+      ->check(CLI::Range(0, 1000000000).description(""));
+  sub->footer(
+      "The table keeps the last 400 records, so take the report soon after what is of interest.\n"
+      "\nExamples:\n"
+      "  bthal dump -o report.txt && bthal timeline report.txt -o trace.json\n"
+      "  bthal dump | bthal timeline - --min 5");
+  sub->callback([options, status] { *status = Run(*options); });
+}
+
+}  // namespace bthal::tool

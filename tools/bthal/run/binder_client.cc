@@ -1,0 +1,248 @@
+#include "bthal/run/binder_client.h"
+
+#include <aidl/android/hardware/bluetooth/BnBluetoothHciCallbacks.h>
+#include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
+#include <android-base/stringprintf.h>
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "bthal/hci/words.h"
+#include "bthal/run/device_names.h"
+#include "bthal/run/interrupt.h"
+
+namespace bthal::tool {
+namespace {
+
+using ::aidl::android::hardware::bluetooth::BnBluetoothHciCallbacks;
+using ::aidl::android::hardware::bluetooth::IBluetoothHci;
+using ::aidl::android::hardware::bluetooth::Status;
+using ::android::base::StringPrintf;
+using std::chrono::milliseconds;
+
+constexpr milliseconds kPoll{5};
+
+bool CallWorked(const ::ndk::ScopedAStatus& status, const char* call, std::string* error) {
+  if (status.isOk()) return true;
+  if (status.getStatus() == STATUS_DEAD_OBJECT) {
+    *error = StringPrintf("%s: the service has died", call);
+  } else if (status.getExceptionCode() == EX_SERVICE_SPECIFIC) {
+    *error = StringPrintf("%s: the service refuses with error %d", call, status.getServiceSpecificError());
+  } else {
+    const std::string message = status.getMessage();
+    *error = StringPrintf("%s: the service refuses: %s", call,
+                          message.empty() ? status.getDescription().c_str() : message.c_str());
+  }
+  return false;
+}
+
+}  // namespace
+
+// What has come from the service. Outlives the client as long as the service may still call.
+class HciClient::Inbox {
+ public:
+  explicit Inbox(Observer observer) : observer_(std::move(observer)) {}
+
+  void Put(uint8_t kind, const std::vector<uint8_t>& bytes) {
+    ReceivedPacket packet{kind, bytes};
+    observer_.on_packet(packet);
+    const std::lock_guard lock(mutex_);
+    packets_.push_back(std::move(packet));
+    changed_.notify_all();
+  }
+
+  void PutStatus(Status status) {
+    const std::lock_guard lock(mutex_);
+    status_ = status;
+    changed_.notify_all();
+  }
+
+  std::optional<Status> TakeStatus() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(status_, std::nullopt);
+  }
+
+  void PutDeath() {
+    observer_.on_death();
+    const std::lock_guard lock(mutex_);
+    died_ = true;
+    changed_.notify_all();
+  }
+
+  bool died() const {
+    const std::lock_guard lock(mutex_);
+    return died_;
+  }
+
+  void Forget() {
+    const std::lock_guard lock(mutex_);
+    packets_.clear();
+  }
+
+  std::optional<ReceivedPacket> Take(const std::function<bool(const ReceivedPacket&)>& wanted, milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    std::unique_lock lock(mutex_);
+    for (;;) {
+      for (auto packet = packets_.begin(); packet != packets_.end(); ++packet) {
+        if (!wanted(*packet)) continue;
+        ReceivedPacket found = std::move(*packet);
+        packets_.erase(packet);
+        return found;
+      }
+      const auto now = std::chrono::steady_clock::now();
+      if (died_ || Interrupted() || now >= deadline) return std::nullopt;
+      // A signal handler cannot notify a condition, so look after it now and then.
+      changed_.wait_until(lock, std::min(deadline, now + kPoll));
+    }
+  }
+
+ private:
+  const Observer observer_;
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<ReceivedPacket> packets_;
+  std::optional<Status> status_;
+  bool died_ = false;
+};
+
+class HciClient::Callbacks : public BnBluetoothHciCallbacks {
+ public:
+  explicit Callbacks(std::shared_ptr<Inbox> inbox) : inbox_(std::move(inbox)) {}
+
+  ::ndk::ScopedAStatus aclDataReceived(const std::vector<uint8_t>& data) override { return Put(kAclData, data); }
+  ::ndk::ScopedAStatus hciEventReceived(const std::vector<uint8_t>& event) override { return Put(kEvent, event); }
+  ::ndk::ScopedAStatus isoDataReceived(const std::vector<uint8_t>& data) override { return Put(kIsoData, data); }
+  ::ndk::ScopedAStatus scoDataReceived(const std::vector<uint8_t>& data) override { return Put(kScoData, data); }
+  ::ndk::ScopedAStatus initializationComplete(Status status) override {
+    inbox_->PutStatus(status);
+    return ::ndk::ScopedAStatus::ok();
+  }
+
+ private:
+  ::ndk::ScopedAStatus Put(uint8_t kind, const std::vector<uint8_t>& packet) {
+    inbox_->Put(kind, packet);
+    return ::ndk::ScopedAStatus::ok();
+  }
+
+  const std::shared_ptr<Inbox> inbox_;
+};
+
+// The service as this process sees it, with the link that tells of its death.
+class HciClient::Service {
+ public:
+  Service(std::shared_ptr<IBluetoothHci> hci, const std::shared_ptr<Inbox>& inbox)
+      : hci_(std::move(hci)), recipient_(AIBinder_DeathRecipient_new(OnDied)) {
+    AIBinder_DeathRecipient_setOnUnlinked(recipient_.get(), OnUnlinked);
+    auto* cookie = new std::shared_ptr<Inbox>(inbox);
+    if (AIBinder_linkToDeath(hci_->asBinder().get(), recipient_.get(), cookie) != STATUS_OK) inbox->PutDeath();
+  }
+
+  const std::shared_ptr<IBluetoothHci>& hci() const { return hci_; }
+
+ private:
+  // The cookie is a shared pointer of its own on the heap: a death may be told while the client is being destroyed.
+  static void OnDied(void* cookie) { (*static_cast<std::shared_ptr<Inbox>*>(cookie))->PutDeath(); }
+  static void OnUnlinked(void* cookie) { delete static_cast<std::shared_ptr<Inbox>*>(cookie); }
+
+  std::shared_ptr<IBluetoothHci> hci_;
+  ::ndk::ScopedAIBinder_DeathRecipient recipient_;
+};
+
+HciClient::HciClient(Observer observer) : observer_(std::move(observer)), inbox_(std::make_shared<Inbox>(observer_)) {}
+
+HciClient::~HciClient() {
+  std::string ignored;
+  if (initialized_) Close(&ignored);
+}
+
+bool HciClient::Connect(milliseconds patience, std::string* error) {
+  ABinderProcess_startThreadPool();
+  std::shared_ptr<IBluetoothHci> hci;
+  const bool found = WaitUntil(
+      [&] {
+        hci = IBluetoothHci::fromBinder(::ndk::SpAIBinder(AServiceManager_checkService(kHciService)));
+        return hci != nullptr;
+      },
+      patience);
+  if (!found) {
+    *error = StringPrintf("%s is not published: start the service first (bthal supervise, bthal demo)", kHciService);
+    return false;
+  }
+  initialized_ = false;
+  inbox_ = std::make_shared<Inbox>(observer_);
+  service_ = std::make_unique<Service>(std::move(hci), inbox_);
+  return true;
+}
+
+bool HciClient::Initialize(milliseconds patience, std::string* error) {
+  // On a thread of its own: a service that never comes back must not keep the user from leaving.
+  auto call = std::make_shared<std::promise<::ndk::ScopedAStatus>>();
+  std::future<::ndk::ScopedAStatus> done = call->get_future();
+  std::thread([call, hci = service_->hci(), callbacks = ::ndk::SharedRefBase::make<Callbacks>(inbox_)] {
+    call->set_value(hci->initialize(callbacks));
+  }).detach();
+  if (!WaitUntil([&] { return done.wait_for(milliseconds(0)) == std::future_status::ready; }, patience)) {
+    *error = Interrupted() ? "interrupted" : "initialize: no answer from the service";
+    return false;
+  }
+  if (!CallWorked(done.get(), "initialize", error)) return false;
+  std::optional<Status> status;
+  WaitUntil([&] { return (status = inbox_->TakeStatus()) || inbox_->died(); }, patience);
+  if (!status) {
+    *error = inbox_->died() ? "initialize: the service has died" : "initialize: no result from the service";
+    return false;
+  }
+  initialized_ = *status == Status::SUCCESS;
+  if (!initialized_) *error = "initialize: the service reports " + toString(*status);
+  return initialized_;
+}
+
+bool HciClient::Close(std::string* error) {
+  initialized_ = false;
+  return CallWorked(service_->hci()->close(), "close", error);
+}
+
+bool HciClient::Send(uint8_t kind, const std::vector<uint8_t>& packet, std::string* error) {
+  const std::shared_ptr<IBluetoothHci>& hci = service_->hci();
+  switch (kind) {
+    case kCommand:
+      return CallWorked(hci->sendHciCommand(packet), "sendHciCommand", error);
+    case kAclData:
+      return CallWorked(hci->sendAclData(packet), "sendAclData", error);
+    case kScoData:
+      return CallWorked(hci->sendScoData(packet), "sendScoData", error);
+    case kIsoData:
+      return CallWorked(hci->sendIsoData(packet), "sendIsoData", error);
+    default:
+      *error = "a client cannot send a packet of type " + KindWord(kind);
+      return false;
+  }
+}
+
+std::optional<ReceivedPacket> HciClient::Take(const std::function<bool(const ReceivedPacket&)>& wanted,
+                                              milliseconds patience) {
+  return inbox_->Take(wanted, patience);
+}
+
+void HciClient::Forget() { inbox_->Forget(); }
+
+bool HciClient::ServiceDied() const { return inbox_->died(); }
+
+bool DumpService(int fd, std::string* error) {
+  const ::ndk::SpAIBinder binder(AServiceManager_checkService(kHciService));
+  if (binder.get() == nullptr) {
+    *error = StringPrintf("%s is not published: start the service first (bthal supervise, bthal demo)", kHciService);
+    return false;
+  }
+  const binder_status_t status = AIBinder_dump(binder.get(), fd, nullptr, 0);
+  if (status != STATUS_OK) *error = StringPrintf("the service did not report: status %d", status);
+  return status == STATUS_OK;
+}
+
+}  // namespace bthal::tool

@@ -1,0 +1,291 @@
+#include "bthal/run/demo.h"
+
+#include <android-base/file.h>
+#include <android-base/properties.h>
+#include <android-base/stringprintf.h>
+#include <fcntl.h>
+#include <host/property_store.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "bthal/hci/words.h"
+#include "bthal/run/demo_check.h"
+#include "bthal/run/device_names.h"
+#include "bthal/run/interrupt.h"
+#include "bthal/show/journal_words.h"
+#include "bthal/show/last_words.h"
+
+namespace bthal::tool {
+namespace {
+
+using ::android::base::StringPrintf;
+using sim::JournalEntry;
+using sim::WireEvent;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// Far above what a step takes, also at the real line's pace and with retries: they end a demo that hangs.
+constexpr milliseconds kBringUpPatience = seconds(30);
+constexpr milliseconds kStepPatience = seconds(20);
+constexpr milliseconds kEndPatience = seconds(5);
+
+constexpr uint16_t kWriteRam = 0xFC4C;
+constexpr uint16_t kSetSleepMode = 0xFC27;
+
+bool IsAnswerTo(const JournalEntry& entry, uint16_t opcode) {
+  return entry.event == WireEvent::kSent && entry.packet_type == kEvent && AnsweredOpcode(entry.bytes) == opcode;
+}
+
+// The patch records and their answers: hundreds of packets that the progress bar stands for.
+bool IsPatchTraffic(const JournalEntry& entry) {
+  const bool record = entry.event == WireEvent::kReceived && entry.packet_type == kCommand && entry.bytes.size() >= 2 &&
+                      (entry.bytes[0] | entry.bytes[1] << 8) == kWriteRam;
+  return record || IsAnswerTo(entry, kWriteRam);
+}
+
+// What the board sees beside packets and is worth a line to someone who watches a bring-up.
+bool IsWorthShowing(const JournalEntry& entry) {
+  switch (entry.event) {
+    case WireEvent::kReceived:
+    case WireEvent::kSent:
+      return !IsPatchTraffic(entry);
+    case WireEvent::kPowerOn:
+    case WireEvent::kPowerOff:
+    case WireEvent::kSpeed:
+    case WireEvent::kHostSpeed:
+    case WireEvent::kPatchLaunched:
+    case WireEvent::kBooted:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool IsOff(const std::vector<JournalEntry>& journal) {
+  const auto last = std::find_if(journal.rbegin(), journal.rend(), [](const JournalEntry& entry) {
+    return entry.event == WireEvent::kPowerOn || entry.event == WireEvent::kPowerOff;
+  });
+  return last != journal.rend() && last->event == WireEvent::kPowerOff;
+}
+
+bool IsTrouble(const JournalEntry& entry) {
+  return entry.event == WireEvent::kLostBytes || entry.event == WireEvent::kProtocolError ||
+         entry.event == WireEvent::kFault;
+}
+
+}  // namespace
+
+Demo::Demo(DemoOptions options) : options_(std::move(options)), patch_bar_("          * patch    ") {}
+
+Demo::~Demo() {
+  if (board_ != nullptr) board_->SetObserver({});
+}
+
+int Demo::Run() {
+  printf("%s\n\n", Paint(Colour::kHeading, "A controller is brought up on a virtual board, and used.").c_str());
+  return Conclude(Play());
+}
+
+bool Demo::Play() {
+  return PrepareDevice() && StartBoard() && StartService() && AwaitBringUp() && StartClient() && TakeReport() &&
+         Relay() && EndClient() && EndService() && Judge();
+}
+
+void Demo::Line(const std::string& text) {
+  const std::lock_guard lock(print_mutex_);
+  if (patch_bar_.active()) patch_bar_.Finish();
+  printf("%s  %s\n", Elapsed(start_, std::chrono::steady_clock::now()).c_str(), text.c_str());
+  fflush(stdout);
+}
+
+bool Demo::Fail(const std::string& why) {
+  if (failure_.empty() && !Interrupted()) failure_ = why;
+  return false;
+}
+
+void Demo::OnBoard(const JournalEntry& entry) {
+  if (entry.event == WireEvent::kPatchRecord) {
+    const std::lock_guard lock(print_mutex_);
+    patch_bar_.Update(entry.value, entry.total);
+    return;
+  }
+  // An unpowered controller has no speed; the board names it all the same, for the next power-on.
+  if (entry.event == WireEvent::kPowerOn || entry.event == WireEvent::kPowerOff) {
+    powered_ = entry.event == WireEvent::kPowerOn;
+  }
+  if (entry.event == WireEvent::kSpeed && !powered_) return;
+  if (!IsTrouble(entry) && !(show_wire_ && IsWorthShowing(entry))) return;
+  const std::lock_guard lock(print_mutex_);
+  patch_bar_.Finish();
+  printf("%s  %s\n", Elapsed(start_, entry.time).c_str(), JournalWords(entry).c_str());
+  fflush(stdout);
+}
+
+bool Demo::PrepareDevice() {
+  std::string error;
+  if (!root_.Prepare(options_.root, &error)) return Fail(error);
+  options_.board.root = root_.path();
+  setenv(kRootVariable, root_.path().c_str(), 1);
+  bool set = ::bthal::host::WipeVolatileProperties() &&
+             ::android::base::SetProperty(kAccelerateDisableProperty, options_.no_accel ? "true" : "false");
+  if (options_.snoop) {
+    set = set && ::android::base::SetProperty(kBuildTypeProperty, "userdebug") &&
+          ::android::base::SetProperty(kSnoopProperty, "true");
+  }
+  if (!set) return Fail("cannot write properties below " + root_.path());
+  Line(Note("root", root_.path()));
+  return true;
+}
+
+bool Demo::StartBoard() {
+  board_ = std::make_unique<sim::Board>(options_.board);
+  board_->SetObserver([this](const JournalEntry& entry) { OnBoard(entry); });
+  std::string error;
+  if (!board_->Start(&error)) return Fail(error);
+  Line(Note("board", StringPrintf("chip %u, one-time memory %s%s", options_.board.chip_id,
+                                  options_.board.otp_written ? "written" : "empty",
+                                  options_.board.pace ? ", bytes at the line's real pace" : "")));
+  return true;
+}
+
+bool Demo::StartService() {
+  const ::android::base::unique_fd log(
+      open(root_.Log("service.log").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644));
+  if (!log.ok()) return Fail("cannot write " + root_.Log("service.log") + ": " + strerror(errno));
+  std::string error;
+  service_ = Child::Spawn({.arguments = {ProgramBeside(kServiceProgram)},
+                           .environment = {},
+                           .standard_output = log.get(),
+                           .standard_error = log.get()},
+                          &error);
+  if (!service_.running()) return Fail(error);
+  Line(Note("service", StringPrintf("pid %d, %s", service_.pid(), kServiceProgram)));
+  return true;
+}
+
+bool Demo::ServiceDied() {
+  if (!service_.running()) return true;
+  const std::optional<int> status = service_.Wait(milliseconds(0));
+  if (status) TellWhyServiceDied(*status);
+  return status.has_value();
+}
+
+void Demo::TellWhyServiceDied(int wait_status) {
+  LastWords words;
+  std::ifstream log(root_.Log("service.log"));
+  for (std::string line; std::getline(log, line);) words.Look(line);
+  Line(Paint(Colour::kBad, Note("service", ExitWords(wait_status))));
+  for (const std::string& line : words.Lines()) Line(Note("", line));
+  Fail("the service " + ExitWords(wait_status));
+}
+
+bool Demo::AwaitBringUp() {
+  // Without acceleration nothing happens before a client asks.
+  if (options_.no_accel) return true;
+  size_t seen = 0;
+  bool up = false;
+  WaitUntil(
+      [&] {
+        for (const JournalEntry& entry : board_->Journal(seen)) {
+          ++seen;
+          up |= IsAnswerTo(entry, kSetSleepMode);
+        }
+        return up || ServiceDied();
+      },
+      kBringUpPatience);
+  if (Interrupted() || !failure_.empty()) return false;
+  // A controller that refuses to sleep, or is slow about it, is none the less up: the client will tell.
+  return true;
+}
+
+SpawnOptions Demo::OwnProgram(const std::vector<std::string>& arguments) const {
+  SpawnOptions spawn;
+  spawn.arguments = {::android::base::GetExecutablePath()};
+  spawn.arguments.insert(spawn.arguments.end(), arguments.begin(), arguments.end());
+  // Its lines go through a pipe, but end up on our terminal.
+  if (HasColours()) spawn.environment.emplace_back("CLICOLOR_FORCE", "1");
+  if (TerminalWidth() > 0) spawn.environment.emplace_back("COLUMNS", std::to_string(TerminalWidth()));
+  return spawn;
+}
+
+bool Demo::StartClient() {
+  client_ = std::make_unique<Conversation>([this](const std::string& line) { Line(line); });
+  std::string error;
+  if (!client_->Start(OwnProgram({"hci", "--no-times", "--script", "-"}), &error)) return Fail(error);
+  Line(Note("client", StringPrintf("pid %d, over Binder", client_->pid())));
+  if (!client_->ReadUntil("initialised: SUCCESS", kBringUpPatience)) {
+    ServiceDied();
+    return Fail("the client could not initialise the HAL");
+  }
+  show_wire_ = false;  // from here on the client's own view is what counts
+  client_begins_ = board_->Journal().size();
+  return true;
+}
+
+bool Demo::TakeReport() {
+  std::string error;
+  Child dump = Child::Spawn(OwnProgram({"dump", "-o", root_.Log("report.txt")}), &error);
+  if (!dump.running()) return Fail(error);
+  const std::optional<int> status = dump.Wait(kStepPatience);
+  if (status != 0) return Fail("the service did not write its report");
+  Line(Note("report", "taken right after the initialisation"));
+  return true;
+}
+
+bool Demo::Relay() {
+  const std::string& address =
+      options_.board.provision_address ? options_.board.provisioned_address : options_.board.address;
+  for (const std::string& line :
+       {std::string("reset"), std::string("expect success"), std::string("read_local_version"),
+        std::string("expect success, HCI"), std::string("read_bd_addr"), "expect " + address,
+        std::string("le_scan_parameters"), std::string("expect success"), std::string("le_scan_enable 1 0"),
+        std::string("expect success"), std::string("wait le_advertising_report 5"), std::string("sleep 0.3"),
+        std::string("le_scan_enable 0 0"), std::string("expect success")}) {
+    client_->Say(line);
+  }
+  client_->HangUp();
+  return true;
+}
+
+bool Demo::EndClient() {
+  const std::optional<int> status = client_->ReadToTheEnd(kStepPatience);
+  if (!status) return Fail("the client did not end");
+  if (*status != 0) ServiceDied();
+  if (*status != 0) return Fail("the client " + ExitWords(*status));
+  Line(Note("client", "ended, every answer as expected"));
+  return true;
+}
+
+bool Demo::EndService() {
+  if (ServiceDied()) return false;
+  show_wire_ = true;
+  service_.Signal(SIGTERM);
+  const std::optional<int> status = service_.Wait(kEndPatience);
+  if (!status) return Fail("the service did not end on SIGTERM");
+  // It switches the controller off and then ends itself the one way it has.
+  if (!WIFSIGNALED(*status) || WTERMSIG(*status) != SIGKILL) {
+    return Fail("the service ended in another way than it should: " + ExitWords(*status));
+  }
+  const bool off = board_->WaitFor(IsOff, kEndPatience);
+  if (!off) return Fail("the service left the controller powered");
+  Line(Note("service", "ended on SIGTERM, the controller is off"));
+  return true;
+}
+
+bool Demo::Judge() {
+  printf("\n%s\n\n", Paint(Colour::kHeading, "What really happened, by the board's journal").c_str());
+  bool all = true;
+  for (const DemoFact& fact : CheckDemo(board_->Journal(), client_begins_, options_.board)) {
+    printf("  %s  %s\n", fact.holds ? Paint(Colour::kGood, "yes").c_str() : Paint(Colour::kBad, "NO ").c_str(),
+           fact.text.c_str());
+    all &= fact.holds;
+  }
+  return all || Fail("not everything happened that should have");
+}
+
+}  // namespace bthal::tool

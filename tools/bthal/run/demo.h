@@ -1,0 +1,78 @@
+// The whole way once: board, service, client, packets, and what they left behind.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bthal/run/conversation.h"
+#include "bthal/run/demo_root.h"
+#include "bthal/run/process.h"
+#include "bthal/show/terminal.h"
+#include "sim/board.h"
+
+namespace bthal::tool {
+
+struct DemoOptions {
+  sim::BoardOptions board;  // its root is filled in by the demo
+  std::string root;         // empty: a place of the demo's own
+  bool snoop = false;
+  bool no_accel = false;
+  bool keep = false;
+};
+
+class Demo {
+ public:
+  explicit Demo(DemoOptions options);
+  Demo(const Demo&) = delete;
+  Demo& operator=(const Demo&) = delete;
+  ~Demo();
+
+  // The program's exit status: 0 only if every step happened.
+  int Run();
+
+ private:
+  bool Play();
+  bool PrepareDevice();
+  bool StartBoard();
+  bool StartService();
+  bool AwaitBringUp();
+  bool StartClient();
+  bool TakeReport();
+  bool Relay();
+  bool EndClient();
+  bool EndService();
+  bool Judge();
+  int Conclude(bool well);
+
+  void OnBoard(const sim::JournalEntry& entry);
+  void Line(const std::string& text);
+  bool Fail(const std::string& why);
+  bool ServiceDied();
+  void TellWhyServiceDied(int wait_status);
+  SpawnOptions OwnProgram(const std::vector<std::string>& arguments) const;
+  void PrintChart();
+  void PrintSnoopLog();
+  void WriteJournal() const;
+
+  DemoOptions options_;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  DemoRoot root_;
+
+  std::mutex print_mutex_;  // the board prints on its own thread
+  ProgressBar patch_bar_;
+  std::atomic<bool> show_wire_{true};
+  bool powered_ = false;  // the board's thread alone
+
+  std::unique_ptr<sim::Board> board_;
+  Child service_;
+  std::unique_ptr<Conversation> client_;
+  size_t client_begins_ = 0;
+  std::string failure_;
+};
+
+}  // namespace bthal::tool

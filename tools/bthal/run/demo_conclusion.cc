@@ -1,0 +1,101 @@
+// What a demo leaves behind: the chart, the logs, and the folder.
+#include <android-base/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "bthal/run/demo.h"
+#include "bthal/run/device_names.h"
+#include "bthal/run/interrupt.h"
+#include "bthal/show/journal_words.h"
+#include "bthal/show/record_dump.h"
+#include "bthal/show/snoop_follower.h"
+#include "bthal/show/trace_json.h"
+
+namespace bthal::tool {
+namespace {
+
+void Heading(const std::string& text) { printf("\n%s\n\n", Paint(Colour::kHeading, text).c_str()); }
+
+void PrintLogs(const std::vector<std::pair<std::string, const char*>>& logs) {
+  size_t width = 0;
+  for (const auto& [path, what] : logs) width = std::max(width, path.size());
+  for (const auto& [path, what] : logs) {
+    if (access(path.c_str(), F_OK) == 0) printf("  %-*s  %s\n", static_cast<int>(width), path.c_str(), what);
+  }
+}
+
+}  // namespace
+
+void Demo::PrintChart() {
+  std::string report;
+  std::string error;
+  if (!::android::base::ReadFileToString(root_.Log("report.txt"), &report)) return;
+  const std::vector<Span> spans = PairRecords(ParseRecordDump(report, &error));
+  if (spans.empty()) return;
+  ::android::base::WriteStringToFile(TraceJson(spans), root_.Log("bring-up.json"));
+  Heading("Where the time of the bring-up went");
+  printf("%s", BarChart(spans, TerminalWidth(), 0).c_str());
+}
+
+void Demo::PrintSnoopLog() {
+  Heading("The service's own packet log");
+  std::vector<SnoopRecord> records;
+  SnoopFollower log(root_.path() + kSnoopLog);
+  std::string error;
+  const bool whole = log.Poll([&](const SnoopRecord& record) { records.push_back(record); }, &error);
+  for (const std::string& line : FoldedSnoopLines(records)) printf("%s\n", line.c_str());
+  if (!whole) Complain(error);
+  printf("\n%s\n", log.opened() ? CountWords(records).c_str() : "there is none");
+}
+
+void Demo::WriteJournal() const {
+  if (board_ == nullptr) return;
+  std::string text;
+  for (const sim::JournalEntry& entry : board_->Journal()) {
+    text += Elapsed(start_, entry.time) + "  " + JournalWords(entry) + "\n";
+  }
+  ::android::base::WriteStringToFile(WithoutColours(text), root_.Log("board.log"));
+}
+
+int Demo::Conclude(bool well) {
+  {
+    const std::lock_guard lock(print_mutex_);
+    patch_bar_.Finish();
+  }
+  client_.reset();
+  service_.Kill();
+  if (board_ != nullptr) {
+    board_->SetObserver({});
+    board_->Stop();
+  }
+  if (Interrupted()) {
+    board_.reset();
+    root_.Clean(DemoOutcome::kInterrupted, options_.keep);
+    printf("\ninterrupted; nothing is left running\n");
+    return 128 + InterruptSignal();
+  }
+  if (!root_.path().empty()) {
+    WriteJournal();
+    PrintChart();
+    if (options_.snoop) PrintSnoopLog();
+    board_.reset();
+    root_.Clean(well ? DemoOutcome::kSuccess : DemoOutcome::kFailure, options_.keep);
+    Heading("Logs");
+    PrintLogs({{root_.Log("service.log"), "what the service said"},
+               {root_.Log("board.log"), "everything that the board saw"},
+               {root_.Log("report.txt"), "the service's report (bthal dump)"},
+               {root_.Log("bring-up.json"), "the chart, for a trace viewer"},
+               {root_.path() + kSnoopLog, "the packet log (bthal snoop --once FILE)"}});
+  }
+  if (well) {
+    printf("\n%s in %.1f s.\n", Paint(Colour::kGood, "Everything happened").c_str(),
+           std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count());
+    return 0;
+  }
+  printf("\n");
+  return Complain("demo failed: " + failure_);
+}
+
+}  // namespace bthal::tool

@@ -1,0 +1,115 @@
+#include "bthal/run/extension_clients.h"
+
+#include <aidl/vendor/tovani/bluetooth_ext/IBTChannelAvoidance.h>
+#include <aidl/vendor/tovani/bluetooth_ext/IBluetoothFinder.h>
+#include <android-base/stringprintf.h>
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+
+#include "bthal/hci/hex.h"
+#include "bthal/hci/split_words.h"
+
+namespace bthal::tool {
+namespace {
+
+using ::aidl::vendor::tovani::bluetooth_ext::IBluetoothFinder;
+using ::aidl::vendor::tovani::bluetooth_ext::IBTChannelAvoidance;
+using ::android::base::StringPrintf;
+
+constexpr int kServiceErrorOff = -22;
+
+template <typename I>
+std::shared_ptr<I> Find(std::string* error) {
+  ABinderProcess_startThreadPool();
+  const std::string instance = std::string(I::descriptor) + "/default";
+  std::shared_ptr<I> service = I::fromBinder(::ndk::SpAIBinder(AServiceManager_checkService(instance.c_str())));
+  if (service == nullptr) *error = instance + " is not published: start the service first (bthal supervise)";
+  return service;
+}
+
+bool CallWorked(const ::ndk::ScopedAStatus& status, std::string* error) {
+  if (status.isOk()) return true;
+  *error = status.getExceptionCode() == EX_SERVICE_SPECIFIC && status.getServiceSpecificError() == kServiceErrorOff
+               ? "the service refuses with error -22: Bluetooth is off (a client must have the HAL, as bthal hci does)"
+               : "the service refuses: " + status.getDescription();
+  return false;
+}
+
+}  // namespace
+
+bool SetChannelMap(const ChannelMap& map, std::string* error) {
+  const auto service = Find<IBTChannelAvoidance>(error);
+  return service != nullptr && CallWorked(service->setBluetoothChannelStatus(map), error);
+}
+
+bool SendFinderKeys(const std::vector<uint8_t>& keys, std::string* error) {
+  const auto service = Find<IBluetoothFinder>(error);
+  return service != nullptr && CallWorked(service->sendPrecomputedKeys(keys), error);
+}
+
+bool SetFinderMode(bool enable, std::string* error) {
+  const auto service = Find<IBluetoothFinder>(error);
+  return service != nullptr && CallWorked(service->setPoweredOffMode(enable), error);
+}
+
+std::optional<ChannelMap> ParseChannelMap(std::string_view text, std::string* error) {
+  const std::optional<std::vector<uint8_t>> bytes = ParseHex(text);
+  if (!bytes || bytes->size() != kChannelMapSize) {
+    *error = StringPrintf("'%s' is no channel map: expected 10 bytes in hex, bit n for channel n, as in %s",
+                          std::string(text).c_str(), "ffffffffffffffffff7f");
+    return std::nullopt;
+  }
+  ChannelMap map;
+  std::ranges::copy(*bytes, map.begin());
+  return map;
+}
+
+std::optional<ChannelMap> MapWithout(const std::string& channels, std::string* error) {
+  constexpr uint64_t kLastChannel = 78;
+  ChannelMap map;
+  map.fill(0xFF);
+  map.back() = 0x7F;  // channels 72 to 78; the top bit is no channel
+  std::istringstream list(channels);
+  for (std::string range; std::getline(list, range, ',');) {
+    const size_t dash = range.find('-');
+    const std::optional<uint64_t> first = ParseNumber(range.substr(0, dash), kLastChannel);
+    const std::optional<uint64_t> last =
+        dash == std::string::npos ? first : ParseNumber(range.substr(dash + 1), kLastChannel);
+    if (!first || !last || *last < *first) {
+      *error = "'" + range + "' is no channel: expected numbers from 0 to 78, or ranges of them, as in 0-10,37";
+      return std::nullopt;
+    }
+    for (uint64_t channel = *first; channel <= *last; ++channel) {
+      map[channel / 8] = static_cast<uint8_t>(map[channel / 8] & ~(1 << channel % 8));
+    }
+  }
+  return map;
+}
+
+std::optional<FinderFile> ParseFinderFile(const std::string& content, std::string* error) {
+  FinderFile file;
+  std::istringstream lines(content);
+  int number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    ++number;
+    const std::vector<std::string> words = SplitWords(line.substr(0, line.find('#')));
+    if (words.empty()) continue;
+    if (words.size() == 2 && words[0] == "mode" && (words[1] == "on" || words[1] == "off")) {
+      file.enable = words[1] == "on";
+      continue;
+    }
+    const std::optional<std::vector<uint8_t>> key = ParseHex(line.substr(0, line.find('#')));
+    if (!key || key->size() != kFinderKeySize) {
+      *error = StringPrintf("line %d is neither a key of 20 bytes in hex nor 'mode on' nor 'mode off'", number);
+      return std::nullopt;
+    }
+    file.keys.insert(file.keys.end(), key->begin(), key->end());
+  }
+  return file;
+}
+
+}  // namespace bthal::tool

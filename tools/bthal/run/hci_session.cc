@@ -1,0 +1,175 @@
+#include "bthal/run/hci_session.h"
+
+#include <android-base/stringprintf.h>
+
+#include <cstdio>
+#include <optional>
+
+#include "bthal/hci/commands.h"
+#include "bthal/hci/hex.h"
+#include "bthal/hci/words.h"
+#include "bthal/run/interrupt.h"
+#include "bthal/show/journal_words.h"
+#include "bthal/show/packet_line.h"
+#include "bthal/show/terminal.h"
+
+namespace bthal::tool {
+namespace {
+
+using ::android::base::StringPrintf;
+using std::chrono::milliseconds;
+
+milliseconds Milliseconds(double seconds) { return milliseconds(static_cast<int64_t>(seconds * 1000)); }
+
+// Command Complete, Command Status, or, in local loopback mode, the command itself coming back.
+bool Answers(const ReceivedPacket& packet, uint16_t opcode) {
+  if (packet.kind != kEvent) return false;
+  if (AnsweredOpcode(packet.bytes) == opcode) return true;
+  constexpr uint8_t kLoopbackCommand = 0x19;
+  return packet.bytes.size() >= 4 && packet.bytes[0] == kLoopbackCommand &&
+         (packet.bytes[2] | packet.bytes[3] << 8) == opcode;
+}
+
+}  // namespace
+
+HciSession::HciSession(const SessionOptions& options)
+    : options_(options),
+      client_({.on_packet =
+                   [this](const ReceivedPacket& packet) {
+                     Print(PacketLine(Direction::kFromController, packet.kind, packet.bytes));
+                   },
+               .on_death = [this] { Print(Paint(Colour::kBad, Note("hal", "the service has died"))); }}) {}
+
+void HciSession::Print(const std::string& line) const {
+  const std::lock_guard lock(print_mutex_);
+  if (options_.times) printf("%s  ", Elapsed(start_, std::chrono::steady_clock::now()).c_str());
+  printf("%s\n", line.c_str());
+  fflush(stdout);
+}
+
+bool HciSession::Fail(const std::string& why) const {
+  const std::lock_guard lock(print_mutex_);
+  Complain(why);
+  return false;
+}
+
+bool HciSession::Open() {
+  std::string error;
+  return client_.Connect(options_.service_patience, &error) ? Initialize() : Fail(error);
+}
+
+bool HciSession::Initialize() {
+  constexpr milliseconds kBringUpPatience = std::chrono::seconds(60);
+  if (client_.ServiceDied()) return Open();
+  if (client_.initialized()) return Fail("initialize: the HAL is already ours");
+  std::string error;
+  if (!client_.Initialize(kBringUpPatience, &error)) return Fail(error);
+  Print(Note("hal", "initialised: SUCCESS"));
+  return true;
+}
+
+bool HciSession::Close() {
+  if (!client_.initialized() || client_.ServiceDied()) return true;
+  std::string error;
+  if (!client_.Close(&error)) return Fail(error);
+  Print(Note("hal", "closed"));
+  return true;
+}
+
+bool HciSession::Run(const std::string& line) {
+  std::string error;
+  const std::optional<ScriptAction> action = ParseScriptLine(line, &error);
+  if (!action) return Fail(error);
+  return Perform(*action);
+}
+
+bool HciSession::Perform(const ScriptAction& action) {
+  using Verb = ScriptAction::Verb;
+  switch (action.verb) {
+    case Verb::kNothing:
+      return true;
+    case Verb::kSend:
+      return Send(action);
+    case Verb::kWait:
+      return Wait(action);
+    case Verb::kExpect:
+    case Verb::kExpectBytes:
+      return Expect(action);
+    case Verb::kSleep:
+      return SleepUnlessInterrupted(std::chrono::duration<double>(action.seconds));
+    case Verb::kScan:
+      return Scan(action.seconds);
+    case Verb::kInitialize:
+      return Initialize();
+    case Verb::kClose:
+      return client_.initialized() ? Close() : Fail("close: the HAL is not ours (see initialize)");
+    case Verb::kList:
+      for (const NamedCommand& command : NamedCommands()) {
+        printf("  %-34s 0x%04X  %s\n", command.name, command.opcode, Usage(command).c_str());
+      }
+      return true;
+    case Verb::kHelp:
+      printf("%s", kScriptHelp);
+      return true;
+    case Verb::kQuit:
+      quit_ = true;
+      return true;
+  }
+  return true;
+}
+
+bool HciSession::Send(const ScriptAction& action) {
+  if (client_.ServiceDied()) return Fail("the service has died ('initialize' looks for a new one)");
+  client_.Forget();
+  last_answer_ = {};
+  Print(PacketLine(Direction::kToController, action.kind, action.packet));
+  std::string error;
+  if (!client_.Send(action.kind, action.packet, &error)) return Fail(error);
+  if (!action.await_answer) return true;
+  return AwaitAnswer(static_cast<uint16_t>(action.packet[0] | action.packet[1] << 8));
+}
+
+bool HciSession::AwaitAnswer(uint16_t opcode) {
+  std::optional<ReceivedPacket> answer =
+      client_.Take([&](const ReceivedPacket& packet) { return Answers(packet, opcode); }, options_.answer_patience);
+  if (answer) {
+    last_answer_ = std::move(*answer);
+    return true;
+  }
+  if (client_.ServiceDied()) return Fail("the service has died");
+  if (Interrupted()) return false;
+  return Fail(StringPrintf("no answer to %s within %g s", OpcodeWords(opcode).c_str(),
+                           std::chrono::duration<double>(options_.answer_patience).count()));
+}
+
+bool HciSession::Wait(const ScriptAction& action) {
+  std::optional<ReceivedPacket> packet = client_.Take(
+      [&](const ReceivedPacket& candidate) { return MatchesName(action.text, candidate.kind, candidate.bytes); },
+      Milliseconds(action.seconds));
+  if (packet) {
+    last_answer_ = std::move(*packet);
+    return true;
+  }
+  if (client_.ServiceDied()) return Fail("the service has died");
+  if (Interrupted()) return false;
+  return Fail(StringPrintf("no %s within %g s", action.text.c_str(), action.seconds));
+}
+
+bool HciSession::Expect(const ScriptAction& action) {
+  if (last_answer_.bytes.empty()) return Fail("expect: nothing has been answered yet");
+  if (action.verb == ScriptAction::Verb::kExpectBytes) {
+    if (MatchesPattern(action.pattern, last_answer_.bytes)) return true;
+    return Fail("expected other bytes than " + Hex(last_answer_.bytes));
+  }
+  const std::string words = PacketWords(last_answer_.kind, last_answer_.bytes);
+  if (words.find(action.text) != std::string::npos) return true;
+  return Fail(StringPrintf("expected '%s', got '%s'", action.text.c_str(), words.c_str()));
+}
+
+bool HciSession::Scan(double seconds) {
+  if (!Run("le_scan_parameters") || !Run("le_scan_enable 1 0")) return false;
+  SleepUnlessInterrupted(std::chrono::duration<double>(seconds));
+  return Run("le_scan_enable 0 0") && !Interrupted();
+}
+
+}  // namespace bthal::tool

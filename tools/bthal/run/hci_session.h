@@ -1,0 +1,52 @@
+// Carries the actions of an HCI script out, and shows what goes and comes.
+#pragma once
+
+#include <chrono>
+#include <mutex>
+#include <string>
+
+#include "bthal/hci/script.h"
+#include "bthal/run/binder_client.h"
+
+namespace bthal::tool {
+
+struct SessionOptions {
+  bool times = true;  // a time column, seconds since the session began
+  std::chrono::milliseconds answer_patience{2000};
+  std::chrono::milliseconds service_patience{10000};
+};
+
+class HciSession {
+ public:
+  explicit HciSession(const SessionOptions& options);
+
+  // Finds the service and takes the HAL. On failure says so on standard error.
+  bool Open();
+  // Parses and runs one line. False when it could not be understood, or an expected answer did not come; what was wrong
+  // has been said on standard error.
+  bool Run(const std::string& line);
+  // Gives the HAL back, if it is held.
+  bool Close();
+
+  bool quit() const { return quit_; }
+
+ private:
+  bool Perform(const ScriptAction& action);
+  bool Send(const ScriptAction& action);
+  bool AwaitAnswer(uint16_t opcode);
+  bool Wait(const ScriptAction& action);
+  bool Expect(const ScriptAction& action);
+  bool Scan(double seconds);
+  bool Initialize();
+  bool Fail(const std::string& why) const;
+  void Print(const std::string& line) const;
+
+  const SessionOptions options_;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  mutable std::mutex print_mutex_;  // packets are printed by Binder threads
+  ReceivedPacket last_answer_;
+  bool quit_ = false;
+  HciClient client_;  // last: its threads print through the members above
+};
+
+}  // namespace bthal::tool

@@ -1,0 +1,113 @@
+#include "bthal/show/terminal.h"
+
+#include <android-base/stringprintf.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+namespace bthal::tool {
+namespace {
+
+constexpr int kBarWidth = 40;
+
+const char* Code(Colour colour) {
+  switch (colour) {
+    case Colour::kPlain:
+      return "";
+    case Colour::kFaint:
+      return "\033[2m";
+    case Colour::kGood:
+      return "\033[32m";
+    case Colour::kBad:
+      return "\033[31m";
+    case Colour::kWarn:
+      return "\033[33m";
+    case Colour::kToController:
+      return "\033[36m";
+    case Colour::kFromController:
+      return "\033[35m";
+    case Colour::kHeading:
+      return "\033[1m";
+  }
+  return "";
+}
+
+}  // namespace
+
+bool IsTerminal() {
+  static const bool terminal = isatty(STDOUT_FILENO) == 1;
+  return terminal;
+}
+
+bool HasColours() {
+  static const bool colours = [] {
+    const char* term = getenv("TERM");
+    const char* no_color = getenv("NO_COLOR");
+    const bool wanted = IsTerminal() || getenv("CLICOLOR_FORCE") != nullptr;
+    return wanted && (no_color == nullptr || *no_color == '\0') && term != nullptr && std::string_view(term) != "dumb";
+  }();
+  return colours;
+}
+
+int TerminalWidth() {
+  winsize size = {};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  const char* columns = getenv("COLUMNS");
+  return columns == nullptr ? 0 : std::max(atoi(columns), 0);
+}
+
+std::string Paint(Colour colour, std::string_view text) {
+  if (!HasColours() || colour == Colour::kPlain) return std::string(text);
+  return std::string(Code(colour)).append(text).append("\033[0m");
+}
+
+std::string WithoutColours(std::string_view text) {
+  std::string plain;
+  for (size_t at = 0; at < text.size();) {
+    const size_t escape = std::min(text.find("\033[", at), text.size());
+    plain.append(text.substr(at, escape - at));
+    const size_t end = text.find('m', escape);
+    at = end == std::string_view::npos ? text.size() : end + 1;
+  }
+  return plain;
+}
+
+std::string Bar(uint64_t done, uint64_t total, int width) {
+  const uint64_t full = total == 0 ? 0 : std::min<uint64_t>(done, total) * static_cast<uint64_t>(width) / total;
+  std::string bar(full, '#');
+  bar.append(static_cast<size_t>(width) - full, '-');
+  return ::android::base::StringPrintf("[%s] %llu/%llu", bar.c_str(), static_cast<unsigned long long>(done),
+                                       static_cast<unsigned long long>(total));
+}
+
+void ProgressBar::Update(uint64_t done, uint64_t total) {
+  const int cells = total == 0 ? 0 : static_cast<int>(std::min(done, total) * kBarWidth / total);
+  last_ = label_ + Bar(done, total, kBarWidth);
+  if (!IsTerminal() || (cells == cells_ && done < total)) return;
+  cells_ = cells;
+  drawn_ = true;
+  printf("\r%s", last_.c_str());
+  fflush(stdout);
+}
+
+void ProgressBar::Finish() {
+  if (drawn_) {
+    printf("\r%s\n", last_.c_str());
+  } else if (!last_.empty()) {
+    printf("%s\n", last_.c_str());
+  }
+  fflush(stdout);
+  drawn_ = false;
+  last_.clear();
+}
+
+int Complain(std::string_view line) {
+  fflush(stdout);
+  fprintf(stderr, "bthal: %.*s\n", static_cast<int>(line.size()), line.data());
+  return 1;
+}
+
+}  // namespace bthal::tool
