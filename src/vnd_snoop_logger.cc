@@ -15,6 +15,7 @@
 #include <android-base/stringprintf.h>
 
 #include "conf/conf.h"
+#include "conf/properties.h"
 #include "os/device_path.h"
 
 namespace android::hardware::bluetooth {
@@ -22,7 +23,6 @@ namespace {
 
 using ::android::base::StringPrintf;
 
-constexpr char kLogModeProperty[] = "persist.bluetooth.btsnooplogmode";
 constexpr char kLogModeDisabled[] = "disabled";
 constexpr char kLogModeFiltered[] = "filtered";
 constexpr char kEnabledProperty[] = "persist.bluetooth.vendor.btsnoop";
@@ -85,7 +85,8 @@ void VndSnoopLogger::Start() {
   const uint64_t max_packets = configured == 0 ? kDefaultMaxPackets : configured;
   LOG(INFO) << StringPrintf("Vendor btsnoop max packets: %zu", static_cast<size_t>(max_packets));
   const std::string log_mode = ::android::base::GetProperty(
-      kLogModeProperty, conf::Config::GetInstance().is_user_debug_or_eng_build ? kLogModeFiltered : kLogModeDisabled);
+      conf::kBtSnoopLogModeProperty,
+      conf::Config::GetInstance().is_user_debug_or_eng_build ? kLogModeFiltered : kLogModeDisabled);
   const bool enabled = ::android::base::GetBoolProperty(kEnabledProperty, false);
   LOG(INFO) << StringPrintf("Vendor snoop log enabled: %d", enabled);
 

@@ -15,6 +15,8 @@
 namespace android::hardware::bluetooth {
 
 inline constexpr char kBtsnoopLogPath[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
+// Where the log is copied to before a crash, ahead of the time.
+inline constexpr char kBtsnoopBackupPath[] = "/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log";
 inline constexpr char kBtsnoopSizeProperty[] = "persist.bluetooth.vendor.btsnoopsize";
 inline constexpr const char* kBtsnoopLastSuffix = os::kLastSuffix;
 

@@ -145,7 +145,8 @@ void Receive(benchmark::State& state) {
   Sink ideal_sink;
   Sink real_sink;
   IdealWalk ideal(ideal_sink.Callback());
-  H4Protocol real(-1, real_sink.Callback(), real_sink.Callback(), real_sink.Callback(), real_sink.Callback(), nullptr);
+  H4Protocol real(-1, {real_sink.Callback(), real_sink.Callback(), real_sink.Callback(), real_sink.Callback(), nullptr},
+                  {});
   double ideal_best = std::numeric_limits<double>::max();
   double real_best = std::numeric_limits<double>::max();
   for (auto _ : state) {

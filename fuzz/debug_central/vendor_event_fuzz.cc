@@ -15,15 +15,19 @@
 
 #include <android-base/logging.h>
 
+#include "aidl/bluetooth_hci/diagnostics.h"
 #include "debug_central/debug_central.h"
+#include "hci_flow_control/debug_monitor.h"
 #include "hci_flow_control/hci_flow_control.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using android::hardware::bluetooth::DebugCentral;
+using android::hardware::bluetooth::hci::Consumers;
 using android::hardware::bluetooth::hci::HciFlowControl;
 using android::hardware::bluetooth::hci::HciPacket;
+using android::hardware::bluetooth::V1_1::qnlbtlinux::debug::DebugMonitor;
 
 void Check(bool holds) {
   if (!holds) abort();
@@ -65,9 +69,9 @@ class Harness {
     android::base::SetLogger([](auto...) {});
     android::base::SetMinimumLogSeverity(android::base::FATAL);
     const auto ignore = [](const HciPacket&) {};
-    flow_ = std::make_shared<HciFlowControl>(ignore, ignore, ignore, ignore, ignore);
+    flow_ = std::make_shared<HciFlowControl>(Consumers{ignore, ignore, ignore, ignore, ignore});
     DebugCentral::Get().HasClientConnectWith(true);
-    DebugCentral::Get().StartMonitor(flow_.get());
+    DebugMonitor::Get().StartMonitor(flow_.get());
   }
 
   bool Reaches(const HciPacket& event) {

@@ -65,7 +65,7 @@ struct Reader {
   }
 
   Packets packets;
-  H4Protocol h4{-1, To(0x04), To(0x02), To(0x03), To(0x05), To(0x70)};
+  H4Protocol h4{-1, {To(0x04), To(0x02), To(0x03), To(0x05), To(0x70)}, {}};
 };
 
 void Check(bool holds) {

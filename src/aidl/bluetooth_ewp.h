@@ -1,28 +1,18 @@
-// Published for the platform to find; it has no operation yet.
+// The interface IBluetoothEwp, which has no operations.
 #pragma once
 
 #include <aidl/vendor/tovani/bluetooth_ext/BnBluetoothEwp.h>
 
-#include "aidl/extension_handle.h"
+#include "aidl/extension.h"
 
 namespace vendor::tovani::bluetooth_ext::ewp::aidl::implementation {
 
-// Holds the transport while Bluetooth is on.
-class BluetoothEwp : public ::aidl::vendor::tovani::bluetooth_ext::BnBluetoothEwp {
+// Published because the platform asks for it by name.
+class BluetoothEwp
+    : public ::android::hardware::bluetooth::Extension<BluetoothEwp,
+                                                       ::aidl::vendor::tovani::bluetooth_ext::BnBluetoothEwp> {
  public:
-  using HciFlowControl = ::android::hardware::bluetooth::hci::HciFlowControl;
-
-  BluetoothEwp();
-  ~BluetoothEwp() override;
-
-  // The process's one instance, null where none was made.
-  static BluetoothEwp* GetInstance();
-
-  void OnBluetoothEnabled(HciFlowControl* flow_control);
-  void OnBluetoothDisabled();
-
- private:
-  ::android::hardware::bluetooth::ExtensionHandle hci_handle_;
+  static constexpr char kLogTag[] = "bthal.aidl.ewp";
 };
 
 }  // namespace vendor::tovani::bluetooth_ext::ewp::aidl::implementation

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "hci/hci_command.h"
+#include "hci_flow_control/vendor_command.h"
 #include "os/kill_self.h"
 #include "vnd_snoop_logger.h"
 
@@ -14,10 +16,10 @@ namespace {
 
 using ::android::hardware::toString;
 using ::android::hardware::bluetooth::VndSnoopLogger;
-using ::android::hardware::bluetooth::hci::HciPacketType;
-using ::android::hardware::bluetooth::hci::kCommandCompleteEvent;
+using ::android::hardware::bluetooth::hci::BuildCommand;
 using ::android::hardware::bluetooth::hci::kCommandCompleteParametersOffset;
 using ::android::hardware::bluetooth::hci::kCommandCompleteStatusOffset;
+using ::android::hardware::bluetooth::hci::SendVendorCommand;
 
 // Send-keys command:
 //   62 FD | 3 + 20 * count | 01 | index of the first key | count | count * 20 bytes of keys
@@ -30,27 +32,14 @@ constexpr uint8_t kStartForm = 0x02;
 constexpr uint8_t kStartArgument = 0x00;
 constexpr size_t kKeySize = 20;
 constexpr size_t kMaxKeysPerCommand = 12;
-constexpr size_t kSendKeysHeaderSize = 3;  // form, index, count
 
 // The store only ever grows; this keeps a client gone wild from eating the service's memory. It is some two hundred
 // times what the one-byte key index can tell apart.
 constexpr size_t kMaxKeyStoreSize = 1 << 20;
 
-constexpr uint8_t kOpcodeLow = kPofOpcode & 0xFF;
-constexpr uint8_t kOpcodeHigh = kPofOpcode >> 8;
-
-std::atomic<BluetoothFinder*> g_instance{nullptr};
-
 }  // namespace
 
-BluetoothFinder::BluetoothFinder() : HciEventWatcher(LOG_TAG, kCommandCompleteEvent, kPofOpcode) { g_instance = this; }
-
-BluetoothFinder::~BluetoothFinder() {
-  if (const auto flow_control = hci_handle_.Clear()) flow_control->UnregisterEventWatcher(this);
-  g_instance = nullptr;
-}
-
-BluetoothFinder* BluetoothFinder::GetInstance() { return g_instance; }
+BluetoothFinder::BluetoothFinder() : WatchingExtension(kPofOpcode) {}
 
 ::ndk::ScopedAStatus BluetoothFinder::setPoweredOffMode(bool enable) {
   LOG(INFO) << __func__ << ": " << enable;
@@ -67,12 +56,6 @@ BluetoothFinder* BluetoothFinder::GetInstance() { return g_instance; }
   }
   key_store_.insert(key_store_.end(), keys.begin(), keys.end());
   return ::ndk::ScopedAStatus::ok();
-}
-
-void BluetoothFinder::OnBluetoothEnabled(HciFlowControl* flow_control) {
-  LOG(DEBUG) << __func__;
-  hci_handle_.Set(flow_control);
-  if (flow_control != nullptr) flow_control->RegisterEventWatcher(this);
 }
 
 bool BluetoothFinder::enterPoweredOffMode() {
@@ -96,22 +79,18 @@ bool BluetoothFinder::sendKeys() {
     return false;
   }
   for (size_t offset = 0; offset < key_store_.size(); offset += kMaxKeysPerCommand * kKeySize) {
-    SendCommand(__func__, *flow_control, KeyCommand(offset));
+    SendCommand(__func__, *flow_control, KeyParameters(offset));
   }
   return true;
 }
 
-std::vector<uint8_t> BluetoothFinder::KeyCommand(size_t offset) const {
+std::vector<uint8_t> BluetoothFinder::KeyParameters(size_t offset) const {
   const size_t count = std::min((key_store_.size() - offset) / kKeySize, kMaxKeysPerCommand);
-  std::vector<uint8_t> command = {kOpcodeLow,
-                                  kOpcodeHigh,
-                                  static_cast<uint8_t>(kSendKeysHeaderSize + count * kKeySize),
-                                  kSendKeysForm,
-                                  static_cast<uint8_t>(offset / kKeySize),
-                                  static_cast<uint8_t>(count)};
+  std::vector<uint8_t> parameters = {kSendKeysForm, static_cast<uint8_t>(offset / kKeySize),
+                                     static_cast<uint8_t>(count)};
   const auto first = key_store_.begin() + static_cast<ptrdiff_t>(offset);
-  command.insert(command.end(), first, first + static_cast<ptrdiff_t>(count * kKeySize));
-  return command;
+  parameters.insert(parameters.end(), first, first + static_cast<ptrdiff_t>(count * kKeySize));
+  return parameters;
 }
 
 bool BluetoothFinder::startPoweredOffMode() {
@@ -120,18 +99,16 @@ bool BluetoothFinder::startPoweredOffMode() {
     LOG(ERROR) << "Unable to start power off mode: hci_handle is nullptr";
     return false;
   }
-  SendCommand(__func__, *flow_control,
-              {kOpcodeLow, kOpcodeHigh, 0x09, kStartForm, 0x40, 0x06, 0x0A, 0x00, 0x04, kStartArgument, 0x00, 0x50});
+  SendCommand(__func__, *flow_control, {kStartForm, 0x40, 0x06, 0x0A, 0x00, 0x04, kStartArgument, 0x00, 0x50});
   return true;
 }
 
 void BluetoothFinder::SendCommand(const char* operation, HciFlowControl& flow_control,
-                                  const std::vector<uint8_t>& command) {
-  const HciPacket packet(command);
+                                  const std::vector<uint8_t>& parameters) {
+  const HciPacket command = BuildCommand(kPofOpcode, parameters);
   ++pending_;
-  LOG(INFO) << operation << ": " << toString(packet);
-  VndSnoopLogger::Get().Capture(packet, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
-  flow_control.Send(static_cast<uint8_t>(HciPacketType::kCommand), packet.data(), packet.size());
+  LOG(INFO) << operation << ": " << toString(command);
+  SendVendorCommand(flow_control, command);
 }
 
 bool BluetoothFinder::OnEventReceive(const HciPacket& event) {

@@ -9,31 +9,25 @@
 #include <mutex>
 #include <vector>
 
-#include "aidl/extension_handle.h"
-#include "hci/hci_event_watcher.h"
+#include "aidl/extension.h"
 
 namespace vendor::tovani::bluetooth_ext::finder::aidl::implementation {
 
 // Takes keys through Binder at any time; hands them to the controller, and starts its finding mode, when the service is
 // told to end. The process ends itself on the controller's answer to the start.
-class BluetoothFinder : public ::aidl::vendor::tovani::bluetooth_ext::BnBluetoothFinder,
-                        public ::android::hardware::bluetooth::hci::HciEventWatcher {
+//
+// It is told of Bluetooth's going on only. Going off needs no counterpart: the transport takes its watchers with it,
+// and a dead handle refuses.
+class BluetoothFinder : public ::android::hardware::bluetooth::WatchingExtension<
+                            BluetoothFinder, ::aidl::vendor::tovani::bluetooth_ext::BnBluetoothFinder> {
  public:
-  using HciFlowControl = ::android::hardware::bluetooth::hci::HciFlowControl;
-  using HciPacket = ::android::hardware::bluetooth::hci::HciPacket;
+  static constexpr char kLogTag[] = "bthal.aidl.pof";
 
   BluetoothFinder();
-  ~BluetoothFinder() override;
-
-  // The process's one finder, null where none was made.
-  static BluetoothFinder* GetInstance();
+  ~BluetoothFinder() override { StopWatching(); }
 
   ::ndk::ScopedAStatus sendPrecomputedKeys(const std::vector<uint8_t>& keys) override;
   ::ndk::ScopedAStatus setPoweredOffMode(bool enable) override;
-
-  // Remembers the open transport and watches it. Bluetooth's going off needs no counterpart: the transport takes its
-  // watchers with it, and a dead handle refuses.
-  void OnBluetoothEnabled(HciFlowControl* flow_control);
 
   bool IsPoweredOffModeEnabled() const { return powered_off_mode_enabled_; }
 
@@ -46,14 +40,13 @@ class BluetoothFinder : public ::aidl::vendor::tovani::bluetooth_ext::BnBluetoot
  private:
   bool sendKeys();
   bool startPoweredOffMode();
-  std::vector<uint8_t> KeyCommand(size_t offset) const;
-  void SendCommand(const char* operation, HciFlowControl& flow_control, const std::vector<uint8_t>& command);
+  std::vector<uint8_t> KeyParameters(size_t offset) const;
+  void SendCommand(const char* operation, HciFlowControl& flow_control, const std::vector<uint8_t>& parameters);
   void FinishPoweredOffMode(const HciPacket& event, bool success);
 
   std::atomic<bool> powered_off_mode_enabled_{false};
   std::atomic<bool> entered_{false};
   std::atomic<uint32_t> pending_{0};  // commands sent and not yet answered
-  ::android::hardware::bluetooth::ExtensionHandle hci_handle_;
   mutable std::mutex keys_mutex_;
   std::vector<uint8_t> key_store_;
 };

@@ -5,28 +5,18 @@
 
 #include <cstdint>
 
-#include "aidl/extension_handle.h"
+#include "aidl/extension.h"
 
 namespace vendor::tovani::bluetooth_ext::sar::aidl::implementation {
 
-// The controller offers no command for caps: every cap is refused.
-class BluetoothSar : public ::aidl::vendor::tovani::bluetooth_ext::BnBluetoothSar {
+// This service drives no command that caps the power: every cap is refused.
+class BluetoothSar
+    : public ::android::hardware::bluetooth::Extension<BluetoothSar,
+                                                       ::aidl::vendor::tovani::bluetooth_ext::BnBluetoothSar> {
  public:
-  using HciFlowControl = ::android::hardware::bluetooth::hci::HciFlowControl;
-
-  BluetoothSar();
-  ~BluetoothSar() override;
-
-  // The process's one instance, null where none was made.
-  static BluetoothSar* GetInstance();
-
-  void OnBluetoothEnabled(HciFlowControl* flow_control);
-  void OnBluetoothDisabled();
+  static constexpr char kLogTag[] = "bthal.aidl.sar";
 
   ::ndk::ScopedAStatus setBluetoothTxPowerCap(int8_t cap) override;
-
- private:
-  ::android::hardware::bluetooth::ExtensionHandle hci_handle_;
 };
 
 }  // namespace vendor::tovani::bluetooth_ext::sar::aidl::implementation

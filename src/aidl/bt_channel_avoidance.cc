@@ -5,30 +5,25 @@
 #include <android-base/logging.h>
 #include <string.h>
 
-#include <algorithm>
 #include <string_view>
 
-#include "vnd_snoop_logger.h"
+#include "hci/hci_command.h"
+#include "hci_flow_control/vendor_command.h"
 
 namespace vendor::tovani::bluetooth_ext::bt_channel_avoidance::aidl::implementation {
 namespace {
 
 using ::android::hardware::toString;
-using ::android::hardware::bluetooth::VndSnoopLogger;
-using ::android::hardware::bluetooth::hci::HciPacketType;
-using ::android::hardware::bluetooth::hci::kCommandCompleteEvent;
+using ::android::hardware::bluetooth::hci::BuildCommand;
 using ::android::hardware::bluetooth::hci::kCommandCompleteStatusOffset;
+using ::android::hardware::bluetooth::hci::SendVendorCommand;
 
 // Set AFH Host Channel Classification:
 //   3F 0C | 0A | channel map (10)
 constexpr uint16_t kSetAfhOpcode = 0x0C3F;
-constexpr size_t kCommandSize = 13;
-constexpr size_t kMapOffset = 3;
 constexpr int32_t kBluetoothOff = -22;
 
-std::atomic<BTChannelAvoidance*> g_instance{nullptr};
-
-// The map as characters up to its first zero byte: how the tools that read this log have always had it.
+// The map as characters up to its first zero byte or its end: the form in which it stands in the log.
 std::string_view AsText(const std::array<uint8_t, 10>& map) {
   const char* text = reinterpret_cast<const char*>(map.data());
   return {text, strnlen(text, map.size())};
@@ -36,16 +31,7 @@ std::string_view AsText(const std::array<uint8_t, 10>& map) {
 
 }  // namespace
 
-BTChannelAvoidance::BTChannelAvoidance() : HciEventWatcher(LOG_TAG, kCommandCompleteEvent, kSetAfhOpcode) {
-  g_instance = this;
-}
-
-BTChannelAvoidance::~BTChannelAvoidance() {
-  if (const auto flow_control = hci_handle_.Clear()) flow_control->UnregisterEventWatcher(this);
-  g_instance = nullptr;
-}
-
-BTChannelAvoidance* BTChannelAvoidance::GetInstance() { return g_instance; }
+BTChannelAvoidance::BTChannelAvoidance() : WatchingExtension(kSetAfhOpcode) {}
 
 ::ndk::ScopedAStatus BTChannelAvoidance::setBluetoothChannelStatus(const std::array<uint8_t, 10>& channel_map) {
   const auto flow_control = hci_handle_.Lock();
@@ -55,28 +41,9 @@ BTChannelAvoidance* BTChannelAvoidance::GetInstance() { return g_instance; }
   }
   LOG(INFO) << __func__ << ": Channel Map <" << AsText(channel_map) << ">";
 
-  HciPacket command;
-  command.resize(kCommandSize);
-  command[0] = kSetAfhOpcode & 0xFF;
-  command[1] = kSetAfhOpcode >> 8;
-  command[2] = channel_map.size();
-  std::copy(channel_map.begin(), channel_map.end(), command.begin() + kMapOffset);
-
   ++pending_;
-  VndSnoopLogger::Get().Capture(command, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
-  flow_control->Send(static_cast<uint8_t>(HciPacketType::kCommand), command.data(), command.size());
+  SendVendorCommand(*flow_control, BuildCommand(kSetAfhOpcode, channel_map));
   return ::ndk::ScopedAStatus::ok();
-}
-
-void BTChannelAvoidance::OnBluetoothEnabled(HciFlowControl* flow_control) {
-  LOG(DEBUG) << __func__;
-  hci_handle_.Set(flow_control);
-  if (flow_control != nullptr) flow_control->RegisterEventWatcher(this);
-}
-
-void BTChannelAvoidance::OnBluetoothDisabled() {
-  LOG(DEBUG) << __func__;
-  if (const auto flow_control = hci_handle_.Clear()) flow_control->UnregisterEventWatcher(this);
 }
 
 bool BTChannelAvoidance::OnEventReceive(const HciPacket& event) {

@@ -14,8 +14,9 @@
 #include <future>
 
 #include "debug_central/debug_central.h"
+#include "hci/hci_command.h"
+#include "hci_flow_control/vendor_command.h"
 #include "os/device_path.h"
-#include "vnd_snoop_logger.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
@@ -25,12 +26,10 @@ using ::android::base::StringPrintf;
 constexpr char kDeviceTreeAddressPath[] = "/proc/device-tree/chosen/config/bt_addr";
 constexpr char kAddressProperty[] = "ro.vendor.bluetooth.evb_bdaddr";
 
+// Write BD_ADDR:
+//   0xFC01 (2) | 6 | address, least significant byte first (6)
 constexpr uint16_t kOpcodeWriteBdAddr = 0xFC01;
 constexpr std::chrono::seconds kAnswerTimeout(2);
-
-// Command Status event:
-//   0x0F | length | status | Num_HCI_Command_Packets | opcode (2)
-constexpr size_t kCommandStatusStatusOffset = 2;
 
 // The controller's verdict on our one command: the first answer counts, later ones are not ours. Touched under the
 // flow-control lock, or by the provisioning thread while the watchers are out of flow control's reach.
@@ -119,16 +118,6 @@ AddressBytes ReadProvisionedAddress() {
   return bytes;
 }
 
-// Write BD_ADDR:
-//   0xFC01 (2) | 6 | address, least significant byte first (6)
-HciPacket BuildWriteBdAddr(const AddressBytes& address) {
-  HciPacket command{static_cast<uint8_t>(kOpcodeWriteBdAddr & 0xFF), static_cast<uint8_t>(kOpcodeWriteBdAddr >> 8),
-                    static_cast<uint8_t>(address.size())};
-  command.resize(kCommandHeaderSize + address.size());
-  std::copy(address.begin(), address.end(), command.begin() + kCommandHeaderSize);
-  return command;
-}
-
 }  // namespace
 
 bool ParseBluetoothAddress(const std::string& text, AddressBytes* bytes) {
@@ -152,14 +141,11 @@ bool ApplyProvisionBDAddress(HciFlowControl* flow_control) {
   const BluetoothAddress completion(kCommandCompleteEvent, kCommandCompleteStatusOffset, &verdict, flow_control);
   const BluetoothAddress refusal(kCommandStatusEvent, kCommandStatusStatusOffset, &verdict, flow_control);
 
-  const HciPacket command = BuildWriteBdAddr(ReadProvisionedAddress());
+  const HciPacket command = BuildCommand(kOpcodeWriteBdAddr, ReadProvisionedAddress());
   verdict.ExpectAnswer();
   LOG(DEBUG) << "Apply: Send VSC <" << toString(command) << ">";
-  VndSnoopLogger::Get().Capture(command, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
   // What never went out is never answered: a halted flow control and a dead port are not waited for.
-  if (flow_control->Send(static_cast<uint8_t>(HciPacketType::kCommand), command.data(), command.size()) == 0) {
-    return false;
-  }
+  if (SendVendorCommand(*flow_control, command) == 0) return false;
   if (accepted.wait_for(kAnswerTimeout) != std::future_status::ready) {
     LOG(ERROR) << "Apply: the controller did not answer to its address within 2 s";
     return false;

@@ -12,6 +12,8 @@
 
 #include "btqnl_protocol/commands.h"
 #include "debug_central/debug_central.h"
+#include "hci/hci_command.h"
+#include "shim/low_power.h"
 #include "shim/shim.h"
 
 namespace android::hardware::bluetooth {
@@ -47,7 +49,7 @@ bool BtQnlProtocol::Initialize(hci::HciFlowControl* flow_control) {
 
   // Keeps the system from suspending during bring-up. A failed bring-up keeps it: the next one that succeeds releases
   // it.
-  acquire_wake_lock(PARTIAL_WAKE_LOCK, kBthalWakeLock);
+  acquire_wake_lock(PARTIAL_WAKE_LOCK, hci::shim::kBthalWakeLock);
 
   if (!first_hci_reset()) {
     return fail_bring_up(BqrErrorCode::kHostResetBeforeFw, "HCI Reset error before downloading firmware");
@@ -75,7 +77,7 @@ bool BtQnlProtocol::Initialize(hci::HciFlowControl* flow_control) {
 
   // Released by its name, although setting the sleep mode has just woken the link, which holds the same lock: until the
   // link first falls asleep the line may be up without it. A wake lock has no count, so nothing is left held.
-  release_wake_lock(kBthalWakeLock);
+  release_wake_lock(hci::shim::kBthalWakeLock);
   return true;
 }
 
@@ -92,7 +94,7 @@ void BtQnlProtocol::Shutdown() {
     const std::lock_guard lock(mutex_);
     flow_control_.reset();
   }
-  lpm_teardown();
+  hci::shim::LowPowerLink::Get().lpm_teardown();
 }
 
 bool BtQnlProtocol::AcceleratedReset() {
@@ -106,7 +108,7 @@ bool BtQnlProtocol::AcceleratedReset() {
 
 void BtQnlProtocol::send_debug_info_cmd() {
   LOG(INFO) << "send_debug_info_cmd";
-  btqnl_send_command_no_wait(flow_control().get(), kOpcodeDebugInformation, 0, nullptr);
+  btqnl_send_command_no_wait(flow_control().get(), hci::kOpcodeDebugInformation, 0, nullptr);
   LOG(INFO) << "send_debug_info_cmd: Done (status:0)";
 }
 

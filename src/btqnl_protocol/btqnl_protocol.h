@@ -1,8 +1,6 @@
 // Brings the controller from powered, with the port open, to ready for the host stack, and keeps its link awake.
 #pragma once
 
-#include <signal.h>
-
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>
@@ -17,25 +15,13 @@
 
 namespace android::hardware::bluetooth {
 
-// The one wake lock of the service: held during bring-up, and while the link to the controller is awake.
-inline constexpr char kBthalWakeLock[] = "bthal_wakelock";
-
-// How long and how busily the link was kept awake. Zero and empty after every set-up and tear-down of low-power mode.
-struct LpmStatistics {
-  std::string last_wake_time;     // wall clock at the start of the last finished awake period
-  int64_t last_awake_ms = 0;      // its length
-  uint32_t last_wake_count = 0;   // transmissions in it
-  uint64_t total_wake_count = 0;  // transmissions in all finished awake periods
-};
-
-// A process-wide singleton, never destroyed. Initialize, Shutdown and AcceleratedReset are serialised by the service;
-// LpmWakeUp is called on any sending thread under the flow-control lock, LpmWakeUpTimeout on the timer's thread.
+// A process-wide singleton, never destroyed. Initialize, Shutdown and AcceleratedReset are serialised by the service.
 class BtQnlProtocol {
  public:
   static BtQnlProtocol& GetInstacne();
 
   // Reset, identification, working speed, firmware, second reset, speed, local name, low-power mode. On false the error
-  // has been reported and Shutdown done. `flow_control` is the shim's.
+  // has been reported and Shutdown done. `flow_control` is the channel's.
   bool Initialize(hci::HciFlowControl* flow_control);
   void Shutdown();
 
@@ -63,15 +49,8 @@ class BtQnlProtocol {
   // Changes the speed of both ends, or only of this one (`host_only`, after a download).
   bool baudrate_change(UartBaudRate rate, bool host_only);
 
-  // The controller's sleep mode. The wake line is asserted before a transmission and dropped at the first timer expiry
-  // that saw none since the one before; the wake lock is held while it is asserted.
+  // Sets up the link's low-power mode on both sides: the host's, and the controller's sleep mode.
   void lpm_setup();
-  void lpm_teardown();
-  void LpmWakeUp();
-  // One expiry of the wake timer. `value` carries the number of the set-up that made the timer: an expiry that comes
-  // too late, after its timer has gone, does nothing.
-  void LpmWakeUpTimeout(sigval value);
-  LpmStatistics lpm_statistics() const;
 
   // True only while first_hci_reset runs.
   bool GetFirstHciResetFlag() const { return first_hci_reset_flag_; }

@@ -5,13 +5,13 @@
 #include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 
-#include <algorithm>
 #include <chrono>
 #include <future>
 #include <mutex>
 
 #include "debug_central/debug_central.h"
-#include "vnd_snoop_logger.h"
+#include "hci/hci_command.h"
+#include "hci_flow_control/vendor_command.h"
 
 namespace android::hardware::bluetooth {
 namespace {
@@ -21,8 +21,6 @@ using ::android::base::StringPrintf;
 constexpr std::chrono::seconds kCompletionTimeout(2);
 // What a Command Complete without a status byte counts as: the controller's own "unspecified error".
 constexpr uint8_t kStatusUnspecifiedError = 0x1F;
-// Command Complete: the opcode follows code, length and credits.
-constexpr size_t kCompletedOpcodeOffset = 3;
 
 // The most recent Command Complete delivered to a waiting command. The receive thread writes it before the command's
 // promise is kept, the waiting thread reads it afterwards.
@@ -85,21 +83,6 @@ class BtqnlEventWatcher : public hci::HciEventWatcher {
   bool answered_ = false;
 };
 
-//   opcode (2) | parameter length (1) | parameters
-hci::HciPacket BuildCommand(uint16_t opcode, uint8_t length, const uint8_t* params) {
-  hci::HciPacket command;
-  command.resize(hci::kCommandHeaderSize + length);
-  command[0] = static_cast<uint8_t>(opcode);
-  command[1] = static_cast<uint8_t>(opcode >> 8);
-  command[2] = length;
-  std::copy_n(params, size_t{length}, command.data() + hci::kCommandHeaderSize);
-  return command;
-}
-
-void CaptureOutgoing(const hci::HciPacket& command) {
-  VndSnoopLogger::Get().Capture(command, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
-}
-
 }  // namespace
 
 uint8_t btqnl_send_command_wait_complete(hci::HciFlowControl* flow, uint16_t opcode, uint8_t length,
@@ -107,7 +90,7 @@ uint8_t btqnl_send_command_wait_complete(hci::HciFlowControl* flow, uint16_t opc
   std::promise<uint8_t> promise;
   auto completion = promise.get_future();
   BtqnlEventWatcher watcher(opcode, &promise);
-  const hci::HciPacket command = BuildCommand(opcode, length, params);
+  const hci::HciPacket command = hci::BuildCommand(opcode, {params, size_t{length}});
   if (flow == nullptr) {
     LOG(WARNING) << "btqnl_send_command_wait_complete: Unable to send command";
     return kStatusNoFlowControl;
@@ -115,11 +98,8 @@ uint8_t btqnl_send_command_wait_complete(hci::HciFlowControl* flow, uint16_t opc
 
   SetLastEvent({});
   flow->RegisterEventWatcher(&watcher);
-  CaptureOutgoing(command);
   // What never went out is never answered: a halted flow control and a dead port are not waited for.
-  if (flow->Send(static_cast<uint8_t>(hci::HciPacketType::kCommand), command.data(), command.size()) != 0) {
-    completion.wait_for(kCompletionTimeout);
-  }
+  if (hci::SendVendorCommand(*flow, command) != 0) completion.wait_for(kCompletionTimeout);
   flow->UnregisterEventWatcher(&watcher);
   watcher.GiveUp();
 
@@ -138,22 +118,19 @@ uint8_t btqnl_send_command_wait_complete(hci::HciFlowControl* flow, uint16_t opc
 }
 
 void btqnl_send_command_no_wait(hci::HciFlowControl* flow, uint16_t opcode, uint8_t length, const uint8_t* params) {
-  const hci::HciPacket command = BuildCommand(opcode, length, params);
+  const hci::HciPacket command = hci::BuildCommand(opcode, {params, size_t{length}});
   if (flow == nullptr) {
     LOG(WARNING) << "btqnl_send_command_no_wait: Unable to send command";
     return;
   }
-  CaptureOutgoing(command);
-  flow->SendNoAck(static_cast<uint8_t>(hci::HciPacketType::kCommand), command.data(), command.size());
+  hci::SendVendorCommand(*flow, command, /*completed=*/false);
   LOG(DEBUG) << StringPrintf("btqnl_send_command_no_wait: 0x%04x LEN 0x%02x", opcode, length);
 }
 
 hci::HciPacket btqnl_last_command_complete(uint16_t opcode) {
   const std::lock_guard lock(Last().mutex);
   const hci::HciPacket& event = Last().event;
-  if (event.size() < kCompletedOpcodeOffset + sizeof(opcode)) return {};
-  const int completed = event[kCompletedOpcodeOffset] | event[kCompletedOpcodeOffset + 1] << 8;
-  return completed == opcode ? event : hci::HciPacket();
+  return hci::ReadOpcode(event, hci::kCommandCompleteOpcodeOffset) == opcode ? event : hci::HciPacket();
 }
 
 }  // namespace android::hardware::bluetooth

@@ -15,7 +15,6 @@ inline constexpr uint16_t kOpcodeSetSleepMode = 0xFC27;
 inline constexpr uint16_t kOpcodeDownloadMinidriver = 0xFC2E;
 inline constexpr uint16_t kOpcodeLaunchRam = 0xFC4E;
 inline constexpr uint16_t kOpcodeReadVerboseConfig = 0xFC79;
-inline constexpr uint16_t kOpcodeDebugInformation = 0xFD5B;
 inline constexpr uint16_t kOpcodeCheckOtp = 0xFE2F;
 inline constexpr uint16_t kOpcodeSetDownloadConfig = 0xFE72;
 

@@ -17,6 +17,7 @@
 #include "btqnl_protocol/btqnl_protocol.h"
 #include "btqnl_protocol/commands.h"
 #include "conf/conf.h"
+#include "conf/userial_type.h"
 #include "debug_central/debug_central.h"
 #include "os/device_path.h"
 #include "shim/shim.h"
@@ -82,7 +83,7 @@ bool BtQnlProtocol::firmware_download() {
   const bool fast = decide_fast_download();
   if (!start_minidriver()) return false;
 
-  const bool passthrough = hci::shim::GetUserialType() == hci::shim::kUserialAoc;
+  const bool passthrough = hci::shim::GetUserialType() == conf::kUserialAoc;
   LOG(INFO) << "firmware_download: AOC passthrough is " << (passthrough ? "" : "not ") << "supported";
   const bool downloaded = passthrough ? download_passthrough(fd.get()) : download_direct(fd.get(), fast);
   fd.reset();

@@ -9,6 +9,7 @@
 #include "btqnl_protocol/btqnl_protocol.h"
 #include "btqnl_protocol/commands.h"
 #include "debug_central/debug_central.h"
+#include "hci_flow_control/hci_channel.h"
 #include "shim/shim.h"
 
 namespace android::hardware::bluetooth {
@@ -21,8 +22,7 @@ constexpr std::chrono::milliseconds kPauseBeforePowerCycle(100);
 void PowerCycle() {
   std::this_thread::sleep_for(kPauseBeforePowerCycle);
   LOG(ERROR) << "first_hci_reset: fail, Deinitialize & Initialize Controller for recovery";
-  hci::shim::DeinitializeController();
-  hci::shim::InitializeController();
+  hci::channel::ReopenController();
 }
 
 }  // namespace

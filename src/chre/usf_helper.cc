@@ -48,10 +48,7 @@ size_t UsfHelper::SendHciBatchToUsf(const uint8_t*, size_t, bool) {
   return 0;
 }
 
-bool UsfHelper::InitializeCallback(HciPacketCallback, HciPacketCallback, HciPacketCallback, HciPacketCallback,
-                                   HciPacketCallback) {
-  return Refuse(__func__);
-}
+bool UsfHelper::InitializeCallback(const Consumers&) { return Refuse(__func__); }
 
 // Nothing was set up, so there is nothing to undo.
 void UsfHelper::DeinitializeCallback() {}

@@ -25,8 +25,7 @@ class UsfHelper {
   bool BaudrateChange(UartBaudRate rate);
   size_t SendHciToUsf(uint8_t type, const uint8_t* data, size_t length, bool ack_required);
   size_t SendHciBatchToUsf(const uint8_t* data, size_t length, bool ack_required);
-  bool InitializeCallback(HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
-                          HciPacketCallback iso_cb, HciPacketCallback thread_cb);
+  bool InitializeCallback(const Consumers& consumers);
   void DeinitializeCallback();
   void Deinitialize();
   bool GetChreDebugDump();

@@ -25,24 +25,24 @@ constexpr std::chrono::seconds kCloseTimeout(1);
 void CoexDevice::ClosePollThread() {
   ALOGI("ClosePollThread");
   std::shared_ptr<PollSession> session;
-  std::optional<pthread_t> thread;
+  os::Thread thread;
   {
     const std::lock_guard lock(mutex_);
     session = std::exchange(session_, nullptr);
     if (session != nullptr) session->running = false;
-    thread = std::exchange(thread_, std::nullopt);
+    thread = std::move(thread_);
   }
   // After a big hammer this is the poll thread itself: it cannot wait for its own end, and nobody else will.
-  const bool own_thread = thread && pthread_equal(*thread, pthread_self()) != 0;
+  const bool own_thread = thread.IsCurrent();
   std::unique_ptr<os::ThreadTimer> watchdog;
-  if (thread && !own_thread) watchdog = coex_close_timer_setup(session, *thread);
+  if (thread.joinable() && !own_thread) watchdog = coex_close_timer_setup(session, thread.native_handle());
   CloseSockets();
-  if (!thread) return;
+  if (!thread.joinable()) return;
   ALOGI("ClosePollThread: pthread_join");
   if (own_thread) {
-    pthread_detach(*thread);
+    thread.detach();
   } else {
-    pthread_join(*thread, nullptr);
+    thread.join();
   }
 }
 

@@ -60,7 +60,7 @@ int CoexDevice::DeviceOpen(std::function<void()> handler, int pause_ms) {
   bool live = false;
   {
     const std::lock_guard lock(mutex_);
-    live = thread_.has_value();
+    live = thread_.joinable();
   }
   if (!live && !CreateSocketPair()) return -1;
   {
@@ -68,7 +68,7 @@ int CoexDevice::DeviceOpen(std::function<void()> handler, int pause_ms) {
     handler_ = std::move(handler);
     pause_ms_ = pause_ms;
   }
-  if (!live) CreateThread(PollEventThread);
+  if (!live) CreateThread();
   ALOGI("DeviceOpen return upon created fd: %d", fd);
   return fd;
 }
@@ -83,14 +83,14 @@ int CoexDevice::OpenNode() {
     return -1;
   }
   const int number = fd.get();
-  std::optional<pthread_t> ended;
+  os::Thread ended;
   {
     const std::lock_guard lock(mutex_);
-    ended = std::exchange(thread_, std::nullopt);
+    ended = std::move(thread_);
     device_ = std::make_shared<const base::unique_fd>(std::move(fd));
   }
   // A thread that has closed the device by itself, after a hang-up, has still to be joined.
-  if (ended) pthread_join(*ended, nullptr);
+  if (ended.joinable()) ended.join();
   return number;
 }
 

@@ -8,7 +8,8 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
+
+#include "os/thread.h"
 
 namespace android::hardware::bluetooth::os {
 class ThreadTimer;
@@ -54,8 +55,8 @@ class CoexDevice {
 
   int OpenNode();
   bool CreateSocketPair();
-  void CreateThread(void* (*start_routine)(void*));
-  static void* PollEventThread(void* session);
+  void CreateThread();
+  void PollEventThread(PollSession& session);
   void AnnouncePollThread(const PollSession& session) const;
   static bool MakeForcible(PollSession& session);
   void PollEvents(PollSession& session);
@@ -78,7 +79,7 @@ class CoexDevice {
   int pause_ms_ = 0;
   Descriptor device_;
   std::shared_ptr<PollSession> session_;
-  std::optional<pthread_t> thread_;  // whoever takes it out joins it, or detaches it on the thread itself
+  os::Thread thread_;  // whoever takes it out joins it, or detaches it on the thread itself
   base::unique_fd wake_sender_;
 };
 

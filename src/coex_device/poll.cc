@@ -49,29 +49,19 @@ bool IsLasting(int error) { return error < 0 && error != -EMSGSIZE && error != -
 
 }  // namespace
 
-// A thread of pthread_create, not a std::thread: ending it by force unwinds its frames, and none may be noexcept.
-void CoexDevice::CreateThread(void* (*start_routine)(void*)) {
+void CoexDevice::CreateThread() {
   const std::lock_guard lock(mutex_);
-  auto session = std::make_unique<std::shared_ptr<PollSession>>(session_);
-  pthread_t thread{};
-  const int error = pthread_create(&thread, nullptr, start_routine, session.get());
-  if (error != 0) {
-    ALOGE("CreateThread: pthread_create error: %s", strerror(error));
-    ALOGE("DeviceOpen create PollEventThread failed");
-    return;
-  }
-  session.release();  // the thread's now
-  thread_ = thread;
+  thread_ = os::Thread::Start("BT_COEX_THREAD", [this, session = session_] { PollEventThread(*session); });
+  if (thread_.joinable()) return;
+  ALOGE("CreateThread: pthread_create error: %s", strerror(errno));
+  ALOGE("DeviceOpen create PollEventThread failed");
 }
 
-void* CoexDevice::PollEventThread(void* argument) {
-  const std::unique_ptr<std::shared_ptr<PollSession>> owner(static_cast<std::shared_ptr<PollSession>*>(argument));
-  PollSession& session = **owner;
-  Get().AnnouncePollThread(session);
-  pthread_setname_np(pthread_self(), "BT_COEX_THREAD");
-  if (MakeForcible(session)) Get().PollEvents(session);
-  Get().LeavePollThread(session);
-  return nullptr;
+// Ending this thread by force unwinds its frames: none may be noexcept.
+void CoexDevice::PollEventThread(PollSession& session) {
+  AnnouncePollThread(session);
+  if (MakeForcible(session)) PollEvents(session);
+  LeavePollThread(session);
 }
 
 void CoexDevice::AnnouncePollThread(const PollSession& session) const {

@@ -16,8 +16,9 @@
 #include <android-base/strings.h>
 
 #include "conf/conf_line.h"
+#include "conf/properties.h"
+#include "conf/userial_type.h"
 #include "os/device_path.h"
-#include "shim/shim.h"
 
 namespace android::hardware::bluetooth::conf {
 namespace {
@@ -27,7 +28,6 @@ using ::android::base::GetProperty;
 
 constexpr size_t kLineBufferSize = 256;
 constexpr char kStageDelimiter = '-';
-constexpr uint32_t kFirstUnknownUserialType = 3;  // the fallback must be below
 
 constexpr char kBuildTypeProperty[] = "ro.build.type";
 constexpr char kThreadDispatcherProperty[] = "persist.bluetooth.thread_dispatcher.enabled";
@@ -185,14 +185,7 @@ void Config::UpdateBqrEventMask(const std::string& value) const {
 }
 
 std::vector<std::string> Config::Split(const std::string& value, char delimiter) {
-  std::vector<std::string> pieces;
-  size_t begin = 0;
-  for (size_t end = value.find(delimiter); end != std::string::npos; end = value.find(delimiter, begin)) {
-    pieces.push_back(value.substr(begin, end - begin));
-    begin = end + 1;
-  }
-  pieces.push_back(value.substr(begin));
-  return pieces;
+  return ::android::base::Split(value, std::string(1, delimiter));
 }
 
 bool Config::IsAcceleratedBtOnSupported() const {
@@ -208,7 +201,7 @@ bool Config::IsThreadDispatcherEnabled() const {
 }
 
 uint32_t Config::GetUserialType() const {
-  if (hci::shim::IsBtUartFallback() && userial_type_fallback < kFirstUnknownUserialType) {
+  if (IsBtUartFallback() && userial_type_fallback < kUserialDeinitialized) {
     ALOGI("%s: BT UART fallback to %d", __func__, static_cast<int>(userial_type_fallback));
     return userial_type_fallback;
   }

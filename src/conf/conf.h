@@ -11,9 +11,6 @@ namespace android::hardware::bluetooth::conf {
 inline constexpr char kVendorConfPath[] = "/vendor/etc/bluetooth/bt_vendor.conf";
 inline constexpr char kVendorOverlayConfPath[] = "/vendor/etc/bluetooth/bt_vendor_overlay.conf";
 
-// Anything but "false" switches accelerated Bluetooth-on off, across restarts.
-inline constexpr char kDisableAccelerateBtOnProperty[] = "persist.bluetooth.disable.accelerate.bt.on";
-
 // One setting as `bthal conf` shows it.
 struct ConfigSetting {
   std::string key;     // as it stands in the file

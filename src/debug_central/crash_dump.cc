@@ -5,7 +5,6 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -20,8 +19,7 @@
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
 #include "os/device_path.h"
-#include "shim/shim.h"
-#include "vnd_snoop_logger.h"
+#include "os/file_utils.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 namespace {
@@ -31,8 +29,6 @@ using ::android::base::unique_fd;
 
 constexpr int kDumpFlags = O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC;
 constexpr mode_t kDumpMode = 0644;
-constexpr char kSnoopBackupPath[] = "/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log";
-constexpr size_t kCopyChunk = size_t{64} * 1024;
 
 std::atomic<unsigned> g_crash_count{0};
 
@@ -64,15 +60,6 @@ void WriteText(const char* function, int fd, const std::string& path, const std:
   }
 }
 
-bool CopyContent(int from, int to) {
-  std::array<char, kCopyChunk> chunk;
-  for (;;) {
-    const ssize_t n = TEMP_FAILURE_RETRY(read(from, chunk.data(), chunk.size()));
-    if (n <= 0) return n == 0;
-    if (!::android::base::WriteFully(to, chunk.data(), static_cast<size_t>(n))) return false;
-  }
-}
-
 // The complaint in the words that the log's readers know, and one more line with what it was about.
 void LogCopyFault(const char* function, const char* fault, const std::string& path) {
   const int error = errno;
@@ -86,7 +73,8 @@ void CopyFile(const char* function, const std::string& from, const std::string& 
   if (!source.ok()) return LogCopyFault(function, "Error opening source file", from);
   const unique_fd destination(open(os::DevicePath(to).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kDumpMode));
   if (!destination.ok()) return LogCopyFault(function, "Error opening destination file", to);
-  if (!CopyContent(source.get(), destination.get())) LogCopyFault(function, "Error copying file", from);
+  if (os::CopyContent(source.get(), destination.get()) != os::CopyResult::kDone)
+    LogCopyFault(function, "Error copying file", from);
   struct stat status {};
   if (fstat(source.get(), &status) != 0) return LogCopyFault(function, "Error getting source file permissions", from);
   if (fchmod(destination.get(), status.st_mode & ALLPERMS) != 0) {
@@ -122,7 +110,7 @@ void DebugCentral::WriteCoreDump(const std::string& suffix, const std::string& r
   if (!fd.ok()) return;
   WriteText(kFunction, fd.get(), path, "DUMP REASON: " + reason + " - occurred at " + suffix);
   LOG(INFO) << StringPrintf("%s: Request to get Transport Layer Debug Dump", kFunction);
-  hci::shim::GetTlDebugDump(fd.get(), uart_debug_port(), kLpmDebugPort);
+  if (hooks_.transport_dump) hooks_.transport_dump(fd.get());
 }
 
 void DebugCentral::WriteCrashInfo(const std::string& suffix, const std::string& reason) {
@@ -136,9 +124,7 @@ void DebugCentral::WriteCrashInfo(const std::string& suffix, const std::string& 
 }
 
 void DebugCentral::backup_logging_files_before_crash(const std::string& suffix) {
-  CopyFile(__func__, kBtsnoopLogPath, kSnoopBackupPath + suffix);
-  CopyFile(__func__, std::string(kBtsnoopLogPath) + kBtsnoopLastSuffix,
-           std::string(kSnoopBackupPath) + kBtsnoopLastSuffix + suffix);
+  for (const BackedUpLog& log : hooks_.logs) CopyFile(__func__, log.path, log.copy + suffix);
 }
 
 }  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -5,11 +5,11 @@
 #include <algorithm>
 
 #include <android-base/logging.h>
-#include <android-base/properties.h>
 #include <android-base/stringprintf.h>
 
 #include "conf/conf.h"
-#include "hci_flow_control/debug_monitor.h"
+#include "conf/properties.h"
+#include "hci/hci_command.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 namespace {
@@ -19,23 +19,21 @@ using ::android::base::StringPrintf;
 constexpr char kScopeBegins[] = " [ IN]";
 constexpr char kScopeEnds[] = " [OUT]";
 
-constexpr char kHardwareRevisionProperty[] = "ro.boot.hardware.revision";
-constexpr char kDefaultHardwareRevision[] = "default";
-
 constexpr char kUartLogBufferPrefix[] = "/dev/logbuffer_tty";
 constexpr std::string_view kTty = "tty";
 
-// Vendor command: the stack asks the controller for its debug information.
-constexpr uint16_t kControllerDebugDumpOpcode = 0xFD5B;
-
 }  // namespace
-
-DebugCentral::DebugCentral() : monitor_(std::make_unique<DebugMonitor>(*this)) {}
 
 DebugCentral& DebugCentral::Get() {
   static auto& central = *new DebugCentral;
   return central;
 }
+
+void DebugCentral::RegisterDumpSource(DumpSection section, DumpSource source) {
+  dump_sources_.emplace_back(section, std::move(source));
+}
+
+void DebugCentral::SetHooks(DebugHooks hooks) { hooks_ = std::move(hooks); }
 
 void DebugCentral::UpdateRecord(AnchorType type, std::string_view text) { Append(type, text, {}); }
 
@@ -76,8 +74,7 @@ void DebugCentral::SetNotifyCallback(NotifyCallback callback) {
 }
 
 bool DebugCentral::IsControllerDebugDumpOpcode(const hci::HciPacket& command) {
-  if (command.size() < sizeof(kControllerDebugDumpOpcode)) return false;
-  if ((command[0] | command[1] << 8) != kControllerDebugDumpOpcode) return false;
+  if (hci::ReadOpcode(command, 0) != hci::kOpcodeDebugInformation) return false;
   const std::string text = StringPrintf("%s: Sending Controller Debug Info command!", __func__);
   LOG(INFO) << text;
   UpdateRecord(AnchorType::kDebugInfoCommand, text);
@@ -85,9 +82,8 @@ bool DebugCentral::IsControllerDebugDumpOpcode(const hci::HciPacket& command) {
 }
 
 bool DebugCentral::hw_stage_firmware_no_longer_supported() const {
-  const std::string stage = ::android::base::GetProperty(kHardwareRevisionProperty, kDefaultHardwareRevision);
   const auto& unsupported = conf::Config::GetInstance().hw_stages_with_old_chip_fw_no_longer_supported;
-  return std::find(unsupported.begin(), unsupported.end(), stage) != unsupported.end();
+  return std::find(unsupported.begin(), unsupported.end(), conf::HardwareStage()) != unsupported.end();
 }
 
 DebugAnchor::DebugAnchor(AnchorType type, std::string text, DebugCentral& central)

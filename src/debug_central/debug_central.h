@@ -5,27 +5,23 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "debug_central/anchor_type.h"
 #include "debug_central/bqr_error_code.h"
+#include "debug_central/hooks.h"
 #include "debug_central/record_table.h"
 #include "hci/hci_packet.h"
 
-namespace android::hardware::bluetooth::hci {
-class HciFlowControl;
-}  // namespace android::hardware::bluetooth::hci
-
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 
-class DebugMonitor;
-
-// Process-wide and never destroyed. All operations may be called from any thread; none but StartMonitor and StopMonitor
-// calls flow control, so the others may be called from event watchers.
+// Process-wide and never destroyed. All operations may be called from any thread, also from event watchers: none calls
+// flow control.
 class DebugCentral {
  public:
   using NotifyCallback = std::function<void(const hci::HciPacket&)>;
@@ -37,6 +33,11 @@ class DebugCentral {
   // Appends one record, dropping the oldest of 400.
   void UpdateRecord(AnchorType type, std::string_view text);
 
+  // Have others take part; before the first session, and no later. Sources of one section follow one another in the
+  // order in which they were registered.
+  void RegisterDumpSource(DumpSection section, DumpSource source);
+  void SetHooks(DebugHooks hooks);
+
   // Writes the service's diagnostic report to `fd`, which stays the caller's.
   void Dump(int fd);
 
@@ -45,14 +46,15 @@ class DebugCentral {
 
   // Remembers the kernel's log buffer of the UART at `port` (a device path such as /dev/ttySAC16).
   void SetBtUartDebugPort(const std::string& port);
+  // That log buffer's path; empty while none is remembered.
+  std::string uart_debug_port() const;
 
   // Installs (empty: removes) what tells the stack of a synthetic event. It is called on a thread of its own.
   void SetNotifyCallback(NotifyCallback callback);
 
-  // Registers the four event watchers with `flow`; does nothing but complain about null. StopMonitor removes them; it
-  // is harmless without a monitor, and after the flow control has gone.
-  void StartMonitor(hci::HciFlowControl* flow);
-  void StopMonitor();
+  // What the monitor's watchers hand on. The second returns true to keep the event from the stack.
+  void HandleHardwareError(const hci::HciPacket& event);
+  bool HandleVendorEvent(const hci::HciPacket& event);
 
   // True for the stack's own request for controller debug information (opcode 0xFD5B), which is then recorded.
   bool IsControllerDebugDumpOpcode(const hci::HciPacket& command);
@@ -67,9 +69,8 @@ class DebugCentral {
 
  private:
   friend class DebugAnchor;
-  friend class DebugMonitor;
 
-  DebugCentral();
+  DebugCentral() = default;
 
   void Append(AnchorType type, std::string_view text, std::string_view suffix);
 
@@ -78,9 +79,7 @@ class DebugCentral {
   void TellStack(BqrErrorCode code);
   void EndProcess(BqrErrorCode code, const std::string& info);
 
-  void HandleHardwareError(const hci::HciPacket& event);
   // True keeps the event from the stack.
-  bool HandleVendorEvent(const hci::HciPacket& event);
   bool HandleQualityReport(const hci::HciPacket& event);
   bool HandleRootInflammation(const hci::HciPacket& event);
   void HandleDebugInfoEvent(const hci::HciPacket& event);
@@ -96,13 +95,14 @@ class DebugCentral {
   std::string dump_suffix() const;
   void WriteCoreDump(const std::string& suffix, const std::string& reason);
   void WriteCrashInfo(const std::string& suffix, const std::string& reason);
-  // Copies the snoop log and its older file to their backup names.
+  // Copies the logs that would not outlive the next start.
   void backup_logging_files_before_crash(const std::string& suffix);
 
   std::string FormatRecords();
-  void DumpKernelFiles(int fd);
+  void DumpSectionOf(int fd, DumpSection section) const;
 
-  std::string uart_debug_port() const;
+  std::vector<std::pair<DumpSection, DumpSource>> dump_sources_;
+  DebugHooks hooks_;
 
   std::atomic<bool> has_client_{false};
   // Guards what follows; never held while anything blocks. Recursive, so that a record can be written from under it.
@@ -112,7 +112,6 @@ class DebugCentral {
   std::string dump_suffix_;
   RecordTable records_;
   uint64_t unsaved_chre_segments_ = 0;  // receive thread only
-  const std::unique_ptr<DebugMonitor> monitor_;
 
   // Held by the first reporter to the end of the process: the others park on it.
   std::mutex report_mutex_;

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <memory>
 #include <string>
@@ -17,14 +16,10 @@
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
-#include "bluetooth_Activity.h"
-#include "bluetooth_bqr.h"
-#include "btqnl_protocol/btqnl_protocol.h"
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
-#include "h4/hw_control/hw_control.h"
 #include "os/device_path.h"
-#include "shim/shim.h"
+#include "os/file_utils.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 namespace {
@@ -33,12 +28,15 @@ using ::android::base::StringPrintf;
 using ::android::base::unique_fd;
 
 constexpr size_t kRuleLength = 45;
-constexpr size_t kCopyChunk = size_t{64} * 1024;
 
 // A reader that has gone away ends the report; the service ignores SIGPIPE.
+void LogWriteFault() {
+  if (errno != EPIPE) PLOG(ERROR) << "Dump: Failed to write the report";
+}
+
 bool Write(int fd, std::string_view text) {
   if (::android::base::WriteFully(fd, text.data(), text.size())) return true;
-  if (errno != EPIPE) PLOG(ERROR) << "Dump: Failed to write the report";
+  LogWriteFault();
   return false;
 }
 
@@ -65,13 +63,17 @@ std::vector<std::string> NamesWithPrefix(const std::string& directory, std::stri
 bool CopyFile(int fd, const std::string& path, const std::string& name) {
   const unique_fd file(open(os::DevicePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file.ok()) return Write(fd, "File open failed: " + name);
-  const auto chunk = std::make_unique<std::array<char, kCopyChunk>>();
-  for (;;) {
-    const ssize_t n = TEMP_FAILURE_RETRY(read(file.get(), chunk->data(), chunk->size()));
-    if (n < 0) PLOG(ERROR) << "Dump: Failed to read " << path;
-    if (n <= 0) return true;
-    if (!Write(fd, std::string_view(chunk->data(), static_cast<size_t>(n)))) return false;
+  switch (os::CopyContent(file.get(), fd)) {
+    case os::CopyResult::kDone:
+      return true;
+    case os::CopyResult::kReadFailed:
+      PLOG(ERROR) << "Dump: Failed to read " << path;
+      return true;
+    case os::CopyResult::kWriteFailed:
+      LogWriteFault();
+      return false;
   }
+  return false;
 }
 
 void DumpSavedFiles(int fd, const std::string& directory, std::string_view prefix) {
@@ -87,18 +89,20 @@ void DumpSavedFiles(int fd, const std::string& directory, std::string_view prefi
 }  // namespace
 
 void DebugCentral::Dump(int fd) {
+  std::string heading;
+  AppendTitle(heading, "Controller Firmware Information");
+  Write(fd, heading);
+  DumpSectionOf(fd, DumpSection::kFirmware);
   Write(fd, FormatRecords());
-  DumpKernelFiles(fd);
+  DumpSectionOf(fd, DumpSection::kKernelLogs);
   DumpSavedFiles(fd, kCrashInfoDirectory, kCrashInfoPrefix);
   LOG(INFO) << StringPrintf("%s: write bt coredump files to IBluetoothHci_default.txt", __func__);
   DumpSavedFiles(fd, kCoreDumpDirectory, kCoreDumpPrefix);
-  Write(fd, BtActivitiesLogger::Get().Report() + BluetoothBqr::Get().Report());
+  DumpSectionOf(fd, DumpSection::kStatistics);
 }
 
 std::string DebugCentral::FormatRecords() {
   std::string report;
-  AppendTitle(report, "Controller Firmware Information");
-  report.append(BtQnlProtocol::GetInstacne().local_name()).append("\n");
   const std::lock_guard lock(mutex_);
   AppendTitle(report, "Anchors' Last Appear");
   records_.PrintLastAppearances(report);
@@ -107,11 +111,10 @@ std::string DebugCentral::FormatRecords() {
   return report;
 }
 
-void DebugCentral::DumpKernelFiles(int fd) {
-  if (hci::shim::GetUserialType() == hci::shim::kUserialAoc) return;
-  auto& hardware = hwcontrol::BtHwControl::Get();
-  hardware.GetFsDebugDump(fd, uart_debug_port());
-  hardware.GetFsDebugDump(fd, kLpmDebugPort);
+void DebugCentral::DumpSectionOf(int fd, DumpSection section) const {
+  for (const auto& [of, source] : dump_sources_) {
+    if (of == section) source(fd);
+  }
 }
 
 }  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -1,11 +1,12 @@
 #define LOG_TAG "bthal.debug_central"
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <future>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <thread>
 
 #include <android-base/logging.h>
@@ -15,6 +16,7 @@
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
 #include "os/kill_self.h"
+#include "os/thread.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 namespace {
@@ -65,15 +67,15 @@ void DebugCentral::TellStack(BqrErrorCode code) {
   if (!notify) return;
   LOG(WARNING) << StringPrintf("%s: notify_cb_(bqr_event)", "ReportBqrError");
   const auto told = std::make_shared<std::promise<void>>();
-  try {
-    std::thread([notify, code, told] {
-      notify(RootInflammationEvent(code));
-      told->set_value();
-    }).detach();
-  } catch (const std::system_error& error) {
-    LOG(ERROR) << StringPrintf("%s: the stack is not told: %s", "ReportBqrError", error.what());
+  os::Thread teller = os::Thread::Start("bt_notify", [notify, code, told] {
+    notify(RootInflammationEvent(code));
+    told->set_value();
+  });
+  if (!teller.joinable()) {
+    LOG(ERROR) << StringPrintf("%s: the stack is not told: %s", "ReportBqrError", strerror(errno));
     return;
   }
+  teller.detach();
   if (told->get_future().wait_for(kClientPatience) != std::future_status::ready) {
     LOG(ERROR) << StringPrintf("%s: the client does not take the event, going on without it", "ReportBqrError");
   }

@@ -13,7 +13,6 @@
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
-#include "bluetooth_bqr.h"
 #include "debug_central/catalogue.h"
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
@@ -25,6 +24,10 @@ namespace {
 using ::android::base::StringPrintf;
 using ::android::base::unique_fd;
 using hci::HciPacket;
+
+// Hardware Error event:
+//   0x10 | length 1 | hardware code
+constexpr size_t kHardwareCodeOffset = 2;
 
 // Vendor event:
 //   0xFF | length | sub-event | ...
@@ -100,6 +103,14 @@ size_t WriteAll(int fd, const HciPacket& event) {
 
 }  // namespace
 
+void DebugCentral::HandleHardwareError(const HciPacket& event) {
+  LOG(ERROR) << "Received Hardware error event!";
+  UpdateRecord(AnchorType::kHardwareErrorEvent, StringPrintf("%s: Received Hardware error event!", "operator()"));
+  if (event.size() > kHardwareCodeOffset) LOG(ERROR) << StringPrintf("Error code=%02X", event[kHardwareCodeOffset]);
+  // The first reset of a bring-up may well meet a controller in disorder: that is no crash to tell of.
+  start_crash_dump(hooks_.is_first_reset && hooks_.is_first_reset(), kReasonHardwareError);
+}
+
 bool DebugCentral::HandleVendorEvent(const HciPacket& event) {
   if (event.size() < kVendorHeaderSize) {
     LOG(ERROR) << StringPrintf("%s: Invalid length of VS event!", __func__);
@@ -134,12 +145,12 @@ bool DebugCentral::HandleQualityReport(const HciPacket& event) {
     case kConnectFail:
     case kVendorQuality:
     case kVendorTrace:
-      BluetoothBqr::Get().OnQualityReport(event);
+      if (hooks_.quality_report) hooks_.quality_report(event);
       return false;
     case kRootInflammation:
       return HandleRootInflammation(event);
     case kEnergyMonitor:
-      BtBqrEnergyRecoder::Get().OnEnergyReport(event);
+      if (hooks_.energy_report) hooks_.energy_report(event);
       return true;
     case kFirmwareDump:
       HandleFirmwareDumpFragment(event);

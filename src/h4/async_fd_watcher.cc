@@ -19,11 +19,7 @@ int AsyncFdWatcher::WatchFdForNonBlockingReads(int fd, const ReadCallback& callb
 }
 
 // After a failure the run stays, without a thread, and counts as running: whoever was told -1 gives up and stops.
-int AsyncFdWatcher::TryStartThread() {
-  if (!run_->OpenPipe()) return -1;
-  run_->Start();
-  return 0;
-}
+int AsyncFdWatcher::TryStartThread() { return run_->OpenPipe() && run_->Start() ? 0 : -1; }
 
 void AsyncFdWatcher::StopWatchingFd(int fd) {
   if (const auto run = CurrentRun()) run->Unwatch(fd);

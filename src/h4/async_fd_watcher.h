@@ -25,9 +25,8 @@ class AsyncFdWatcher {
 
   // Calls `callback` with `fd` whenever it is readable, the lower descriptor first when several are; a second call for
   // the same descriptor replaces the callback. Starts the thread if none runs. Returns 0, or -1 if the descriptor is
-  // outside 0..1023 or the wake-up pipe could not be made; a failed start counts as running until the next stop. What
-  // the standard library throws when it cannot make a thread is passed on. `fd` stays the caller's and must stay open
-  // until it is unwatched or the watcher is stopped.
+  // outside 0..1023 or neither pipe nor thread could be made; a failed start counts as running until the next stop.
+  // `fd` stays the caller's and must stay open until it is unwatched or the watcher is stopped.
   int WatchFdForNonBlockingReads(int fd, const ReadCallback& callback);
 
   // Forgets `fd`. When it returns, its callback does not run and will not run again (called on the watcher thread: will

@@ -51,8 +51,9 @@ bool AsyncFdWatcher::Run::OpenPipe() {
   return ends[0] < FD_SETSIZE;
 }
 
-void AsyncFdWatcher::Run::Start() {
-  thread_ = std::thread([self = shared_from_this()] { self->ThreadRoutine(); });
+bool AsyncFdWatcher::Run::Start() {
+  thread_ = os::Thread::Start("bt_rx", [self = shared_from_this()] { self->ThreadRoutine(); });
+  return thread_.joinable();
 }
 
 // Wakes the thread, which may be about to block with nothing but its pipe to wait for: an unwatched descriptor's

@@ -10,10 +10,10 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "h4/async_fd_watcher.h"
+#include "os/thread.h"
 
 namespace android::hardware::bluetooth::async {
 
@@ -29,8 +29,8 @@ class AsyncFdWatcher::Run : public std::enable_shared_from_this<Run> {
 
   // False if the system gives no pipe that select can take.
   bool OpenPipe();
-  // Once, behind OpenPipe.
-  void Start();
+  // Once, behind OpenPipe. False if the system gives no thread.
+  bool Start();
 
   void Watch(int fd, const ReadCallback& callback);
   // Waits for a running callback of `fd`, unless called on the run's own thread.
@@ -69,7 +69,7 @@ class AsyncFdWatcher::Run : public std::enable_shared_from_this<Run> {
   std::atomic<bool> running_{true};
 
   std::mutex join_mutex_;  // held by the one that joins; the others wait for it
-  std::thread thread_;
+  os::Thread thread_;
 
   std::mutex internal_mutex_;  // guards all that follows but pass_
   std::condition_variable changed_;

@@ -17,7 +17,6 @@
 
 #include "debug_central/debug_central.h"
 #include "h4/async_fd_watcher.h"
-#include "shim/shim.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
@@ -57,14 +56,10 @@ void AdvancePast(size_t written, std::array<iovec, N>& entries, iovec*& first) {
 
 }  // namespace
 
-H4Protocol::H4Protocol(int uart_fd, HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
-                       HciPacketCallback iso_cb, HciPacketCallback thread_cb)
+H4Protocol::H4Protocol(int uart_fd, Consumers consumers, H4Owner owner)
     : uart_fd_(uart_fd),
-      event_cb_(std::move(event_cb)),
-      acl_cb_(std::move(acl_cb)),
-      sco_cb_(std::move(sco_cb)),
-      iso_cb_(std::move(iso_cb)),
-      thread_cb_(std::move(thread_cb)),
+      consumers_(std::move(consumers)),
+      owner_(std::move(owner)),
       hci_packetizer_([this] { OnPacketReady(); }) {}
 
 size_t H4Protocol::Send(uint8_t type, const uint8_t* data, size_t length) {
@@ -112,12 +107,12 @@ void H4Protocol::OnDataReady(int fd) {
                                      StringPrintf("%s: Unexpected EOF reading the packet type!", __func__));
   } else {
     const std::string reason = strerror(errno);
-    if (shim::IsInitialized()) {
+    if (owner_.is_initialized && owner_.is_initialized()) {
       LOG(FATAL) << __func__ << ": Read packet type error: " << reason;
       return;
     }
     LOG(ERROR) << __func__ << ": read failed (" << reason << "), not ready to read!";
-    // "reay" is what the tools that read the record look for.
+    // "reay": the record's texts stay from one release to the next, misspellings included.
     DebugCentral::Get().UpdateRecord(AnchorType::kUartReceive,
                                      StringPrintf("%s: read failed (%s), not reay to read!", __func__, reason.c_str()));
   }
@@ -160,7 +155,8 @@ void H4Protocol::ReportUnimplementedType(const uint8_t* data, size_t length) {
   ALOGE("%s: Unimplemented Packet Type: %d detected!", "OnDataReady", code);
   std::array<uint8_t, kReportedBytes> shown{};
   std::copy_n(data, std::min(length, shown.size()), shown.begin());
-  shim::CatchException(
+  if (!owner_.catch_exception) return;
+  owner_.catch_exception(
       BqrErrorCode::kHostUnimplementedPacketType,
       StringPrintf("Host Received Unimplemented Packet Type: %d, bytes_read: %zd, packet: "
                    "%02x, %02x, %02x, %02x, %02x, %02x, %02x",
@@ -171,19 +167,19 @@ void H4Protocol::OnPacketReady() {
   const HciPacket& packet = hci_packetizer_.GetPacket();
   switch (hci_packet_type_) {
     case HciPacketType::kEvent:
-      event_cb_(packet);
+      consumers_.event_cb(packet);
       break;
     case HciPacketType::kAclData:
-      acl_cb_(packet);
+      consumers_.acl_cb(packet);
       break;
     case HciPacketType::kScoData:
-      sco_cb_(packet);
+      consumers_.sco_cb(packet);
       break;
     case HciPacketType::kIsoData:
-      iso_cb_(packet);
+      consumers_.iso_cb(packet);
       break;
     case HciPacketType::kThreadData:
-      if (thread_cb_) thread_cb_(packet);
+      if (consumers_.thread_cb) consumers_.thread_cb(packet);
       break;
     default:
       LOG(FATAL) << __func__ << ": Unimplemented packet type " << static_cast<int>(hci_packet_type_);

@@ -3,20 +3,30 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <string>
 
+#include "debug_central/debug_central.h"
 #include "h4/h4_packetizer.h"
 #include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::hci {
 
+// What the protocol asks of those who opened the transport, and tells them.
+struct H4Owner {
+  // Whether the transport is in service: a failed read then ends the process.
+  std::function<bool()> is_initialized;
+  // The transport failed beyond repair. Called on the receive thread, which stands on the protocol until it returns.
+  std::function<void(BqrErrorCode code, const std::string& info)> catch_exception;
+};
+
 // Send and the receiving side touch disjoint state and may run at the same time; callers serialise Send among
 // themselves, and OnDataReady runs on the descriptor-watcher thread only.
 class H4Protocol {
  public:
-  // `uart_fd` stays the caller's: it is never closed here and must outlive the object. `event_cb`, `acl_cb`, `sco_cb`
-  // and `iso_cb` must be set; `thread_cb` may be empty, then Thread frames are dropped. They run on the watcher thread.
-  H4Protocol(int uart_fd, HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
-             HciPacketCallback iso_cb, HciPacketCallback thread_cb);
+  // `uart_fd` stays the caller's: it is never closed here and must outlive the object. An owner's empty function counts
+  // as false, or does nothing.
+  H4Protocol(int uart_fd, Consumers consumers, H4Owner owner);
   H4Protocol(const H4Protocol&) = delete;
   H4Protocol& operator=(const H4Protocol&) = delete;
 
@@ -39,11 +49,8 @@ class H4Protocol {
   void ReportUnimplementedType(const uint8_t* data, size_t length);
 
   int uart_fd_;
-  HciPacketCallback event_cb_;
-  HciPacketCallback acl_cb_;
-  HciPacketCallback sco_cb_;
-  HciPacketCallback iso_cb_;
-  HciPacketCallback thread_cb_;
+  Consumers consumers_;
+  H4Owner owner_;
   HciPacketType hci_packet_type_ = HciPacketType::kUnknown;
   HciPacketizer hci_packetizer_;
 };

@@ -11,10 +11,8 @@
 #include <utility>
 
 #include "h4/async_fd_watcher.h"
-#include "h4/h4_protocol.h"
-#include "hci_flow_control/hci_flow_control.h"
 
-namespace android::hardware::bluetooth::hci::shim {
+namespace android::hardware::bluetooth::hci {
 namespace {
 
 constexpr auto kSenderPollInterval = std::chrono::milliseconds(1);
@@ -35,9 +33,7 @@ void DiscardOutput(int fd) {
 }  // namespace
 
 struct UartLink::Line {
-  Line(int uart_fd, const Consumers& consumers)
-      : fd(uart_fd),
-        h4(uart_fd, consumers.event_cb, consumers.acl_cb, consumers.sco_cb, consumers.iso_cb, consumers.thread_cb) {}
+  Line(int uart_fd, const Consumers& consumers, const H4Owner& owner) : fd(uart_fd), h4(uart_fd, consumers, owner) {}
 
   const int fd;
   H4Protocol h4;
@@ -54,21 +50,21 @@ std::shared_ptr<UartLink::Line> UartLink::CurrentLine() const {
   return line_;
 }
 
-void UartLink::Attach(int fd, const Consumers& consumers) {
+void UartLink::Attach(int fd, const Consumers& consumers, const H4Owner& owner) {
   Detach();
-  auto line = std::make_shared<Line>(fd, consumers);
+  auto line = std::make_shared<Line>(fd, consumers, owner);
   const std::lock_guard lock(mutex_);
   line_ = std::move(line);
 }
 
-bool UartLink::Watch(const std::weak_ptr<HciFlowControl>& flow) {
+bool UartLink::Watch(const std::weak_ptr<const void>& receiver) {
   const std::shared_ptr<Line> line = CurrentLine();
   if (line == nullptr) return false;
-  const auto read = [line, flow](int fd) {
+  const auto read = [line, receiver](int fd) {
     // The callback may tear the transport down and with it this closure: what it stands on is held here.
     const std::shared_ptr<Line> keep_line = line;
-    const std::shared_ptr<HciFlowControl> keep_flow = flow.lock();
-    if (keep_flow != nullptr) keep_line->h4.OnDataReady(fd);
+    const std::shared_ptr<const void> keep_receiver = receiver.lock();
+    if (keep_receiver != nullptr) keep_line->h4.OnDataReady(fd);
   };
   if (Watcher().WatchFdForNonBlockingReads(line->fd, read) == 0) return true;
   ALOGE("%s: cannot watch descriptor %d: it is not below 1024, or the system is out of descriptors or threads",
@@ -105,4 +101,4 @@ size_t UartLink::Send(uint8_t type, const uint8_t* data, size_t length) {
   return written;
 }
 
-}  // namespace android::hardware::bluetooth::hci::shim
+}  // namespace android::hardware::bluetooth::hci

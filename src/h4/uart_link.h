@@ -1,4 +1,4 @@
-// The UART path's framing and reading, and who may still stand on it when it is taken away.
+// The UART's line: framing and reading over the open port, and who may still stand on it when it is taken away.
 #pragma once
 
 #include <cstddef>
@@ -6,22 +6,10 @@
 #include <memory>
 #include <mutex>
 
+#include "h4/h4_protocol.h"
 #include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::hci {
-class HciFlowControl;
-}
-
-namespace android::hardware::bluetooth::hci::shim {
-
-// The five consumers of received packets.
-struct Consumers {
-  HciPacketCallback event_cb;
-  HciPacketCallback acl_cb;
-  HciPacketCallback sco_cb;
-  HciPacketCallback iso_cb;
-  HciPacketCallback thread_cb;
-};
 
 // The H4Protocol over the open port and its watch on the receive thread. Process-wide, never destroyed. Attach, Watch
 // and Detach come from bring-up and teardown, Send from any thread at any time.
@@ -30,11 +18,12 @@ class UartLink {
   static UartLink& Get();
 
   // Puts a fresh H4Protocol over `fd`, in place of any other. `fd` must stay open until Detach has returned.
-  void Attach(int fd, const Consumers& consumers);
+  void Attach(int fd, const Consumers& consumers, const H4Owner& owner);
 
-  // Has the receive thread read for the attached H4Protocol. `flow`, whose consumers it calls, and the H4Protocol
-  // itself are kept alive while it does. False when nothing is attached or the descriptor cannot be watched.
-  bool Watch(const std::weak_ptr<HciFlowControl>& flow);
+  // Has the receive thread read for the attached H4Protocol. `receiver`, on whom its consumers call, and the H4Protocol
+  // itself are kept alive while it does; nothing is read once the receiver has gone. False when nothing is attached or
+  // the descriptor cannot be watched.
+  bool Watch(const std::weak_ptr<const void>& receiver);
 
   // Takes the H4Protocol away: no Send reaches it any more, and those inside it have left when this returns; what they
   // had not written yet is discarded, the controller being about to lose its power. The receive thread does not read
@@ -59,4 +48,4 @@ class UartLink {
   std::shared_ptr<Line> line_;
 };
 
-}  // namespace android::hardware::bluetooth::hci::shim
+}  // namespace android::hardware::bluetooth::hci

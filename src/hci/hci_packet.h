@@ -15,6 +15,15 @@ using HciPacket = hidl_vec<uint8_t>;
 // Receives one packet. The reference, and the bytes it may lend, are valid during the call only: who keeps them copies.
 using HciPacketCallback = std::function<void(const HciPacket&)>;
 
+// Who takes what the controller sends, by kind. All run on the receive thread.
+struct Consumers {
+  HciPacketCallback event_cb;
+  HciPacketCallback acl_cb;
+  HciPacketCallback sco_cb;
+  HciPacketCallback iso_cb;
+  HciPacketCallback thread_cb;  // may be empty: Thread frames are then dropped
+};
+
 // The H4 type byte.
 enum class HciPacketType : uint8_t {
   kUnknown = 0x00,  // no packet in progress
@@ -39,7 +48,23 @@ inline constexpr size_t kCommandHeaderSize = 3;
 
 // Command Complete event:
 //   0x0E | length | Num_HCI_Command_Packets | opcode (2) | status | return parameters
+inline constexpr size_t kCommandCompleteCreditsOffset = 2;
+inline constexpr size_t kCommandCompleteOpcodeOffset = 3;
 inline constexpr size_t kCommandCompleteStatusOffset = 5;
 inline constexpr size_t kCommandCompleteParametersOffset = 6;
+
+// Command Status event:
+//   0x0F | length | status | Num_HCI_Command_Packets | opcode (2)
+inline constexpr size_t kCommandStatusStatusOffset = 2;
+inline constexpr size_t kCommandStatusCreditsOffset = 3;
+inline constexpr size_t kCommandStatusOpcodeOffset = 4;
+
+inline constexpr size_t kOpcodeSize = 2;
+
+// The opcode at `offset`; 0 where the packet ends before it.
+inline uint16_t ReadOpcode(const HciPacket& packet, size_t offset) {
+  if (packet.size() < offset + kOpcodeSize) return 0;
+  return static_cast<uint16_t>(packet[offset] | packet[offset + 1] << 8);
+}
 
 }  // namespace android::hardware::bluetooth::hci

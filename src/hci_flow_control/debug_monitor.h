@@ -1,4 +1,4 @@
-// The four event watchers through which debug central sees what the controller reports of itself.
+// The four event watchers through which the diagnostics see what the controller reports of itself.
 #pragma once
 
 #include <memory>
@@ -10,22 +10,25 @@
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 
-class DebugCentral;
-
-// The watchers live as long as debug central does and are only registered and unregistered: a flow control that is
-// halted, and refuses to forget them, never keeps a pointer to nothing.
+// Process-wide and never destroyed: the watchers live as long as the process does and are only registered and
+// unregistered, so that a flow control that is halted, and refuses to forget them, never keeps a pointer to nothing.
+// Any thread, but no watcher.
 class DebugMonitor {
  public:
-  explicit DebugMonitor(DebugCentral& central);
+  static DebugMonitor& Get();
 
-  // Start with another flow control stops the earlier one first.
-  void Start(hci::HciFlowControl& flow);
-  void Stop();
+  // Registers the watchers with `flow`; does nothing but complain about null. With another flow control than the last
+  // one it stops that one first. StopMonitor removes them; it is harmless without a monitor, and after the flow control
+  // has gone.
+  void StartMonitor(hci::HciFlowControl* flow);
+  void StopMonitor();
 
  private:
-  std::mutex mutex_;  // orders Start and Stop; held across their calls of flow control, and taken by no watcher
+  DebugMonitor();
+
+  std::mutex mutex_;  // orders the two; held across their calls of flow control, and taken by no watcher
   hci::HciHandle monitored_;
-  const std::vector<std::unique_ptr<hci::HciEventWatcher>> watchers_;
+  std::vector<std::unique_ptr<hci::HciEventWatcher>> watchers_;
 };
 
 }  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -8,6 +8,7 @@
 #include "debug_central/debug_central.h"
 #include "hci_flow_control/hci_flow_control.h"
 #include "hci_flow_control/state.h"
+#include "shim/shim.h"
 #include "vnd_snoop_logger.h"
 
 namespace android::hardware::bluetooth::hci {
@@ -20,23 +21,9 @@ using ::android::base::StringPrintf;
 constexpr size_t kEventLengthOffset = 1;
 constexpr size_t kEventHeaderSize = 2;
 
-// Command Complete:   0x0E | length | credits | opcode (2) | ...
-// Command Status:     0x0F | length | status | credits | opcode (2)
 // Loopback Command:   0x19 | length | opcode (2) | ...
-constexpr size_t kCommandCompleteCreditsOffset = 2;
-constexpr size_t kCommandCompleteOpcodeOffset = 3;
-constexpr size_t kCommandStatusCreditsOffset = 3;
-constexpr size_t kCommandStatusOpcodeOffset = 4;
 constexpr size_t kLoopbackCommandOpcodeOffset = 2;
 constexpr uint8_t kLoopbackCommandCredits = 1;
-
-constexpr size_t kOpcodeSize = 2;
-
-// 0 for bytes beyond the packet's end.
-uint16_t ReadOpcode(const HciPacket& packet, size_t offset) {
-  if (packet.size() < offset + kOpcodeSize) return 0;
-  return static_cast<uint16_t>(packet[offset] | packet[offset + 1] << 8);
-}
 
 uint8_t ReadCredits(const HciPacket& event, size_t offset) { return offset < event.size() ? event[offset] : 0; }
 
@@ -151,7 +138,7 @@ void HciFlowControl::SendNext() {
   HciCmdFrame& next = cmd_queue_.front();
   LOG(DEBUG) << "HciEventPostProcess: HCI CMD Frame <" << toString(next.data) << "> dequeued";
   next.sent = true;
-  WakeAndSend(kCommandType, next.data.data(), next.data.size(), true);
+  shim::Send(kCommandType, next.data.data(), next.data.size(), true);
 }
 
 }  // namespace android::hardware::bluetooth::hci

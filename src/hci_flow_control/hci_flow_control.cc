@@ -9,7 +9,6 @@
 #include <mutex>
 #include <utility>
 
-#include "btqnl_protocol/btqnl_protocol.h"
 #include "hci_flow_control/state.h"
 #include "shim/shim.h"
 
@@ -32,22 +31,15 @@ std::mutex connection_mutex;
 
 std::mutex flow_control_mutex;
 
-size_t WakeAndSend(uint8_t type, const uint8_t* data, size_t length, bool is_command) {
-  BtQnlProtocol::GetInstacne().LpmWakeUp();
-  return shim::Send(type, data, length, is_command);
-}
-
-HciFlowControl::HciFlowControl(HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
-                               HciPacketCallback iso_cb, HciPacketCallback thread_cb) {
+HciFlowControl::HciFlowControl(const Consumers& consumers, const H4Owner& owner) {
   std::lock_guard connection(connection_mutex);
   {
     std::lock_guard lock(flow_control_mutex);
     live_instance = this;
   }
-  const auto on_event = [this, event_cb = std::move(event_cb)](const HciPacket& event) {
-    OnHciEventReady(event, event_cb);
-  };
-  shim::InitializeCallback(on_event, std::move(acl_cb), std::move(sco_cb), std::move(iso_cb), std::move(thread_cb));
+  Consumers behind = consumers;
+  behind.event_cb = [this, event_cb = consumers.event_cb](const HciPacket& event) { OnHciEventReady(event, event_cb); };
+  shim::InitializeCallback(behind, owner);
   halted = false;
 }
 
@@ -78,13 +70,13 @@ size_t HciFlowControl::Send(uint8_t type, const uint8_t* data, size_t length) {
     LOG(VERBOSE) << __func__ << ": HCI Command <" << toString(frame.data) << "> sending...";
     frame.sent = true;
   }
-  return WakeAndSend(type, data, length, type == kCommandType);
+  return shim::Send(type, data, length, type == kCommandType);
 }
 
 size_t HciFlowControl::SendNoAck(uint8_t type, const uint8_t* data, size_t length) {
   std::lock_guard lock(flow_control_mutex);
   if (Refuses(__func__)) return 0;
-  return WakeAndSend(type, data, length, false);
+  return shim::Send(type, data, length, false);
 }
 
 size_t HciFlowControl::SendBatch(const uint8_t* data, size_t length) {
@@ -92,7 +84,6 @@ size_t HciFlowControl::SendBatch(const uint8_t* data, size_t length) {
     std::lock_guard lock(flow_control_mutex);
     if (Refuses(__func__)) return 0;
     if (!send_batch_fallback_) {
-      BtQnlProtocol::GetInstacne().LpmWakeUp();
       const size_t sent = shim::SendBatch(data, length, false);
       if (sent != 0) return sent;
       send_batch_fallback_ = true;

@@ -7,22 +7,21 @@
 #include <memory>
 #include <vector>
 
+#include "h4/h4_protocol.h"
 #include "hci/hci_event_watcher.h"
 #include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::hci {
 
 // Lets one HCI command be outstanding at a time and shows every event to the watchers before the stack. One instance
-// per open transport, owned by the shim, which keeps it alive while it delivers an event; its lock and its halted flag
-// are process-wide. The lock is held across transport writes and watcher calls on purpose: that is what keeps packets
-// of one sender in order and watchers alive while called. An instance that has a successor behaves as halted. All
-// operations may be called from any thread, but from no watcher.
+// per open transport, owned by the channel, which keeps it alive while it delivers an event; its lock and its halted
+// flag are process-wide. The lock is held across transport writes and watcher calls on purpose: that is what keeps
+// packets of one sender in order and watchers alive while called. An instance that has a successor behaves as halted.
+// All operations may be called from any thread, but from no watcher.
 class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
  public:
-  // Connects the five consumers to the transport. They run on the receive thread, without the lock. `thread_cb` may be
-  // empty.
-  HciFlowControl(HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
-                 HciPacketCallback iso_cb, HciPacketCallback thread_cb);
+  // Connects the consumers to the path. They run without the lock. `owner` is the path's.
+  HciFlowControl(const Consumers& consumers, const H4Owner& owner = {});
   HciFlowControl(const HciFlowControl&) = delete;
   HciFlowControl& operator=(const HciFlowControl&) = delete;
   ~HciFlowControl();
@@ -81,7 +80,7 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
 // behaves as none. Lock it for the length of one use.
 using HciHandle = std::weak_ptr<HciFlowControl>;
 
-// The handle of a flow control owned by the shim; an empty one for null.
+// The handle of a flow control owned by the channel; an empty one for null.
 inline HciHandle MakeHandle(HciFlowControl* flow) { return flow == nullptr ? HciHandle() : flow->weak_from_this(); }
 
 }  // namespace android::hardware::bluetooth::hci

@@ -1,7 +1,6 @@
 // What the two halves of the flow control share: sending, and the events.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <mutex>
 
@@ -13,8 +12,5 @@ inline constexpr uint8_t kCommandType = static_cast<uint8_t>(HciPacketType::kCom
 
 // Taken by every operation of every instance, and held across transport writes and watcher calls. Not recursive.
 extern std::mutex flow_control_mutex;
-
-// Wakes the controller's link and writes one packet; returns the bytes written. Under flow_control_mutex.
-size_t WakeAndSend(uint8_t type, const uint8_t* data, size_t length, bool is_command);
 
 }  // namespace android::hardware::bluetooth::hci

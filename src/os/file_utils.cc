@@ -2,11 +2,15 @@
 
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 
@@ -18,6 +22,7 @@ namespace {
 using ::android::base::StringPrintf;
 
 constexpr mode_t kLogMode = 0644;
+constexpr size_t kCopyChunk = size_t{64} * 1024;
 
 // A log line on behalf of a caller that has a tag of its own.
 void LogAs(const char* tag, ::android::base::LogSeverity severity, const std::string& text) {
@@ -35,6 +40,16 @@ std::string CreationTime() {
 }
 
 }  // namespace
+
+CopyResult CopyContent(int from, int to) {
+  const auto chunk = std::make_unique<std::array<char, kCopyChunk>>();
+  for (;;) {
+    const ssize_t n = TEMP_FAILURE_RETRY(read(from, chunk->data(), chunk->size()));
+    if (n < 0) return CopyResult::kReadFailed;
+    if (n == 0) return CopyResult::kDone;
+    if (!::android::base::WriteFully(to, chunk->data(), static_cast<size_t>(n))) return CopyResult::kWriteFailed;
+  }
+}
 
 bool FileExists(const std::string& path) {
   return std::ifstream(DevicePath(path), std::ios::binary | std::ios::ate).good();

@@ -6,6 +6,10 @@
 
 namespace android::hardware::bluetooth::os {
 
+// Copies what is left to read of `from` to `to`; on a failure errno says why, and what had been read before is written.
+enum class CopyResult { kDone, kReadFailed, kWriteFailed };
+CopyResult CopyContent(int from, int to);
+
 // What the one older copy of a diagnostic log is called: its path and this.
 inline constexpr char kLastSuffix[] = ".last";
 

@@ -2,15 +2,14 @@
 
 #include <android-base/unique_fd.h>
 #include <errno.h>
-#include <pthread.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
-#include <system_error>
-#include <thread>
 #include <utility>
+
+#include "os/thread.h"
 
 namespace android::hardware::bluetooth::os {
 namespace {
@@ -41,14 +40,9 @@ std::unique_ptr<ThreadTimer> ThreadTimer::Create(const char* name, std::function
   state->on_expiry = std::move(on_expiry);
   state->fd.reset(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC));
   if (state->fd.get() < 0) return nullptr;
-  try {
-    std::thread thread([state] { state->Run(); });
-    pthread_setname_np(thread.native_handle(), name);
-    thread.detach();
-  } catch (const std::system_error& error) {
-    errno = error.code().value();
-    return nullptr;
-  }
+  Thread thread = Thread::Start(name, [state] { state->Run(); });
+  if (!thread.joinable()) return nullptr;
+  thread.detach();
   return std::unique_ptr<ThreadTimer>(new ThreadTimer(std::move(state)));
 }
 

@@ -15,16 +15,16 @@
 
 #include "chre/usf_helper.h"
 #include "conf/conf.h"
+#include "conf/properties.h"
 #include "debug_central/debug_central.h"
 #include "h4/hw_control/hw_control.h"
-#include "hci_flow_control/hci_flow_control.h"
+#include "h4/uart_link.h"
+#include "shim/path.h"
 #include "shim/shim.h"
-#include "shim/state.h"
 
 namespace android::hardware::bluetooth::hci::shim {
 namespace {
 
-using ::android::base::GetBoolProperty;
 using ::android::base::GetIntProperty;
 using ::android::base::GetProperty;
 using ::android::base::SetProperty;
@@ -37,8 +37,6 @@ constexpr char kDefault[] = "default";
 constexpr char kSocRevisionProperty[] = "ro.boot.hw.soc.rev";
 constexpr int kEarlySocRevision = 0;
 constexpr int kFirstSocRevisionAt4M = 2;  // of the sensor-hub path
-constexpr char kHardwareStageProperty[] = "ro.boot.hardware.revision";
-constexpr char kUartFallbackProperty[] = "bluetooth.uart.fallback";  // not persistent: until reboot
 constexpr auto kPowerOffTime = std::chrono::milliseconds(30);
 
 int SocRevision() { return GetIntProperty(kSocRevisionProperty, kEarlySocRevision); }
@@ -48,11 +46,11 @@ bool do_need_aoc_ctrl_bt_power_pin() {
   const Config& config = Config::GetInstance();
   if (!config.DoNeedAocPowerPinCtrlCheck()) return true;
   const auto& exempt = config.hw_stages_not_controlling_power_pin_from_aoc;
-  return std::find(exempt.begin(), exempt.end(), GetProperty(kHardwareStageProperty, kDefault)) == exempt.end();
+  return std::find(exempt.begin(), exempt.end(), conf::HardwareStage()) == exempt.end();
 }
 
 void FallBackFromDeadUsf() {
-  if (Config::GetInstance().GetUserialType() != kUserialAoc || !UsfHelper::Get().IsUsfTransportDead()) return;
+  if (Config::GetInstance().GetUserialType() != conf::kUserialAoc || !UsfHelper::Get().IsUsfTransportDead()) return;
   const std::string text = StringPrintf("%s: %s", "InitializeController", ": USF transport is dead!");
   ALOGW("%s", text.c_str());
   DebugCentral::Get().UpdateRecord(AnchorType::kUsfTransportDead, text);
@@ -68,11 +66,11 @@ std::optional<uint32_t> OverriddenPath() {
   if (path == "aoc") {
     ALOGD("Override to use AOC path");
     if (SocRevision() == kEarlySocRevision) ALOGW("WARNING: AOC UART is unstable on this SoC revision");
-    return kUserialAoc;
+    return conf::kUserialAoc;
   }
   if (path == "apm") {
     ALOGD("Override to use APM path");
-    return kUserialApm;
+    return conf::kUserialApm;
   }
   if (path != kDefault) {
     ALOGW("Unexpected setting '%s' for %s - using default", path.c_str(), kPathOverrideProperty);
@@ -85,7 +83,7 @@ uint32_t ChoosePath() {
   const Config& config = Config::GetInstance();
   if (config.DoNeedAocPowerPinCtrlCheck() && SocRevision() == kEarlySocRevision) {
     ALOGD("Use APM path due to HW rev");
-    return kUserialApm;
+    return conf::kUserialApm;
   }
   return config.GetUserialType();
 }
@@ -145,15 +143,9 @@ bool InitializeUartController() {
   BtHwControl& host = BtHwControl::Get();
   host.PowerControl(false);
   if (!host.PowerControl(true)) return false;
-  if (!host.UserialOpen()) {
-    host.PowerControl(false);
-    return false;
-  }
-  if (!ReconnectUart()) {
-    DeinitializeController();
-    return false;
-  }
-  return true;
+  if (host.UserialOpen(userial_type_in_force)) return true;
+  host.PowerControl(false);
+  return false;
 }
 
 }  // namespace
@@ -161,8 +153,8 @@ bool InitializeUartController() {
 bool InitializeController() {
   FallBackFromDeadUsf();
   const uint32_t type = ChoosePath();
-  GetState().userial_type = type;
-  return type == kUserialAoc ? InitializeAocController() : InitializeUartController();
+  userial_type_in_force = type;
+  return type == conf::kUserialAoc ? InitializeAocController() : InitializeUartController();
 }
 
 void DeinitializeController() {
@@ -182,6 +174,11 @@ void DeinitializeController() {
   usf.Deinitialize();
 }
 
+void Deinitialize() {
+  DeinitializeController();
+  userial_type_in_force = conf::kUserialDeinitialized;
+}
+
 UartBaudRate RequiredBaudRate() {
   const bool fast = !IsUartPath() && SocRevision() < kFirstSocRevisionAt4M;
   return fast ? UartBaudRate::kUartBaudRate6000000 : UartBaudRate::kUartBaudRate4000000;
@@ -190,9 +187,9 @@ UartBaudRate RequiredBaudRate() {
 void EnableBtUartFallback() {
   ALOGW("%s", __func__);
   SetProperty(conf::kDisableAccelerateBtOnProperty, "true");
-  SetProperty(kUartFallbackProperty, "true");
+  SetProperty(conf::kUartFallbackProperty, "true");
 }
 
-bool IsBtUartFallback() { return GetBoolProperty(kUartFallbackProperty, false); }
+bool IsBtUartFallback() { return conf::IsBtUartFallback(); }
 
 }  // namespace android::hardware::bluetooth::hci::shim

@@ -4,63 +4,52 @@
 
 #include <log/log.h>
 
+#include <mutex>
 #include <utility>
 
 #include <android-base/properties.h>
 
-#include "btqnl_protocol/btqnl_protocol.h"
 #include "chre/usf_helper.h"
-#include "debug_central/debug_central.h"
+#include "conf/properties.h"
 #include "h4/hw_control/hw_control.h"
-#include "hci_flow_control/hci_flow_control.h"
-#include "shim/state.h"
+#include "h4/uart_link.h"
+#include "shim/low_power.h"
+#include "shim/path.h"
 
 namespace android::hardware::bluetooth::hci::shim {
 namespace {
 
-using ::android::base::GetProperty;
 using hwcontrol::BtHwControl;
 
-constexpr char kBtSnoopLogModeProperty[] = "persist.bluetooth.btsnooplogmode";
+// Those who were put on the path last. Process-wide, never destroyed.
+struct Connected {
+  std::mutex mutex;  // guards what follows; never held across a call out of the shim
+  Consumers consumers;
+  H4Owner owner;
+  int flows = 0;
+};
+
+Connected& GetConnected() {
+  static auto& connected = *new Connected;
+  return connected;
+}
 
 }  // namespace
 
-State& GetState() {
-  static auto& state = *new State;
-  return state;
-}
-
-HciFlowControl* InitializeHciHandle(HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
-                                    HciPacketCallback iso_cb, HciPacketCallback thread_cb) {
-  if (!InitializeController()) return nullptr;
-  // Its constructor calls InitializeCallback below.
-  auto flow = std::make_shared<HciFlowControl>(std::move(event_cb), std::move(acl_cb), std::move(sco_cb),
-                                               std::move(iso_cb), std::move(thread_cb));
-  {
-    const std::lock_guard lock(GetState().mutex);
-    GetState().flow = flow;
-  }
-  if (IsUartPath() && !UartLink::Get().Watch(flow)) {
-    Deinitialize();
-    return nullptr;
-  }
-  return flow.get();
-}
-
-void InitializeCallback(HciPacketCallback event_cb, HciPacketCallback acl_cb, HciPacketCallback sco_cb,
-                        HciPacketCallback iso_cb, HciPacketCallback thread_cb) {
-  Consumers consumers{std::move(event_cb), std::move(acl_cb), std::move(sco_cb), std::move(iso_cb),
-                      std::move(thread_cb)};
+void InitializeCallback(const Consumers& consumers, const H4Owner& owner) {
   if (IsUartPath()) {
-    UartLink::Get().Attach(BtHwControl::Get().userial_fd(), consumers);
+    UartLink::Get().Attach(BtHwControl::Get().userial_fd(), consumers, owner);
   } else {
-    UsfHelper::Get().InitializeCallback(consumers.event_cb, consumers.acl_cb, consumers.sco_cb, consumers.iso_cb,
-                                        consumers.thread_cb);
+    UsfHelper::Get().InitializeCallback(consumers);
   }
   // What is replaced is destroyed after the lock has been released: it may hold anything.
-  const std::lock_guard lock(GetState().mutex);
-  std::swap(GetState().consumers, consumers);
-  ++GetState().connected_flows;
+  Consumers old_consumers = consumers;
+  H4Owner old_owner = owner;
+  Connected& connected = GetConnected();
+  const std::lock_guard lock(connected.mutex);
+  std::swap(connected.consumers, old_consumers);
+  std::swap(connected.owner, old_owner);
+  ++connected.flows;
 }
 
 // A flow control dies when its last user leaves, which may be after the next one has been connected: only the last one
@@ -68,9 +57,10 @@ void InitializeCallback(HciPacketCallback event_cb, HciPacketCallback acl_cb, Hc
 void DeinitializeCallback() {
   Consumers gone;
   {
-    const std::lock_guard lock(GetState().mutex);
-    if (--GetState().connected_flows > 0) return;
-    std::swap(GetState().consumers, gone);
+    Connected& connected = GetConnected();
+    const std::lock_guard lock(connected.mutex);
+    if (--connected.flows > 0) return;
+    std::swap(connected.consumers, gone);
   }
   if (IsUartPath()) {
     UartLink::Get().Detach();
@@ -79,47 +69,39 @@ void DeinitializeCallback() {
   }
 }
 
-bool ReconnectUart() {
-  const std::shared_ptr<HciFlowControl> flow = CurrentFlow();
-  if (flow == nullptr) return true;
-  Consumers consumers;
-  {
-    const std::lock_guard lock(GetState().mutex);
-    consumers = GetState().consumers;
-  }
-  UartLink::Get().Attach(BtHwControl::Get().userial_fd(), consumers);
-  if (!UartLink::Get().Watch(flow)) return false;
-  // Last, so that a command that slipped out while there was no line is forgotten with the others.
-  flow->DropPendingCommands();
-  return true;
+bool StartReceiving(const std::weak_ptr<const void>& receiver) {
+  return !IsUartPath() || UartLink::Get().Watch(receiver);
 }
 
-void Deinitialize() {
-  ALOGI("%s", __func__);
-  if (IsUartPath()) {
-    // First the senders: one that is stuck in a write holds the lock that both the receive thread and Halt wait for.
-    UartLink::Get().Detach();
-    UartLink::Get().StopReceiving();
-  }
-  std::shared_ptr<HciFlowControl> flow;
+bool Reconnect(const std::weak_ptr<const void>& receiver) {
+  if (!IsUartPath()) return true;
+  Consumers consumers;
+  H4Owner owner;
   {
-    const std::lock_guard lock(GetState().mutex);
-    flow = std::exchange(GetState().flow, nullptr);
+    Connected& connected = GetConnected();
+    const std::lock_guard lock(connected.mutex);
+    consumers = connected.consumers;
+    owner = connected.owner;
   }
-  if (flow != nullptr) {
-    HciFlowControl::Halt();
-    flow.reset();
-  }
-  DeinitializeController();
-  GetState().userial_type = kUserialDeinitialized;
+  UartLink::Get().Attach(BtHwControl::Get().userial_fd(), consumers, owner);
+  return UartLink::Get().Watch(receiver);
+}
+
+void TakeLineAway() {
+  if (!IsUartPath()) return;
+  // First the senders: one that is stuck in a write holds the lock that the receive thread waits for.
+  UartLink::Get().Detach();
+  UartLink::Get().StopReceiving();
 }
 
 size_t Send(uint8_t type, const uint8_t* data, size_t length, bool ack_required) {
+  LowPowerLink::Get().LpmWakeUp();
   if (IsUartPath()) return UartLink::Get().Send(type, data, length);
   return UsfHelper::Get().SendHciToUsf(type, data, length, ack_required);
 }
 
 size_t SendBatch(const uint8_t* data, size_t length, bool ack_required) {
+  LowPowerLink::Get().LpmWakeUp();
   if (IsUartPath()) {
     ALOGE("SendBatch unsupported without AOC passthrough");
     return 0;
@@ -135,7 +117,7 @@ void BaudrateChange(UartBaudRate rate) {
   }
 }
 
-bool SupportBaudRateChange() { return GetUserialType() != kUserialAutoInit; }
+bool SupportBaudRateChange() { return GetUserialType() != conf::kUserialAutoInit; }
 
 bool LpmSetup() { return IsUartPath() ? BtHwControl::Get().LpmSetup() : UsfHelper::Get().LpmEnable(true); }
 
@@ -156,13 +138,11 @@ bool IsLpmRunning() { return IsUartPath() ? BtHwControl::Get().IsLpmRunning() : 
 
 bool IsUserialReady() { return IsUartPath() ? BtHwControl::Get().userial_fd() >= 0 : UsfHelper::Get().IsReady(); }
 
-bool IsUserialAutoInit() { return GetUserialType() == kUserialAutoInit; }
-
-bool IsInitialized() { return CurrentFlow() != nullptr && IsUserialReady(); }
+bool IsUserialAutoInit() { return GetUserialType() == conf::kUserialAutoInit; }
 
 bool IsSerialAocUartPort() { return !IsUartPath(); }
 
-uint32_t GetUserialType() { return GetState().userial_type; }
+uint32_t GetUserialType() { return userial_type_in_force; }
 
 bool GetTlDebugDump(int fd, const std::string& first_path, const std::string& second_path) {
   if (!IsUartPath()) return UsfHelper::Get().GetChreDebugDump();
@@ -171,12 +151,6 @@ bool GetTlDebugDump(int fd, const std::string& first_path, const std::string& se
   return true;
 }
 
-void CatchException(BqrErrorCode code, const std::string& info) {
-  BtQnlProtocol::GetInstacne().Shutdown();
-  DebugCentral::Get().ReportBqrError(code, info);
-  Deinitialize();
-}
-
-bool IsBtSnoopLogModeOn() { return GetProperty(kBtSnoopLogModeProperty, "disabled") == "full"; }
+bool IsBtSnoopLogModeOn() { return ::android::base::GetProperty(conf::kBtSnoopLogModeProperty, "disabled") == "full"; }
 
 }  // namespace android::hardware::bluetooth::hci::shim

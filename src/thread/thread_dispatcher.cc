@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <system_error>
 
 #include <android-base/logging.h>
 
@@ -89,14 +88,11 @@ bool ThreadDispatcher::StartThreadDispatcher() {
   if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) return false;
   notify_listen_fd_.reset(ends[0]);
   notify_write_fd_.reset(ends[1]);
-  try {
-    dispatcher_thread_ = std::thread(&ThreadDispatcher::ThreadDispatcherRoutine, this);
-  } catch (const std::system_error&) {
-    notify_listen_fd_.reset();
-    notify_write_fd_.reset();
-    return false;
-  }
-  return true;
+  dispatcher_thread_ = os::Thread::Start("bt_thread_disp", [this] { ThreadDispatcherRoutine(); });
+  if (dispatcher_thread_.joinable()) return true;
+  notify_listen_fd_.reset();
+  notify_write_fd_.reset();
+  return false;
 }
 
 void ThreadDispatcher::CloseThreadDispatcher() {
@@ -108,7 +104,7 @@ void ThreadDispatcher::CloseThreadDispatcher() {
     const std::lock_guard lock(client_mutex_);
     socket_processor_.ShutdownClient();
   }
-  if (dispatcher_thread_.get_id() == std::this_thread::get_id()) return;
+  if (dispatcher_thread_.IsCurrent()) return;
   dispatcher_thread_.join();
   notify_listen_fd_.reset();
   notify_write_fd_.reset();

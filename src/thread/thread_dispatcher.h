@@ -4,12 +4,12 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include <android-base/unique_fd.h>
 
 #include "hci_flow_control/hci_flow_control.h"
+#include "os/thread.h"
 #include "thread/socket_processor.h"
 
 namespace android::hardware::bluetooth::hci {
@@ -54,7 +54,7 @@ class ThreadDispatcher {
   HciHandle flow_control_;
   std::atomic<bool> running_{false};
   std::atomic<bool> client_connected_{false};
-  std::thread dispatcher_thread_;
+  os::Thread dispatcher_thread_;
   ::android::base::unique_fd notify_listen_fd_;
   ::android::base::unique_fd notify_write_fd_;
   std::mutex client_mutex_;  // guards the client socket, never held across anything that blocks

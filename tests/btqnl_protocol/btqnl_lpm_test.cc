@@ -15,6 +15,7 @@
 #include "bluetooth_Activity.h"
 #include "btqnl_protocol/btqnl_protocol.h"
 #include "os/thread_timer.h"
+#include "shim/low_power.h"
 #include "shim/shim.h"
 #include "support/log_capture.h"
 #include "support/scripted_controller.h"
@@ -24,6 +25,8 @@
 
 namespace android::hardware::bluetooth {
 namespace {
+
+using hci::shim::LowPowerLink;
 
 using bthal::test::Command;
 using bthal::test::LogCapture;
@@ -99,8 +102,8 @@ TEST_F(BtqnlLpmTest, FallsAsleepAndRaisesTheLineBeforeTheFirstByte) {
   EXPECT_EQ(released_.History(), lock_);
   ASSERT_TRUE(FallsAsleep("110"));  // driver set-up, 0xFC27, quiet
   EXPECT_TRUE(WaitFor([&] { return released_.History() == lock_ + lock_; }));
-  EXPECT_EQ(protocol_.lpm_statistics().last_wake_count, 1u);
-  EXPECT_GE(protocol_.lpm_statistics().last_awake_ms, kWakeInterval.count());
+  EXPECT_EQ(LowPowerLink::Get().lpm_statistics().last_wake_count, 1u);
+  EXPECT_GE(LowPowerLink::Get().lpm_statistics().last_awake_ms, kWakeInterval.count());
 
   // When the command is here, the line and the lock have long been taken.
   Send(kReset);
@@ -110,9 +113,9 @@ TEST_F(BtqnlLpmTest, FallsAsleepAndRaisesTheLineBeforeTheFirstByte) {
   Send(kReset);
   ASSERT_TRUE(FallsAsleep("11010"));  // awake already: no second '1'
   EXPECT_TRUE(WaitFor([&] { return released_.History() == lock_ + lock_ + lock_; }));
-  EXPECT_EQ(protocol_.lpm_statistics().last_wake_count, 2u);
-  EXPECT_EQ(protocol_.lpm_statistics().total_wake_count, 3u);
-  EXPECT_FALSE(protocol_.lpm_statistics().last_wake_time.empty());
+  EXPECT_EQ(LowPowerLink::Get().lpm_statistics().last_wake_count, 2u);
+  EXPECT_EQ(LowPowerLink::Get().lpm_statistics().total_wake_count, 3u);
+  EXPECT_FALSE(LowPowerLink::Get().lpm_statistics().last_wake_time.empty());
 
   protocol_.Shutdown();
   EXPECT_EQ(driver_.History(), "10");
@@ -130,14 +133,14 @@ TEST_F(BtqnlLpmTest, AnExpiryThatSawATransmissionKeepsTheLineUp) {
     const std::string asleep = wake_line_.History();
     const auto start = std::chrono::steady_clock::now();
     Send(kReset);
-    protocol_.LpmWakeUpTimeout(timer);
+    LowPowerLink::Get().LpmWakeUpTimeout(timer);
     Send(kReset);
-    protocol_.LpmWakeUpTimeout(timer);
-    protocol_.LpmWakeUpTimeout(another);  // of a timer that is no more
+    LowPowerLink::Get().LpmWakeUpTimeout(timer);
+    LowPowerLink::Get().LpmWakeUpTimeout(another);  // of a timer that is no more
     const std::string awake = wake_line_.History();
     const bool conclusive = std::chrono::steady_clock::now() - start < kWakeInterval;
-    protocol_.LpmWakeUpTimeout(timer);
-    protocol_.LpmWakeUpTimeout(timer);  // late, and the link sleeps already
+    LowPowerLink::Get().LpmWakeUpTimeout(timer);
+    LowPowerLink::Get().LpmWakeUpTimeout(timer);  // late, and the link sleeps already
     const std::string quiet = wake_line_.History();
     if (!conclusive) continue;
     EXPECT_EQ(awake, asleep + "1");
@@ -155,11 +158,11 @@ TEST_F(BtqnlLpmTest, TearDownReleasesWhatIsHeldAndALateExpiryFindsNothing) {
   const std::string line = wake_line_.History();
   sigval timer{};
   timer.sival_int = 1;
-  protocol_.LpmWakeUpTimeout(timer);
+  LowPowerLink::Get().LpmWakeUpTimeout(timer);
   Send(kReset);  // without low-power mode: straight to the wire
   ASSERT_EQ(controller_.NextCommand(), Command(kReset));
   EXPECT_EQ(wake_line_.History(), line);
-  EXPECT_EQ(protocol_.lpm_statistics().total_wake_count, 0u);
+  EXPECT_EQ(LowPowerLink::Get().lpm_statistics().total_wake_count, 0u);
 
   // A second set-up starts afresh, asleep or not before.
   BringUp();
@@ -176,7 +179,7 @@ TEST_F(BtqnlLpmTest, ARefusedSleepModeTearsDownButDoesNotFailBringUp) {
 TEST_F(BtqnlLpmTest, OnlyALongAwakePeriodGoesToTheActivityStatistics) {
   BringUp();
   ASSERT_TRUE(FallsAsleep("110"));
-  ASSERT_TRUE(WaitFor([&] { return protocol_.lpm_statistics().total_wake_count == 1; }));
+  ASSERT_TRUE(WaitFor([&] { return LowPowerLink::Get().lpm_statistics().total_wake_count == 1; }));
   const std::string nothing_long = BtActivitiesLogger::Get().Report();
 
   std::string asleep;
@@ -185,7 +188,7 @@ TEST_F(BtqnlLpmTest, OnlyALongAwakePeriodGoesToTheActivityStatistics) {
     asleep = wake_line_.History();
     const auto start = std::chrono::steady_clock::now();
     do {
-      protocol_.LpmWakeUp();
+      LowPowerLink::Get().LpmWakeUp();
       std::this_thread::sleep_for(milliseconds(1));
     } while (std::chrono::steady_clock::now() - start < milliseconds(3001));
     awake = wake_line_.History();

@@ -1,4 +1,5 @@
 #include "conf/conf.h"
+#include "conf/properties.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

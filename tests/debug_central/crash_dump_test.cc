@@ -8,7 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "aidl/bluetooth_hci/diagnostics.h"
 #include "debug_central/debug_central.h"
+#include "hci_flow_control/debug_monitor.h"
 #include "hci_flow_control/hci_flow_control.h"
 #include "support/diagnostics.h"
 #include "support/log_capture.h"
@@ -17,15 +19,18 @@
 namespace android::hardware::bluetooth {
 namespace {
 
+using aidl::qnlbtlinux::RegisterDiagnostics;
 using ::bthal::test::DumpSection;
 using ::bthal::test::DumpText;
 using ::bthal::test::LogCapture;
 using ::bthal::test::NamesIn;
 using ::bthal::test::TempRoot;
+using hci::Consumers;
 using hci::HciFlowControl;
 using hci::HciPacket;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
+using V1_1::qnlbtlinux::debug::DebugMonitor;
 
 constexpr char kCrashInfoDir[] = "/data/vendor/ssrdump/";
 constexpr char kCoreDumpDir[] = "/data/vendor/ssrdump/coredump/";
@@ -40,11 +45,12 @@ class CrashDumpTest : public ::testing::Test {
  protected:
   CrashDumpTest() {
     const auto ignore = [](const HciPacket&) {};
-    flow_ = std::make_shared<HciFlowControl>([this](const HciPacket& event) { stack_.push_back(event); }, ignore,
-                                             ignore, ignore, ignore);
-    central_.StartMonitor(flow_.get());
+    flow_ = std::make_shared<HciFlowControl>(
+        Consumers{[this](const HciPacket& event) { stack_.push_back(event); }, ignore, ignore, ignore, ignore});
+    RegisterDiagnostics();
+    DebugMonitor::Get().StartMonitor(flow_.get());
   }
-  ~CrashDumpTest() override { central_.StopMonitor(); }
+  ~CrashDumpTest() override { DebugMonitor::Get().StopMonitor(); }
 
   void MakeFolders() { std::filesystem::create_directories(root_.path() + kCoreDumpDir); }
   void Receive(const HciPacket& event) {
@@ -117,21 +123,21 @@ TEST_F(CrashDumpTest, WithoutItsFoldersADumpIsToldAndTakenOnce) {
 
 TEST_F(CrashDumpTest, TheMonitorEndsWithStop) {
   MakeFolders();
-  central_.StartMonitor(nullptr);
+  DebugMonitor::Get().StartMonitor(nullptr);
   EXPECT_TRUE(log_.Has("StartMonitor: Invalid handle!"));
-  central_.StopMonitor();
-  central_.StopMonitor();
+  DebugMonitor::Get().StopMonitor();
+  DebugMonitor::Get().StopMonitor();
   Receive(kHardwareError);
   EXPECT_FALSE(log_.Has("Received Hardware error event!"));
   EXPECT_EQ(stack_.size(), 1u);
 
   // A flow control that goes while it is monitored, and its successor.
-  central_.StartMonitor(flow_.get());
+  DebugMonitor::Get().StartMonitor(flow_.get());
   HciFlowControl::Halt();
   flow_.reset();
   const auto ignore = [](const HciPacket&) {};
-  flow_ = std::make_shared<HciFlowControl>(ignore, ignore, ignore, ignore, ignore);
-  central_.StartMonitor(flow_.get());
+  flow_ = std::make_shared<HciFlowControl>(Consumers{ignore, ignore, ignore, ignore, ignore});
+  DebugMonitor::Get().StartMonitor(flow_.get());
   Receive(kHardwareError);
   EXPECT_EQ(log_.Count("Received Hardware error event!"), 1u);
 }

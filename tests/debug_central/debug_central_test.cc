@@ -1,4 +1,5 @@
 #include "debug_central/debug_central.h"
+#include "aidl/bluetooth_hci/diagnostics.h"
 
 #include <malloc.h>
 #include <signal.h>
@@ -47,6 +48,8 @@ std::string TextOf(const std::string& line) {
 
 class DebugCentralTest : public ::testing::Test {
  protected:
+  DebugCentralTest() { aidl::qnlbtlinux::RegisterDiagnostics(); }
+
   TempRoot root_;
   LogCapture log_;
   DebugCentral& central_ = DebugCentral::Get();

@@ -9,8 +9,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "aidl/bluetooth_hci/diagnostics.h"
 #include "bluetooth_bqr.h"
 #include "debug_central/debug_central.h"
+#include "hci_flow_control/debug_monitor.h"
 #include "hci_flow_control/hci_flow_control.h"
 #include "support/diagnostics.h"
 #include "support/log_capture.h"
@@ -19,14 +21,17 @@
 namespace android::hardware::bluetooth {
 namespace {
 
+using aidl::qnlbtlinux::RegisterDiagnostics;
 using ::bthal::test::DumpSection;
 using ::bthal::test::LogCapture;
 using ::bthal::test::NamesIn;
 using ::bthal::test::TempRoot;
+using hci::Consumers;
 using hci::HciFlowControl;
 using hci::HciPacket;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using V1_1::qnlbtlinux::debug::DebugMonitor;
 
 constexpr char kCrashInfoDir[] = "/data/vendor/ssrdump/";
 constexpr char kCoreDumpDir[] = "/data/vendor/ssrdump/coredump/";
@@ -62,11 +67,12 @@ class VendorEventsTest : public ::testing::Test {
   VendorEventsTest() {
     std::filesystem::create_directories(root_.path() + kCoreDumpDir);
     const auto ignore = [](const HciPacket&) {};
-    flow_ = std::make_shared<HciFlowControl>(ignore, ignore, ignore, ignore, ignore);
-    central_.StartMonitor(flow_.get());
+    flow_ = std::make_shared<HciFlowControl>(Consumers{ignore, ignore, ignore, ignore, ignore});
+    RegisterDiagnostics();
+    DebugMonitor::Get().StartMonitor(flow_.get());
     central_.HasClientConnectWith(true);
   }
-  ~VendorEventsTest() override { central_.StopMonitor(); }
+  ~VendorEventsTest() override { DebugMonitor::Get().StopMonitor(); }
 
   // Whether the stack sees the event.
   bool Reaches(const HciPacket& event) {

@@ -17,8 +17,8 @@
 
 #include "debug_central/debug_central.h"
 #include "h4/async_fd_watcher.h"
+#include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
-#include "shim/shim.h"
 #include "support/h4_stream.h"
 #include "support/log_capture.h"
 #include "support/pty.h"
@@ -44,7 +44,8 @@ using Received = std::vector<std::pair<uint8_t, Bytes>>;
 // An H4Protocol whose packets are written down with the type by which they came.
 struct Recorder {
   explicit Recorder(int fd = -1, bool with_thread = true)
-      : h4(fd, To(0x04), To(0x02), To(0x03), To(0x05), with_thread ? To(0x70) : nullptr) {}
+      : h4(fd, {To(0x04), To(0x02), To(0x03), To(0x05), with_thread ? To(0x70) : nullptr},
+           {.is_initialized = channel::IsInitialized, .catch_exception = channel::CatchException}) {}
 
   HciPacketCallback To(uint8_t type) {
     return [this, type](const HciPacket& packet) { received.emplace_back(type, packet); };
@@ -187,7 +188,7 @@ TEST(H4ProtocolDeathTest, ReadErrorOnALiveTransportEndsTheProcess) {
     bthal::test::Pty pty;
     CHECK_EQ(symlink(pty.host_path().c_str(), root.Below("/dev/ttySAC16").c_str()), 0);
     const auto ignore = [](const HciPacket&) {};
-    CHECK(shim::InitializeHciHandle(ignore, ignore, ignore, ignore, nullptr) != nullptr);
+    CHECK(channel::InitializeHciHandle({ignore, ignore, ignore, ignore, nullptr}) != nullptr);
     Recorder recorder;
     recorder.h4.OnDataReady(-1);
   };

@@ -16,6 +16,7 @@
 
 #include "coex_device/coex_device.h"
 #include "conf/conf.h"
+#include "conf/userial_type.h"
 #include "os/kill_self.h"
 #include "shim/shim.h"
 #include "support/log_capture.h"
@@ -168,7 +169,7 @@ TEST_F(UserialTest, EveryTtyStartsRawAt115200WithFlowControl) {
   tcsetattr(line_.controller(), TCSANOW, &before);
   line_.Write({0x04, 0xFF, 0x00});  // of an earlier life: flushed
 
-  ASSERT_TRUE(Open(hci::shim::kUserialApm, line_.host_path()));
+  ASSERT_TRUE(Open(conf::kUserialApm, line_.host_path()));
   const termios after = Attributes();
   EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B115200));
   EXPECT_EQ(cfgetispeed(&after), static_cast<speed_t>(B115200));
@@ -201,14 +202,14 @@ TEST_F(UserialTest, EveryTtyStartsRawAt115200WithFlowControl) {
 }
 
 TEST_F(UserialTest, OpeningAgainLeavesNoDescriptorBehind) {
-  ASSERT_TRUE(Open(hci::shim::kUserialApm, line_.host_path()));
+  ASSERT_TRUE(Open(conf::kUserialApm, line_.host_path()));
   const size_t open_before = OpenDescriptors();
-  ASSERT_TRUE(control_.UserialOpen());
+  ASSERT_TRUE(control_.UserialOpen(conf::kUserialApm));
   EXPECT_EQ(OpenDescriptors(), open_before);
 }
 
 TEST_F(UserialTest, PortThatCannotBeOpenedIsReported) {
-  EXPECT_FALSE(Open(hci::shim::kUserialApm, root_.path()));  // a folder
+  EXPECT_FALSE(Open(conf::kUserialApm, root_.path()));  // a folder
   EXPECT_TRUE(log_.Has("userial_tty_open: Can't open Bluetooth UART port: Is a directory (21)"));
   EXPECT_TRUE(log_.Has("error_code: (144), error_info: Host Open Port Error"));
   EXPECT_EQ(control_.userial_fd(), -1);

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
 #include "shim/shim.h"
 #include "support/log_capture.h"
@@ -76,7 +77,7 @@ class HciFlowControlTest : public ::testing::Test {
   }
   void TearDown() override {
     flow_.reset();
-    shim::Deinitialize();
+    channel::Deinitialize();
   }
 
   void Open() {
@@ -85,7 +86,7 @@ class HciFlowControlTest : public ::testing::Test {
       Note(events_, packet);
       if (on_event_) on_event_(packet);
     };
-    HciFlowControl* const flow = shim::InitializeHciHandle(event, other, other, other, nullptr);
+    HciFlowControl* const flow = channel::InitializeHciHandle({event, other, other, other, nullptr});
     ASSERT_NE(flow, nullptr);
     flow_ = flow->shared_from_this();
     log_.Clear();
@@ -277,7 +278,7 @@ TEST_F(HciFlowControlTest, HaltRefusesAllButTheStacksEvents) {
 
   // The next transport works; whoever still holds the old one finds it halted.
   const std::shared_ptr<HciFlowControl> old = flow_;
-  shim::Deinitialize();
+  channel::Deinitialize();
   Open();
   EXPECT_EQ(Send(kReset), 4u);
   EXPECT_EQ(old->Send(0x01, kReadVersion.data(), kReadVersion.size()), 0u);
@@ -286,7 +287,7 @@ TEST_F(HciFlowControlTest, HaltRefusesAllButTheStacksEvents) {
 
 TEST_F(HciFlowControlTest, TheLastUserOfAnOldTransportLeavesTheNewOneAlone) {
   std::shared_ptr<HciFlowControl> old = std::move(flow_);
-  shim::Deinitialize();
+  channel::Deinitialize();
   Open();
   old.reset();
   uart_.Write(H4(0x04, kResetComplete));
@@ -316,7 +317,7 @@ TEST_F(HciFlowControlTest, BatchesGoPacketByPacketWhereTheTransportTakesNone) {
 }
 
 TEST_F(HciFlowControlTest, TheStackMaySendFromInsideItsEvent) {
-  shim::Deinitialize();
+  channel::Deinitialize();
   on_event_ = [this](const HciPacket&) { Send(kReset); };
   Open();
   uart_.Write(H4(0x04, kCreditsOnly));

@@ -1,4 +1,6 @@
 #include "shim/shim.h"
+#include "conf/userial_type.h"
+#include "hci_flow_control/hci_channel.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -55,7 +57,7 @@ class ShimTest : public ::testing::Test {
     Config::GetInstance().uart_port = "/dev/ttyTest";
   }
   ~ShimTest() override {
-    Deinitialize();
+    channel::Deinitialize();
     os::SetKillSelfForTest(nullptr);
   }
 
@@ -66,15 +68,15 @@ class ShimTest : public ::testing::Test {
   }
 
   HciFlowControl* Initialize(HciPacketCallback on_event = [](const HciPacket&) {}) {
-    return InitializeHciHandle(
-        [this, on_event](const HciPacket& event) {
-          {
-            const std::lock_guard lock(mutex_);
-            events_.emplace_back(event.begin(), event.end());
-          }
-          on_event(event);
-        },
-        [](const HciPacket&) {}, [](const HciPacket&) {}, [](const HciPacket&) {}, nullptr);
+    const auto event = [this, on_event](const HciPacket& event) {
+      {
+        const std::lock_guard lock(mutex_);
+        events_.emplace_back(event.begin(), event.end());
+      }
+      on_event(event);
+    };
+    const auto ignore = [](const HciPacket&) {};
+    return channel::InitializeHciHandle({event, ignore, ignore, ignore, nullptr});
   }
 
   std::vector<Bytes> Events() {
@@ -91,29 +93,29 @@ class ShimTest : public ::testing::Test {
 
 TEST_F(ShimTest, PathIsChosenByOverrideThenRevisionThenConfiguration) {
   Config& config = Config::GetInstance();
-  config.userial_type = kUserialAoc;
+  config.userial_type = conf::kUserialAoc;
   EXPECT_FALSE(InitializeController());
-  EXPECT_EQ(GetUserialType(), kUserialAoc);
+  EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
   EXPECT_TRUE(log_.Has("InitializeController: PrepareUsfTransport failed"));
 
   config.aoc_power_pin_ctrl_check_enabled = true;
   EXPECT_TRUE(InitializeController());
-  EXPECT_EQ(GetUserialType(), kUserialApm);
+  EXPECT_EQ(GetUserialType(), conf::kUserialApm);
   EXPECT_TRUE(log_.Has("Use APM path due to HW rev"));
 
   SetProperty(kOverride, "aoc");
   EXPECT_FALSE(InitializeController());
-  EXPECT_EQ(GetUserialType(), kUserialAoc);
+  EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
   EXPECT_TRUE(log_.Has("WARNING: AOC UART is unstable on this SoC revision"));
 
   SetProperty(kOverride, "apm");
   EXPECT_TRUE(InitializeController());
-  EXPECT_EQ(GetUserialType(), kUserialApm);
+  EXPECT_EQ(GetUserialType(), conf::kUserialApm);
 
   config.aoc_power_pin_ctrl_check_enabled = false;
   SetProperty(kOverride, "AOC");
   EXPECT_FALSE(InitializeController());
-  EXPECT_EQ(GetUserialType(), kUserialAoc);
+  EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
   EXPECT_TRUE(log_.Has("Unexpected setting 'AOC' for persist.vendor.bluetooth.uart_path_override - using default"));
   // A transport that this build does not have is not a dead one: no lasting fallback.
   EXPECT_FALSE(IsBtUartFallback());
@@ -151,7 +153,7 @@ TEST_F(ShimTest, OpensCarriesBothWaysAndCloses) {
   HciFlowControl* flow = Initialize();
   ASSERT_NE(flow, nullptr);
   const HciHandle handle = MakeHandle(flow);
-  EXPECT_TRUE(IsInitialized());
+  EXPECT_TRUE(channel::IsInitialized());
   EXPECT_EQ(root_.Read(kPowerState), "1");
   EXPECT_EQ(flow->Send(kCommand, kReset.data(), kReset.size()), 4u);
   EXPECT_THAT(line_.Read(4), ElementsAreArray(kResetOnWire));
@@ -161,11 +163,11 @@ TEST_F(ShimTest, OpensCarriesBothWaysAndCloses) {
   EXPECT_EQ(SendBatch(kResetOnWire.data(), kResetOnWire.size(), false), 0u);
   EXPECT_TRUE(log_.Has("SendBatch unsupported without AOC passthrough"));
 
-  Deinitialize();
+  channel::Deinitialize();
   EXPECT_TRUE(handle.expired());
-  EXPECT_FALSE(IsInitialized());
+  EXPECT_FALSE(channel::IsInitialized());
   EXPECT_FALSE(IsUserialReady());
-  EXPECT_EQ(GetUserialType(), kUserialDeinitialized);
+  EXPECT_EQ(GetUserialType(), conf::kUserialDeinitialized);
   EXPECT_EQ(root_.Read(kPowerState), "0");
   EXPECT_EQ(Send(kCommand, kReset.data(), kReset.size(), true), 0u);
 }
@@ -174,7 +176,7 @@ TEST_F(ShimTest, PortThatDoesNotOpenLeavesThePowerOff) {
   std::filesystem::remove(root_.Below("/dev/ttyTest"));
   EXPECT_EQ(Initialize(), nullptr);
   EXPECT_EQ(root_.Read(kPowerState), "0");
-  EXPECT_FALSE(IsInitialized());
+  EXPECT_FALSE(channel::IsInitialized());
 }
 
 TEST_F(ShimTest, PowerCycleUnderALiveHandleForgetsWhatTheOldControllerOwed) {
@@ -194,8 +196,8 @@ TEST_F(ShimTest, PowerCycleUnderALiveHandleForgetsWhatTheOldControllerOwed) {
 
   const bthal::test::Pty fresh;
   UseLine(fresh);
-  ASSERT_TRUE(InitializeController());
-  EXPECT_TRUE(IsInitialized());
+  ASSERT_TRUE(channel::ReopenController());
+  EXPECT_TRUE(channel::IsInitialized());
   EXPECT_EQ(flow->Send(kCommand, kReset.data(), kReset.size()), 4u);
   EXPECT_THAT(fresh.Read(4), ElementsAreArray(kResetOnWire));
   fresh.Write(kResetDoneOnWire);
@@ -205,7 +207,7 @@ TEST_F(ShimTest, PowerCycleUnderALiveHandleForgetsWhatTheOldControllerOwed) {
 
 TEST_F(ShimTest, TeardownOnTheReceiveThreadLetsItsWalkEnd) {
   const HciHandle handle = MakeHandle(Initialize([&](const HciPacket&) {
-    if (Events().size() == 1) Deinitialize();
+    if (Events().size() == 1) channel::Deinitialize();
   }));
   Bytes two = kResetDoneOnWire;
   two.insert(two.end(), kResetDoneOnWire.begin(), kResetDoneOnWire.end());
@@ -224,15 +226,15 @@ TEST_F(ShimTest, TeardownOnTheReceiveThreadLetsItsWalkEnd) {
 TEST_F(ShimTest, UnknownPacketTypeIsReportedAndClosesTheTransport) {
   ASSERT_NE(Initialize(), nullptr);
   line_.Write({0x09, 0xAA});
-  EXPECT_TRUE(WaitFor([] { return GetUserialType() == kUserialDeinitialized; }));
+  EXPECT_TRUE(WaitFor([] { return GetUserialType() == conf::kUserialDeinitialized; }));
   EXPECT_TRUE(log_.Has("error_code: (131)"));
-  EXPECT_FALSE(IsInitialized());
+  EXPECT_FALSE(channel::IsInitialized());
 }
 
 TEST_F(ShimTest, LastUserOfAnOldHandleDoesNotDisturbTheNext) {
   std::shared_ptr<HciFlowControl> old = MakeHandle(Initialize()).lock();
   ASSERT_NE(old, nullptr);
-  Deinitialize();
+  channel::Deinitialize();
   HciFlowControl* next = Initialize();
   ASSERT_NE(next, nullptr);
   old->Send(kAcl, kReset.data(), kReset.size());
@@ -254,7 +256,7 @@ TEST_F(ShimTest, ControllerThatTakesNoBytesDoesNotHoldUpTheTeardown) {
     return ioctl(line_.controller(), FIONREAD, &arrived) == 0 && arrived > 1000;
   }));
   EXPECT_FALSE(left);
-  Deinitialize();
+  channel::Deinitialize();
   sender.join();
   EXPECT_TRUE(handle.expired());
 }
@@ -280,7 +282,7 @@ TEST_F(ShimTest, SendersTeardownAndRecoveryMayMeet) {
     senders.emplace_back([&] {
       while (!stop) {
         if (const auto flow = current()) flow->Send(kAcl, kReset.data(), kReset.size());
-        IsInitialized();
+        channel::IsInitialized();
       }
     });
   }
@@ -293,11 +295,10 @@ TEST_F(ShimTest, SendersTeardownAndRecoveryMayMeet) {
       handle = MakeHandle(flow);
     }
     line_.Write(kResetDoneOnWire);
-    DeinitializeController();
-    EXPECT_TRUE(InitializeController());
+    EXPECT_TRUE(channel::ReopenController());
     line_.Write(kResetDoneOnWire);
     EXPECT_TRUE(WaitFor([&] { return !Events().empty(); }));
-    Deinitialize();
+    channel::Deinitialize();
   }
   stop = true;
   for (std::thread& sender : senders) sender.join();

@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
+#include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
-#include "shim/shim.h"
 
 namespace bthal::test {
 namespace {
@@ -18,12 +18,11 @@ std::atomic<int> g_deaths{0};
 UartTransport::UartTransport() {
   os::SetKillSelfForTest([] { ++g_deaths; });
   const auto nothing = [](const hci::HciPacket&) {};
-  flow_ = hci::shim::InitializeHciHandle(
-      [this](const hci::HciPacket& event) {
-        const std::lock_guard lock(mutex_);
-        events_.emplace_back(event.begin(), event.end());
-      },
-      nothing, nothing, nothing, nothing);
+  const auto on_event = [this](const hci::HciPacket& event) {
+    const std::lock_guard lock(mutex_);
+    events_.emplace_back(event.begin(), event.end());
+  };
+  flow_ = hci::channel::InitializeHciHandle({on_event, nothing, nothing, nothing, nothing});
   if (flow_ == nullptr) throw std::runtime_error("cannot open the transport");
 }
 
@@ -34,7 +33,7 @@ UartTransport::~UartTransport() {
 
 void UartTransport::Close() {
   flow_ = nullptr;
-  hci::shim::Deinitialize();
+  hci::channel::Deinitialize();
 }
 
 std::vector<std::vector<uint8_t>> UartTransport::Events() const {

@@ -18,9 +18,9 @@
 #include <android-base/unique_fd.h>
 
 #include "conf/conf.h"
+#include "hci_flow_control/hci_channel.h"
 #include "os/device_path.h"
 #include "os/kill_self.h"
-#include "shim/shim.h"
 #include "support/log_capture.h"
 #include "support/pty.h"
 #include "support/temp_root.h"
@@ -103,15 +103,15 @@ size_t CountEntries(const char* folder) {
 class ThreadDispatcherTest : public ::testing::TestWithParam<SocketMode> {
  protected:
   ThreadDispatcherTest() { std::filesystem::create_directories(os::DevicePath("/data/vendor/bluetooth")); }
-  ~ThreadDispatcherTest() override { shim::Deinitialize(); }
+  ~ThreadDispatcherTest() override { channel::Deinitialize(); }
 
   // A flow control over the line.
   HciFlowControl* OpenTransport() {
     std::filesystem::create_symlink(line_.host_path(), root_.Below("/dev/ttyTest"));
     conf::Config::GetInstance().uart_port = "/dev/ttyTest";
     const auto ignore = [](const HciPacket&) {};
-    return shim::InitializeHciHandle(ignore, ignore, ignore, ignore,
-                                     [this](const HciPacket& frame) { dispatcher_.SendThreadPacket(frame); });
+    const auto on_frame = [this](const HciPacket& frame) { dispatcher_.SendThreadPacket(frame); };
+    return channel::InitializeHciHandle({ignore, ignore, ignore, ignore, on_frame});
   }
 
   static std::string SocketPath() { return os::DevicePath(kThreadDispatcherSocketPath); }

@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kDocs = fs::path(__FILE__).parent_path().parent_path() / "docs";
+const fs::path kDocs = DOCS_FOLDER;
 
 struct Example {
   int line = 0;

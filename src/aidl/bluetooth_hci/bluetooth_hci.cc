@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <android-base/properties.h>
@@ -16,6 +17,7 @@
 
 #include "aidl/bluetooth_hci/callbacks.h"
 #include "aidl/bluetooth_hci/controller_activity_watcher.h"
+#include "aidl/bluetooth_hci/diagnostics.h"
 #include "aidl/bluetooth_hci/termination.h"
 #include "aidl/bluetooth_pof.h"
 #include "btqnl_protocol/bluetooth_address.h"
@@ -51,6 +53,7 @@ BluetoothHci::BluetoothHci()
   activity_watcher_ = ::ndk::SharedRefBase::make<activitywatcher::ControllerActivityWatcher>();
   ALOGI("%s", __func__);
   activity_watcher_->initialize();
+  RegisterDiagnostics();
   death_recipient_ = std::make_shared<BluetoothDeathRecipient>(this);
   const conf::Config& config = conf::Config::GetInstance();
   thread_dispatcher_enabled_ = config.IsThreadDispatcherEnabled();
@@ -112,7 +115,7 @@ BluetoothHci::~BluetoothHci() {
   cb->initializationComplete(Status::ALREADY_INITIALIZED);
   ALOGE("%s: make hal crash for recovering caller's abnormal behavior!", "initialize_impl");
   static std::atomic<bool> dying{false};
-  if (!dying.exchange(true)) std::thread(thread_perform_self_kill).detach();
+  if (!dying.exchange(true)) os::Thread::StartOrDie("bt_self_kill", thread_perform_self_kill).detach();
   return ::ndk::ScopedAStatus::ok();
 }
 
@@ -164,7 +167,7 @@ void BluetoothHci::WatchClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb
 
 void BluetoothHci::FinishInitialize() {
   JoinExtensionThread();
-  extension_thread_ = std::thread([this] { startVarneHalExtensions(); });
+  extension_thread_ = os::Thread::StartOrDie("bt_extensions", [this] { startVarneHalExtensions(); });
   const auto flow_control = hci_handle();
   if (BluetoothFinder* finder = BluetoothFinder::GetInstance()) finder->OnBluetoothEnabled(flow_control.get());
   if (!thread_dispatcher_enabled_) return;
@@ -187,7 +190,7 @@ bool BluetoothHci::TellClient(Turn& turn, const std::shared_ptr<IBluetoothHciCal
   // close then waits for its turn elsewhere, for as long as it is this client's.
   Turn turn(lifecycle_, std::try_to_lock);
   if (turn.owns_lock()) return CloseSession(std::move(turn));
-  std::thread([self = ref<BluetoothHci>(), session = session_.load()] {
+  os::Thread::StartOrDie("bt_close", [self = ref<BluetoothHci>(), session = session_.load()] {
     Turn later_turn(self->lifecycle_);
     if (session == self->session_) self->CloseSession(std::move(later_turn));
   }).detach();

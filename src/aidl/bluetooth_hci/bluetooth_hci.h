@@ -8,12 +8,12 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "aidl/bluetooth_hci/death_recipient.h"
 #include "aidl/bluetooth_hci/lifecycle_lock.h"
 #include "hci_flow_control/hci_flow_control.h"
+#include "os/thread.h"
 
 namespace vendor::tovani::bluetooth_ext::finder::aidl::implementation {
 class BluetoothFinder;
@@ -124,10 +124,10 @@ class BluetoothHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci
   std::function<void(BluetoothDeathRecipient&)> unlink_cb_;
   std::shared_ptr<hci::ThreadDispatcher> thread_dispatcher_;  // shared with the transport's callback
   bool thread_dispatcher_started_ = false;
-  std::thread extension_thread_;
+  os::Thread extension_thread_;
 
   std::mutex init_thread_mutex_;
-  std::thread init_thread_;
+  os::Thread init_thread_;
 
   bool thread_dispatcher_enabled_ = false;
   std::shared_ptr<BluetoothDeathRecipient> death_recipient_;

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <android-base/stringprintf.h>
@@ -17,8 +18,9 @@
 #include "coex_device/coex_device.h"
 #include "conf/conf.h"
 #include "debug_central/debug_central.h"
+#include "hci_flow_control/debug_monitor.h"
+#include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
-#include "shim/shim.h"
 #include "thread/thread_dispatcher.h"
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
@@ -27,6 +29,7 @@ namespace {
 using ::aidl::android::hardware::bluetooth::Status;
 using ::android::base::StringPrintf;
 using coex_device::CoexDevice;
+using V1_1::qnlbtlinux::debug::DebugMonitor;
 
 constexpr int32_t kErrorInvalid = -22;
 constexpr int kCoexOpenAttempts = 30;
@@ -42,17 +45,17 @@ void BluetoothHci::StartInitThread(Turn turn, std::function<void(Turn&)> routine
   LifecycleLock* lifecycle = turn.release();
   const std::lock_guard lock(init_thread_mutex_);
   // Over a thread that nobody has joined this ends the process.
-  init_thread_ = std::thread([lifecycle, routine = std::move(routine)] {
+  init_thread_ = os::Thread::StartOrDie("bt_init", [lifecycle, routine = std::move(routine)] {
     Turn inherited(*lifecycle, std::adopt_lock);
     routine(inherited);
   });
 }
 
 void BluetoothHci::JoinInitThread() {
-  std::thread init_thread;
+  os::Thread init_thread;
   {
     const std::lock_guard lock(init_thread_mutex_);
-    init_thread.swap(init_thread_);
+    init_thread = std::move(init_thread_);
   }
   if (!init_thread.joinable()) return;
   ALOGI("Init thread is running. Waiting for it to exit");
@@ -85,11 +88,11 @@ void BluetoothHci::thread_perform_init(Turn& turn) {
     TellFailedInit(turn, "InitializeHciHandle failed, calling kill", /*record_failed_call=*/false);
     return InitFailed();
   }
-  DebugCentral::Get().StartMonitor(flow_control.get());
+  DebugMonitor::Get().StartMonitor(flow_control.get());
   if (!BtQnlProtocol::GetInstacne().Initialize(flow_control.get())) {
     ALOGE("Initialize() failed");
-    DebugCentral::Get().StopMonitor();
-    hci::shim::Deinitialize();
+    DebugMonitor::Get().StopMonitor();
+    hci::channel::Deinitialize();
     set_hci_handle(nullptr);
     thread_dispatcher_.reset();
     TellFailedInit(turn, "Calling kill due to an error", /*record_failed_call=*/true);
@@ -128,7 +131,12 @@ hci::HciFlowControl* BluetoothHci::OpenChannel() {
       ThreadCallback(packet, dispatcher.get());
     };
   }
-  return hci::shim::InitializeHciHandle(EventCallback, AclCallback, ScoCallback, IsoCallback, std::move(thread_cb));
+  const hci::Consumers consumers{.event_cb = EventCallback,
+                                 .acl_cb = AclCallback,
+                                 .sco_cb = ScoCallback,
+                                 .iso_cb = IsoCallback,
+                                 .thread_cb = std::move(thread_cb)};
+  return hci::channel::InitializeHciHandle(consumers, [] { BtQnlProtocol::GetInstacne().Shutdown(); });
 }
 
 // A client is told and forgotten; without one the process starts afresh.
@@ -191,11 +199,11 @@ void BluetoothHci::resetBtCallback() {
 void BluetoothHci::closeHci() {
   ALOGI("%s", __func__);
   BtQnlProtocol::GetInstacne().Shutdown();
-  DebugCentral::Get().StopMonitor();
+  DebugMonitor::Get().StopMonitor();
   BtActivitiesLogger::Get().StopLogging();
   BtBqrEnergyRecoder::Get().StopLogging();
   StopThreadDispatcher();
-  hci::shim::Deinitialize();
+  hci::channel::Deinitialize();
   ALOGI("%s: hci_handle_ = nullptr", __func__);
   set_hci_handle(nullptr);
   thread_dispatcher_.reset();

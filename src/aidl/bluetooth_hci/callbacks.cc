@@ -3,13 +3,13 @@
 #include "aidl/bluetooth_hci/callbacks.h"
 
 #include <log/log.h>
-#include <stdio.h>
 
 #include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "aidl/bluetooth_hci/packet_text.h"
 #include "bluetooth_Activity.h"
 #include "debug_central/debug_central.h"
 #include "thread/thread_dispatcher.h"
@@ -101,13 +101,6 @@ void CaptureUnmarked(const hci::HciPacket& packet, size_t offset, uint8_t mark, 
 }
 
 bool HasBits(uint8_t byte, uint8_t bits) { return (byte & bits) == bits; }
-
-// "<name>: <size> bytes" of a packet, formatted once for each of them.
-std::string PacketText(const char* name, size_t size) {
-  char text[64];
-  const int length = snprintf(text, sizeof(text), "%s: %zu bytes", name, size);
-  return {text, static_cast<size_t>(length)};
-}
 
 }  // namespace
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
+#include "aidl/bluetooth_hci/packet_text.h"
 #include "bluetooth_Activity.h"
 #include "debug_central/debug_central.h"
 #include "vnd_snoop_logger.h"
@@ -24,13 +25,6 @@ hci::HciPacket Lend(const std::vector<uint8_t>& bytes) {
   hci::HciPacket packet;
   packet.setToExternal(const_cast<uint8_t*>(bytes.data()), bytes.size());
   return packet;
-}
-
-// "<name>: <size> bytes" of a packet that goes out, formatted once for each of them.
-std::string PacketText(const char* name, const hci::HciPacket& packet) {
-  char text[64];
-  const int length = snprintf(text, sizeof(text), "%s: %zu bytes", name, packet.size() + kTypeByteSize);
-  return {text, static_cast<size_t>(length)};
 }
 
 std::string CommandText(const char* name, const hci::HciPacket& packet) {
@@ -57,7 +51,7 @@ std::string CommandText(const char* name, const hci::HciPacket& packet) {
 
 ::ndk::ScopedAStatus BluetoothHci::sendAclData(const std::vector<uint8_t>& packet) {
   const hci::HciPacket data = Lend(packet);
-  const DebugAnchor anchor(AnchorType::kSendAclData, PacketText(__func__, data));
+  const DebugAnchor anchor(AnchorType::kSendAclData, PacketText(__func__, data.size() + kTypeByteSize));
   BtActivitiesLogger::Get().LogActivities(BtActivitiesLogger::kAclToController, data);
   sendDataToController(acl_type_, data);
   return ::ndk::ScopedAStatus::ok();
@@ -65,7 +59,7 @@ std::string CommandText(const char* name, const hci::HciPacket& packet) {
 
 ::ndk::ScopedAStatus BluetoothHci::sendScoData(const std::vector<uint8_t>& packet) {
   const hci::HciPacket data = Lend(packet);
-  const DebugAnchor anchor(AnchorType::kSendScoData, PacketText(__func__, data));
+  const DebugAnchor anchor(AnchorType::kSendScoData, PacketText(__func__, data.size() + kTypeByteSize));
   VndSnoopLogger::Get().Capture(data, VndSnoopLogger::kToController, VndSnoopLogger::kScoData, false);
   sendDataToController(sco_type_, data);
   return ::ndk::ScopedAStatus::ok();
@@ -73,7 +67,7 @@ std::string CommandText(const char* name, const hci::HciPacket& packet) {
 
 ::ndk::ScopedAStatus BluetoothHci::sendIsoData(const std::vector<uint8_t>& packet) {
   const hci::HciPacket data = Lend(packet);
-  const DebugAnchor anchor(AnchorType::kSendIsoData, PacketText(__func__, data));
+  const DebugAnchor anchor(AnchorType::kSendIsoData, PacketText(__func__, data.size() + kTypeByteSize));
   VndSnoopLogger::Get().Capture(data, VndSnoopLogger::kToController, VndSnoopLogger::kIsoData, false);
   sendDataToController(iso_type_, data);
   return ::ndk::ScopedAStatus::ok();

@@ -3,7 +3,6 @@
 #include "aidl/bluetooth_hci/termination.h"
 
 #include <log/log.h>
-#include <pthread.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/eventfd.h>
@@ -13,7 +12,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include <android-base/unique_fd.h>
@@ -21,8 +19,9 @@
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "aidl/bluetooth_pof.h"
 #include "btqnl_protocol/btqnl_protocol.h"
+#include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
-#include "shim/shim.h"
+#include "os/thread.h"
 #include "vnd_snoop_logger.h"
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
@@ -67,11 +66,10 @@ class TerminationThread {
       return;
     }
     g_wake_fd = wake_fd_.get();
-    thread_ = std::thread([this] { Routine(); });
+    thread_ = os::Thread::StartOrDie("bt_sigterm", [this] { Routine(); });
   }
 
   void Routine() {
-    pthread_setname_np(pthread_self(), "bt_sigterm");
     uint64_t count = 0;
     while (TEMP_FAILURE_RETRY(read(wake_fd_.get(), &count, sizeof(count))) == sizeof(count)) {
       const std::lock_guard running(running_mutex_);
@@ -88,7 +86,7 @@ class TerminationThread {
   std::mutex running_mutex_;  // held while the steps run
   std::mutex steps_mutex_;    // guards steps_
   std::function<void(int)> steps_;
-  std::thread thread_;
+  os::Thread thread_;
 };
 
 }  // namespace
@@ -132,7 +130,7 @@ void BluetoothHci::Terminate(int signum) {
     return;
   }
   BtQnlProtocol::GetInstacne().Shutdown();
-  hci::shim::Deinitialize();
+  hci::channel::Deinitialize();
   os::KillSelf();
 }
 

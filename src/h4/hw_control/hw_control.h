@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 
 #include "h4/hw_control/uart_baud_rate.h"
@@ -21,8 +22,9 @@ class BtHwControl {
   // Tells the coexistence device of a power change: coming (`after` false) or done.
   bool BtRegOnCoordinate(bool enabling, bool after);
 
-  // Opens the tty (userial type 1) raw at 115200 bit/s with RTS/CTS, or the HCI user channel (any other type).
-  bool UserialOpen();
+  // Opens the tty (userial type conf::kUserialApm) raw at 115200 bit/s with RTS/CTS, or the HCI user channel (any other
+  // type).
+  bool UserialOpen(uint32_t userial_type);
   void UserialClose();
 
   // The open transport descriptor, or -1. It stays this object's.

@@ -17,10 +17,10 @@
 #include <android-base/unique_fd.h>
 
 #include "conf/conf.h"
+#include "conf/userial_type.h"
 #include "debug_central/debug_central.h"
 #include "h4/hw_control/hw_control.h"
 #include "os/device_path.h"
-#include "shim/shim.h"
 
 namespace android::hardware::bluetooth::hwcontrol {
 namespace {
@@ -108,11 +108,10 @@ unique_fd userial_socket_open() {
 
 }  // namespace
 
-bool BtHwControl::UserialOpen() {
+bool BtHwControl::UserialOpen(uint32_t userial_type) {
   ALOGI("%s", __func__);
   const DebugAnchor anchor(AnchorType::kUserialOpen, __func__);
-  const uint32_t type = hci::shim::GetUserialType();
-  const bool is_tty = type == hci::shim::kUserialApm;
+  const bool is_tty = userial_type == conf::kUserialApm;
   const int fd = (is_tty ? userial_tty_open() : userial_socket_open()).release();
   if (fd < 0) {
     DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostOpenUserial, "Host Open Port Error");
@@ -120,9 +119,9 @@ bool BtHwControl::UserialOpen() {
   }
   const unique_fd replaced(userial_fd_.exchange(fd));
   if (is_tty) std::this_thread::sleep_for(kTtySettleTime);
-  ALOGI("%s: USERIAL (%u) Ready", __func__, type);
+  ALOGI("%s: USERIAL (%u) Ready", __func__, userial_type);
   DebugCentral::Get().UpdateRecord(AnchorType::kUserialReady,
-                                   StringPrintf("USERIAL Ready FD: <%d>, type: <%u>", fd, type));
+                                   StringPrintf("USERIAL Ready FD: <%d>, type: <%u>", fd, userial_type));
   return true;
 }
 

@@ -1,23 +1,23 @@
 #define LOG_TAG "bthal.qnlproto"
 
+#include "shim/low_power.h"
+
 #include <android-base/logging.h>
 #include <android-base/stringprintf.h>
-#include <errno.h>
 #include <hardware_legacy/power.h>
-#include <string.h>
 #include <time.h>
 
 #include <chrono>
+#include <memory>
+#include <mutex>
 #include <utility>
 
 #include "bluetooth_Activity.h"
-#include "btqnl_protocol/btqnl_protocol.h"
-#include "btqnl_protocol/commands.h"
 #include "debug_central/debug_central.h"
 #include "os/thread_timer.h"
 #include "shim/shim.h"
 
-namespace android::hardware::bluetooth {
+namespace android::hardware::bluetooth::hci::shim {
 namespace {
 
 using ::android::base::StringPrintf;
@@ -94,8 +94,8 @@ void wakelock_release(Lpm& lpm) {
 bool CreateWakeTimer(Lpm& lpm) {
   sigval generation{};
   generation.sival_int = ++lpm.timer_generation;
-  lpm.timer = os::ThreadTimer::Create("bt_lpm_timer",
-                                      [generation] { BtQnlProtocol::GetInstacne().LpmWakeUpTimeout(generation); });
+  lpm.timer =
+      os::ThreadTimer::Create("bt_lpm_timer", [generation] { LowPowerLink::Get().LpmWakeUpTimeout(generation); });
   return lpm.timer != nullptr;
 }
 
@@ -116,47 +116,35 @@ void CloseAwakePeriod(Lpm& lpm) {
 
 }  // namespace
 
-void BtQnlProtocol::lpm_setup() {
-  LOG(INFO) << "lpm_setup";
-  Lpm& lpm = State();
-  {
-    // From the moment the driver is open a sender may wake the link: it must find the timer that puts it to sleep
-    // again.
-    const std::lock_guard lock(lpm.mutex);
-    if (!hci::shim::LpmSetup()) return;
-    Reset(lpm);
-    if (!CreateWakeTimer(lpm)) {
-      LOG(ERROR) << "lpm_setup: cannot create lpm_wake_timer";
-      Record(AnchorType::kLpmTimerFailed, StringPrintf("%s: cannot create lpm_wake_timer", "lpm_setup"));
-      lpm_teardown();
-      return;
-    }
-  }
-
-  // Set Sleep Mode, one fixed block: UART sleep with both wake lines, thresholds 0x18.
-  const uint8_t status = send_and_wait(kOpcodeSetSleepMode, {0x01, 0x18, 0x18, 0x01, 0x01, 0x01, 0x01, 0, 0, 0, 0, 0});
-  if (status == 0) {
-    LOG(INFO) << "lpm_setup: LPM Enabled";
-    return;
-  }
-  const int error = errno;
-  LOG(ERROR) << "lpm_setup: Unable to enable LPM controller:" << strerror(error) << " (" << error << ")";
-  Record(AnchorType::kLpmSetupFailed,
-         StringPrintf("%s: Unable to enable LPM controller: %s (%d)", "lpm_setup", strerror(error), error));
-  lpm_teardown();
+LowPowerLink& LowPowerLink::Get() {
+  static LowPowerLink link;
+  return link;
 }
 
-void BtQnlProtocol::lpm_teardown() {
+bool LowPowerLink::lpm_setup() {
+  Lpm& lpm = State();
+  // From the moment the driver is open a sender may wake the link: it must find the timer that puts it to sleep again.
+  const std::lock_guard lock(lpm.mutex);
+  if (!LpmSetup()) return false;
+  Reset(lpm);
+  if (CreateWakeTimer(lpm)) return true;
+  LOG(ERROR) << __func__ << ": cannot create lpm_wake_timer";
+  Record(AnchorType::kLpmTimerFailed, StringPrintf("%s: cannot create lpm_wake_timer", __func__));
+  lpm_teardown();
+  return false;
+}
+
+void LowPowerLink::lpm_teardown() {
   Lpm& lpm = State();
   const std::lock_guard lock(lpm.mutex);
-  hci::shim::LpmTeardown();
+  LpmTeardown();
   lpm.timer.reset();
   Reset(lpm);
   wakelock_release(lpm);
 }
 
-void BtQnlProtocol::LpmWakeUp() {
-  if (!hci::shim::IsLpmRunning()) return;
+void LowPowerLink::LpmWakeUp() {
+  if (!IsLpmRunning()) return;
   Lpm& lpm = State();
   const std::lock_guard lock(lpm.mutex);
   lpm.activity = true;
@@ -165,7 +153,7 @@ void BtQnlProtocol::LpmWakeUp() {
 
   Record(AnchorType::kWakeLineAssert, "LpmWakeUp");
   wakelock_acquire(lpm);
-  if (!hci::shim::LpmWakeUp()) return;
+  if (!shim::LpmWakeUp()) return;
   lpm.awake = true;
   lpm.wake_time = WallClock();
   lpm.wake_start = Clock::now();
@@ -175,14 +163,14 @@ void BtQnlProtocol::LpmWakeUp() {
   }
 }
 
-void BtQnlProtocol::LpmWakeUpTimeout(sigval value) {
+void LowPowerLink::LpmWakeUpTimeout(sigval value) {
   Lpm& lpm = State();
   const std::lock_guard lock(lpm.mutex);
   if (lpm.timer == nullptr || lpm.timer_generation != value.sival_int || !lpm.awake) return;
 
   if (!lpm.activity) {
     Record(AnchorType::kLpmWakeTimeout, "LpmWakeUpTimeout");
-    if (!hci::shim::LpmSuspend()) {
+    if (!LpmSuspend()) {
       lpm_teardown();
       return;
     }
@@ -194,10 +182,10 @@ void BtQnlProtocol::LpmWakeUpTimeout(sigval value) {
   lpm.activity = false;
 }
 
-LpmStatistics BtQnlProtocol::lpm_statistics() const {
+LpmStatistics LowPowerLink::lpm_statistics() const {
   Lpm& lpm = State();
   const std::lock_guard lock(lpm.mutex);
   return lpm.statistics;
 }
 
-}  // namespace android::hardware::bluetooth
+}  // namespace android::hardware::bluetooth::hci::shim

@@ -1,0 +1,60 @@
+#include "aidl/bluetooth_hci/diagnostics.h"
+
+#include <mutex>
+#include <string>
+
+#include <android-base/file.h>
+
+#include "bluetooth_Activity.h"
+#include "bluetooth_bqr.h"
+#include "btqnl_protocol/btqnl_protocol.h"
+#include "conf/userial_type.h"
+#include "debug_central/debug_central.h"
+#include "debug_central/files.h"
+#include "shim/shim.h"
+#include "vnd_snoop_logger.h"
+
+namespace android::hardware::bluetooth::aidl::qnlbtlinux {
+namespace {
+
+using V1_1::qnlbtlinux::debug::DebugHooks;
+using V1_1::qnlbtlinux::debug::DumpSection;
+
+// A reader that has gone away gets no more: nothing is left to do then.
+void Write(int fd, const std::string& text) { ::android::base::WriteStringToFd(text, fd); }
+
+void DumpTransport(int fd) {
+  hci::shim::GetTlDebugDump(fd, DebugCentral::Get().uart_debug_port(), V1_1::qnlbtlinux::debug::kLpmDebugPort);
+}
+
+// The sensor hub keeps no logs in the kernel.
+void DumpKernelLogs(int fd) {
+  if (hci::shim::GetUserialType() != conf::kUserialAoc) DumpTransport(fd);
+}
+
+DebugHooks Hooks() {
+  const std::string snoop_log = kBtsnoopLogPath;
+  const std::string snoop_backup = kBtsnoopBackupPath;
+  return {.transport_dump = DumpTransport,
+          .logs = {{snoop_log, snoop_backup}, {snoop_log + kBtsnoopLastSuffix, snoop_backup + kBtsnoopLastSuffix}},
+          .is_first_reset = [] { return BtQnlProtocol::GetInstacne().GetFirstHciResetFlag(); },
+          .quality_report = [](const hci::HciPacket& event) { BluetoothBqr::Get().OnQualityReport(event); },
+          .energy_report = [](const hci::HciPacket& event) { BtBqrEnergyRecoder::Get().OnEnergyReport(event); }};
+}
+
+}  // namespace
+
+void RegisterDiagnostics() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    DebugCentral& central = DebugCentral::Get();
+    central.SetHooks(Hooks());
+    central.RegisterDumpSource(DumpSection::kFirmware,
+                               [](int fd) { Write(fd, BtQnlProtocol::GetInstacne().local_name() + "\n"); });
+    central.RegisterDumpSource(DumpSection::kKernelLogs, DumpKernelLogs);
+    central.RegisterDumpSource(DumpSection::kStatistics, [](int fd) { Write(fd, BtActivitiesLogger::Get().Report()); });
+    central.RegisterDumpSource(DumpSection::kStatistics, [](int fd) { Write(fd, BluetoothBqr::Get().Report()); });
+  });
+}
+
+}  // namespace android::hardware::bluetooth::aidl::qnlbtlinux
