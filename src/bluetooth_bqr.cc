@@ -2,8 +2,8 @@
 
 #include "bluetooth_bqr.h"
 
+#include <android-base/logging.h>
 #include <android-base/stringprintf.h>
-#include <log/log.h>
 
 #include <cinttypes>
 
@@ -76,7 +76,7 @@ void BtBqrEnergyRecoder::OnEnergyReport(const hci::HciPacket& event) {
   const std::lock_guard lock(mutex_);
   if (!log_.is_open()) return;
   log_ << toString(event) << '\n' << std::flush;
-  if (log_.fail()) ALOGE("%s: unable to write to %s", __func__, kBqrEnergyLogPath);
+  if (log_.fail()) LOG(ERROR) << __func__ << ": unable to write to " << kBqrEnergyLogPath;
 }
 
 }  // namespace android::hardware::bluetooth

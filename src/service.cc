@@ -1,10 +1,10 @@
 #define LOG_TAG "android.hardware.bluetooth-service.qnlbtlinux"
 
+#include <android-base/logging.h>
 // The process entry: makes the services, publishes them, and lends its thread to Binder.
 
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
-#include <log/log.h>
 
 #include <memory>
 #include <string>
@@ -51,7 +51,7 @@ bool Publish(const std::shared_ptr<Service>& service) {
 // An extension that cannot be published leaves the HAL usable.
 template <typename Service>
 void PublishExtension(const std::shared_ptr<Service>& service, const char* name) {
-  if (!Publish(service)) ALOGE("Could not register %s as a service!", name);
+  if (!Publish(service)) LOG(ERROR) << "Could not register " << name << " as a service!";
 }
 
 }  // namespace
@@ -77,7 +77,7 @@ int main() {
   if (Publish(hci)) {
     ABinderProcess_joinThreadPool();
   } else {
-    ALOGE("Could not register as a service!");
+    LOG(ERROR) << "Could not register as a service!";
   }
   return 0;
 }

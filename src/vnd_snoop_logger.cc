@@ -17,6 +17,7 @@
 #include "conf/conf.h"
 #include "conf/properties.h"
 #include "os/device_path.h"
+#include "os/error_text.h"
 
 namespace android::hardware::bluetooth {
 namespace {
@@ -122,7 +123,7 @@ void VndSnoopLogger::Capture(const hci::HciPacket& packet, Direction direction, 
   const std::lock_guard lock(mutex_);
   if (!is_logging_) return;  // stopped in between
   // The record that goes over the limit opens the next file and is not counted there: every file but the first holds
-  // one more than the maximum, which is what readers of these logs expect.
+  // one more than the maximum.
   if (++packets_in_file_ > max_packets_) OpenNextSnoopLogFile();
   WriteRecord(header, packet, filtered);
 }
@@ -198,7 +199,7 @@ void VndSnoopLogger::CutTornRecord() {
   if (!is_open()) return;
   rdbuf()->close();
   if (truncate(os::DevicePath(log_path_).c_str(), static_cast<off_t>(bytes_in_file_)) != 0 && errno != ENOENT) {
-    PLOG(ERROR) << "CutTornRecord: \"" << log_path_ << "\" ends inside a record";
+    LOG(ERROR) << "CutTornRecord: \"" << log_path_ << "\" ends inside a record" << ": " << os::ErrorText();
   }
 }
 
@@ -215,7 +216,7 @@ void delete_btsnoop_files(const std::string& path) {
   } else if (!os::RemoveFile(path)) {
     LOG(ERROR) << StringPrintf("Failed to remove main log file at \"%s\"", path.c_str());
   }
-  // The lines about the older file show the main path, as the tools that match on them know it.
+  // The lines about the older file show the main path, too: texts of the log do not change from release to release.
   const std::string last = path + kBtsnoopLastSuffix;
   if (!os::FileExists(last)) {
     LOG(INFO) << StringPrintf("Last log file does not exist at \"%s\"", path.c_str());

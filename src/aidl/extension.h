@@ -2,12 +2,13 @@
 #pragma once
 
 #include <android/binder_auto_utils.h>
-#include <log/log.h>
 
 #include <atomic>
+#include <string>
 
 #include "aidl/extension_handle.h"
 #include "hci/hci_event_watcher.h"
+#include "os/log_as.h"
 
 namespace android::hardware::bluetooth {
 
@@ -27,19 +28,19 @@ class Extension : public Interface {
   static Service* GetInstance() { return instance_; }
 
   void OnBluetoothEnabled(HciFlowControl* flow_control) {
-    ALOG(LOG_DEBUG, Service::kLogTag, "%s", __func__);
+    os::LogAs(Service::kLogTag, ::android::base::DEBUG, __func__);
     hci_handle_.Set(flow_control);
   }
 
   void OnBluetoothDisabled() {
-    ALOG(LOG_DEBUG, Service::kLogTag, "%s", __func__);
+    os::LogAs(Service::kLogTag, ::android::base::DEBUG, __func__);
     hci_handle_.Clear();
   }
 
  protected:
   // The answer of an operation that is not offered; `what` is a sentence for the caller and the log.
   static ::ndk::ScopedAStatus Refuse(const char* operation, const char* what) {
-    ALOG(LOG_WARN, Service::kLogTag, "%s: refused: %s", operation, what);
+    os::LogAs(Service::kLogTag, ::android::base::WARNING, std::string(operation) + ": refused: " + what);
     return ::ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_UNSUPPORTED_OPERATION, what);
   }
 
@@ -63,7 +64,7 @@ class WatchingExtension : public Extension<Service, Interface>, public hci::HciE
   }
 
   void OnBluetoothDisabled() {
-    ALOG(LOG_DEBUG, Service::kLogTag, "%s", __func__);
+    os::LogAs(Service::kLogTag, ::android::base::DEBUG, __func__);
     StopWatching();
   }
 

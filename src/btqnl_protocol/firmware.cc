@@ -155,7 +155,7 @@ bool BtQnlProtocol::start_minidriver() {
   const uint8_t status = send_and_wait(kOpcodeDownloadMinidriver);
   if (status != 0) {
     LOG(ERROR) << "firmware_download: Download Minidrv command failed: " << int{status};
-    // The "U" before "Download" is the record's own: the tools that read dumps know the line by it.
+    // The "U" before "Download" stays: the record's texts do not change from release to release.
     DebugCentral::Get().UpdateRecord(
         AnchorType::kFirmwareDownloadFailed,
         StringPrintf("%s: UDownload Minidrv command failed: 0x%2X", "firmware_download", status));

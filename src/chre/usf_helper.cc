@@ -2,13 +2,13 @@
 
 #include "chre/usf_helper.h"
 
-#include <log/log.h>
+#include <android-base/logging.h>
 
 namespace android::hardware::bluetooth::hci {
 namespace {
 
 bool Refuse(const char* operation) {
-  ALOGE("%s: refused, this build has no sensor-hub client", operation);
+  LOG(ERROR) << operation << ": refused, this build has no sensor-hub client";
   return false;
 }
 
@@ -22,7 +22,7 @@ UsfHelper& UsfHelper::Get() {
 bool UsfHelper::PrepareUsfTransport() { return Refuse(__func__); }
 
 // On the UART path this only spares a later switch of paths some time: nothing is missing when it does nothing.
-void UsfHelper::PrepareUsfTransportAsync() { ALOGV("%s: no sensor-hub client", __func__); }
+void UsfHelper::PrepareUsfTransportAsync() { LOG(VERBOSE) << __func__ << ": no sensor-hub client"; }
 
 bool UsfHelper::IsUsfTransportDead() const { return false; }
 

@@ -1,8 +1,8 @@
 #define LOG_TAG "coex_device"
 
+#include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 #include <errno.h>
-#include <log/log.h>
 #include <signal.h>
 
 #include <chrono>
@@ -23,7 +23,7 @@ constexpr std::chrono::seconds kCloseTimeout(1);
 }  // namespace
 
 void CoexDevice::ClosePollThread() {
-  ALOGI("ClosePollThread");
+  LOG(INFO) << "ClosePollThread";
   std::shared_ptr<PollSession> session;
   os::Thread thread;
   {
@@ -38,7 +38,7 @@ void CoexDevice::ClosePollThread() {
   if (thread.joinable() && !own_thread) watchdog = coex_close_timer_setup(session, thread.native_handle());
   CloseSockets();
   if (!thread.joinable()) return;
-  ALOGI("ClosePollThread: pthread_join");
+  LOG(INFO) << "ClosePollThread: pthread_join";
   if (own_thread) {
     thread.detach();
   } else {
@@ -53,12 +53,12 @@ void CoexDevice::CloseSockets() {
     sender = std::move(wake_sender_);
   }
   if (sender.get() < 0) return;
-  ALOGI("ClosePollThread: close socket fds_1");
+  LOG(INFO) << "ClosePollThread: close socket fds_1";
   DebugCentral::Get().UpdateRecord(AnchorType::kCoexCloseSecondSocket,
                                    StringPrintf("%s, close socket fds_1", "ClosePollThread"));
   sender.reset();
   // The end that the thread polls is closed once the thread has left it: before, its number could already be another's.
-  ALOGI("ClosePollThread: close socket fds_0");
+  LOG(INFO) << "ClosePollThread: close socket fds_0";
   DebugCentral::Get().UpdateRecord(AnchorType::kCoexCloseFirstSocket,
                                    StringPrintf("%s, close socket fds_0", "ClosePollThread"));
 }
@@ -67,9 +67,9 @@ std::unique_ptr<os::ThreadTimer> CoexDevice::coex_close_timer_setup(std::shared_
                                                                     pthread_t thread) {
   auto timer = os::ThreadTimer::Create("bt_coex_close", [session, thread] { coex_close_timeout(*session, thread); });
   if (timer == nullptr) {
-    ALOGE("coex_close_timer_setup: cannot create coex_close_timer, ret:%d", errno);
+    LOG(ERROR) << StringPrintf("coex_close_timer_setup: cannot create coex_close_timer, ret:%d", errno);
   } else if (!timer->Arm(kCloseTimeout, std::chrono::milliseconds(0))) {
-    ALOGE("coex_close_timer_setup: Failed to set coex_close_timer, ret:%d", errno);
+    LOG(ERROR) << StringPrintf("coex_close_timer_setup: Failed to set coex_close_timer, ret:%d", errno);
   }
   return timer;
 }
@@ -79,7 +79,7 @@ void CoexDevice::coex_close_timeout(PollSession& session, pthread_t thread) {
     const std::lock_guard lock(session.mutex);
     if (session.done) return;
   }
-  ALOGE("coex_close_timeout");
+  LOG(ERROR) << "coex_close_timeout";
   DebugCentral::Get().UpdateRecord(AnchorType::kCoexThreadStuck,
                                    StringPrintf("%s: PollEventThread Stuck!", "coex_close_timeout"));
   // Not done under the mutex means not ended, so that the identifier is still the thread's. One that has not come so

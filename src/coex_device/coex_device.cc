@@ -2,9 +2,10 @@
 
 #include "coex_device/coex_device.h"
 
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <log/log.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -18,6 +19,8 @@
 
 namespace android::hardware::bluetooth::coex_device {
 namespace {
+
+using ::android::base::StringPrintf;
 
 constexpr char kDevicePath[] = "/dev/wbrc";
 
@@ -41,7 +44,7 @@ Message MessageOf(int code) {
     case kCoexPowerIsOn:
       return {0x02, 0x02, 0x03, 0x48};
     default:
-      ALOGE("Unknown Message");
+      LOG(ERROR) << "Unknown Message";
       return {0x02, 0x02, 0x00, 0x00};
   }
 }
@@ -54,7 +57,7 @@ CoexDevice& CoexDevice::Get() {
 }
 
 int CoexDevice::DeviceOpen(std::function<void()> handler, int pause_ms) {
-  ALOGI("DeviceOpen");
+  LOG(INFO) << "DeviceOpen";
   const int fd = OpenNode();
   if (fd < 0) return -1;
   bool live = false;
@@ -69,7 +72,7 @@ int CoexDevice::DeviceOpen(std::function<void()> handler, int pause_ms) {
     pause_ms_ = pause_ms;
   }
   if (!live) CreateThread();
-  ALOGI("DeviceOpen return upon created fd: %d", fd);
+  LOG(INFO) << StringPrintf("DeviceOpen return upon created fd: %d", fd);
   return fd;
 }
 
@@ -79,7 +82,7 @@ int CoexDevice::OpenNode() {
 
   base::unique_fd fd(TEMP_FAILURE_RETRY(open(os::DevicePath(kDevicePath).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)));
   if (fd.get() < 0) {
-    ALOGE("Failed to open the coex device!! Error: %s", strerror(errno));
+    LOG(ERROR) << "Failed to open the coex device!! Error: " << strerror(errno);
     return -1;
   }
   const int number = fd.get();
@@ -97,7 +100,7 @@ int CoexDevice::OpenNode() {
 bool CoexDevice::CreateSocketPair() {
   int fds[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
-    ALOGE("Failed to create socket pair!! Error: %s", strerror(errno));
+    LOG(ERROR) << "Failed to create socket pair!! Error: " << strerror(errno);
     DebugCentral::Get().UpdateRecord(AnchorType::kCoexSocketPairFailed, "Failed to create socket pair");
     return false;
   }
@@ -110,28 +113,28 @@ bool CoexDevice::CreateSocketPair() {
 }
 
 void CoexDevice::DeviceClose() {
-  ALOGI("DeviceClose");
+  LOG(INFO) << "DeviceClose";
   ClosePollThread();
   Descriptor closing;
   {
     const std::lock_guard lock(mutex_);
     closing = std::exchange(device_, nullptr);
   }
-  if (closing != nullptr) ALOGI("DeviceClose: close(coex_fd_:%d)", closing->get());
+  if (closing != nullptr) LOG(INFO) << StringPrintf("DeviceClose: close(coex_fd_:%d)", closing->get());
 }
 
 bool CoexDevice::BtSend(CoexDevice* device, int code) {
   const Message message = MessageOf(code);
-  ALOGI("BtSend msg: 0x%X", message[kValueOffset]);
+  LOG(INFO) << StringPrintf("BtSend msg: 0x%X", message[kValueOffset]);
   return device->WriteEvent(message.data(), message.size());
 }
 
 bool CoexDevice::WriteEvent(const uint8_t* message, size_t size) {
-  ALOGI("WriteEvent");
+  LOG(INFO) << "WriteEvent";
   const Descriptor open_device = device();
   if (open_device == nullptr ||
       TEMP_FAILURE_RETRY(write(open_device->get(), message, size)) != static_cast<ssize_t>(size)) {
-    ALOGE("Failed to write the message to coex device!!");
+    LOG(ERROR) << "Failed to write the message to coex device!!";
     return false;
   }
   return true;

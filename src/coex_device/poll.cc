@@ -1,8 +1,8 @@
 #define LOG_TAG "coex_device"
 
+#include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 #include <errno.h>
-#include <log/log.h>
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
@@ -53,8 +53,8 @@ void CoexDevice::CreateThread() {
   const std::lock_guard lock(mutex_);
   thread_ = os::Thread::Start("BT_COEX_THREAD", [this, session = session_] { PollEventThread(*session); });
   if (thread_.joinable()) return;
-  ALOGE("CreateThread: pthread_create error: %s", strerror(errno));
-  ALOGE("DeviceOpen create PollEventThread failed");
+  LOG(ERROR) << "CreateThread: pthread_create error: " << strerror(errno);
+  LOG(ERROR) << "DeviceOpen create PollEventThread failed";
 }
 
 // Ending this thread by force unwinds its frames: none may be noexcept.
@@ -66,7 +66,7 @@ void CoexDevice::PollEventThread(PollSession& session) {
 
 void CoexDevice::AnnouncePollThread(const PollSession& session) const {
   const Descriptor device = DeviceOf(session);
-  ALOGI("PollEventThread: Thread created fd = %d", device == nullptr ? -1 : device->get());
+  LOG(INFO) << StringPrintf("PollEventThread: Thread created fd = %d", device == nullptr ? -1 : device->get());
 }
 
 bool CoexDevice::MakeForcible(PollSession& session) {
@@ -76,7 +76,7 @@ bool CoexDevice::MakeForcible(PollSession& session) {
   sigemptyset(&usr1);
   sigaddset(&usr1, SIGUSR1);
   if (sigaction(SIGUSR1, &action, nullptr) != 0 || pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr) != 0) {
-    ALOGE("PollEventThread: Unable to set a SIGUSR1 signal handler");
+    LOG(ERROR) << "PollEventThread: Unable to set a SIGUSR1 signal handler";
     return false;
   }
   t_poll_thread = true;
@@ -91,21 +91,21 @@ void CoexDevice::PollEvents(PollSession& session) {
     if (device == nullptr) return;
     std::array<pollfd, 2> fds = {{{device->get(), POLLIN, 0}, {session.wake_receiver.get(), 0, 0}}};
     if (TEMP_FAILURE_RETRY(poll(fds.data(), fds.size(), -1)) < 0) {
-      ALOGE("PollEventThread: Cannot poll for fds: %s", strerror(errno));
+      LOG(ERROR) << "PollEventThread: Cannot poll for fds: " << strerror(errno);
       return;
     }
     device.reset();  // a big hammer closes the device, and then it has to be closed
 
     if (fds[0].revents & POLLIN) {
-      ALOGI("PollEventThread: POLLIN");
+      LOG(INFO) << "PollEventThread: POLLIN";
       if (IsLasting(ReadEvent(this))) return;
     }
     if (fds[0].revents & (POLLHUP | POLLERR | POLLNVAL)) {
-      ALOGE("PollEventThread: (POLLHUP | POLLERR)");
+      LOG(ERROR) << "PollEventThread: (POLLHUP | POLLERR)";
       return;
     }
     if (fds[1].revents != 0) {
-      ALOGI("PollEventThread: socket event");
+      LOG(INFO) << "PollEventThread: socket event";
       DebugCentral::Get().UpdateRecord(AnchorType::kCoexSocketEvent,
                                        StringPrintf("%s, socket event", "PollEventThread"));
     }
@@ -122,7 +122,7 @@ void CoexDevice::LeavePollThread(PollSession& session) {
     }
   }
   closing.reset();
-  ALOGI("PollEventThread: Thread done");
+  LOG(INFO) << "PollEventThread: Thread done";
   DebugCentral::Get().UpdateRecord(AnchorType::kCoexThreadDone, StringPrintf("%s: Thread done", "PollEventThread"));
   t_poll_thread = false;
   const std::lock_guard lock(session.mutex);
@@ -135,15 +135,15 @@ int CoexDevice::ReadEvent(CoexDevice* self) {
   const int error = device == nullptr ? -EBADF : ReadMessage(device->get(), &event);
   device.reset();
   if (error != 0) {
-    ALOGE("ReadEvent Cannot read from wlbt driver: %s", strerror(-error));
+    LOG(ERROR) << "ReadEvent Cannot read from wlbt driver: " << strerror(-error);
     return error;
   }
   const uint8_t value = event[kValueOffset];
-  ALOGI("ReadEvent Read wlbt driver event: 0x%X", value);
+  LOG(INFO) << StringPrintf("ReadEvent Read wlbt driver event: 0x%X", value);
   if (event[kMessageTypeOffset] != kMessageTypeEvent) {
-    ALOGE("ReadEvent Got unexpected message");
+    LOG(ERROR) << "ReadEvent Got unexpected message";
   } else if (event[kEventTypeOffset] != kEventTypeWlan) {
-    ALOGE("ReadEvent received unknown event");
+    LOG(ERROR) << "ReadEvent received unknown event";
   } else if (value == kBigHammer || value == kBigHammerWithAck) {
     self->OnBigHammer(value);
   }
@@ -159,7 +159,7 @@ void CoexDevice::OnBigHammer(uint8_t event) {
     pause_ms = pause_ms_;
   }
   if (handler) handler();
-  ALOGI("ReadEvent Sleep : %d ms", pause_ms);
+  LOG(INFO) << StringPrintf("ReadEvent Sleep : %d ms", pause_ms);
   std::this_thread::sleep_for(std::chrono::milliseconds(pause_ms));
   if (event == kBigHammerWithAck) BtSend(this, kCoexBigHammerAck);
   DeviceClose();
@@ -174,7 +174,7 @@ CoexDevice::Descriptor CoexDevice::DeviceOf(const PollSession& session) const {
 void CoexDevice::sigusr1_handler(int signal) {
   // The signal is the process's: one that somebody sends from outside ends no other thread.
   if (signal != SIGUSR1 || !t_poll_thread) return;
-  ALOGI("sigusr1_handler: pthread_exit(0)");
+  LOG(INFO) << "sigusr1_handler: pthread_exit(0)";
   pthread_exit(nullptr);
 }
 

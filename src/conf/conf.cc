@@ -3,7 +3,6 @@
 #include "conf/conf.h"
 
 #include <fcntl.h>
-#include <log/log.h>
 #include <stdio.h>
 
 #include <algorithm>
@@ -12,7 +11,9 @@
 #include <memory>
 #include <string_view>
 
+#include <android-base/logging.h>
 #include <android-base/properties.h>
+#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
 #include "conf/conf_line.h"
@@ -22,6 +23,8 @@
 
 namespace android::hardware::bluetooth::conf {
 namespace {
+
+using ::android::base::StringPrintf;
 
 using ::android::base::GetBoolProperty;
 using ::android::base::GetProperty;
@@ -78,7 +81,7 @@ constexpr MemberKey StagesKey(const char* name) {
 
 constexpr MemberKey kMemberKeys[] = {
     BoolKey<&Config::fast_download_disabled>("FastDownloadDisable"),
-    // "1" does not set this one, unlike the other switches: files in the field rely on it.
+    // "1" does not set this one, unlike the other switches. Kept: a file that says so must go on meaning the same.
     {"SarBackOffHighResolution",
      [](Config& config, const std::string& value) { config.sar_back_off_high_resolution = value == "true"; },
      [](const Config& config) { return ShowBool(config.sar_back_off_high_resolution); }},
@@ -122,19 +125,19 @@ Config Config::Preview() { return Config(Properties::kLeaveAlone); }
 
 Config::Config(Properties properties) : properties_(properties) {
   const std::string build_type = GetProperty(kBuildTypeProperty, "");
-  ALOGI("%s: build_type : %s", "is_user_debug_or_eng_build", build_type.c_str());
+  LOG(INFO) << "is_user_debug_or_eng_build: build_type : " << build_type;
   is_user_debug_or_eng_build = build_type == "userdebug" || build_type == "eng";
   LoadConfig(kVendorConfPath);
   LoadConfig(kVendorOverlayConfPath);
 }
 
 void Config::LoadConfig(const std::string& path) {
-  ALOGI("Attempt to load conf from %s", path.c_str());
+  LOG(INFO) << "Attempt to load conf from " << path;
   // Without O_NONBLOCK a FIFO in the file's place would hold up the start for ever.
   const int fd = open(os::DevicePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   const std::unique_ptr<FILE, int (*)(FILE*)> file(fd < 0 ? nullptr : fdopen(fd, "r"), fclose);
   if (file == nullptr) {
-    ALOGI("config file >%s< not found", path.c_str());
+    LOG(INFO) << "config file >" << path << "< not found";
     return;
   }
   loading_path_ = path;
@@ -166,9 +169,9 @@ void Config::SetPropertyFromFile(const char* property, const std::string& value)
     UpdateBqrEventMask(value);
     return;
   }
-  ALOGI("StoreConfigValue: set %s: %s", property, value.c_str());
+  LOG(INFO) << "StoreConfigValue: set " << property << ": " << value;
   if (!::android::base::SetProperty(property, value)) {
-    ALOGW("StoreConfigValue: the system does not take the value of %s", property);
+    LOG(WARNING) << "StoreConfigValue: the system does not take the value of " << property;
   }
 }
 
@@ -177,10 +180,10 @@ void Config::SetPropertyFromFile(const char* property, const std::string& value)
 void Config::UpdateBqrEventMask(const std::string& value) const {
   const std::string current = GetProperty(kBqrEventMaskProperty, "false");
   if (current == value || !is_user_debug_or_eng_build) return;
-  ALOGI("%s: bqr.event_mask: %s is not default value!", "StoreConfigValue", current.c_str());
-  ALOGI("%s: set to default bqr.event_mask: %s", "StoreConfigValue", value.c_str());
+  LOG(INFO) << "StoreConfigValue: bqr.event_mask: " << current << " is not default value!";
+  LOG(INFO) << "StoreConfigValue: set to default bqr.event_mask: " << value;
   if (!::android::base::SetProperty(kBqrEventMaskProperty, value)) {
-    ALOGW("StoreConfigValue: the system does not take the value of %s", kBqrEventMaskProperty);
+    LOG(WARNING) << "StoreConfigValue: the system does not take the value of " << kBqrEventMaskProperty;
   }
 }
 
@@ -190,19 +193,19 @@ std::vector<std::string> Config::Split(const std::string& value, char delimiter)
 
 bool Config::IsAcceleratedBtOnSupported() const {
   const std::string disabled = GetProperty(kDisableAccelerateBtOnProperty, "false");
-  ALOGI("%s: accel_bt_on_disable_prop: %s", __func__, disabled.c_str());
+  LOG(INFO) << __func__ << ": accel_bt_on_disable_prop: " << disabled;
   return disabled == "false" && !accel_bt_disabled;
 }
 
 bool Config::IsThreadDispatcherEnabled() const {
   const bool enabled = GetBoolProperty(kThreadDispatcherProperty, false);
-  ALOGI("%s: is_thread_dispatcher_enabled_prop: %d", __func__, enabled);
+  LOG(INFO) << StringPrintf("%s: is_thread_dispatcher_enabled_prop: %d", __func__, enabled);
   return enabled && thread_dispatcher_enabled;
 }
 
 uint32_t Config::GetUserialType() const {
   if (IsBtUartFallback() && userial_type_fallback < kUserialDeinitialized) {
-    ALOGI("%s: BT UART fallback to %d", __func__, static_cast<int>(userial_type_fallback));
+    LOG(INFO) << StringPrintf("%s: BT UART fallback to %d", __func__, static_cast<int>(userial_type_fallback));
     return userial_type_fallback;
   }
   return userial_type;

@@ -2,7 +2,7 @@
 
 #include "conf/conf_line.h"
 
-#include <log/log.h>
+#include <android-base/logging.h>
 
 #include <algorithm>
 
@@ -36,7 +36,7 @@ std::optional<ConfigPair> ParseLine(std::string_view line) {
   if (name.empty()) return std::nullopt;
   const std::string_view value = TakeToken(line, kValueDelimiters);
   if (value.empty()) {
-    ALOGW("vnd_load_conf: missing value for name: %s", name.c_str());
+    LOG(WARNING) << "vnd_load_conf: missing value for name: " << name;
     return std::nullopt;
   }
   return ConfigPair{name, std::string(TrimBlanks(value))};

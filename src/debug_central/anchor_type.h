@@ -5,7 +5,7 @@
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 
-// Which kind of step a record line tells of. Tools match on the numbers.
+// Which kind of step a record line tells of. The numbers do not change from release to release.
 enum class AnchorType : uint8_t {
   kInitializeImpl = 0,
   kPerformInit = 2,

@@ -7,8 +7,8 @@ namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 
 // One number space with the vendor error codes of the controller's root-inflammation events, so that the stack sees
 // host-side failures in the same form. 0x01 to 0x7F are the controller's own, 0x80 and up are raised by the host, 0xC0
-// to 0xE1 belong to the sensor-hub transport. The names reach crash reports and the tools that match on them,
-// misspellings included.
+// to 0xE1 belong to the sensor-hub transport. The names reach crash reports and do not change from release
+// to release, misspellings included.
 enum class BqrErrorCode : uint8_t {
   kUartParsing = 0x01,
   kUartIncompletePacket = 0x02,

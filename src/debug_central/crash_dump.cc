@@ -19,6 +19,7 @@
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
 #include "os/device_path.h"
+#include "os/error_text.h"
 #include "os/file_utils.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
@@ -49,18 +50,18 @@ unique_fd OpenDumpFile(const char* function, const char* kind, const std::string
     LOG(ERROR) << StringPrintf("%s: Failed to open %s file: %s, failed: %s (%d)\n", function, kind, path.c_str(),
                                strerror(error), error);
   } else if (fchmod(fd.get(), kDumpMode) != 0) {  // whatever mask the process creates its files with
-    PLOG(ERROR) << function << ": unable to change file permissions " << path;
+    LOG(ERROR) << function << ": unable to change file permissions " << path << ": " << os::ErrorText();
   }
   return fd;
 }
 
 void WriteText(const char* function, int fd, const std::string& path, const std::string& text) {
   if (!::android::base::WriteFully(fd, text.data(), text.size())) {
-    PLOG(ERROR) << function << ": Failed to write to " << path;
+    LOG(ERROR) << function << ": Failed to write to " << path << ": " << os::ErrorText();
   }
 }
 
-// The complaint in the words that the log's readers know, and one more line with what it was about.
+// The complaint in its fixed words, and one more line with what it was about.
 void LogCopyFault(const char* function, const char* fault, const std::string& path) {
   const int error = errno;
   LOG(ERROR) << function << ": " << fault;

@@ -49,12 +49,12 @@ void DebugCentral::HasClientConnectWith(bool has_client) {
 
 void DebugCentral::SetBtUartDebugPort(const std::string& port) {
   if (port.empty()) {
-    LOG(ERROR) << StringPrintf("%s: uart port is empty!", __func__);
+    LOG(ERROR) << __func__ << ": uart port is empty!";
     return;
   }
   const size_t tty = port.rfind(kTty);
   if (tty == std::string::npos) {
-    LOG(ERROR) << StringPrintf("%s: cannot found uart port!", __func__);
+    LOG(ERROR) << __func__ << ": cannot found uart port!";
     return;
   }
   const std::string debug_port = kUartLogBufferPrefix + port.substr(tty + kTty.size());

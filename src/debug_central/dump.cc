@@ -19,6 +19,7 @@
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
 #include "os/device_path.h"
+#include "os/error_text.h"
 #include "os/file_utils.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
@@ -31,7 +32,7 @@ constexpr size_t kRuleLength = 45;
 
 // A reader that has gone away ends the report; the service ignores SIGPIPE.
 void LogWriteFault() {
-  if (errno != EPIPE) PLOG(ERROR) << "Dump: Failed to write the report";
+  if (errno != EPIPE) LOG(ERROR) << "Dump: Failed to write the report" << ": " << os::ErrorText();
 }
 
 bool Write(int fd, std::string_view text) {
@@ -67,7 +68,7 @@ bool CopyFile(int fd, const std::string& path, const std::string& name) {
     case os::CopyResult::kDone:
       return true;
     case os::CopyResult::kReadFailed:
-      PLOG(ERROR) << "Dump: Failed to read " << path;
+      LOG(ERROR) << "Dump: Failed to read " << path << ": " << os::ErrorText();
       return true;
     case os::CopyResult::kWriteFailed:
       LogWriteFault();
@@ -96,7 +97,7 @@ void DebugCentral::Dump(int fd) {
   Write(fd, FormatRecords());
   DumpSectionOf(fd, DumpSection::kKernelLogs);
   DumpSavedFiles(fd, kCrashInfoDirectory, kCrashInfoPrefix);
-  LOG(INFO) << StringPrintf("%s: write bt coredump files to IBluetoothHci_default.txt", __func__);
+  LOG(INFO) << __func__ << ": write bt coredump files to IBluetoothHci_default.txt";
   DumpSavedFiles(fd, kCoreDumpDirectory, kCoreDumpPrefix);
   DumpSectionOf(fd, DumpSection::kStatistics);
 }

@@ -17,6 +17,7 @@
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
 #include "os/device_path.h"
+#include "os/error_text.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 namespace {
@@ -113,7 +114,7 @@ void DebugCentral::HandleHardwareError(const HciPacket& event) {
 
 bool DebugCentral::HandleVendorEvent(const HciPacket& event) {
   if (event.size() < kVendorHeaderSize) {
-    LOG(ERROR) << StringPrintf("%s: Invalid length of VS event!", __func__);
+    LOG(ERROR) << __func__ << ": Invalid length of VS event!";
     return false;
   }
   if (event.size() <= kSubEventOffset) return false;  // a vendor event that says nothing
@@ -122,7 +123,7 @@ bool DebugCentral::HandleVendorEvent(const HciPacket& event) {
     case kSubEventHiddenSecond:
       return true;
     case kSubEventDebugInfo:
-      LOG(INFO) << StringPrintf("%s: Received Debug Info event!", __func__);
+      LOG(INFO) << __func__ << ": Received Debug Info event!";
       HandleDebugInfoEvent(event);
       return true;
     case kSubEventQualityReport:
@@ -134,7 +135,7 @@ bool DebugCentral::HandleVendorEvent(const HciPacket& event) {
 
 bool DebugCentral::HandleQualityReport(const HciPacket& event) {
   if (event.size() < kQualityReportHeaderSize) {
-    LOG(ERROR) << StringPrintf("%s: Invalid length of BQR event!", __func__);
+    LOG(ERROR) << __func__ << ": Invalid length of BQR event!";
     return false;
   }
   switch (event[kReportIdOffset]) {
@@ -165,7 +166,7 @@ bool DebugCentral::HandleQualityReport(const HciPacket& event) {
 
 bool DebugCentral::HandleRootInflammation(const HciPacket& event) {
   if (event.size() < kRootInflammationSize) {
-    LOG(ERROR) << StringPrintf("%s: Invalid length of BQR event!", __func__);
+    LOG(ERROR) << __func__ << ": Invalid length of BQR event!";
     return false;
   }
   const uint8_t error_code = event[kErrorCodeOffset];
@@ -184,7 +185,7 @@ bool DebugCentral::HandleRootInflammation(const HciPacket& event) {
 
 void DebugCentral::HandleDebugInfoEvent(const HciPacket& event) {
   if (event.size() < kDebugInfoMinSize) {
-    LOG(ERROR) << StringPrintf("%s: Invalid length of debug info event!", __func__);
+    LOG(ERROR) << __func__ << ": Invalid length of debug info event!";
     return;
   }
   start_crash_dump(false, kReasonDebugInfo);
@@ -193,11 +194,11 @@ void DebugCentral::HandleDebugInfoEvent(const HciPacket& event) {
 
 void DebugCentral::HandleFirmwareDumpFragment(const HciPacket& event) {
   if (event.size() < kFragmentMinSize) {
-    LOG(ERROR) << StringPrintf("%s: Invalid length of bqr debug firmware dump event!", __func__);
+    LOG(ERROR) << __func__ << ": Invalid length of bqr debug firmware dump event!";
     return;
   }
   if (dump_suffix().empty()) {
-    LOG(ERROR) << StringPrintf("%s: did not receive Root Inflammation event before FW Dump!", __func__);
+    LOG(ERROR) << __func__ << ": did not receive Root Inflammation event before FW Dump!";
     start_crash_dump(false, kReasonFragmentWithoutRootInflammation);
   }
   AppendToSocDump(event);
@@ -205,22 +206,22 @@ void DebugCentral::HandleFirmwareDumpFragment(const HciPacket& event) {
 
 void DebugCentral::HandleChreDumpFragment(const HciPacket& event) {
   if (event.size() < kFragmentMinSize) {
-    LOG(ERROR) << StringPrintf("%s: Invalid length of bqr chre debug dump event!", __func__);
+    LOG(ERROR) << __func__ << ": Invalid length of bqr chre debug dump event!";
     return;
   }
   if (dump_suffix().empty()) {
-    LOG(ERROR) << StringPrintf("%s: did not receive Root Inflammation event before CHRE Dump!", __func__);
+    LOG(ERROR) << __func__ << ": did not receive Root Inflammation event before CHRE Dump!";
     start_crash_dump(false, kReasonFragmentWithoutRootInflammation);
   }
   AppendToChreDump(event);
 }
 
 void DebugCentral::AppendToSocDump(const HciPacket& event) {
-  if (IsLastFragment(event)) LOG(INFO) << StringPrintf("%s: Last soc dump fragment has been received", __func__);
+  if (IsLastFragment(event)) LOG(INFO) << __func__ << ": Last soc dump fragment has been received";
   const std::string path = std::string(kCoreDumpDirectory) + kSocDumpPrefix + dump_suffix() + kDumpExtension;
   const unique_fd fd = OpenFragmentFile(__func__, path, "socdump");
   if (fd.ok() && WriteAll(fd.get(), event) != event.size()) {
-    PLOG(ERROR) << "AppendToSocDump: " << path << " misses the rest of a fragment";
+    LOG(ERROR) << "AppendToSocDump: " << path << " misses the rest of a fragment" << ": " << os::ErrorText();
   }
 }
 
@@ -240,7 +241,7 @@ void DebugCentral::AppendToChreDump(const HciPacket& event) {
     LOG(ERROR) << StringPrintf("%s: there are %lu segments not be saved", __func__,
                                static_cast<unsigned long>(unsaved_chre_segments_));
   }
-  if (IsLastFragment(event)) LOG(INFO) << StringPrintf("%s: Last Chre dump packet has been received", __func__);
+  if (IsLastFragment(event)) LOG(INFO) << __func__ << ": Last Chre dump packet has been received";
 }
 
 }  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -1,8 +1,9 @@
 #include "h4/async_fd_watcher_run.h"
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
 
 #include <errno.h>
 #include <fcntl.h>
-#include <log/log.h>
 #include <sched.h>
 #include <string.h>
 #include <unistd.h>
@@ -13,6 +14,8 @@
 namespace android::hardware::bluetooth::async {
 namespace {
 
+using ::android::base::StringPrintf;
+
 constexpr int kRealTimePriority = 1;
 
 thread_local void* run_of_this_thread = nullptr;
@@ -22,8 +25,8 @@ thread_local void* run_of_this_thread = nullptr;
 void RaisePriority() {
   const sched_param parameters{.sched_priority = kRealTimePriority};
   if (sched_setscheduler(gettid(), SCHED_FIFO, &parameters) == 0) return;
-  ALOGE("%s unable to set SCHED_FIFO for pid %d, tid %d, error %s", "ThreadRoutine", getpid(), gettid(),
-        strerror(errno));
+  LOG(ERROR) << StringPrintf("%s unable to set SCHED_FIFO for pid %d, tid %d, error %s", "ThreadRoutine", getpid(),
+                             gettid(), strerror(errno));
 }
 
 timeval ToTimeval(std::chrono::milliseconds duration) {

@@ -5,7 +5,6 @@
 #include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 #include <errno.h>
-#include <log/log.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -74,12 +73,12 @@ size_t H4Protocol::Send(uint8_t type, const uint8_t* data, size_t length) {
     if (result < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (result < 0) {
       const char* reason = strerror(errno);
-      ALOGE("%s error writing to UART (%s)", __func__, reason);
+      LOG(ERROR) << __func__ << " error writing to UART (" << reason << ")";
       RecordTransmitAnchor("%s: error writing to UART (%s)", __func__, reason);
       return written;
     }
     if (result == 0) {
-      ALOGE("%s zero bytes written - something went wrong...", __func__);
+      LOG(ERROR) << __func__ << " zero bytes written - something went wrong...";
       RecordTransmitAnchor("%s: zero bytes written - something went wrong...", __func__);
       return written;
     }
@@ -88,7 +87,7 @@ size_t H4Protocol::Send(uint8_t type, const uint8_t* data, size_t length) {
     constexpr char kFormat[] = "%s: %d/%d bytes written - retrying remaining %d bytes";
     const int done = static_cast<int>(written);
     const int whole = static_cast<int>(total);
-    ALOGW(kFormat, __func__, done, whole, whole - done);
+    LOG(WARNING) << StringPrintf(kFormat, __func__, done, whole, whole - done);
     RecordTransmitAnchor(kFormat, __func__, done, whole, whole - done);
     AdvancePast(result, entries, first);
   }
@@ -112,7 +111,7 @@ void H4Protocol::OnDataReady(int fd) {
       return;
     }
     LOG(ERROR) << __func__ << ": read failed (" << reason << "), not ready to read!";
-    // "reay": the record's texts stay from one release to the next, misspellings included.
+    // "reay" stays: the record's texts do not change from release to release.
     DebugCentral::Get().UpdateRecord(AnchorType::kUartReceive,
                                      StringPrintf("%s: read failed (%s), not reay to read!", __func__, reason.c_str()));
   }
@@ -152,7 +151,7 @@ void H4Protocol::Walk(const uint8_t* data, size_t length) {
 
 void H4Protocol::ReportUnimplementedType(const uint8_t* data, size_t length) {
   const int code = data[0];
-  ALOGE("%s: Unimplemented Packet Type: %d detected!", "OnDataReady", code);
+  LOG(ERROR) << StringPrintf("%s: Unimplemented Packet Type: %d detected!", "OnDataReady", code);
   std::array<uint8_t, kReportedBytes> shown{};
   std::copy_n(data, std::min(length, shown.size()), shown.begin());
   if (!owner_.catch_exception) return;

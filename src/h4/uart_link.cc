@@ -2,7 +2,8 @@
 
 #include "h4/uart_link.h"
 
-#include <log/log.h>
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
 #include <termios.h>
 
 #include <atomic>
@@ -14,6 +15,8 @@
 
 namespace android::hardware::bluetooth::hci {
 namespace {
+
+using ::android::base::StringPrintf;
 
 constexpr auto kSenderPollInterval = std::chrono::milliseconds(1);
 
@@ -67,8 +70,9 @@ bool UartLink::Watch(const std::weak_ptr<const void>& receiver) {
     if (keep_receiver != nullptr) keep_line->h4.OnDataReady(fd);
   };
   if (Watcher().WatchFdForNonBlockingReads(line->fd, read) == 0) return true;
-  ALOGE("%s: cannot watch descriptor %d: it is not below 1024, or the system is out of descriptors or threads",
-        __func__, line->fd);
+  LOG(ERROR) << StringPrintf(
+      "%s: cannot watch descriptor %d: it is not below 1024, or the system is out of descriptors or threads", __func__,
+      line->fd);
   return false;
 }
 

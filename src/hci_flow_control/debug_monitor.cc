@@ -70,7 +70,7 @@ DebugMonitor::DebugMonitor() {
 
 void DebugMonitor::StartMonitor(hci::HciFlowControl* flow) {
   if (flow == nullptr) {
-    LOG(ERROR) << StringPrintf("%s: Invalid handle!", __func__);
+    LOG(ERROR) << __func__ << ": Invalid handle!";
     return;
   }
   const std::lock_guard lock(mutex_);

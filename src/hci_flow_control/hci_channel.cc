@@ -2,7 +2,7 @@
 
 #include "hci_flow_control/hci_channel.h"
 
-#include <log/log.h>
+#include <android-base/logging.h>
 
 #include <memory>
 #include <mutex>
@@ -50,7 +50,7 @@ HciFlowControl* InitializeHciHandle(const Consumers& consumers, std::function<vo
 }
 
 void Deinitialize() {
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   shim::TakeLineAway();
   std::shared_ptr<HciFlowControl> flow;
   {

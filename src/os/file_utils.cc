@@ -15,6 +15,7 @@
 #include <android-base/stringprintf.h>
 
 #include "os/device_path.h"
+#include "os/log_as.h"
 
 namespace android::hardware::bluetooth::os {
 namespace {
@@ -23,12 +24,6 @@ using ::android::base::StringPrintf;
 
 constexpr mode_t kLogMode = 0644;
 constexpr size_t kCopyChunk = size_t{64} * 1024;
-
-// A log line on behalf of a caller that has a tag of its own.
-void LogAs(const char* tag, ::android::base::LogSeverity severity, const std::string& text) {
-  if (severity < ::android::base::GetMinimumLogSeverity()) return;
-  ::android::base::LogMessage(__FILE__, __LINE__, severity, tag, -1).stream() << text;
-}
 
 // Year, month, day, hour, minute and second of local time in plain decimal: 2024-3-7_9-5-12.
 std::string CreationTime() {
@@ -93,7 +88,7 @@ void CreateLogFile(const std::string& path, std::ofstream& stream) {
   const int open_error = errno;
   MakeLogReadable(path, __func__, nullptr);
   if (!stream.good()) {
-    // The text names the energy log whichever log this is: those who read these logs search for it.
+    // The text names the energy log, for which it was written first, whichever log this is.
     LOG(ERROR) << StringPrintf("%s: Unable to open bqr energy log at \"%s\", error: \"%s\"", __func__, path.c_str(),
                                strerror(open_error));
     return;

@@ -1,8 +1,6 @@
 // The choice of the path, and powering and opening it.
 #define LOG_TAG "bthal.shim"
 
-#include <log/log.h>
-
 #include <algorithm>
 #include <chrono>
 #include <optional>
@@ -10,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/logging.h>
 #include <android-base/properties.h>
 #include <android-base/stringprintf.h>
 
@@ -52,11 +51,11 @@ bool do_need_aoc_ctrl_bt_power_pin() {
 void FallBackFromDeadUsf() {
   if (Config::GetInstance().GetUserialType() != conf::kUserialAoc || !UsfHelper::Get().IsUsfTransportDead()) return;
   const std::string text = StringPrintf("%s: %s", "InitializeController", ": USF transport is dead!");
-  ALOGW("%s", text.c_str());
+  LOG(WARNING) << text;
   DebugCentral::Get().UpdateRecord(AnchorType::kUsfTransportDead, text);
   EnableBtUartFallback();
   if (Config::GetInstance().apm_uart_skip_suspend) {
-    ALOGI("%s, disable apm uart skip suspend", "InitializeController");
+    LOG(INFO) << "InitializeController, disable apm uart skip suspend";
     BtHwControl::Get().UartSkipSuspend(false);
   }
 }
@@ -64,16 +63,16 @@ void FallBackFromDeadUsf() {
 std::optional<uint32_t> OverriddenPath() {
   const std::string path = GetProperty(kPathOverrideProperty, kDefault);
   if (path == "aoc") {
-    ALOGD("Override to use AOC path");
-    if (SocRevision() == kEarlySocRevision) ALOGW("WARNING: AOC UART is unstable on this SoC revision");
+    LOG(DEBUG) << "Override to use AOC path";
+    if (SocRevision() == kEarlySocRevision) LOG(WARNING) << "WARNING: AOC UART is unstable on this SoC revision";
     return conf::kUserialAoc;
   }
   if (path == "apm") {
-    ALOGD("Override to use APM path");
+    LOG(DEBUG) << "Override to use APM path";
     return conf::kUserialApm;
   }
   if (path != kDefault) {
-    ALOGW("Unexpected setting '%s' for %s - using default", path.c_str(), kPathOverrideProperty);
+    LOG(WARNING) << "Unexpected setting '" << path << "' for " << kPathOverrideProperty << " - using default";
   }
   return std::nullopt;
 }
@@ -82,7 +81,7 @@ uint32_t ChoosePath() {
   if (const auto type = OverriddenPath()) return *type;
   const Config& config = Config::GetInstance();
   if (config.DoNeedAocPowerPinCtrlCheck() && SocRevision() == kEarlySocRevision) {
-    ALOGD("Use APM path due to HW rev");
+    LOG(DEBUG) << "Use APM path due to HW rev";
     return conf::kUserialApm;
   }
   return config.GetUserialType();
@@ -125,12 +124,12 @@ bool PowerAndOpenAocWithOurPin() {
 
 bool InitializeAocController() {
   if (!UsfHelper::Get().PrepareUsfTransport()) {
-    ALOGE("%s: PrepareUsfTransport failed", "InitializeController");
+    LOG(ERROR) << "InitializeController: PrepareUsfTransport failed";
     return false;
   }
   if (!(do_need_aoc_ctrl_bt_power_pin() ? PowerAndOpenAocWithItsPin() : PowerAndOpenAocWithOurPin())) return false;
   if (Config::GetInstance().apm_uart_skip_suspend) {
-    ALOGI("%s, enable apm uart skip suspend", "InitializeController");
+    LOG(INFO) << "InitializeController, enable apm uart skip suspend";
     BtHwControl::Get().UartSkipSuspend(true);
   }
   return true;
@@ -158,7 +157,7 @@ bool InitializeController() {
 }
 
 void DeinitializeController() {
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   BtHwControl& host = BtHwControl::Get();
   if (IsUartPath()) {
     UartLink::Get().Detach();  // nobody reads or writes a descriptor that is about to be closed
@@ -185,7 +184,7 @@ UartBaudRate RequiredBaudRate() {
 }
 
 void EnableBtUartFallback() {
-  ALOGW("%s", __func__);
+  LOG(WARNING) << __func__;
   SetProperty(conf::kDisableAccelerateBtOnProperty, "true");
   SetProperty(conf::kUartFallbackProperty, "true");
 }

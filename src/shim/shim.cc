@@ -2,11 +2,10 @@
 
 #include "shim/shim.h"
 
-#include <log/log.h>
-
 #include <mutex>
 #include <utility>
 
+#include <android-base/logging.h>
 #include <android-base/properties.h>
 
 #include "chre/usf_helper.h"
@@ -103,7 +102,7 @@ size_t Send(uint8_t type, const uint8_t* data, size_t length, bool ack_required)
 size_t SendBatch(const uint8_t* data, size_t length, bool ack_required) {
   LowPowerLink::Get().LpmWakeUp();
   if (IsUartPath()) {
-    ALOGE("SendBatch unsupported without AOC passthrough");
+    LOG(ERROR) << "SendBatch unsupported without AOC passthrough";
     return 0;
   }
   return UsfHelper::Get().SendHciBatchToUsf(data, length, ack_required);

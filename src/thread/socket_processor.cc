@@ -17,6 +17,7 @@
 #include <android-base/logging.h>
 
 #include "os/device_path.h"
+#include "os/error_text.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
@@ -43,8 +44,8 @@ void GiveToSystemGroup(const std::string& path) {
     LOG(INFO) << __func__ << ": [bthal.socket_processor] No group \"" << kSocketFileGroup
               << "\" here, the socket file keeps its group.";
   } else if (chown(path.c_str(), static_cast<uid_t>(-1), found->gr_gid) != 0) {
-    PLOG(WARNING) << __func__ << ": [bthal.socket_processor] Unable to give the socket file to group \""
-                  << kSocketFileGroup << "\"";
+    LOG(WARNING) << __func__ << ": [bthal.socket_processor] Unable to give the socket file to group \""
+                  << kSocketFileGroup << "\"" << ": " << os::ErrorText();
   }
 }
 
@@ -82,7 +83,7 @@ bool SocketProcessor::BindSocket() {
   bound_ = true;
   GiveToSystemGroup(path);
   if (chmod(path.c_str(), kSocketFileMode) != 0) {
-    PLOG(WARNING) << __func__ << ": [bthal.socket_processor] Unable to set the mode of the socket file";
+    LOG(WARNING) << __func__ << ": [bthal.socket_processor] Unable to set the mode of the socket file" << ": " << os::ErrorText();
   }
   return true;
 }

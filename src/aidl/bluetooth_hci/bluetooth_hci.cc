@@ -3,7 +3,6 @@
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 
 #include <android/binder_ibinder.h>
-#include <log/log.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -12,6 +11,7 @@
 #include <thread>
 #include <utility>
 
+#include <android-base/logging.h>
 #include <android-base/properties.h>
 #include <android-base/stringprintf.h>
 
@@ -51,13 +51,14 @@ BluetoothHci::BluetoothHci()
       sco_type_(static_cast<uint8_t>(hci::HciPacketType::kScoData)),
       iso_type_(static_cast<uint8_t>(hci::HciPacketType::kIsoData)) {
   activity_watcher_ = ::ndk::SharedRefBase::make<activitywatcher::ControllerActivityWatcher>();
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   activity_watcher_->initialize();
   RegisterDiagnostics();
   death_recipient_ = std::make_shared<BluetoothDeathRecipient>(this);
   const conf::Config& config = conf::Config::GetInstance();
   thread_dispatcher_enabled_ = config.IsThreadDispatcherEnabled();
-  ALOGI("%s: [bthal.thread_dispatcher] Thread Dispatcher enabled: %d", __func__, thread_dispatcher_enabled_);
+  LOG(INFO) << StringPrintf("%s: [bthal.thread_dispatcher] Thread Dispatcher enabled: %d", __func__,
+                            thread_dispatcher_enabled_);
   if (config.IsAcceleratedBtOnSupported()) {
     StartInitThread(Turn(lifecycle_), [this](Turn& turn) { thread_perform_init(turn); });
   }
@@ -76,10 +77,10 @@ BluetoothHci::~BluetoothHci() {
 }
 
 ::ndk::ScopedAStatus BluetoothHci::initialize_impl(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   const DebugAnchor anchor(AnchorType::kInitializeImpl, __func__);
   if (cb == nullptr) {
-    ALOGE("cb == nullptr! -> Unable to call initializationComplete(ERR)");
+    LOG(ERROR) << "cb == nullptr! -> Unable to call initializationComplete(ERR)";
     return ::ndk::ScopedAStatus::fromServiceSpecificError(kErrorInvalid);
   }
   JoinInitThread();
@@ -99,21 +100,21 @@ BluetoothHci::~BluetoothHci() {
   WatchClient(cb);
   if (const auto flow_control = hci_handle()) hci::ApplyProvisionBDAddress(flow_control.get());
   if (!TellClient(turn, cb, Status::SUCCESS)) {
-    ALOGE("VendorInterface -> Unable to call initializationComplete(ERR)");
+    LOG(ERROR) << "VendorInterface -> Unable to call initializationComplete(ERR)";
     DebugCentral::Get().UpdateRecord(AnchorType::kCallbackFailed,
                                      StringPrintf("%s: Unable to call initializationComplete(ERR)", __func__));
   }
   // The client may have closed from inside that call, or died.
   if (session == session_) FinishInitialize();
-  ALOGI("BluetoothHci::initialize() completed");
+  LOG(INFO) << "BluetoothHci::initialize() completed";
   return ::ndk::ScopedAStatus::ok();
 }
 
 // Two stacks in one device are a fault that only a fresh start of both sides mends.
 ::ndk::ScopedAStatus BluetoothHci::RefuseSecondClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
-  ALOGE("%s: already initialized, don't allow multiple clients to initialize the HAL", "initialize_impl");
+  LOG(ERROR) << "initialize_impl: already initialized, don't allow multiple clients to initialize the HAL";
   cb->initializationComplete(Status::ALREADY_INITIALIZED);
-  ALOGE("%s: make hal crash for recovering caller's abnormal behavior!", "initialize_impl");
+  LOG(ERROR) << "initialize_impl: make hal crash for recovering caller's abnormal behavior!";
   static std::atomic<bool> dying{false};
   if (!dying.exchange(true)) os::Thread::StartOrDie("bt_self_kill", thread_perform_self_kill).detach();
   return ::ndk::ScopedAStatus::ok();
@@ -121,9 +122,9 @@ BluetoothHci::~BluetoothHci() {
 
 void BluetoothHci::thread_perform_self_kill() {
   DebugCentral::Get().UpdateRecord(AnchorType::kServiceThread, __func__);
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   std::this_thread::sleep_for(kSelfKillDelay);
-  ALOGI("%s self kill", __func__);
+  LOG(INFO) << __func__ << " self kill";
   os::KillSelf();
 }
 
@@ -147,7 +148,7 @@ void BluetoothHci::OpenSession(const std::shared_ptr<IBluetoothHciCallbacks>& cb
 bool BluetoothHci::PrepareController(Turn& turn) {
   if (!accelerated_ || !hci::shim::IsUserialReady()) return perform_init(turn).isOk();
   if (!BtQnlProtocol::GetInstacne().AcceleratedReset()) {
-    ALOGE("%s: Accelerated Init failed", "initialize_impl");
+    LOG(ERROR) << "initialize_impl: Accelerated Init failed";
     DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostAccelatedBtInitFailed, "Accelerated Init failed");
   }
   return true;
@@ -160,7 +161,7 @@ void BluetoothHci::WatchClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb
       death_recipient.unlinkToDeath(cb);
       return;
     }
-    ALOGI("Skipping unlink call, service died.");
+    LOG(INFO) << "Skipping unlink call, service died.";
     DebugCentral::Get().UpdateRecord(AnchorType::kUnlinkSkipped, "operator(): Skipping unlink call, service died");
   };
 }
@@ -171,7 +172,7 @@ void BluetoothHci::FinishInitialize() {
   const auto flow_control = hci_handle();
   if (BluetoothFinder* finder = BluetoothFinder::GetInstance()) finder->OnBluetoothEnabled(flow_control.get());
   if (!thread_dispatcher_enabled_) return;
-  ALOGI("%s: [bthal.thread_dispatcher] Enabling Thread Dispatcher.", "startThreadDispatcher");
+  LOG(INFO) << "startThreadDispatcher: [bthal.thread_dispatcher] Enabling Thread Dispatcher.";
   if (thread_dispatcher_ == nullptr) return;
   thread_dispatcher_started_ = true;
   thread_dispatcher_->OnBluetoothEnabled(flow_control.get());
@@ -199,14 +200,14 @@ bool BluetoothHci::TellClient(Turn& turn, const std::shared_ptr<IBluetoothHciCal
 
 ::ndk::ScopedAStatus BluetoothHci::CloseSession(Turn turn) {
   DebugCentral::Get().UpdateRecord(AnchorType::kClose, "close");
-  ALOGI("BluetoothHci::close()");
-  LOG_ALWAYS_FATAL_IF(!unlink_cb_, "BluetoothHci::close() called before any initialize() succeeded");
+  LOG(INFO) << "BluetoothHci::close()";
+  if (!unlink_cb_) LOG(FATAL) << "BluetoothHci::close() called before any initialize() succeeded";
   unlink_cb_(*death_recipient_);
   ++session_;
   session_client_ = nullptr;
   stopVarneHalExtensions();
   if (thread_dispatcher_enabled_) {
-    ALOGI("%s: [bthal.thread_dispatcher] Disabling Thread Dispatcher.", "stopThreadDispatcher");
+    LOG(INFO) << "stopThreadDispatcher: [bthal.thread_dispatcher] Disabling Thread Dispatcher.";
     StopThreadDispatcher();
   }
   if (!accelerated_ || !hci::shim::IsUserialReady()) {
@@ -229,22 +230,22 @@ bool BluetoothHci::TellClient(Turn& turn, const std::shared_ptr<IBluetoothHciCal
 
 void BluetoothHci::AcceleratedClose() {
   if (BtQnlProtocol::GetInstacne().AcceleratedReset()) return;
-  ALOGE("Accelerated shutdown failed");
+  LOG(ERROR) << "Accelerated shutdown failed";
   DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostAccelatedBtShutdownFailed, "Accelerated shutdown failed");
 }
 
 void BluetoothHci::FinishClose() {
   DisconnectClient();
   VndSnoopLogger::Get().Stop();
-  ALOGI("BluetoothHci::close() Done");
+  LOG(INFO) << "BluetoothHci::close() Done";
 }
 
 void BluetoothHci::OnClientDied(const std::shared_ptr<IBluetoothHciCallbacks>& dead) {
   DisconnectClient(dead);
   const std::string shutdown = ::android::base::GetProperty("sys.shutdown.requested", "");
-  ALOGE("BluetoothDeathRecipient::serviceDied - shutdown = %s", shutdown.c_str());
+  LOG(ERROR) << "BluetoothDeathRecipient::serviceDied - shutdown = " << shutdown;
   if (!shutdown.empty()) {
-    ALOGE("BluetoothDeathRecipient::serviceDied - skipped re-init during device shutting down.");
+    LOG(ERROR) << "BluetoothDeathRecipient::serviceDied - skipped re-init during device shutting down.";
     return;
   }
   Turn turn(lifecycle_);
@@ -263,7 +264,7 @@ void BluetoothHci::OnClientDied(const std::shared_ptr<IBluetoothHciCallbacks>& d
 }
 
 binder_status_t BluetoothHci::dump(int fd, const char** /*args*/, uint32_t /*num_args*/) {
-  ALOGI("%s: Dump debug log", __func__);
+  LOG(INFO) << __func__ << ": Dump debug log";
   DebugCentral::Get().Dump(fd);
   fsync(fd);  // fails on a pipe, where there is nothing to do
   return STATUS_OK;

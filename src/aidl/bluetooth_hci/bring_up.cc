@@ -1,12 +1,11 @@
 #define LOG_TAG "bthal.aidl.qnlbtlinux"
 
-#include <log/log.h>
-
 #include <chrono>
 #include <string>
 #include <thread>
 #include <utility>
 
+#include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
@@ -58,26 +57,26 @@ void BluetoothHci::JoinInitThread() {
     init_thread = std::move(init_thread_);
   }
   if (!init_thread.joinable()) return;
-  ALOGI("Init thread is running. Waiting for it to exit");
+  LOG(INFO) << "Init thread is running. Waiting for it to exit";
   init_thread.join();
-  ALOGI("Init thread exited. Continue further processing");
+  LOG(INFO) << "Init thread exited. Continue further processing";
 }
 
 void BluetoothHci::thread_perform_init(Turn& turn) {
   DebugCentral::Get().UpdateRecord(AnchorType::kServiceThread, __func__);
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   perform_init(turn);
 }
 
 ::ndk::ScopedAStatus BluetoothHci::perform_init(Turn& turn) {
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   const DebugAnchor anchor(AnchorType::kPerformInit, __func__);
   if (hci_handle() != nullptr) return RefuseDoubleAttempt(turn);
 
   accelerated_ = conf::Config::GetInstance().IsAcceleratedBtOnSupported();
   DebugCentral::Get().SetNotifyCallback(NotifyCallback);
   if (!open_coex_dev()) {
-    ALOGE("Failed to open coex device");
+    LOG(ERROR) << "Failed to open coex device";
     DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostCoexDeviceOpenError, "Can't open coex device");
   }
   set_hci_handle(OpenChannel());
@@ -90,7 +89,7 @@ void BluetoothHci::thread_perform_init(Turn& turn) {
   }
   DebugMonitor::Get().StartMonitor(flow_control.get());
   if (!BtQnlProtocol::GetInstacne().Initialize(flow_control.get())) {
-    ALOGE("Initialize() failed");
+    LOG(ERROR) << "Initialize() failed";
     DebugMonitor::Get().StopMonitor();
     hci::channel::Deinitialize();
     set_hci_handle(nullptr);
@@ -100,7 +99,7 @@ void BluetoothHci::thread_perform_init(Turn& turn) {
     return InitFailed();
   }
   setup_signal_handler();
-  ALOGI("%s: BTQNL controller is ready", __func__);
+  LOG(INFO) << __func__ << ": BTQNL controller is ready";
   DebugCentral::Get().UpdateRecord(AnchorType::kControllerReady,
                                    StringPrintf("%s: BTQNL controller is ready", __func__));
   BtActivitiesLogger::Get().StartLogging();
@@ -109,13 +108,13 @@ void BluetoothHci::thread_perform_init(Turn& turn) {
 }
 
 ::ndk::ScopedAStatus BluetoothHci::RefuseDoubleAttempt(Turn& turn) {
-  ALOGE("%s: hci_handle != nullptr! -> Double attempt to initialize the HAL", "perform_init");
+  LOG(ERROR) << "perform_init: hci_handle != nullptr! -> Double attempt to initialize the HAL";
   if (const auto cb = ConnectedClient()) {
     if (!TellClient(turn, cb, Status::HARDWARE_INITIALIZATION_ERROR)) {
-      ALOGE("VendorInterface -> Unable to call initializationComplete(ERR)");
+      LOG(ERROR) << "VendorInterface -> Unable to call initializationComplete(ERR)";
     }
   } else {
-    ALOGE("%s: Calling kill due to error", "perform_init");
+    LOG(ERROR) << "perform_init: Calling kill due to error";
     os::KillSelf();
   }
   return InitFailed();
@@ -143,12 +142,12 @@ hci::HciFlowControl* BluetoothHci::OpenChannel() {
 void BluetoothHci::TellFailedInit(Turn& turn, const char* kill_message, bool record_failed_call) {
   const auto cb = ConnectedClient();
   if (cb == nullptr) {
-    ALOGE("%s", kill_message);
+    LOG(ERROR) << kill_message;
     os::KillSelf();
     return;
   }
   if (!TellClient(turn, cb, Status::HARDWARE_INITIALIZATION_ERROR)) {
-    ALOGE("VendorInterface -> Unable to call initializationComplete(ERR)");
+    LOG(ERROR) << "VendorInterface -> Unable to call initializationComplete(ERR)";
     if (record_failed_call) {
       DebugCentral::Get().UpdateRecord(AnchorType::kCallbackFailed,
                                        "perform_init: Unable to call initializationComplete(ERR)");
@@ -160,8 +159,8 @@ void BluetoothHci::TellFailedInit(Turn& turn, const char* kill_message, bool rec
 }
 
 void BluetoothHci::setup_signal_handler() {
-  ALOGI("%s:", __func__);
-  ALOGI("%s: sigaction(SIGTERM)", __func__);
+  LOG(INFO) << __func__ << ":";
+  LOG(INFO) << __func__ << ": sigaction(SIGTERM)";
   HandleSigterm([this](int signum) { Terminate(signum); });
 }
 
@@ -175,7 +174,7 @@ bool BluetoothHci::open_coex_dev() {
     ++failures;
     std::this_thread::sleep_for(kCoexOpenPause);
   }
-  ALOGI("%s: return ret (%d), count:%d", __func__, opened, failures);
+  LOG(INFO) << StringPrintf("%s: return ret (%d), count:%d", __func__, opened, failures);
   DebugCentral::Get().UpdateRecord(
       AnchorType::kCoexDeviceOpen,
       StringPrintf("%s, open the coex device (%s), count:%d", __func__, opened ? "Success" : "Failed", failures));
@@ -185,33 +184,33 @@ bool BluetoothHci::open_coex_dev() {
 // The coexistence driver resets the whole chip. On its poll thread, which ends in the restart of the process whatever
 // happens here: whoever has the turn just now is not waited for, nor is a client that blocks the receive thread.
 void BluetoothHci::resetBtCallback() {
-  ALOGE("resetBtCallback called");
+  LOG(ERROR) << "resetBtCallback called";
   DebugCentral::Get().UpdateRecord(AnchorType::kBigHammer, StringPrintf("%s Big Hammer Occurred", __func__));
   const TerminationDeadline deadline(kBigHammerLimit);
   const Turn turn(lifecycle_, std::try_to_lock);
   if (!turn.owns_lock()) {
-    ALOGW("%s: the HAL is being opened or closed, left as it is", __func__);
+    LOG(WARNING) << __func__ << ": the HAL is being opened or closed, left as it is";
     return;
   }
   closeHci();
 }
 
 void BluetoothHci::closeHci() {
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   BtQnlProtocol::GetInstacne().Shutdown();
   DebugMonitor::Get().StopMonitor();
   BtActivitiesLogger::Get().StopLogging();
   BtBqrEnergyRecoder::Get().StopLogging();
   StopThreadDispatcher();
   hci::channel::Deinitialize();
-  ALOGI("%s: hci_handle_ = nullptr", __func__);
+  LOG(INFO) << __func__ << ": hci_handle_ = nullptr";
   set_hci_handle(nullptr);
   thread_dispatcher_.reset();
 }
 
 void BluetoothHci::perform_close() {
   DebugCentral::Get().UpdateRecord(AnchorType::kPerformClose, __func__);
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   closeHci();
   CoexDevice::Get().DeviceClose();
 }

@@ -2,7 +2,7 @@
 
 #include "aidl/bluetooth_hci/callbacks.h"
 
-#include <log/log.h>
+#include <android-base/logging.h>
 
 #include <mutex>
 #include <string>
@@ -68,11 +68,11 @@ using ReceiveMethod = ndk::ScopedAStatus (IBluetoothHciCallbacks::*)(const std::
 void Deliver(const hci::HciPacket& packet, ReceiveMethod method, const char* failed, const char* missing) {
   const auto cb = ConnectedClient();
   if (cb == nullptr) {
-    ALOGW("%s", missing);
+    LOG(WARNING) << missing;
     return;
   }
   const CallToClient call;
-  if (!(cb.get()->*method)(std::vector<uint8_t>(packet.begin(), packet.end())).isOk()) ALOGW("%s", failed);
+  if (!(cb.get()->*method)(std::vector<uint8_t>(packet.begin(), packet.end())).isOk()) LOG(WARNING) << failed;
 }
 
 void DeliverEvent(const hci::HciPacket& packet) {
@@ -198,7 +198,7 @@ void IsoCallback(const hci::HciPacket& packet) {
 void ThreadCallback(const hci::HciPacket& packet, hci::ThreadDispatcher* dispatcher) {
   const DebugAnchor anchor(AnchorType::kCallbackThreadData, PacketText("SendThreadFrame", packet.size()));
   if (dispatcher == nullptr) {
-    ALOGW("%s: [bthal.thread_dispatcher] Unable to callback Thread data to Thread HAL.", __func__);
+    LOG(WARNING) << __func__ << ": [bthal.thread_dispatcher] Unable to callback Thread data to Thread HAL.";
     return;
   }
   dispatcher->SendThreadPacket(packet);

@@ -2,8 +2,8 @@
 
 #include "aidl/bluetooth_hci/death_recipient.h"
 
+#include <android-base/logging.h>
 #include <android/binder_ibinder.h>
-#include <log/log.h>
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 
@@ -24,19 +24,19 @@ void BluetoothDeathRecipient::linkToDeath(const std::shared_ptr<IBluetoothHciCal
   death_recipient_ = ::ndk::ScopedAIBinder_DeathRecipient(AIBinder_DeathRecipient_new(OnDeath));
   const binder_status_t linkToDeathReturnStatus =
       AIBinder_linkToDeath(cb->asBinder().get(), death_recipient_.get(), this);
-  LOG_ALWAYS_FATAL_IF(linkToDeathReturnStatus != STATUS_OK, "Unable to link to death recipient");
+  if (linkToDeathReturnStatus != STATUS_OK) LOG(FATAL) << "Unable to link to death recipient";
 }
 
 void BluetoothDeathRecipient::unlinkToDeath(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
   {
     const std::lock_guard lock(mutex_);
-    LOG_ALWAYS_FATAL_IF(cb != mCb, "Unable to unlink mismatched pointers");
+    if (cb != mCb) LOG(FATAL) << "Unable to unlink mismatched pointers";
   }
   const binder_status_t unlinkToDeathReturnStatus =
       AIBinder_unlinkToDeath(cb->asBinder().get(), death_recipient_.get(), this);
   // A client that dies right after its close is no error of ours: its notice is under way and will find nothing to do.
   if (unlinkToDeathReturnStatus == STATUS_DEAD_OBJECT) return;
-  LOG_ALWAYS_FATAL_IF(unlinkToDeathReturnStatus != STATUS_OK, "Unable to unlink to death recipient");
+  if (unlinkToDeathReturnStatus != STATUS_OK) LOG(FATAL) << "Unable to unlink to death recipient";
 }
 
 bool BluetoothDeathRecipient::has_died() const {
@@ -49,14 +49,14 @@ void BluetoothDeathRecipient::serviceDied() {
   {
     const std::lock_guard lock(mutex_);
     if (mCb == nullptr || AIBinder_isAlive(mCb->asBinder().get())) {
-      ALOGE("BluetoothDeathRecipient::serviceDied called but service not dead");
+      LOG(ERROR) << "BluetoothDeathRecipient::serviceDied called but service not dead";
       return;
     }
     if (has_died_) return;
     has_died_ = true;
     dead = mCb;
   }
-  ALOGE("BluetoothDeathRecipient::serviceDied - Bluetooth service died");
+  LOG(ERROR) << "BluetoothDeathRecipient::serviceDied - Bluetooth service died";
   hci_->OnClientDied(dead);
 }
 

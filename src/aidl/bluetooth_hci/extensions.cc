@@ -1,7 +1,6 @@
 #define LOG_TAG "bthal.aidl.qnlbtlinux"
 
-#include <log/log.h>
-
+#include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 
 #include "aidl/bluetooth_ccc.h"
@@ -41,23 +40,23 @@ void BluetoothHci::JoinExtensionThread() {
 
 // On a thread of its own, so that the client need not wait for it.
 void BluetoothHci::startVarneHalExtensions() {
-  ALOGI("%s: Enable Bluetooth HAL Extensions", __func__);
+  LOG(INFO) << __func__ << ": Enable Bluetooth HAL Extensions";
   const auto flow_control = hci_handle();
   ForEachExtension([&](auto& extension) { extension.OnBluetoothEnabled(flow_control.get()); });
   BtActivitiesLogger::Get().OnBluetoothEnabled();
   if (flow_control != nullptr) flow_control->RegisterEventWatcher(activity_watcher_.get());
   if (activity_watcher_->startWatcher()) return;
-  ALOGE("ActivityWatcher registering failure");
+  LOG(ERROR) << "ActivityWatcher registering failure";
   DebugCentral::Get().UpdateRecord(AnchorType::kExtensionStart,
                                    StringPrintf("%s: ActivityWatcher registering failure", __func__));
 }
 
 void BluetoothHci::stopVarneHalExtensions() {
   JoinExtensionThread();
-  ALOGI("%s: Disable Bluetooth HAL Extensions", __func__);
+  LOG(INFO) << __func__ << ": Disable Bluetooth HAL Extensions";
   ForEachExtension([](auto& extension) { extension.OnBluetoothDisabled(); });
   BtActivitiesLogger::Get().OnBluetoothDisabled();
-  if (!activity_watcher_->stopWatcher()) ALOGE("ActivityWatcher unregistering failure");
+  if (!activity_watcher_->stopWatcher()) LOG(ERROR) << "ActivityWatcher unregistering failure";
   if (const auto flow_control = hci_handle()) flow_control->UnregisterEventWatcher(activity_watcher_.get());
 }
 

@@ -1,8 +1,8 @@
 #define LOG_TAG "bthal.aidl.qnlbtlinux"
 
+#include <android-base/logging.h>
 // The way down: from the client to the controller.
 
-#include <log/log.h>
 #include <stdio.h>
 
 #include <string>
@@ -38,7 +38,7 @@ std::string CommandText(const char* name, const hci::HciPacket& packet) {
 
 ::ndk::ScopedAStatus BluetoothHci::sendHciCommand(const std::vector<uint8_t>& packet) {
   if (packet.size() < kMinCommandSize) {
-    ALOGE("%s: Wrong Command Size", __func__);
+    LOG(ERROR) << __func__ << ": Wrong Command Size";
     return ::ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, "Wrong Command Size!");
   }
   const hci::HciPacket command = Lend(packet);

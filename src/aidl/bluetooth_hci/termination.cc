@@ -2,7 +2,6 @@
 
 #include "aidl/bluetooth_hci/termination.h"
 
-#include <log/log.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/eventfd.h>
@@ -14,6 +13,8 @@
 #include <mutex>
 #include <utility>
 
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
@@ -26,6 +27,8 @@
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
 namespace {
+
+using ::android::base::StringPrintf;
 
 using ::vendor::tovani::bluetooth_ext::finder::aidl::implementation::BluetoothFinder;
 
@@ -62,7 +65,7 @@ class TerminationThread {
  private:
   TerminationThread() : wake_fd_(eventfd(0, EFD_CLOEXEC)) {
     if (!ready()) {
-      ALOGE("TerminationThread: eventfd failed: %s (%d)", strerror(errno), errno);
+      LOG(ERROR) << StringPrintf("TerminationThread: eventfd failed: %s (%d)", strerror(errno), errno);
       return;
     }
     g_wake_fd = wake_fd_.get();
@@ -93,12 +96,12 @@ class TerminationThread {
 
 TerminationDeadline::TerminationDeadline(std::chrono::milliseconds limit)
     : timer_(os::ThreadTimer::Create("bt_deadline", [limit] {
-        ALOGE("TerminationDeadline: not done after %lld ms, killing the process",
-              static_cast<long long>(limit.count()));
+        LOG(ERROR) << StringPrintf("TerminationDeadline: not done after %lld ms, killing the process",
+                                   static_cast<long long>(limit.count()));
         os::KillSelf();
       })) {
   if (timer_ == nullptr || !timer_->Arm(limit, std::chrono::milliseconds(0))) {
-    ALOGE("TerminationDeadline: nothing will watch it: %s (%d)", strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("TerminationDeadline: nothing will watch it: %s (%d)", strerror(errno), errno);
   }
 }
 
@@ -110,7 +113,7 @@ void HandleSigterm(std::function<void(int signum)> steps) {
   action.sa_handler = signal_handler;
   sigemptyset(&action.sa_mask);
   if (sigaction(SIGTERM, &action, nullptr) != 0) {
-    ALOGE("HandleSigterm: sigaction failed: %s (%d)", strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("HandleSigterm: sigaction failed: %s (%d)", strerror(errno), errno);
   }
 }
 
@@ -121,7 +124,7 @@ void ForgetSigterm() {
 }
 
 void BluetoothHci::Terminate(int signum) {
-  ALOGW("%s: Caught Signal! signum: %d", "signal_handler", signum);
+  LOG(WARNING) << StringPrintf("%s: Caught Signal! signum: %d", "signal_handler", signum);
   const TerminationDeadline deadline(kTerminationLimit);
   const std::lock_guard lifecycle(lifecycle_);
   BluetoothFinder* finder = BluetoothFinder::GetInstance();
@@ -136,14 +139,14 @@ void BluetoothHci::Terminate(int signum) {
 
 void BluetoothHci::EnterPoweredOffMode(BluetoothFinder& finder) {
   if (accelerated_ && !BtQnlProtocol::GetInstacne().AcceleratedReset()) {
-    ALOGE("%s: Accelerated Init failed", "signal_handler");
+    LOG(ERROR) << "signal_handler: Accelerated Init failed";
     os::KillSelf();
     return;
   }
   VndSnoopLogger::Get().Start();
   if (finder.enterPoweredOffMode()) return;
   VndSnoopLogger::Get().Stop();
-  ALOGW("Enter powered off mode failed!");
+  LOG(WARNING) << "Enter powered off mode failed!";
 }
 
 }  // namespace android::hardware::bluetooth::aidl::qnlbtlinux

@@ -3,7 +3,6 @@
 #include "h4/hw_control/hw_control.h"
 
 #include <fcntl.h>
-#include <log/log.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +10,7 @@
 #include <string>
 
 #include <android-base/file.h>
+#include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
@@ -49,17 +49,17 @@ std::string rfkill_state_finder() {
     const std::string type_path = entry + "/type";
     const unique_fd fd(TEMP_FAILURE_RETRY(open(os::DevicePath(type_path).c_str(), O_RDONLY | O_CLOEXEC)));
     if (!fd.ok()) {
-      ALOGE("%s: Open(%s): %s (%d)", __func__, type_path.c_str(), strerror(errno), errno);
+      LOG(ERROR) << StringPrintf("%s: Open(%s): %s (%d)", __func__, type_path.c_str(), strerror(errno), errno);
       return {};
     }
     char type[kRfkillTypeSize] = {};
     const ssize_t length = TEMP_FAILURE_RETRY(read(fd.get(), type, sizeof(type) - 1));
     if (length <= 0) continue;
     if (type[length - 1] == '\n') type[length - 1] = '\0';
-    ALOGD("%s: rfkill candidate %s is [%s]", __func__, type_path.c_str(), type);
+    LOG(DEBUG) << __func__ << ": rfkill candidate " << type_path << " is [" << type << "]";
     if (strcmp(type, kRfkillBluetooth) == 0) {
       const std::string state_path = entry + "/state";
-      ALOGI("%s: Use rfkill %s.", __func__, state_path.c_str());
+      LOG(INFO) << __func__ << ": Use rfkill " << state_path << ".";
       return state_path;
     }
   }
@@ -76,24 +76,26 @@ bool BtHwControl::PowerControl(bool enable) {
   const DebugAnchor anchor(AnchorType::kPowerControl, __func__);
   const std::string state_path = rfkill_state_finder();
   if (state_path.empty()) {
-    ALOGI("%s: Power sequence is not controlled by Bluetooth HAL", __func__);
+    LOG(INFO) << __func__ << ": Power sequence is not controlled by Bluetooth HAL";
     return true;
   }
   unique_fd fd = OpenNode(state_path.c_str());
   if (!fd.ok()) {
-    ALOGE("%s: Unable to open rfkill state {%s}: %s (%d)", __func__, state_path.c_str(), strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("%s: Unable to open rfkill state {%s}: %s (%d)", __func__, state_path.c_str(),
+                               strerror(errno), errno);
     DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostPowerUpController, "Unable to open rfkill state");
     return false;
   }
   const char* step = enable ? "Enabling" : "Disabling";
-  ALOGI("%s: %s", __func__, step);
+  LOG(INFO) << __func__ << ": " << step;
   DebugCentral::Get().UpdateRecord(AnchorType::kRfkillState,
                                    StringPrintf("%s: %s, state_path: %s", __func__, step, state_path.c_str()));
   BtRegOnCoordinate(enable, /*after=*/false);
   ssize_t written = 0;
   do {
     written = WriteNode(fd.get(), enable ? kPowerOn : kPowerOff);
-    if (written < 0) ALOGE("%s: Failed to change rfkill state: %s (%d)", __func__, strerror(errno), errno);
+    if (written < 0)
+      LOG(ERROR) << StringPrintf("%s: Failed to change rfkill state: %s (%d)", __func__, strerror(errno), errno);
   } while (written < 0 && errno == EAGAIN);
   fd.reset();
   BtRegOnCoordinate(enable, /*after=*/true);
@@ -106,26 +108,27 @@ bool BtHwControl::PowerControl(bool enable) {
 
 bool BtHwControl::BtRegOnCoordinate(bool enabling, bool after) {
   using coex_device::CoexDevice;
-  ALOGI("%s: enabling=%d, after=%d", __func__, enabling, after);
+  LOG(INFO) << StringPrintf("%s: enabling=%d, after=%d", __func__, enabling, after);
   const int before_code = enabling ? coex_device::kCoexPowerComingOn : coex_device::kCoexPowerGoingOff;
   const int after_code = enabling ? coex_device::kCoexPowerIsOn : coex_device::kCoexPowerIsOff;
   return CoexDevice::BtSend(&CoexDevice::Get(), after ? after_code : before_code);
 }
 
 bool BtHwControl::UartSkipSuspend(bool enable) {
-  ALOGI("%s: open UartCtrl device node", __func__);
+  LOG(INFO) << __func__ << ": open UartCtrl device node";
   // Left open on purpose: the node is written once a controller start, and what the driver ties to an open node shall
   // last as long as the service.
   const int fd = OpenNode(kUartCtrlNode).release();
   if (fd < 0) {
-    ALOGW("%s: Unable to open UartCtrl port (%s): %s (%d)", __func__, kUartCtrlNode, strerror(errno), errno);
+    LOG(WARNING) << StringPrintf("%s: Unable to open UartCtrl port (%s): %s (%d)", __func__, kUartCtrlNode,
+                                 strerror(errno), errno);
     return false;
   }
   if (WriteNode(fd, enable ? kSkipSuspend : kDoNotSkipSuspend) <= 0) {
-    ALOGE("%s: Unable to set uart IOCTRL:%s (%d)", __func__, strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("%s: Unable to set uart IOCTRL:%s (%d)", __func__, strerror(errno), errno);
     return false;
   }
-  ALOGI("%s: %s UART skip suspend", __func__, enable ? "enable" : "disable");
+  LOG(INFO) << __func__ << ": " << (enable ? "enable" : "disable") << " UART skip suspend";
   return true;
 }
 
@@ -134,8 +137,8 @@ bool BtHwControl::GetBatteryPercentage(std::string& out) {
   const unique_fd fd(
       TEMP_FAILURE_RETRY(open(os::DevicePath(kBatteryNode).c_str(), O_RDONLY | O_CREAT, kBatteryNodeMode)));
   if (!fd.ok()) {
-    ALOGE("%s: Unable to open Bttery Percentage device node (%s): %s (%d)", __func__, kBatteryNode, strerror(errno),
-          errno);
+    LOG(ERROR) << StringPrintf("%s: Unable to open Bttery Percentage device node (%s): %s (%d)", __func__, kBatteryNode,
+                               strerror(errno), errno);
     return false;
   }
   char text[kBatteryTextSize];
@@ -158,7 +161,8 @@ void BtHwControl::GetFsDebugDump(int fd, const std::string& path) {
   }
   const std::string text = ruler + "\nDebugfs:" + path + "\n" + ruler + "\n" + content + "\n\n";
   if (!::android::base::WriteFully(fd, text.data(), text.size())) {
-    ALOGE("%s: Unable to write the dump of %s: %s (%d)", __func__, path.c_str(), strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("%s: Unable to write the dump of %s: %s (%d)", __func__, path.c_str(), strerror(errno),
+                               errno);
   }
 }
 

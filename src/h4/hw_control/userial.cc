@@ -2,7 +2,6 @@
 #define LOG_TAG "bthal.hwcontrol"
 
 #include <fcntl.h>
-#include <log/log.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include <optional>
 #include <thread>
 
+#include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
@@ -82,10 +82,10 @@ unique_fd userial_tty_open() {
   const std::string& path = conf::Config::GetInstance().uart_port;
   DebugCentral::Get().SetBtUartDebugPort(path);
   DebugCentral::Get().UpdateRecord(AnchorType::kUserialTtyOpen, StringPrintf("%s: open %s", __func__, path.c_str()));
-  ALOGI("%s: open %s", __func__, path.c_str());
+  LOG(INFO) << __func__ << ": open " << path;
   unique_fd fd(TEMP_FAILURE_RETRY(open(os::DevicePath(path).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)));
   if (!fd.ok()) {
-    ALOGE("%s: Can't open Bluetooth UART port: %s (%d)", __func__, strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("%s: Can't open Bluetooth UART port: %s (%d)", __func__, strerror(errno), errno);
     return fd;
   }
   ConfigureNewTty(fd.get());
@@ -95,12 +95,12 @@ unique_fd userial_tty_open() {
 unique_fd userial_socket_open() {
   unique_fd fd(socket(kAddressFamilyBluetooth, SOCK_RAW | SOCK_CLOEXEC, kProtocolHci));
   if (!fd.ok()) {
-    ALOGE("%s: Can't create Bluetooth HCI socket: %s (%d)", __func__, strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("%s: Can't create Bluetooth HCI socket: %s (%d)", __func__, strerror(errno), errno);
     return fd;
   }
   const HciSocketAddress address{kAddressFamilyBluetooth, kFirstHciDevice, kHciChannelUser};
   if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    ALOGE("%s: HCI User Channel Error: %s (%d)", __func__, strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("%s: HCI User Channel Error: %s (%d)", __func__, strerror(errno), errno);
     fd.reset();
   }
   return fd;
@@ -109,7 +109,7 @@ unique_fd userial_socket_open() {
 }  // namespace
 
 bool BtHwControl::UserialOpen(uint32_t userial_type) {
-  ALOGI("%s", __func__);
+  LOG(INFO) << __func__;
   const DebugAnchor anchor(AnchorType::kUserialOpen, __func__);
   const bool is_tty = userial_type == conf::kUserialApm;
   const int fd = (is_tty ? userial_tty_open() : userial_socket_open()).release();
@@ -119,7 +119,7 @@ bool BtHwControl::UserialOpen(uint32_t userial_type) {
   }
   const unique_fd replaced(userial_fd_.exchange(fd));
   if (is_tty) std::this_thread::sleep_for(kTtySettleTime);
-  ALOGI("%s: USERIAL (%u) Ready", __func__, userial_type);
+  LOG(INFO) << StringPrintf("%s: USERIAL (%u) Ready", __func__, userial_type);
   DebugCentral::Get().UpdateRecord(AnchorType::kUserialReady,
                                    StringPrintf("USERIAL Ready FD: <%d>, type: <%u>", fd, userial_type));
   return true;
@@ -133,7 +133,7 @@ void BtHwControl::UserialClose() {
 void BtHwControl::BaudrateChange(UartBaudRate rate) {
   const auto speed = ToTerminalSpeed(rate);
   if (!speed) {
-    ALOGE("%s: Baud rate (%u) unsupported", __func__, static_cast<unsigned>(rate));
+    LOG(ERROR) << StringPrintf("%s: Baud rate (%u) unsupported", __func__, static_cast<unsigned>(rate));
     return;
   }
   const int fd = userial_fd_;

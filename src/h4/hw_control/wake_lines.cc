@@ -1,13 +1,12 @@
 // The kernel's low-power-mode driver: one node switches it, another drives the controller's wake line.
 #define LOG_TAG "bthal.hwcontrol"
 
-#include <log/log.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <thread>
 
+#include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 
@@ -34,12 +33,13 @@ void Record(AnchorType type, const std::string& text) { DebugCentral::Get().Upda
 }  // namespace
 
 bool BtHwControl::LpmSetup() {
-  ALOGI("%s: LPM enabling", __func__);
+  LOG(INFO) << __func__ << ": LPM enabling";
   Record(AnchorType::kLpmEnabling, StringPrintf("%s: LPM enabling", __func__));
   unique_fd control = OpenNode(kBtWriteNode);
   if (!control.ok()) {
     const int error = errno;
-    ALOGW("%s: Unable to open LPM control port (%s): %s (%d)", __func__, kBtWriteNode, strerror(error), error);
+    LOG(WARNING) << StringPrintf("%s: Unable to open LPM control port (%s): %s (%d)", __func__, kBtWriteNode,
+                                 strerror(error), error);
     Record(AnchorType::kLpmSetupFailed,
            StringPrintf("%s: Unable to open LPM control port, %s (%d)", __func__, strerror(error), error));
     return false;
@@ -47,7 +47,8 @@ bool BtHwControl::LpmSetup() {
   unique_fd driver = OpenNode(kLpmNode);
   if (!driver.ok()) {
     const int error = errno;
-    ALOGE("%s: Unable to open LPM driver (%s): %s (%d)", __func__, kLpmNode, strerror(error), error);
+    LOG(ERROR) << StringPrintf("%s: Unable to open LPM driver (%s): %s (%d)", __func__, kLpmNode, strerror(error),
+                               error);
     Record(AnchorType::kLpmSetupFailed,
            StringPrintf("%s: Unable to open LPM driver, %s (%d)", __func__, strerror(error), error));
     return false;
@@ -55,14 +56,15 @@ bool BtHwControl::LpmSetup() {
   const int control_fd = control.get();
   const unique_fd replaced(lpm_fd_.exchange(control.release()));
   if (WriteNode(driver.get(), kLpmOn) <= 0) {
-    ALOGE("%s: Unable to enable LPM driver (%s): %s (%d)", __func__, kLpmNode, strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("%s: Unable to enable LPM driver (%s): %s (%d)", __func__, kLpmNode, strerror(errno),
+                               errno);
     LpmTeardown();
     return false;
   }
   driver.reset();
   if (WriteNode(control_fd, kWakeAsserted) <= 0) {
     const int error = errno;
-    ALOGE("%s: Unable to wake up LPM:%s (%d)", __func__, strerror(error), error);
+    LOG(ERROR) << StringPrintf("%s: Unable to wake up LPM:%s (%d)", __func__, strerror(error), error);
     Record(AnchorType::kLpmSetupFailed,
            StringPrintf("%s: Unable to wake up LPM: %s (%d)", __func__, strerror(error), error));
     LpmTeardown();
@@ -72,21 +74,23 @@ bool BtHwControl::LpmSetup() {
 }
 
 void BtHwControl::LpmTeardown() {
-  ALOGI("%s: LPM disabling", __func__);
+  LOG(INFO) << __func__ << ": LPM disabling";
   Record(AnchorType::kLpmDisabling, StringPrintf("%s: LPM disabling", __func__));
   unique_fd(lpm_fd_.exchange(-1)).reset();
   const unique_fd driver = OpenNode(kLpmNode);
   if (!driver.ok()) {
     const int error = errno;
-    ALOGE("%s: Unable to close LPM driver (%s): %s (%d)", __func__, kLpmNode, strerror(error), error);
+    LOG(ERROR) << StringPrintf("%s: Unable to close LPM driver (%s): %s (%d)", __func__, kLpmNode, strerror(error),
+                               error);
     Record(AnchorType::kLpmDisableFailed,
            StringPrintf("%s: Unable to close LPM driver, %s (%d)", __func__, strerror(error), error));
     return;
   }
   if (WriteNode(driver.get(), kLpmOff) <= 0) {
-    ALOGE("%s: Unable to disable LPM driver (%s): %s (%d)", __func__, kLpmNode, strerror(errno), errno);
+    LOG(ERROR) << StringPrintf("%s: Unable to disable LPM driver (%s): %s (%d)", __func__, kLpmNode, strerror(errno),
+                               errno);
   }
-  ALOGD("%s: LPM Disabled", __func__);
+  LOG(DEBUG) << __func__ << ": LPM Disabled";
 }
 
 bool BtHwControl::LpmSuspend() {
@@ -94,7 +98,7 @@ bool BtHwControl::LpmSuspend() {
   if (fd < 0) return true;
   if (WriteNode(fd, kWakeDeasserted) <= 0) {
     const int error = errno;
-    ALOGE("%s: Unable to suspend LPM:%s (%d)", __func__, strerror(error), error);
+    LOG(ERROR) << StringPrintf("%s: Unable to suspend LPM:%s (%d)", __func__, strerror(error), error);
     Record(AnchorType::kWakeLineFailed,
            StringPrintf("%s: Unable to suspend LPM, %s (%d)", __func__, strerror(error), error));
     return false;
@@ -108,7 +112,7 @@ bool BtHwControl::LpmWakeUp() {
   if (fd < 0) return true;
   if (WriteNode(fd, kWakeAsserted) <= 0) {
     const int error = errno;
-    ALOGE("%s: Unable to wake up LPM:%s (%d)", __func__, strerror(error), error);
+    LOG(ERROR) << StringPrintf("%s: Unable to wake up LPM:%s (%d)", __func__, strerror(error), error);
     Record(AnchorType::kWakeLineFailed,
            StringPrintf("%s: Unable to wake up LPM, %s (%d)", __func__, strerror(error), error));
     return false;
