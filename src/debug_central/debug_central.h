@@ -64,6 +64,10 @@ class DebugCentral {
   // wait for the end. Returns only when a test has replaced both endings, and then the next report may begin.
   void ReportBqrError(BqrErrorCode code, const std::string& info);
 
+  // For a process that is about to end in another way: from now on reporters wait for that end. Waits for nothing; a
+  // report that is under way goes on. The caller's own reports are only logged.
+  void HoldReports();
+
   // True on a hardware stage whose old chip firmware is no longer supported: its errors are not worth a dump.
   bool hw_stage_firmware_no_longer_supported() const;
 

@@ -52,6 +52,10 @@ void DebugCentral::ReportBqrError(BqrErrorCode code, const std::string& info) {
   reporter_ = std::thread::id();
 }
 
+void DebugCentral::HoldReports() {
+  if (report_mutex_.try_lock()) reporter_ = std::this_thread::get_id();  // and never unlocked
+}
+
 void DebugCentral::RecordReport(BqrErrorCode code, const std::string& info) {
   UpdateRecord(AnchorType::kErrorReport, std::string_view{info}.substr(0, kMaxRecordedInfo));
   LOG(ERROR) << StringPrintf("%s: root inflamed event with error_code: (%d), error_info: %s", "ReportBqrError",

@@ -21,18 +21,20 @@ int AsyncFdWatcher::WatchFdForNonBlockingReads(int fd, const ReadCallback& callb
 // After a failure the run stays, without a thread, and counts as running: whoever was told -1 gives up and stops.
 int AsyncFdWatcher::TryStartThread() { return run_->OpenPipe() && run_->Start() ? 0 : -1; }
 
-void AsyncFdWatcher::StopWatchingFd(int fd) {
-  if (const auto run = CurrentRun()) run->Unwatch(fd);
+bool AsyncFdWatcher::StopWatchingFd(int fd, std::chrono::milliseconds patience) {
+  const auto run = CurrentRun();
+  return run == nullptr || run->Unwatch(fd, patience);
 }
 
-void AsyncFdWatcher::StopWatchingFileDescriptors() {
+bool AsyncFdWatcher::StopWatchingFileDescriptors(std::chrono::milliseconds patience) {
   const auto run = CurrentRun();
-  if (run == nullptr) return;
+  if (run == nullptr) return true;
   run->RequestStop();
-  if (Run::OfThisThread() == run.get()) return;
-  run->Join();
+  if (Run::OfThisThread() == run.get()) return true;
+  const bool ended = run->Join(patience);
   std::lock_guard lock(run_mutex_);
   if (run_ == run) run_.reset();
+  return ended;
 }
 
 void AsyncFdWatcher::ConfigureTimeout(std::chrono::milliseconds timeout, TimeoutCallback callback) {

@@ -18,6 +18,8 @@ using TimeoutCallback = std::function<void()>;
 // held.
 class AsyncFdWatcher {
  public:
+  static constexpr std::chrono::milliseconds kForever = std::chrono::hours(24 * 365);
+
   AsyncFdWatcher() = default;
   AsyncFdWatcher(const AsyncFdWatcher&) = delete;
   AsyncFdWatcher& operator=(const AsyncFdWatcher&) = delete;
@@ -31,13 +33,14 @@ class AsyncFdWatcher {
 
   // Forgets `fd`. When it returns, its callback does not run and will not run again (called on the watcher thread: will
   // not run again), so the descriptor may be closed. Only a callback that stopped its own run may still be on its way
-  // out.
-  void StopWatchingFd(int fd);
+  // out, and one that has not returned for `patience`: false tells of the latter.
+  bool StopWatchingFd(int fd, std::chrono::milliseconds patience = kForever);
 
   // Ends the current run and forgets its watches. Returns after the thread has ended; called on the watcher thread
   // itself it marks the run and returns at once, and the thread ends when the callback returns. A second stop waits for
-  // the first. Stopping twice is harmless.
-  void StopWatchingFileDescriptors();
+  // the first. Stopping twice is harmless. A thread whose callback has not returned for `patience` is left to end by
+  // itself: false tells of it.
+  bool StopWatchingFileDescriptors(std::chrono::milliseconds patience = kForever);
 
   // Sets the select timeout (0 or less: none) and what is called when it passes. For the next run only.
   void ConfigureTimeout(std::chrono::milliseconds timeout, TimeoutCallback callback);

@@ -68,13 +68,13 @@ void AsyncFdWatcher::Run::Watch(int fd, const ReadCallback& callback) {
   WakeLocked();
 }
 
-void AsyncFdWatcher::Run::Unwatch(int fd) {
+bool AsyncFdWatcher::Run::Unwatch(int fd, std::chrono::milliseconds patience) {
   std::unique_lock lock(internal_mutex_);
   watched_fds_.erase(fd);
   WakeLocked();
   changed_.notify_all();
-  if (OfThisThread() == this) return;
-  changed_.wait(lock, [&] { return executing_ == nullptr || executing_->fd != fd; });
+  if (OfThisThread() == this) return true;
+  return changed_.wait_for(lock, patience, [&] { return executing_ == nullptr || executing_->fd != fd; });
 }
 
 void AsyncFdWatcher::Run::RequestStop() {
@@ -84,9 +84,15 @@ void AsyncFdWatcher::Run::RequestStop() {
   changed_.notify_all();
 }
 
-void AsyncFdWatcher::Run::Join() {
-  std::lock_guard lock(join_mutex_);
-  if (thread_.joinable()) thread_.join();
+bool AsyncFdWatcher::Run::Join(std::chrono::milliseconds patience) {
+  std::lock_guard joining(join_mutex_);
+  if (!thread_.joinable()) return true;
+  {
+    std::unique_lock lock(internal_mutex_);
+    if (!changed_.wait_for(lock, patience, [this] { return ended_; })) return false;
+  }
+  thread_.join();
+  return true;
 }
 
 bool AsyncFdWatcher::Run::Wait(std::chrono::milliseconds duration) {
@@ -183,6 +189,8 @@ void AsyncFdWatcher::Run::End() {
   timeout_cb.swap(timeout_cb_);
   notification_listen_fd_.reset();
   notification_write_fd_.reset();
+  ended_ = true;
+  changed_.notify_all();
 }
 
 }  // namespace android::hardware::bluetooth::async

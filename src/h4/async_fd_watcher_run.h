@@ -33,11 +33,12 @@ class AsyncFdWatcher::Run : public std::enable_shared_from_this<Run> {
   bool Start();
 
   void Watch(int fd, const ReadCallback& callback);
-  // Waits for a running callback of `fd`, unless called on the run's own thread.
-  void Unwatch(int fd);
+  // Waits for a running callback of `fd`, unless called on the run's own thread. False if it has not returned for
+  // `patience`.
+  bool Unwatch(int fd, std::chrono::milliseconds patience);
   void RequestStop();
-  // Waits for the thread's end; any number of threads may.
-  void Join();
+  // Waits for the thread's end; any number of threads may. False if it has not come for `patience`.
+  bool Join(std::chrono::milliseconds patience);
   bool Wait(std::chrono::milliseconds duration);
 
   bool running() const { return running_; }
@@ -76,6 +77,7 @@ class AsyncFdWatcher::Run : public std::enable_shared_from_this<Run> {
   TimeoutCallback timeout_cb_;
   std::map<int, WatchedPtr> watched_fds_;
   const Watched* executing_ = nullptr;  // whose callback runs right now
+  bool ended_ = false;                  // the thread has nothing left to do but return
   ::android::base::unique_fd notification_listen_fd_;
   ::android::base::unique_fd notification_write_fd_;
 

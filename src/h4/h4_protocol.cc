@@ -59,15 +59,19 @@ H4Protocol::H4Protocol(int uart_fd, Consumers consumers, H4Owner owner)
     : uart_fd_(uart_fd),
       consumers_(std::move(consumers)),
       owner_(std::move(owner)),
+      watchdog_([catch_exception = owner_.catch_exception](const std::string& what) {
+        if (catch_exception) catch_exception(BqrErrorCode::kHosHcitH4TxError, "Host HCI H4 TX Error: " + what);
+      }),
       hci_packetizer_([this] { OnPacketReady(); }) {}
 
 size_t H4Protocol::Send(uint8_t type, const uint8_t* data, size_t length) {
   if (length == std::numeric_limits<size_t>::max()) return 0;
+  WriteWatchdog::Write watched(watchdog_, type, data, length);
   const size_t total = length + 1;
   std::array<iovec, 2> entries = {iovec{&type, sizeof(type)}, iovec{const_cast<uint8_t*>(data), length}};
   iovec* first = entries.data();
   size_t written = 0;
-  while (true) {
+  while (!giving_up_) {
     const ssize_t result = writev(uart_fd_, first, static_cast<int>(entries.data() + entries.size() - first));
     // A full port is written to again at once, for as long as it takes: the controller's flow control decides.
     if (result < 0 && (errno == EINTR || errno == EAGAIN)) continue;
@@ -84,6 +88,7 @@ size_t H4Protocol::Send(uint8_t type, const uint8_t* data, size_t length) {
     }
     written += result;
     if (written == total) return written;
+    watched.Progress(written);
     constexpr char kFormat[] = "%s: %d/%d bytes written - retrying remaining %d bytes";
     const int done = static_cast<int>(written);
     const int whole = static_cast<int>(total);
@@ -91,6 +96,12 @@ size_t H4Protocol::Send(uint8_t type, const uint8_t* data, size_t length) {
     RecordTransmitAnchor(kFormat, __func__, done, whole, whole - done);
     AdvancePast(result, entries, first);
   }
+  return written;
+}
+
+void H4Protocol::GiveUpWriting() {
+  giving_up_ = true;
+  watchdog_.InterruptWrite();
 }
 
 void H4Protocol::OnDataReady(int fd) {

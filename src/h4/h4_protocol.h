@@ -1,6 +1,7 @@
 // Frames HCI packets onto the UART and parses the controller's byte stream back into packets.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -8,6 +9,7 @@
 
 #include "debug_central/debug_central.h"
 #include "h4/h4_packetizer.h"
+#include "h4/write_watchdog.h"
 #include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::hci {
@@ -31,8 +33,13 @@ class H4Protocol {
   H4Protocol& operator=(const H4Protocol&) = delete;
 
   // Writes the type byte and `length` bytes of `data` with one writev, repeated for what a short write left over.
-  // Returns the bytes written, type byte included: length + 1, or fewer after a write error (logged and recorded).
+  // Returns the bytes written, type byte included: length + 1, or fewer after a write error (logged and recorded). A
+  // write that makes no progress for five seconds is reported to the owner, as kind 0x84, while it goes on.
   size_t Send(uint8_t type, const uint8_t* data, size_t length);
+
+  // The line is being taken away: the write in progress is interrupted, and what is left of it given up. To be repeated
+  // until no Send is left inside. Any thread.
+  void GiveUpWriting();
 
   // Reads once from `fd` and dispatches what arrived. A read error on an initialised transport ends the process; end of
   // file and errors during set-up are logged and waited out for five seconds, or until the watcher is stopped.
@@ -51,6 +58,8 @@ class H4Protocol {
   int uart_fd_;
   Consumers consumers_;
   H4Owner owner_;
+  std::atomic<bool> giving_up_{false};
+  WriteWatchdog watchdog_;
   HciPacketType hci_packet_type_ = HciPacketType::kUnknown;
   HciPacketizer hci_packetizer_;
 };

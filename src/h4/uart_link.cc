@@ -33,6 +33,10 @@ void DiscardOutput(int fd) {
   tcflow(fd, TCOON);
 }
 
+void LogConsumerThatDoesNotReturn(const char* operation) {
+  LOG(WARNING) << operation << ": a received packet is still being delivered, going on without the receive thread";
+}
+
 }  // namespace
 
 struct UartLink::Line {
@@ -76,7 +80,7 @@ bool UartLink::Watch(const std::weak_ptr<const void>& receiver) {
   return false;
 }
 
-void UartLink::Detach() {
+void UartLink::Detach(std::chrono::milliseconds patience) {
   std::shared_ptr<Line> line;
   {
     const std::lock_guard lock(mutex_);
@@ -84,13 +88,27 @@ void UartLink::Detach() {
   }
   if (line == nullptr) return;
   while (line->senders != 0) {
+    line->h4.GiveUpWriting();
     DiscardOutput(line->fd);
     std::this_thread::sleep_for(kSenderPollInterval);
   }
-  Watcher().StopWatchingFd(line->fd);
+  if (!Watcher().StopWatchingFd(line->fd, patience)) LogConsumerThatDoesNotReturn(__func__);
 }
 
-void UartLink::StopReceiving() { Watcher().StopWatchingFileDescriptors(); }
+void UartLink::StopReceiving(std::chrono::milliseconds patience) {
+  if (!Watcher().StopWatchingFileDescriptors(patience)) LogConsumerThatDoesNotReturn(__func__);
+}
+
+bool UartLink::WaitForSenders(std::chrono::milliseconds patience) const {
+  const std::shared_ptr<Line> line = CurrentLine();
+  if (line == nullptr) return true;
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (line->senders != 0) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(kSenderPollInterval);
+  }
+  return true;
+}
 
 size_t UartLink::Send(uint8_t type, const uint8_t* data, size_t length) {
   std::shared_ptr<Line> line;

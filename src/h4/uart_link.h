@@ -1,6 +1,7 @@
 // The UART's line: framing and reading over the open port, and who may still stand on it when it is taken away.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -25,14 +26,21 @@ class UartLink {
   // the descriptor cannot be watched.
   bool Watch(const std::weak_ptr<const void>& receiver);
 
+  // How long a consumer that does not return is waited for where the line is taken away.
+  static constexpr std::chrono::milliseconds kConsumerPatience{1000};
+
   // Takes the H4Protocol away: no Send reaches it any more, and those inside it have left when this returns; what they
   // had not written yet is discarded, the controller being about to lose its power. The receive thread does not read
-  // for it any more either, but may still walk through what it has read when it is the caller itself. Harmless when
-  // nothing is attached.
-  void Detach();
+  // for it any more either, but may still walk through what it has read: when it is the caller itself, or a consumer
+  // has not returned for `patience`. Harmless when nothing is attached.
+  void Detach(std::chrono::milliseconds patience = kConsumerPatience);
 
-  // Ends the receive thread (or marks it to end, when called on it).
-  void StopReceiving();
+  // Ends the receive thread, or marks it to end when called on it. One whose consumer does not return for `patience` is
+  // left to end by itself.
+  void StopReceiving(std::chrono::milliseconds patience = kConsumerPatience);
+
+  // Waits until no Send is inside; false if one still is after `patience`.
+  bool WaitForSenders(std::chrono::milliseconds patience) const;
 
   // Returns the bytes written, 0 when nothing is attached.
   size_t Send(uint8_t type, const uint8_t* data, size_t length);

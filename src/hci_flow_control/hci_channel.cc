@@ -49,9 +49,9 @@ HciFlowControl* InitializeHciHandle(const Consumers& consumers, std::function<vo
   return flow.get();
 }
 
-void Deinitialize() {
+void Deinitialize(std::chrono::milliseconds patience) {
   LOG(INFO) << __func__;
-  shim::TakeLineAway();
+  shim::TakeLineAway(patience);
   std::shared_ptr<HciFlowControl> flow;
   {
     const std::lock_guard lock(GetChannel().mutex);

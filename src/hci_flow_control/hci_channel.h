@@ -2,10 +2,12 @@
 // all that the components above need to talk to the controller.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 
 #include "debug_central/debug_central.h"
+#include "h4/uart_link.h"
 #include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::hci {
@@ -20,9 +22,9 @@ namespace channel {
 // the receive thread.
 HciFlowControl* InitializeHciHandle(const Consumers& consumers, std::function<void()> on_exception = nullptr);
 
-// Halts and lets go of the flow control, stops the receive thread and powers the controller down. Harmless when nothing
-// is open. May be called on the receive thread.
-void Deinitialize();
+// Takes the line away (see shim::TakeLineAway), halts and lets go of the flow control and powers the controller down.
+// Harmless when nothing is open. May be called on the receive thread.
+void Deinitialize(std::chrono::milliseconds patience = UartLink::kConsumerPatience);
 
 // Power-cycles the controller under the open channel: the new descriptor comes under the flow control, and what was
 // outstanding is forgotten. False when the controller is left off.

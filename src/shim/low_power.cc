@@ -147,6 +147,7 @@ void LowPowerLink::LpmWakeUp() {
   if (!IsLpmRunning()) return;
   Lpm& lpm = State();
   const std::lock_guard lock(lpm.mutex);
+  if (!IsLpmRunning()) return;  // torn down while this waited: nobody would let go of the wake lock
   lpm.activity = true;
   ++lpm.wake_count;
   if (lpm.awake) return;
@@ -167,6 +168,10 @@ void LowPowerLink::LpmWakeUpTimeout(sigval value) {
   Lpm& lpm = State();
   const std::lock_guard lock(lpm.mutex);
   if (lpm.timer == nullptr || lpm.timer_generation != value.sival_int || !lpm.awake) return;
+  if (transmissions_ != 0) {
+    lpm.activity = true;
+    return;
+  }
 
   if (!lpm.activity) {
     Record(AnchorType::kLpmWakeTimeout, "LpmWakeUpTimeout");

@@ -3,6 +3,7 @@
 
 #include <signal.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -27,6 +28,18 @@ class LowPowerLink {
  public:
   static LowPowerLink& Get();
 
+  // Keeps the link awake for the length of one transmission, however long it takes.
+  class Transmission {
+   public:
+    Transmission() {
+      ++Get().transmissions_;
+      Get().LpmWakeUp();
+    }
+    Transmission(const Transmission&) = delete;
+    Transmission& operator=(const Transmission&) = delete;
+    ~Transmission() { --Get().transmissions_; }
+  };
+
   // Opens the driver and makes the timer. False, with nothing left behind, where one of them cannot be had. The
   // controller's own sleep mode is the caller's to set.
   bool lpm_setup();
@@ -39,6 +52,8 @@ class LowPowerLink {
 
  private:
   LowPowerLink() = default;
+
+  std::atomic<int> transmissions_{0};
 };
 
 }  // namespace android::hardware::bluetooth::hci::shim

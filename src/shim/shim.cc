@@ -86,21 +86,25 @@ bool Reconnect(const std::weak_ptr<const void>& receiver) {
   return UartLink::Get().Watch(receiver);
 }
 
-void TakeLineAway() {
+void TakeLineAway(std::chrono::milliseconds patience) {
   if (!IsUartPath()) return;
   // First the senders: one that is stuck in a write holds the lock that the receive thread waits for.
-  UartLink::Get().Detach();
-  UartLink::Get().StopReceiving();
+  UartLink::Get().Detach(patience);
+  UartLink::Get().StopReceiving(patience);
+}
+
+bool WaitForSenders(std::chrono::milliseconds patience) {
+  return !IsUartPath() || UartLink::Get().WaitForSenders(patience);
 }
 
 size_t Send(uint8_t type, const uint8_t* data, size_t length, bool ack_required) {
-  LowPowerLink::Get().LpmWakeUp();
+  const LowPowerLink::Transmission awake;
   if (IsUartPath()) return UartLink::Get().Send(type, data, length);
   return UsfHelper::Get().SendHciToUsf(type, data, length, ack_required);
 }
 
 size_t SendBatch(const uint8_t* data, size_t length, bool ack_required) {
-  LowPowerLink::Get().LpmWakeUp();
+  const LowPowerLink::Transmission awake;
   if (IsUartPath()) {
     LOG(ERROR) << "SendBatch unsupported without AOC passthrough";
     return 0;

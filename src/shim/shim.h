@@ -4,6 +4,7 @@
 // thread.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -11,6 +12,7 @@
 
 #include "h4/h4_protocol.h"
 #include "h4/hw_control/uart_baud_rate.h"
+#include "h4/uart_link.h"
 #include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::hci::shim {
@@ -32,8 +34,11 @@ bool StartReceiving(const std::weak_ptr<const void>& receiver);
 // Puts the last consumers on the path that has been opened anew, and reads for them.
 bool Reconnect(const std::weak_ptr<const void>& receiver);
 // Lets senders go, what they had not written yet being discarded, and ends the receive thread (or marks it to end, when
-// called on it).
-void TakeLineAway();
+// called on it; one whose consumer does not return for `patience` is left to end by itself). The first step of every
+// teardown: whoever waits behind a sender that is stuck goes on.
+void TakeLineAway(std::chrono::milliseconds patience = UartLink::kConsumerPatience);
+// Waits until nobody is writing; false if somebody still is after `patience`.
+bool WaitForSenders(std::chrono::milliseconds patience);
 
 // Wakes the link and writes one packet. Returns the bytes written, type byte included, 0 without a path.
 size_t Send(uint8_t type, const uint8_t* data, size_t length, bool ack_required);

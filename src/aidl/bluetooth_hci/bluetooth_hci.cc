@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -38,9 +40,17 @@ using ::vendor::tovani::bluetooth_ext::finder::aidl::implementation::BluetoothFi
 
 constexpr int32_t kErrorInvalid = -22;
 constexpr std::chrono::seconds kSelfKillDelay{1};
+// How long the refused caller's own call waits for what it is told: no longer than the process lives.
+constexpr std::chrono::milliseconds kRefusalPatience{200};
 
 bool IsAlive(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
   return cb != nullptr && AIBinder_isAlive(cb->asBinder().get());
+}
+
+// A caller that has died while it waited is nobody: neither a client nor a second one.
+::ndk::ScopedAStatus IgnoreDeadCaller() {
+  LOG(WARNING) << "initialize_impl: the caller has died meanwhile, nothing to initialize";
+  return ::ndk::ScopedAStatus::ok();
 }
 
 }  // namespace
@@ -93,12 +103,18 @@ BluetoothHci::~BluetoothHci() {
     turn.unlock();
     return RefuseSecondClient(cb);
   }
+  if (!IsAlive(cb)) return IgnoreDeadCaller();
   EndDeadSession();
   OpenSession(cb);
   const uint64_t session = session_;
   if (!PrepareController(turn)) return ::ndk::ScopedAStatus::ok();
+  if (!IsAlive(cb)) {
+    AbandonDeadCaller(std::move(turn));
+    return IgnoreDeadCaller();
+  }
   WatchClient(cb);
   if (const auto flow_control = hci_handle()) hci::ApplyProvisionBDAddress(flow_control.get());
+  serving_ = true;
   if (!TellClient(turn, cb, Status::SUCCESS)) {
     LOG(ERROR) << "VendorInterface -> Unable to call initializationComplete(ERR)";
     DebugCentral::Get().UpdateRecord(AnchorType::kCallbackFailed,
@@ -112,11 +128,18 @@ BluetoothHci::~BluetoothHci() {
 
 // Two stacks in one device are a fault that only a fresh start of both sides mends.
 ::ndk::ScopedAStatus BluetoothHci::RefuseSecondClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
+  if (!IsAlive(cb)) return IgnoreDeadCaller();
   LOG(ERROR) << "initialize_impl: already initialized, don't allow multiple clients to initialize the HAL";
-  cb->initializationComplete(Status::ALREADY_INITIALIZED);
+  // On a thread of its own: a client that does not return from this call delays nothing.
+  const auto told = std::make_shared<std::promise<void>>();
+  os::Thread::StartOrDie("bt_refuse", [cb, told] {
+    cb->initializationComplete(Status::ALREADY_INITIALIZED);
+    told->set_value();
+  }).detach();
   LOG(ERROR) << "initialize_impl: make hal crash for recovering caller's abnormal behavior!";
   static std::atomic<bool> dying{false};
   if (!dying.exchange(true)) os::Thread::StartOrDie("bt_self_kill", thread_perform_self_kill).detach();
+  told->get_future().wait_for(kRefusalPatience);
   return ::ndk::ScopedAStatus::ok();
 }
 
@@ -132,10 +155,20 @@ void BluetoothHci::thread_perform_self_kill() {
 void BluetoothHci::EndDeadSession() {
   if (session_client_ == nullptr) return;
   death_recipient_->ForestallDeath(session_client_);
+  serving_ = false;
   DisconnectClient();
   session_client_ = nullptr;
+  hci::shim::TakeLineAway();
   stopVarneHalExtensions();
   perform_close();
+}
+
+// The controller is up, but nobody is left to have it. With accelerated Bluetooth-on it is brought up anew for the
+// next.
+void BluetoothHci::AbandonDeadCaller(Turn turn) {
+  EndDeadSession();
+  if (!conf::Config::GetInstance().IsAcceleratedBtOnSupported()) return;
+  StartInitThread(std::move(turn), [this](Turn& init_turn) { thread_perform_init(init_turn); });
 }
 
 void BluetoothHci::OpenSession(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
@@ -203,8 +236,10 @@ bool BluetoothHci::TellClient(Turn& turn, const std::shared_ptr<IBluetoothHciCal
   LOG(INFO) << "BluetoothHci::close()";
   if (!unlink_cb_) LOG(FATAL) << "BluetoothHci::close() called before any initialize() succeeded";
   unlink_cb_(*death_recipient_);
+  serving_ = false;
   ++session_;
   session_client_ = nullptr;
+  FreeTheLine();
   stopVarneHalExtensions();
   if (thread_dispatcher_enabled_) {
     LOG(INFO) << "stopThreadDispatcher: [bthal.thread_dispatcher] Disabling Thread Dispatcher.";
@@ -241,7 +276,7 @@ void BluetoothHci::FinishClose() {
 }
 
 void BluetoothHci::OnClientDied(const std::shared_ptr<IBluetoothHciCallbacks>& dead) {
-  DisconnectClient(dead);
+  if (DisconnectClient(dead)) serving_ = false;
   const std::string shutdown = ::android::base::GetProperty("sys.shutdown.requested", "");
   LOG(ERROR) << "BluetoothDeathRecipient::serviceDied - shutdown = " << shutdown;
   if (!shutdown.empty()) {
@@ -256,6 +291,7 @@ void BluetoothHci::OnClientDied(const std::shared_ptr<IBluetoothHciCallbacks>& d
   }
   ++session_;
   session_client_ = nullptr;
+  hci::shim::TakeLineAway();
   stopVarneHalExtensions();
   perform_close();
   // Asked anew: the fallback to the direct UART switches accelerated Bluetooth-on off for good.

@@ -4,6 +4,7 @@
 #include <aidl/android/hardware/bluetooth/BnBluetoothHci.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -46,7 +47,8 @@ class BluetoothHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci
   // error -22 for null callbacks. A second living client gets ALREADY_INITIALIZED, and the process ends a second later.
   ::ndk::ScopedAStatus initialize(const std::shared_ptr<IBluetoothHciCallbacks>& callbacks) override;
 
-  // EX_ILLEGAL_ARGUMENT for fewer than two bytes. Without an open transport a packet is dropped, and that is Ok.
+  // EX_ILLEGAL_ARGUMENT for fewer than two bytes. While no client is initialised, or no transport open, a packet is
+  // dropped and counted, and that is Ok: whoever has no session cannot disturb a bring-up.
   ::ndk::ScopedAStatus sendHciCommand(const std::vector<uint8_t>& packet) override;
   ::ndk::ScopedAStatus sendAclData(const std::vector<uint8_t>& packet) override;
   ::ndk::ScopedAStatus sendScoData(const std::vector<uint8_t>& packet) override;
@@ -70,6 +72,7 @@ class BluetoothHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci
   ::ndk::ScopedAStatus RefuseSecondClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb);
   static void thread_perform_self_kill();
   void EndDeadSession();
+  void AbandonDeadCaller(Turn turn);
   void OpenSession(const std::shared_ptr<IBluetoothHciCallbacks>& cb);
   bool PrepareController(Turn& turn);
   void WatchClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb);
@@ -91,7 +94,9 @@ class BluetoothHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci
   void setup_signal_handler();
   bool open_coex_dev();
   void resetBtCallback();
-  void closeHci();
+  void FreeTheLine();
+  // A client that does not return from a callback is waited for no longer than `patience`.
+  void closeHci(std::chrono::milliseconds patience);
   void perform_close();
   void StopThreadDispatcher();
 
@@ -115,6 +120,9 @@ class BluetoothHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci
 
   mutable std::mutex handle_mutex_;
   hci::HciHandle hci_handle_;
+
+  std::atomic<bool> serving_{false};  // a client has been initialised and has neither closed nor died
+  std::atomic<uint64_t> dropped_packets_{0};
 
   LifecycleLock lifecycle_;
   // What follows is guarded by lifecycle_.

@@ -1,5 +1,6 @@
 #define LOG_TAG "bthal.aidl.qnlbtlinux"
 
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -20,6 +21,7 @@
 #include "hci_flow_control/debug_monitor.h"
 #include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
+#include "shim/shim.h"
 #include "thread/thread_dispatcher.h"
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
@@ -35,6 +37,19 @@ constexpr int kCoexOpenAttempts = 30;
 constexpr std::chrono::milliseconds kCoexOpenPause{100};
 // Nobody waits for the end of this one; it is only never to hang.
 constexpr std::chrono::seconds kBigHammerLimit{10};
+constexpr std::chrono::milliseconds kAtOnce{0};
+constexpr std::chrono::milliseconds kClientPatience{1000};
+// What a packet under way gets at the close of a controller that stays up; as much as a command gets for its answer.
+constexpr std::chrono::seconds kSenderPatience{2};
+
+// Counts the channels: what a receive thread of an earlier one still delivers is nobody's.
+std::atomic<uint64_t> g_channel{0};
+
+hci::HciPacketCallback OfChannel(uint64_t channel, void (*callback)(const hci::HciPacket&)) {
+  return [channel, callback](const hci::HciPacket& packet) {
+    if (channel == g_channel) callback(packet);
+  };
+}
 
 ::ndk::ScopedAStatus InitFailed() { return ::ndk::ScopedAStatus::fromServiceSpecificError(kErrorInvalid); }
 
@@ -130,10 +145,11 @@ hci::HciFlowControl* BluetoothHci::OpenChannel() {
       ThreadCallback(packet, dispatcher.get());
     };
   }
-  const hci::Consumers consumers{.event_cb = EventCallback,
-                                 .acl_cb = AclCallback,
-                                 .sco_cb = ScoCallback,
-                                 .iso_cb = IsoCallback,
+  const uint64_t channel = ++g_channel;
+  const hci::Consumers consumers{.event_cb = OfChannel(channel, EventCallback),
+                                 .acl_cb = OfChannel(channel, AclCallback),
+                                 .sco_cb = OfChannel(channel, ScoCallback),
+                                 .iso_cb = OfChannel(channel, IsoCallback),
                                  .thread_cb = std::move(thread_cb)};
   return hci::channel::InitializeHciHandle(consumers, [] { BtQnlProtocol::GetInstacne().Shutdown(); });
 }
@@ -192,17 +208,26 @@ void BluetoothHci::resetBtCallback() {
     LOG(WARNING) << __func__ << ": the HAL is being opened or closed, left as it is";
     return;
   }
-  closeHci();
+  closeHci(kAtOnce);
 }
 
-void BluetoothHci::closeHci() {
+// Whatever follows at a close may wait for a sender, and so never ends behind one whose bytes the controller does not
+// take.
+void BluetoothHci::FreeTheLine() {
+  const bool stays_open = accelerated_ && hci::shim::IsUserialReady();
+  if (stays_open && hci::shim::WaitForSenders(kSenderPatience)) return;
+  hci::shim::TakeLineAway();
+}
+
+void BluetoothHci::closeHci(std::chrono::milliseconds patience) {
   LOG(INFO) << __func__;
+  hci::shim::TakeLineAway(patience);
   BtQnlProtocol::GetInstacne().Shutdown();
   DebugMonitor::Get().StopMonitor();
   BtActivitiesLogger::Get().StopLogging();
   BtBqrEnergyRecoder::Get().StopLogging();
   StopThreadDispatcher();
-  hci::channel::Deinitialize();
+  hci::channel::Deinitialize(patience);
   LOG(INFO) << __func__ << ": hci_handle_ = nullptr";
   set_hci_handle(nullptr);
   thread_dispatcher_.reset();
@@ -211,7 +236,7 @@ void BluetoothHci::closeHci() {
 void BluetoothHci::perform_close() {
   DebugCentral::Get().UpdateRecord(AnchorType::kPerformClose, __func__);
   LOG(INFO) << __func__;
-  closeHci();
+  closeHci(kClientPatience);
   CoexDevice::Get().DeviceClose();
 }
 

@@ -74,8 +74,11 @@ std::string CommandText(const char* name, const hci::HciPacket& packet) {
 }
 
 void BluetoothHci::sendDataToController(uint8_t type, const hci::HciPacket& packet) {
-  const auto flow_control = hci_handle();
-  if (flow_control == nullptr) return;
+  const auto flow_control = serving_ ? hci_handle() : nullptr;
+  if (flow_control == nullptr) {
+    ++dropped_packets_;
+    return;
+  }
   // The request for the controller's debug information must also pass when the controller answers nothing any more.
   if (type == command_type_ && DebugCentral::Get().IsControllerDebugDumpOpcode(packet)) {
     flow_control->SendNoAck(type, packet.data(), packet.size());

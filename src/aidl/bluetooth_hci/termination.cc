@@ -20,6 +20,7 @@
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "aidl/bluetooth_pof.h"
 #include "btqnl_protocol/btqnl_protocol.h"
+#include "debug_central/debug_central.h"
 #include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
 #include "os/thread.h"
@@ -126,14 +127,18 @@ void ForgetSigterm() {
 void BluetoothHci::Terminate(int signum) {
   LOG(WARNING) << StringPrintf("%s: Caught Signal! signum: %d", "signal_handler", signum);
   const TerminationDeadline deadline(kTerminationLimit);
-  const std::lock_guard lifecycle(lifecycle_);
   BluetoothFinder* finder = BluetoothFinder::GetInstance();
   if (finder != nullptr && finder->IsPoweredOffModeEnabled()) {
+    const std::lock_guard lifecycle(lifecycle_);
     EnterPoweredOffMode(*finder);
     return;
   }
+  // Whoever has the turn may be waiting for a controller that does not answer. It is not waited for: what it waits for
+  // fails under it now, and what it would report of that is not the end that this process has.
+  const Turn turn(lifecycle_, std::try_to_lock);
+  DebugCentral::Get().HoldReports();
   BtQnlProtocol::GetInstacne().Shutdown();
-  hci::channel::Deinitialize();
+  hci::channel::Deinitialize(std::chrono::milliseconds(0));
   os::KillSelf();
 }
 

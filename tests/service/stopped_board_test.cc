@@ -1,0 +1,158 @@
+// A controller that takes no more bytes: the board's process is stopped, so that its side of the line fills up, while
+// the real service and a client go on.
+#include <android/binder_process.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdio.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <android-base/file.h>
+#include <android-base/properties.h>
+#include <gmock/gmock.h>
+
+#include "bthal/run/process.h"
+#include "support/hal_client.h"
+#include "support/service_harness.h"
+#include "support/temp_root.h"
+#include "support/wait_for.h"
+
+namespace bthal::test {
+namespace {
+
+using ::aidl::android::hardware::bluetooth::IBluetoothHci;
+using ::aidl::android::hardware::bluetooth::Status;
+using ::testing::HasSubstr;
+
+const Bytes kReset = {0x03, 0x0C, 0x00};
+const Bytes kResetDone = {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
+// More than the line's buffers hold, in packets of 1 KiB.
+constexpr size_t kFlood = 400;
+
+Bytes AclPacket() {
+  Bytes packet(4 + 1024, 0x55);
+  packet[0] = 0x40;
+  packet[1] = 0x00;
+  packet[2] = 0x00;
+  packet[3] = 0x04;
+  return packet;
+}
+
+class StuckWriteTest : public ::testing::Test {
+ protected:
+  void Start(bool accelerated) {
+    ::android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", accelerated ? "false" : "true");
+    std::string error;
+    board_ = tool::Child::Spawn({.arguments = {BTHAL_PROGRAM, "board", "--root", root_.path()},
+                                 .environment = {},
+                                 .standard_output = null_.get()},
+                                &error);
+    ASSERT_TRUE(board_.running()) << error;
+    ASSERT_TRUE(WaitFor([&] { return access(root_.Below("/dev/ttySAC16").c_str(), F_OK) == 0; }));
+    StartService();
+  }
+
+  void StartService() {
+    service_ = std::make_unique<ServiceProcess>(SERVICE_PROGRAM, root_.path(), "info");
+    ASSERT_TRUE(service_->WaitUntilPublished());
+    ABinderProcess_startThreadPool();
+    hal_ = FindService<IBluetoothHci>();
+    client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
+    ASSERT_TRUE(hal_->initialize(client_).isOk());
+    ASSERT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+  }
+
+  // From here on the controller takes nothing, and a sender is stuck, or will be.
+  void StallASender() {
+    board_.Signal(SIGSTOP);
+    sender_ = std::thread([this, hal = hal_] {
+      while (sent_ < kFlood && hal->sendAclData(AclPacket()).isOk()) ++sent_;
+    });
+    size_t before = 0;
+    ASSERT_TRUE(WaitFor([&] {
+      const size_t now = sent_;
+      const bool stands = now != 0 && now == before;
+      before = now;
+      return stands;
+    }));
+    ASSERT_LT(sent_, kFlood);
+  }
+
+  std::string Dump() const {
+    FILE* const file = tmpfile();
+    hal_->dump(fileno(file), nullptr, 0);
+    rewind(file);
+    std::string text;
+    ::android::base::ReadFdToString(fileno(file), &text);
+    fclose(file);
+    return text;
+  }
+
+  TempRoot root_;
+  ::android::base::unique_fd null_{memfd_create("board", MFD_CLOEXEC)};
+  tool::Child board_;
+  std::unique_ptr<ServiceProcess> service_;
+  std::shared_ptr<IBluetoothHci> hal_;
+  std::shared_ptr<RecordingCallbacks> client_;
+  std::atomic<size_t> sent_{0};
+  std::thread sender_;
+};
+
+class StoppedBoardTest : public StuckWriteTest, public ::testing::WithParamInterface<bool> {};
+
+// With accelerated Bluetooth-on the close resets the controller, and one that does not answer ends the process, as any
+// failed close does; without, nothing is asked of the controller. Either way the next client is served.
+TEST_P(StoppedBoardTest, ACloseEndsAndTheNextClientIsServed) {
+  ASSERT_NO_FATAL_FAILURE(Start(GetParam()));
+  ASSERT_NO_FATAL_FAILURE(StallASender());
+  EXPECT_THAT(Dump(), HasSubstr("Anchors' History"));
+  const bool closed = hal_->close().isOk();
+  sender_.join();
+  EXPECT_EQ(closed, !GetParam());
+  board_.Signal(SIGCONT);
+  if (closed) {
+    EXPECT_EQ(service_->CountInLog("BluetoothHci::close() Done"), 1u);
+    ASSERT_TRUE(hal_->initialize(client_).isOk());
+    ASSERT_TRUE(WaitFor([&] { return client_->Statuses().size() == 2; }));
+    EXPECT_EQ(client_->Statuses().back(), Status::SUCCESS);
+  } else {
+    EXPECT_EQ(service_->WaitForEndText(), "signal 6");
+    EXPECT_EQ(service_->CountInLog("error_code: (153), error_info: Accelerated shutdown failed"), 1u);
+    ASSERT_NO_FATAL_FAILURE(StartService());
+  }
+  hal_->sendHciCommand(kReset);
+  EXPECT_TRUE(client_->WaitForEvent(kResetDone));
+}
+
+INSTANTIATE_TEST_SUITE_P(Acceleration, StoppedBoardTest, ::testing::Bool());
+
+TEST_F(StuckWriteTest, FiveSecondsWithoutProgressAreADeadController) {
+  ASSERT_NO_FATAL_FAILURE(Start(false));
+  ASSERT_NO_FATAL_FAILURE(StallASender());
+  EXPECT_TRUE(client_->WaitForEvent({0xFF, 0x04, 0x58, 0x05, 0x00, 0x84}));
+  EXPECT_EQ(service_->WaitForEndText(), "signal 6");
+  sender_.join();
+  EXPECT_THAT(service_->Log(),
+              ::testing::ContainsRegex("error_code: \\(132\\), error_info: Host HCI H4 TX Error: ACL packet of handle "
+                                       "0x040: [0-9]+/1029 bytes written, no progress for 5000 ms"));
+  EXPECT_EQ(service_->CountInLog("ReportBqrError: root inflamed event with error_code: (132)"), 1u);
+}
+
+TEST_F(StuckWriteTest, SigtermWaitsForNoSender) {
+  ASSERT_NO_FATAL_FAILURE(Start(true));
+  ASSERT_NO_FATAL_FAILURE(StallASender());
+  service_->Signal(SIGTERM);
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("TerminationDeadline"), 0u);
+  sender_.join();
+}
+
+}  // namespace
+}  // namespace bthal::test
