@@ -38,7 +38,8 @@ class DebugCentral {
   void RegisterDumpSource(DumpSection section, DumpSource source);
   void SetHooks(DebugHooks hooks);
 
-  // Writes the service's diagnostic report to `fd`, which stays the caller's.
+  // Writes the service's diagnostic report to `fd`, which stays the caller's. A reader that takes nothing for a second gets
+  // no more.
   void Dump(int fd);
 
   // Reports take a crash dump, and root inflammations reach the stack, only while a client is connected.
@@ -102,6 +103,7 @@ class DebugCentral {
   // Copies the logs that would not outlive the next start.
   void backup_logging_files_before_crash(const std::string& suffix);
 
+  void WriteReport(int fd);
   std::string FormatRecords();
   void DumpSectionOf(int fd, DumpSection section) const;
 

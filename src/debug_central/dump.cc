@@ -2,10 +2,12 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -29,10 +31,13 @@ using ::android::base::StringPrintf;
 using ::android::base::unique_fd;
 
 constexpr size_t kRuleLength = 45;
+constexpr std::chrono::seconds kReaderPatience{1};
 
 // A reader that has gone away ends the report; the service ignores SIGPIPE.
 void LogWriteFault() {
-  if (errno != EPIPE) LOG(ERROR) << "Dump: Failed to write the report" << ": " << os::ErrorText();
+  if (errno != EPIPE)
+    LOG(ERROR) << "Dump: Failed to write the report"
+               << ": " << os::ErrorText();
 }
 
 bool Write(int fd, std::string_view text) {
@@ -89,7 +94,24 @@ void DumpSavedFiles(int fd, const std::string& directory, std::string_view prefi
 
 }  // namespace
 
+// Put together first and handed out at its reader's pace, without a lock: a reader that does not read costs nobody
+// else.
 void DebugCentral::Dump(int fd) {
+  const unique_fd report(memfd_create("bthal_dump", MFD_CLOEXEC));
+  if (!report.ok()) {
+    LOG(ERROR) << "Dump: no memory for the report: " << os::ErrorText();
+    return;
+  }
+  WriteReport(report.get());
+  if (os::CopyToReader(report.get(), fd, kReaderPatience)) return;
+  if (errno == ETIMEDOUT) {
+    LOG(ERROR) << "Dump: the reader takes nothing, giving up";
+  } else {
+    LogWriteFault();
+  }
+}
+
+void DebugCentral::WriteReport(int fd) {
   std::string heading;
   AppendTitle(heading, "Controller Firmware Information");
   Write(fd, heading);
@@ -97,7 +119,7 @@ void DebugCentral::Dump(int fd) {
   Write(fd, FormatRecords());
   DumpSectionOf(fd, DumpSection::kKernelLogs);
   DumpSavedFiles(fd, kCrashInfoDirectory, kCrashInfoPrefix);
-  LOG(INFO) << __func__ << ": write bt coredump files to IBluetoothHci_default.txt";
+  LOG(INFO) << "Dump: write bt coredump files to IBluetoothHci_default.txt";
   DumpSavedFiles(fd, kCoreDumpDirectory, kCoreDumpPrefix);
   DumpSectionOf(fd, DumpSection::kStatistics);
 }

@@ -221,7 +221,8 @@ void DebugCentral::AppendToSocDump(const HciPacket& event) {
   const std::string path = std::string(kCoreDumpDirectory) + kSocDumpPrefix + dump_suffix() + kDumpExtension;
   const unique_fd fd = OpenFragmentFile(__func__, path, "socdump");
   if (fd.ok() && WriteAll(fd.get(), event) != event.size()) {
-    LOG(ERROR) << "AppendToSocDump: " << path << " misses the rest of a fragment" << ": " << os::ErrorText();
+    LOG(ERROR) << "AppendToSocDump: " << path << " misses the rest of a fragment"
+               << ": " << os::ErrorText();
   }
 }
 

@@ -1,5 +1,8 @@
 #include "os/file_utils.h"
 
+#include <limits.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -23,7 +26,14 @@ namespace {
 using ::android::base::StringPrintf;
 
 constexpr mode_t kLogMode = 0644;
+constexpr int kPatiencesForAll = 10;
 constexpr size_t kCopyChunk = size_t{64} * 1024;
+
+// Part of it, or EAGAIN, where a socket has less room than that.
+ssize_t WriteSome(int fd, const char* data, size_t size) {
+  const ssize_t sent = TEMP_FAILURE_RETRY(send(fd, data, size, MSG_DONTWAIT | MSG_NOSIGNAL));
+  return sent < 0 && errno == ENOTSOCK ? TEMP_FAILURE_RETRY(write(fd, data, size)) : sent;
+}
 
 // Year, month, day, hour, minute and second of local time in plain decimal: 2024-3-7_9-5-12.
 std::string CreationTime() {
@@ -43,6 +53,27 @@ CopyResult CopyContent(int from, int to) {
     if (n < 0) return CopyResult::kReadFailed;
     if (n == 0) return CopyResult::kDone;
     if (!::android::base::WriteFully(to, chunk->data(), static_cast<size_t>(n))) return CopyResult::kWriteFailed;
+  }
+}
+
+bool CopyToReader(int from, int to, std::chrono::milliseconds patience) {
+  // What a pipe that is writable takes without blocking.
+  std::array<char, PIPE_BUF> chunk;
+  const auto deadline = std::chrono::steady_clock::now() + kPatiencesForAll * patience;
+  off_t done = 0;
+  for (;;) {
+    const ssize_t n = TEMP_FAILURE_RETRY(pread(from, chunk.data(), chunk.size(), done));
+    if (n <= 0) return n == 0;
+    pollfd writable{to, POLLOUT, 0};
+    const int ready = TEMP_FAILURE_RETRY(poll(&writable, 1, static_cast<int>(patience.count())));
+    if (ready < 0) return false;
+    if (ready == 0 || std::chrono::steady_clock::now() >= deadline) {
+      errno = ETIMEDOUT;
+      return false;
+    }
+    const ssize_t written = WriteSome(to, chunk.data(), static_cast<size_t>(n));
+    if (written < 0 && errno != EAGAIN) return false;
+    if (written > 0) done += written;
   }
 }
 

@@ -1,6 +1,7 @@
 // Small file utilities of the diagnostic logs. Paths are the device's own; messages show them so.
 #pragma once
 
+#include <chrono>
 #include <fstream>
 #include <string>
 
@@ -9,6 +10,11 @@ namespace android::hardware::bluetooth::os {
 // Copies what is left to read of `from` to `to`; on a failure errno says why, and what had been read before is written.
 enum class CopyResult { kDone, kReadFailed, kWriteFailed };
 CopyResult CopyContent(int from, int to);
+
+// Copies the file `from` from its start to `to`, at the pace of whoever reads there, who may be slow or not read at
+// all. False, with errno, when it takes nothing for `patience`, or not all within ten times as long (ETIMEDOUT), or a
+// read or write fails.
+bool CopyToReader(int from, int to, std::chrono::milliseconds patience);
 
 // What the one older copy of a diagnostic log is called: its path and this.
 inline constexpr char kLastSuffix[] = ".last";

@@ -174,6 +174,22 @@ TEST_F(DebugCentralTest, AReaderThatGoesAwayEndsTheReportQuietly) {
 }
 
 // How a report ends. The process really dies; what the stack was told and the files are looked at afterwards.
+TEST_F(DebugCentralTest, AReportThatNobodyReadsIsGivenUp) {
+  central_.UpdateRecord(AnchorType::kClose, std::string(200 * 1024, 'x'));
+  int pipe_ends[2];
+  ASSERT_EQ(pipe(pipe_ends), 0);
+  central_.Dump(pipe_ends[1]);
+  EXPECT_TRUE(log_.Has("Dump: the reader takes nothing, giving up"));
+
+  // A reader that has gone is no fault.
+  signal(SIGPIPE, SIG_IGN);
+  close(pipe_ends[0]);
+  central_.Dump(pipe_ends[1]);
+  close(pipe_ends[1]);
+  EXPECT_EQ(log_.Count("giving up"), 1u);
+  EXPECT_FALSE(log_.Has("Failed to write the report"));
+}
+
 class ReportTest : public DebugCentralTest {
  protected:
   ReportTest() {
