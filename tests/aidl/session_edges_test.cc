@@ -1,0 +1,127 @@
+// What happens at the edges of a session: callers that are nobody yet, or no longer, and clients and controllers that
+// keep a dying service waiting.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <future>
+#include <string>
+#include <vector>
+
+#include <android-base/properties.h>
+
+#include "support/board_session.h"
+#include "support/wait_for.h"
+
+namespace bthal::test {
+namespace {
+
+using ::aidl::android::hardware::bluetooth::Status;
+using ::testing::Contains;
+using ::testing::Not;
+
+const Bytes kReset = {0x03, 0x0C, 0};
+const Bytes kUnknownCommand = {0x99, 0xFC, 0};
+
+class SessionEdgesTest : public BoardSessionTest {
+ protected:
+  void Start(bool accelerated, const std::vector<std::string>& faults = {}) {
+    ::android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", accelerated ? "false" : "true");
+    sim::BoardOptions options = SmallBoard();
+    options.faults = faults;
+    StartBoard(options);
+    StartService();
+    ASSERT_NO_FATAL_FAILURE(FindHal());
+  }
+
+  bool BoardGotResets(long count) const {
+    return WaitFor([&] { return std::ranges::count(board_->Commands(), kReset) >= count; });
+  }
+
+  ClientProcess other_;
+};
+
+TEST_F(SessionEdgesTest, WhoHasNoSessionCannotSend) {
+  ASSERT_NO_FATAL_FAILURE(Start(true));
+  ASSERT_TRUE(service_->WaitForLog("perform_init: BTQNL controller is ready"));
+  EXPECT_TRUE(hal_->sendHciCommand(kUnknownCommand).isOk());
+  ASSERT_TRUE(hal_->initialize(client_).isOk());
+  ASSERT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+  ASSERT_TRUE(hal_->close().isOk());
+  EXPECT_TRUE(hal_->sendHciCommand(kUnknownCommand).isOk());
+  ASSERT_TRUE(hal_->initialize(client_).isOk());
+  EXPECT_TRUE(Exchange(kReset));
+  EXPECT_THAT(board_->Commands(), Not(Contains(kUnknownCommand)));
+}
+
+// Its successor would otherwise be taken for a second client, which ends the service.
+TEST_F(SessionEdgesTest, ACallerThatDiesWhileItWaitsIsNobody) {
+  ASSERT_NO_FATAL_FAILURE(Start(true, {"no-answer,opcode=reset"}));
+  ASSERT_TRUE(BoardGotResets(1));
+  auto doomed = std::async(std::launch::async, [&] { return other_.Initialize(); });
+  ASSERT_TRUE(service_->WaitForLog("Init thread is running. Waiting for it to exit"));
+  other_.Kill();
+  EXPECT_TRUE(hal_->initialize(client_).isOk());
+  EXPECT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+  EXPECT_TRUE(Exchange(kReset));
+  EXPECT_TRUE(service_->IsAlive());
+  doomed.wait();
+}
+
+TEST_F(SessionEdgesTest, ASecondClientThatDoesNotReturnDelaysNothing) {
+  ASSERT_NO_FATAL_FAILURE(Start(true));
+  ASSERT_EQ(other_.Initialize(), static_cast<int>(Status::SUCCESS));
+  std::promise<void> leave;
+  client_->OnStatus([left = leave.get_future().share()](Status) { left.wait(); });
+  EXPECT_TRUE(hal_->initialize(client_).isOk());
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("thread_perform_self_kill self kill"), 1u);
+  leave.set_value();
+}
+
+// The recovery of the first reset closes the port under the receive thread, which stands in the client's callback.
+TEST_F(SessionEdgesTest, AClientThatDoesNotReturnKeepsNoFailedBringUpAlive) {
+  ASSERT_NO_FATAL_FAILURE(Start(false, {"no-answer,opcode=reset,count=always"}));
+  other_.BlockInNextEvent();
+  auto blocked = std::async(std::launch::async, [&] { return other_.Initialize(); });
+  ASSERT_TRUE(BoardGotResets(1));
+  board_->SendPacket(4, {0x3E, 2, 0x7F, 0x01});
+  EXPECT_EQ(service_->WaitForEndText(), "signal 6");
+  EXPECT_EQ(service_->CountInLog("root inflamed event with error_code: (147)"), 1u);
+  other_.Kill();
+  blocked.wait();
+}
+
+TEST_F(SessionEdgesTest, ABigHammerWaitsForNoClient) {
+  ASSERT_NO_FATAL_FAILURE(Start(true));
+  ASSERT_EQ(other_.Initialize(), static_cast<int>(Status::SUCCESS));
+  other_.BlockInNextEvent();
+  board_->SendPacket(4, {0x3E, 2, 0x7F, 0x01});
+  ASSERT_TRUE(other_.WaitUntilBlocked());
+  board_->SendCoexEvent({0x01, 0x02, 0x01, 0x43});
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("TerminationDeadline"), 0u);
+  EXPECT_EQ(service_->CountInLog("BtSend msg: 0x81"), 1u);
+  EXPECT_EQ(service_->CountInLog("root inflamed event with error_code: (127)"), 1u);
+}
+
+TEST_F(SessionEdgesTest, SigtermWaitsForNoSilentController) {
+  ASSERT_NO_FATAL_FAILURE(Start(false));
+  ASSERT_TRUE(hal_->initialize(client_).isOk());
+  ASSERT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+  ASSERT_TRUE(hal_->close().isOk());
+  const auto resets = std::ranges::count(board_->Commands(), kReset);
+  std::string error;
+  ASSERT_TRUE(board_->AddFault("no-answer,opcode=reset,count=always", &error)) << error;
+  auto later = std::async(std::launch::async, [&] { return hal_->initialize(client_).isOk(); });
+  ASSERT_TRUE(BoardGotResets(resets + 1));
+  service_->Signal(SIGTERM);
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("TerminationDeadline"), 0u);
+  EXPECT_EQ(service_->CountInLog("root inflamed event"), 0u);
+  later.wait();
+}
+
+}  // namespace
+}  // namespace bthal::test
