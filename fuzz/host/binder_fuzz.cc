@@ -17,8 +17,8 @@
 #include <android-base/logging.h>
 #include <android-base/unique_fd.h>
 
-#include "../../host/binder_ndk/connection.h"
-#include "../../host/binder_ndk/process.h"
+#include "connection.h"
+#include "process.h"
 
 namespace {
 

@@ -12,17 +12,17 @@
 #include <android-base/file.h>
 #include <android-base/logging.h>
 
+#include "host/device_root.h"
 #include "host/run_directory.h"
 #include "host/service_registry.h"
 #include "object.h"
-#include "os/device_path.h"
 #include "process.h"
 #include "socket.h"
 
 namespace bthal::binder {
 namespace {
 
-using android::hardware::bluetooth::os::DevicePath;
+using bthal::host::BelowDeviceRoot;
 
 constexpr size_t kMaxNameBytes = 127;
 
@@ -40,7 +40,7 @@ bool PublishEntry(const std::string& name, const std::string& socket_name) {
   const std::string unfinished = place + "/." + socket_name;
   unlink(unfinished.c_str());
   return symlink(socket_name.c_str(), unfinished.c_str()) == 0 &&
-         rename(unfinished.c_str(), DevicePath(entry).c_str()) == 0;
+         rename(unfinished.c_str(), BelowDeviceRoot(entry).c_str()) == 0;
 }
 
 }  // namespace
@@ -88,7 +88,7 @@ bool ServiceList::IsOwnSocket(const std::string& name) {
 std::string SocketOfService(const std::string& name) {
   std::string socket_name;
   if (!IsServiceName(name)) return "";
-  if (!android::base::Readlink(DevicePath(std::string(kServiceDirectory) + "/" + name), &socket_name)) return "";
+  if (!android::base::Readlink(BelowDeviceRoot(std::string(kServiceDirectory) + "/" + name), &socket_name)) return "";
   // The entry is only as good as the folder's permissions, but it can lead nowhere else.
   return PidOf(socket_name) == 0 || socket_name.find('/') != std::string::npos ? "" : socket_name;
 }
@@ -98,7 +98,7 @@ std::string SocketOfService(const std::string& name) {
 namespace bthal::host {
 
 std::vector<RegisteredService> ListServices() {
-  const std::filesystem::path root = android::hardware::bluetooth::os::DevicePath(bthal::binder::kServiceDirectory);
+  const std::filesystem::path root = bthal::host::BelowDeviceRoot(bthal::binder::kServiceDirectory);
   std::vector<RegisteredService> services;
   std::error_code error;
   for (std::filesystem::recursive_directory_iterator entry(root, error), end; !error && entry != end;

@@ -17,21 +17,22 @@
 
 #include <android-base/logging.h>
 
+#include "host/device_root.h"
 #include "host/run_directory.h"
-#include "os/device_path.h"
 
 namespace bthal::binder {
 namespace {
 
 using android::base::unique_fd;
-using android::hardware::bluetooth::os::DevicePath;
+using bthal::host::BelowDeviceRoot;
 
 constexpr int kBacklog = 64;
 // A socket has this suffix until it takes connections, so that nobody sweeps it up before.
 constexpr std::string_view kUnfinishedSuffix = ".new";
 
 unique_fd OpenDirectory() {
-  return unique_fd(TEMP_FAILURE_RETRY(open(DevicePath(kSocketDirectory).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
+  return unique_fd(
+      TEMP_FAILURE_RETRY(open(BelowDeviceRoot(kSocketDirectory).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
 }
 
 // The address of a socket in an open folder. A socket's path has at most 107 bytes; a device root may well be longer.
@@ -50,7 +51,7 @@ std::string NewName() {
 
 // Removes the sockets at which nobody listens any more.
 void Sweep(int directory, const std::string& own) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(DevicePath(kSocketDirectory).c_str()), closedir);
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(BelowDeviceRoot(kSocketDirectory).c_str()), closedir);
   if (entries == nullptr) return;
   while (const dirent* entry = readdir(entries.get())) {
     const std::string name = entry->d_name;
@@ -92,7 +93,7 @@ unique_fd ConnectSocket(const std::string& name) {
 }
 
 bool IsTrusted(int socket) {
-  if (DevicePath("/") != "/") return true;
+  if (BelowDeviceRoot("/") != "/") return true;
   ucred peer{};
   socklen_t size = sizeof(peer);
   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;

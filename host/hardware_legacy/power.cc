@@ -8,12 +8,12 @@
 
 #include <android-base/unique_fd.h>
 
-#include "os/device_path.h"
+#include "host/device_root.h"
 
 namespace {
 
 int WriteName(const char* node, const char* id) {
-  const std::string path = android::hardware::bluetooth::os::DevicePath(node);
+  const std::string path = bthal::host::BelowDeviceRoot(node);
   // O_NONBLOCK: where the node is played by a FIFO without a reader, the caller gets ENXIO instead of hanging.
   const android::base::unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)));
   if (fd.get() < 0) return -errno;

@@ -20,8 +20,8 @@
 #include <android-base/properties.h>
 #include <android-base/unique_fd.h>
 
+#include "host/device_root.h"
 #include "host/run_directory.h"
-#include "os/device_path.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ constexpr std::string_view kTemporaryPrefix = ".new-";
 constexpr size_t kMaxValueBytes = 91;
 constexpr size_t kMaxNameBytes = 200;  // with what a temporary file's name adds, within a file system's 255
 
-std::string Below(std::string_view path) { return android::hardware::bluetooth::os::DevicePath(path); }
+std::string Below(std::string_view path) { return bthal::host::BelowDeviceRoot(path); }
 
 bool IsNameCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||

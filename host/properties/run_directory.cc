@@ -3,12 +3,12 @@
 #include <errno.h>
 #include <sys/stat.h>
 
-#include "os/device_path.h"
+#include "host/device_root.h"
 
 namespace bthal::host {
 
 std::string MakeDirectory(std::string_view path) {
-  const std::string place = android::hardware::bluetooth::os::DevicePath(path);
+  const std::string place = bthal::host::BelowDeviceRoot(path);
   const mode_t mode = path == kRunDirectory ? 0700 : 0755;
   if (mkdir(place.c_str(), mode) == 0 || errno == EEXIST) return place;
   const size_t slash = path.rfind('/');

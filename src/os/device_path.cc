@@ -1,20 +1,17 @@
 #include "os/device_path.h"
 
-#include <cstdlib>
+#ifndef __ANDROID__
+#include <host/device_root.h>
+#endif
 
 namespace android::hardware::bluetooth::os {
 
 std::string DevicePath(std::string_view path) {
-#ifndef __ANDROID__
-  if (const char* root = std::getenv("BTHAL_ROOT"); root != nullptr && *root != '\0') {
-    std::string below(root);
-    while (below.size() > 1 && below.back() == '/') below.pop_back();
-    if (below == "/") below.clear();
-    if (path.empty() || path.front() != '/') below += '/';
-    return below.append(path);
-  }
-#endif
+#ifdef __ANDROID__
   return std::string(path);
+#else
+  return ::bthal::host::BelowDeviceRoot(path);
+#endif
 }
 
 }  // namespace android::hardware::bluetooth::os
