@@ -1,0 +1,6 @@
+// The interface as it is being worked on; frozen under a number when it is given out.
+package vendor.tovani.bluetooth_ext;
+@VintfStability
+interface IBluetoothExt {
+  void sendHciCommand(in byte[] command);
+}
