@@ -1,7 +1,4 @@
 // Calls between real processes.
-#include <aidl/vendor/tovani/bluetooth_ext/BnBTChannelAvoidance.h>
-#include <aidl/vendor/tovani/bluetooth_ext/BnBluetoothFinder.h>
-#include <aidl/vendor/tovani/bluetooth_ext/BnBluetoothSar.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <host/service_registry.h>
@@ -28,7 +25,6 @@ namespace {
 using ::ndk::SharedRefBase;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-namespace ext = ::aidl::vendor::tovani::bluetooth_ext;
 
 ScopedAStatus Refuse(const std::string& why) {
   return ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_STATE, why.c_str());
@@ -91,45 +87,6 @@ TEST(BinderTest, ArgumentsAndStatusesCross) {
   EXPECT_EQ(hci->sendHciCommand(Bytes(1 << 20, 9)).getStatus(), STATUS_FAILED_TRANSACTION);
   EXPECT_EQ(hci->initialize(nullptr).getServiceSpecificError(), -22);
   EXPECT_EQ(AIBinder_ping(hci->asBinder().get()), STATUS_OK);
-}
-
-TEST(BinderTest, EveryArgumentTypeCrosses) {
-  class Finder : public ext::BnBluetoothFinder {
-    ScopedAStatus sendPrecomputedKeys(const Bytes& keys) override { return Refuse(std::to_string(keys.size())); }
-    ScopedAStatus setPoweredOffMode(bool enable) override { return Refuse(enable ? "on" : "off"); }
-  };
-  class Sar : public ext::BnBluetoothSar {
-    ScopedAStatus setBluetoothTxPowerCap(int8_t cap) override { return Refuse(std::to_string(cap)); }
-  };
-  class Avoidance : public ext::BnBTChannelAvoidance {
-    ScopedAStatus setBluetoothChannelStatus(const std::array<uint8_t, 10>& map) override {
-      return Refuse(std::to_string(map[0]) + " to " + std::to_string(map[9]));
-    }
-  };
-  const TempRoot root;
-  const ChildProcess service([] {
-    const auto finder = SharedRefBase::make<Finder>();
-    const auto sar = SharedRefBase::make<Sar>();
-    const auto avoidance = SharedRefBase::make<Avoidance>();
-    if (AServiceManager_addService(finder->asBinder().get(), "finder") != EX_NONE ||
-        AServiceManager_addService(sar->asBinder().get(), "sar") != EX_NONE ||
-        AServiceManager_addService(avoidance->asBinder().get(), "avoidance") != EX_NONE) {
-      return 1;
-    }
-    ABinderProcess_joinThreadPool();
-    return 1;
-  });
-  const ::ndk::SpAIBinder avoidance_binder(AServiceManager_waitForService("avoidance"));
-  const auto avoidance = ext::IBTChannelAvoidance::fromBinder(avoidance_binder);
-  EXPECT_STREQ(avoidance->setBluetoothChannelStatus({1, 2, 3, 4, 5, 6, 7, 8, 9, 250}).getMessage(), "1 to 250");
-  const auto finder = ext::IBluetoothFinder::fromBinder(::ndk::SpAIBinder(AServiceManager_getService("finder")));
-  EXPECT_STREQ(finder->setPoweredOffMode(true).getMessage(), "on");
-  EXPECT_STREQ(finder->setPoweredOffMode(false).getMessage(), "off");
-  EXPECT_STREQ(finder->sendPrecomputedKeys(Bytes(500, 1)).getMessage(), "500");
-  const auto sar = ext::IBluetoothSar::fromBinder(::ndk::SpAIBinder(AServiceManager_getService("sar")));
-  EXPECT_STREQ(sar->setBluetoothTxPowerCap(-5).getMessage(), "-5");
-  // An object of another interface is not mistaken for one of this.
-  EXPECT_EQ(ext::IBluetoothSar::fromBinder(avoidance_binder), nullptr);
 }
 
 TEST(BinderTest, ParcelsAreReadAsFarAsTheyGo) {
