@@ -11,7 +11,7 @@
 namespace bthal::binder {
 namespace {
 
-constexpr size_t kInitialBytes = 16 * 1024;
+constexpr size_t kInitialBytes = size_t{16} * 1024;
 // Received at most so many at once: those beyond the first are closed.
 constexpr size_t kMaxDescriptors = 4;
 

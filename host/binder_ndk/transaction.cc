@@ -30,6 +30,7 @@ binder_status_t Dump(LocalObject* object, const AParcel& in, int descriptor) {
   }
   if (object->clazz()->on_dump == nullptr) return STATUS_UNKNOWN_TRANSACTION;
   std::vector<const char*> args;
+  args.reserve(texts.size());
   for (const std::string& text : texts) args.push_back(text.c_str());
   return object->clazz()->on_dump(object, descriptor, args.data(), static_cast<uint32_t>(args.size()));
 }

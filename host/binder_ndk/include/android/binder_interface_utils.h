@@ -38,6 +38,7 @@ class SharedRefBase {
 
   template <class T, class... Args>
   static std::shared_ptr<T> make(Args&&... args) {
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the first call of ref() makes the object's owner
     return (new T(std::forward<Args>(args)...))->template ref<T>();
   }
 

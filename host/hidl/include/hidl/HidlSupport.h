@@ -28,6 +28,7 @@ class hidl_vec {
   hidl_vec(const hidl_vec& other) { assign(other.data(), other.data() + other.size()); }
   hidl_vec(hidl_vec&& other) noexcept { swap(other); }
   hidl_vec(std::initializer_list<T> list) { assign(list.begin(), list.end()); }
+  // NOLINTNEXTLINE(google-explicit-constructor): the platform's converts both ways, and its users rely on it
   hidl_vec(const std::vector<T>& other) { assign(other.data(), other.data() + other.size()); }
   template <typename InputIterator,
             typename = std::enable_if_t<std::is_convertible_v<
@@ -51,6 +52,7 @@ class hidl_vec {
     hidl_vec(other).swap(*this);
     return *this;
   }
+  // NOLINTNEXTLINE(google-explicit-constructor): as above
   operator std::vector<T>() const { return std::vector<T>(begin(), end()); }
 
   // Lends `data` (of `size` elements) to the vector. Unless `should_own` is set, the memory must outlive every use of
