@@ -16,6 +16,7 @@
 
 #include "death.h"
 #include "message_reader.h"
+#include "outbox.h"
 #include "parcel.h"
 #include "wire.h"
 
@@ -45,8 +46,10 @@ struct Job {
 // from the peer that is made on behalf of a call that waits here is served by the thread that waits; any other goes to
 // the pool.
 //
-// Any thread. While the socket is read, written or waited for, or foreign code runs, no lock is held but one among the
-// writers.
+// Who writes: the sender of a message, as far as the peer takes it at once; the process's watching thread sends the
+// rest. No thread waits for a peer to read, unless for the answer to a call of its own.
+//
+// Any thread. While the socket is read or foreign code runs, no lock is held.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   // `id` tells the connections of the process apart.
@@ -67,6 +70,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::vector<Job> OnReadable();
   // Runs a call of the peer and answers it.
   void Serve(Incoming call);
+
+  // The socket takes more of what waits to be sent.
+  void OnRoom();
 
   // The peer has hung up: nothing is exported from now on. Returns whom to tell, and what the peer had referred to.
   // Once.
@@ -122,12 +128,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   // connection_send.cc
   binder_status_t Send(Header header, AParcel* parcel, int descriptor);
-  bool Write(struct iovec* parts, size_t count, int descriptor);
+  binder_status_t Write(iovec* parts, size_t count, int descriptor, bool awaited);
 
   const uint64_t id_;
   const android::base::unique_fd socket_;
   std::atomic<bool> alive_{true};
-  std::mutex write_mutex_;  // one message after the other; not taken with mutex_ held
+  std::mutex write_mutex_;  // guards outbox_; not taken with mutex_ held
+  Outbox outbox_;
 
   std::mutex mutex_;
   MessageReader reader_;  // of the thread that set reading_, otherwise nobody's

@@ -108,6 +108,10 @@ void Connection::Forget(RemoteObject* proxy) {
 Estate Connection::OnHangUp() {
   Estate estate;
   alive_ = false;
+  {
+    const std::lock_guard lock(write_mutex_);
+    outbox_.Clear();
+  }
   const Lock lock(mutex_);
   if (std::exchange(buried_, true)) return estate;
   for (auto& [id, exported] : exports_) estate.held.push_back(std::move(exported.object));

@@ -25,6 +25,8 @@ namespace {
 using android::base::unique_fd;
 
 constexpr size_t kMaxConnections = 64;
+// One user's share, so that root gets in beside the service's own user.
+constexpr size_t kMaxConnectionsOfUser = 48;
 constexpr int kShortageMs = 100;
 // How long new connections wait for recipients of a death to return.
 constexpr std::chrono::milliseconds kTellingPatience{2000};
@@ -53,9 +55,9 @@ Process& Process::Get() {
 
 Process::Process()
     : undertaker_([] { Get().WakeWatcher(); }),
-      hang_ups_(epoll_create1(EPOLL_CLOEXEC)),
+      watched_(epoll_create1(EPOLL_CLOEXEC)),
       wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-  if (hang_ups_.get() < 0 || wake_.get() < 0) PLOG(FATAL) << "no descriptors for connections";
+  if (watched_.get() < 0 || wake_.get() < 0) PLOG(FATAL) << "no descriptors for connections";
 }
 
 void Process::BeforeFork() {
@@ -75,7 +77,7 @@ void Process::AfterForkInChild() {
     const int harmless = open("/dev/null", O_RDWR | O_CLOEXEC);
     for (const auto& [id, connection] : process->connections_) dup3(harmless, connection->fd(), O_CLOEXEC);
     if (process->listener_.get() >= 0) dup3(harmless, process->listener_.get(), O_CLOEXEC);
-    dup3(harmless, process->hang_ups_.get(), O_CLOEXEC);
+    dup3(harmless, process->watched_.get(), O_CLOEXEC);
     dup3(harmless, process->wake_.get(), O_CLOEXEC);
     process->pool_.Abandon(harmless);
     close(harmless);
@@ -94,7 +96,7 @@ std::shared_ptr<Connection> Process::ConnectTo(const std::string& name) {
   }
   unique_fd socket = ConnectSocket(name);
   if (socket.get() < 0) return nullptr;
-  if (!IsTrusted(socket.get())) {
+  if (geteuid() != 0 && !IsTrusted(PeerOf(socket.get()))) {
     LOG(ERROR) << "the service at " << name << " runs as another user and is not called";
     return nullptr;
   }
@@ -119,11 +121,11 @@ std::shared_ptr<Connection> Process::Adopt(unique_fd socket) {
 }
 
 std::shared_ptr<Connection> Process::AdoptLocked(unique_fd socket) {
-  const auto connection = std::make_shared<Connection>(next_id_++, std::move(socket));
+  auto connection = std::make_shared<Connection>(next_id_++, std::move(socket));
   epoll_event event{};
   event.events = EPOLLRDHUP;
   event.data.u64 = connection->id();
-  if (epoll_ctl(hang_ups_.get(), EPOLL_CTL_ADD, connection->fd(), &event) != 0) {
+  if (epoll_ctl(watched_.get(), EPOLL_CTL_ADD, connection->fd(), &event) != 0) {
     PLOG(ERROR) << "cannot watch a connection";
     return nullptr;
   }
@@ -147,30 +149,44 @@ void Process::WakeWatcher() {
 void Process::Watch() {
   pthread_setname_np(pthread_self(), "binder:watch");
   for (;;) {
-    HandleHangUps();
+    HandleConnections();
     const bool may_accept = MayAccept();
     int listener = -1;
     {
       const std::lock_guard lock(mutex_);
       listener = listener_.get();
     }
-    pollfd ready[] = {{hang_ups_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}, {may_accept ? listener : -1, POLLIN, 0}};
+    pollfd ready[] = {{watched_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}, {may_accept ? listener : -1, POLLIN, 0}};
     TEMP_FAILURE_RETRY(poll(ready, std::size(ready), may_accept ? -1 : AcceptTimeoutMs()));
     uint64_t count = 0;
     if (ready[1].revents != 0) TEMP_FAILURE_RETRY(read(wake_.get(), &count, sizeof(count)));
     if (ready[2].revents == 0) continue;
     // Whoever hung up before this newcomer connected is seen by now, though perhaps not by the poll above.
-    HandleHangUps();
+    HandleConnections();
     if (MayAccept()) Accept();
   }
 }
 
-void Process::HandleHangUps() {
+void Process::AwaitRoom(const Connection& connection, bool wanted) {
+  epoll_event event{};
+  event.events = EPOLLRDHUP | (wanted ? EPOLLOUT : 0U);
+  event.data.u64 = connection.id();
+  // Fails for a connection that is no longer watched, which is as good.
+  epoll_ctl(watched_.get(), EPOLL_CTL_MOD, connection.fd(), &event);
+}
+
+void Process::HandleConnections() {
   epoll_event events[kMaxConnections];
   int count = 0;
   do {
-    count = TEMP_FAILURE_RETRY(epoll_wait(hang_ups_.get(), events, std::size(events), 0));
-    for (int i = 0; i < count; ++i) Bury(events[i].data.u64);
+    count = TEMP_FAILURE_RETRY(epoll_wait(watched_.get(), events, std::size(events), 0));
+    for (int i = 0; i < count; ++i) {
+      if (events[i].events != EPOLLOUT) {
+        Bury(events[i].data.u64);
+      } else if (const auto connection = FindConnection(events[i].data.u64)) {
+        connection->OnRoom();
+      }
+    }
   } while (count == std::size(events));
 }
 
@@ -185,7 +201,7 @@ void Process::Bury(uint64_t id) {
     std::erase_if(by_name_, [&](const auto& entry) { return entry.second == id; });
   }
   pool_.Unwatch(*connection);
-  epoll_ctl(hang_ups_.get(), EPOLL_CTL_DEL, connection->fd(), nullptr);
+  epoll_ctl(watched_.get(), EPOLL_CTL_DEL, connection->fd(), nullptr);
   undertaker_.Settle(connection->OnHangUp());
 }
 
@@ -213,16 +229,25 @@ void Process::Accept() {
     poll(nullptr, 0, kShortageMs);
     return;
   }
-  if (!IsTrusted(socket.get())) {
-    LOG(WARNING) << "a connection of another user's process is turned away";
+  const Peer peer = PeerOf(socket.get());
+  if (!IsTrusted(peer)) {
+    LOG(WARNING) << "a connection of another user's process is turned away: process " << peer.pid << " of user "
+                 << peer.uid;
     return;
   }
   const std::lock_guard lock(mutex_);
-  if (connections_.size() >= kMaxConnections) {
-    LOG(WARNING) << "a connection is turned away: there are " << kMaxConnections << " already";
-    return;
+  if (HasPlaceFor(peer.uid)) {
+    AdoptLocked(std::move(socket));
+  } else {
+    LOG(WARNING) << "a connection is turned away: process " << peer.pid << " of user " << peer.uid << ", who may have "
+                 << kMaxConnectionsOfUser << " of " << kMaxConnections;
   }
-  AdoptLocked(std::move(socket));
+}
+
+bool Process::HasPlaceFor(uid_t user) {
+  const auto of_user = std::count_if(connections_.begin(), connections_.end(),
+                                     [&](const auto& entry) { return PeerOf(entry.second->fd()).uid == user; });
+  return static_cast<size_t>(of_user) < kMaxConnectionsOfUser && connections_.size() < kMaxConnections;
 }
 
 }  // namespace bthal::binder

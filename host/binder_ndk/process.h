@@ -18,10 +18,13 @@
 
 namespace bthal::binder {
 
-// One thread watches for hang-ups and new connections, whatever the others do. Hang-ups come first, and who wants to
-// know of them is told before a new connection is taken: a client that died and came back finds its old self gone. (But
-// after a while newcomers are let in although a recipient has not returned.) Never destroyed; a forked child gets one
-// of its own.
+// One thread watches for hang-ups and new connections, and sends on what a peer did not take at once, whatever the
+// others do. Hang-ups come first, and who wants to know of them is told before a new connection is taken: a client that
+// died and came back finds its old self gone. (But after a while newcomers are let in although a recipient has not
+// returned.)
+//
+// A connection that there is stays until its peer ends or misbehaves: newcomers are turned away, not it. Never
+// destroyed; a forked child gets one of its own.
 class Process {
  public:
   static Process& Get();
@@ -38,6 +41,8 @@ class Process {
   std::shared_ptr<Connection> Adopt(android::base::unique_fd socket);
 
   std::shared_ptr<Connection> FindConnection(uint64_t id);
+  // Has the connection's OnRoom() called while its socket takes more, or no longer.
+  void AwaitRoom(const Connection& connection, bool wanted);
 
  private:
   Process();
@@ -47,17 +52,18 @@ class Process {
 
   void WakeWatcher();
   [[noreturn]] void Watch();
-  void HandleHangUps();
+  void HandleConnections();
   void Bury(uint64_t id);
   bool MayAccept();
   int AcceptTimeoutMs() const;
   void Accept();
+  bool HasPlaceFor(uid_t user);
   std::shared_ptr<Connection> AdoptLocked(android::base::unique_fd socket);
 
   ThreadPool pool_;
   ServiceList services_;
   Undertaker undertaker_;
-  const android::base::unique_fd hang_ups_;  // an epoll descriptor of all connections
+  const android::base::unique_fd watched_;  // an epoll descriptor of all connections
   const android::base::unique_fd wake_;
 
   std::mutex connect_mutex_;  // held while connecting, so that there is one connection to a process

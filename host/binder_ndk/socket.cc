@@ -31,6 +31,7 @@ constexpr int kBacklog = 64;
 constexpr std::string_view kUnfinishedSuffix = ".new";
 
 unique_fd OpenDirectory() {
+  if (!bthal::host::IsOwnDirectory(kSocketDirectory)) return {};
   return unique_fd(
       TEMP_FAILURE_RETRY(open(BelowDeviceRoot(kSocketDirectory).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)));
 }
@@ -92,13 +93,14 @@ unique_fd ConnectSocket(const std::string& name) {
   return socket;
 }
 
-bool IsTrusted(int socket) {
-  if (BelowDeviceRoot("/") != "/") return true;
-  ucred peer{};
-  socklen_t size = sizeof(peer);
-  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return false;
-  return peer.uid == geteuid() || peer.uid == 0;
+Peer PeerOf(int socket) {
+  ucred credentials{};
+  socklen_t size = sizeof(credentials);
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return {};
+  return {credentials.pid, credentials.uid};
 }
+
+bool IsTrusted(const Peer& peer) { return peer.uid == geteuid() || peer.uid == 0; }
 
 int PidOf(std::string_view name) {
   int pid = 0;

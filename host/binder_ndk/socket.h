@@ -2,6 +2,7 @@
 #pragma once
 
 #include <android-base/unique_fd.h>
+#include <sys/types.h>
 
 #include <string>
 #include <string_view>
@@ -19,9 +20,15 @@ android::base::unique_fd ListenOnNewSocket(std::string* name);
 // Connects to the socket; invalid when nobody listens there any more. Does not wait for the peer.
 android::base::unique_fd ConnectSocket(const std::string& name);
 
-// Whether this process and the peer may trust each other: below a device root always, else when the peer's user is the
-// own one or root.
-bool IsTrusted(int socket);
+// The process at the other end of a connected socket, as it was when it connected or began to listen.
+struct Peer {
+  pid_t pid = 0;
+  uid_t uid = static_cast<uid_t>(-1);  // nobody's, when the kernel does not know
+};
+Peer PeerOf(int socket);
+
+// Whether the peer's user is the own one or root.
+bool IsTrusted(const Peer& peer);
 
 // The process id in a socket's name; 0 when it is none.
 int PidOf(std::string_view name);

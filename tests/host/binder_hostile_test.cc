@@ -1,18 +1,18 @@
 // Peers that do not keep to the rules: it costs them their connection, and nobody else anything.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include <android-base/properties.h>
 #include <android-base/unique_fd.h>
 
 #include "support/binder_objects.h"
@@ -84,9 +84,6 @@ class RawPeer {
     memcpy(CMSG_DATA(rights), descriptors.data(), descriptors.size() * sizeof(int));
     sendmsg(socket_.get(), &message, MSG_NOSIGNAL);
   }
-  bool SendWithoutWaiting(const Header& header) const {
-    return send(socket_.get(), &header, sizeof(header), MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof(header);
-  }
 
   // The next message's header, its body skipped; type 0 at the end of the connection.
   Header Receive() const {
@@ -113,6 +110,32 @@ int CountDescriptors() {
   return count;
 }
 
+// The words of a string as a parcel has it.
+std::vector<uint32_t> Words(const std::string& text) {
+  std::vector<uint32_t> words((text.size() + 3) / 4 + 1);
+  words[0] = static_cast<uint32_t>(text.size());
+  memcpy(&words[1], text.data(), text.size());
+  return words;
+}
+
+// Connects and asks for the service as a client does; its object is number 1 of this connection then.
+RawPeer Client(const TempRoot& root) {
+  RawPeer peer(root);
+  const std::vector<uint32_t> name = Words(HciInstance());
+  peer.Send(Header{.size = static_cast<uint32_t>(4 * name.size()), .code = kFindService}, name);
+  const Header answer = peer.Receive();
+  EXPECT_EQ(answer.type, kReply);
+  EXPECT_EQ(answer.objects, 1);
+  return peer;
+}
+
+// Calls a method of the service that takes one array of bytes, an empty one here.
+void Call(const RawPeer& peer, uint64_t call, int32_t code) {
+  std::vector<uint32_t> body = Words(Hci::descriptor);
+  body.push_back(0);
+  peer.Send(Header{.size = static_cast<uint32_t>(4 * body.size()), .call = call, .target = 1, .code = code}, body);
+}
+
 class BinderHostileTest : public ::testing::Test {
  protected:
   BinderHostileTest() {
@@ -120,19 +143,7 @@ class BinderHostileTest : public ::testing::Test {
     EXPECT_EQ(Publish(hci_), EX_NONE);
   }
 
-  // Asks for the service as a client does; its object is number 1 of this connection then.
-  RawPeer Client() const {
-    RawPeer peer(root_);
-    const std::string name = HciInstance();
-    std::vector<uint32_t> body((name.size() + 3) / 4 + 1);
-    body[0] = static_cast<uint32_t>(name.size());
-    memcpy(&body[1], name.data(), name.size());
-    peer.Send(Header{.size = static_cast<uint32_t>(4 * body.size()), .code = kFindService}, body);
-    const Header answer = peer.Receive();
-    EXPECT_EQ(answer.type, kReply);
-    EXPECT_EQ(answer.objects, 1);
-    return peer;
-  }
+  RawPeer Client() const { return test::Client(root_); }
 
   const LogCapture log_;
   const TempRoot root_;
@@ -192,10 +203,7 @@ TEST_F(BinderHostileTest, NonsenseForTheObjectIsAnswered) {
   EXPECT_EQ(answer(FIRST_CALL_TRANSACTION, {3, 'a' | 'b' << 8 | 'c' << 16}), STATUS_BAD_TYPE);
   EXPECT_EQ(answer(0, {}), STATUS_UNKNOWN_TRANSACTION);
   EXPECT_EQ(answer(-5, {}), STATUS_UNKNOWN_TRANSACTION);
-  const std::string name = Hci::descriptor;
-  std::vector<uint32_t> body((name.size() + 3) / 4 + 1);
-  body[0] = static_cast<uint32_t>(name.size());
-  memcpy(&body[1], name.data(), name.size());
+  std::vector<uint32_t> body = Words(Hci::descriptor);
   EXPECT_EQ(answer(99, body), STATUS_UNKNOWN_TRANSACTION);
   EXPECT_EQ(answer(FIRST_CALL_TRANSACTION + 3, body), STATUS_NOT_ENOUGH_DATA);
   body.push_back(1000000);
@@ -233,84 +241,141 @@ TEST_F(BinderHostileTest, DescriptorsThatNobodyAskedForAreClosed) {
   close(ends[0]);
 }
 
-TEST_F(BinderHostileTest, ThereAreNoMoreThanSixtyFourConnections) {
-  std::vector<std::unique_ptr<RawPeer>> peers;
-  for (int i = 0; i < 64; ++i) {
-    peers.push_back(std::make_unique<RawPeer>(root_));
-    ASSERT_TRUE(peers.back()->Answers()) << i;
-  }
-  EXPECT_TRUE(RawPeer(root_).IsEnded());
-  EXPECT_TRUE(log_.Has("a connection is turned away: there are 64 already"));
-  EXPECT_TRUE(peers.front()->Answers());
-  peers.pop_back();
-  EXPECT_TRUE(RawPeer(root_).Answers());
-}
-
-TEST_F(BinderHostileTest, APeerThatStopsReadingStopsNobodyElse) {
-  const RawPeer deaf = Client();
-  const RawPeer other = Client();
-  const auto died = [&] { return log_.Has("it does not take what is written to it"); };
-  // It asks on until neither direction takes any more. While somebody is stuck with its answers, others get theirs.
-  std::thread asking([&] {
-    WaitFor([&] {
-      deaf.SendWithoutWaiting(Header{.call = 9});
-      return died() || log_.Has("a message that makes no sense");
-    });
-  });
-  EXPECT_TRUE(WaitFor([&] { return other.Answers() && (died() || log_.Has("a message that makes no sense")); }));
-  asking.join();
-  EXPECT_TRUE(other.Answers());
-}
-
-TEST_F(BinderHostileTest, AFloodOfCallsCostsTheConnection) {
-  hci_->on_close = [] {
-    static auto& never = *new Gate;  // the threads are still there when the test is over
-    never.Pass();
-    return ScopedAStatus::ok();
-  };
-  const RawPeer peer = Client();
-  const std::string name = Hci::descriptor;
-  std::vector<uint32_t> body((name.size() + 3) / 4 + 1);
-  body[0] = static_cast<uint32_t>(name.size());
-  memcpy(&body[1], name.data(), name.size());
-  // More calls than any process has threads, none of them answered yet.
-  for (int i = 0; i < 1000; ++i) {
-    peer.Send(Header{.size = static_cast<uint32_t>(4 * body.size()), .target = 1, .code = FIRST_CALL_TRANSACTION},
-              body);
-  }
+TEST(BinderFloodTest, AFloodOfCallsCostsTheConnection) {
+  const TempRoot root;
+  ASSERT_EQ(Publish(SharedRefBase::make<FakeHci>()), EX_NONE);
+  // More calls than any process has threads, all there before the first is looked at.
+  const RawPeer peer(root);
+  const std::vector<Header> calls(300);
+  peer.Send(calls.data(), calls.size() * sizeof(Header));
+  ABinderProcess_startThreadPool();
   EXPECT_TRUE(peer.IsEnded());
+  EXPECT_TRUE(RawPeer(root).Answers());
 }
 
-// Without a device root, where the places are those of the whole machine.
-TEST(BinderUserTest, AnotherUsersProcessIsTurnedAway) {
-  if (geteuid() != 0 || unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("none", "/run", "tmpfs", 0, nullptr) != 0) {
-    GTEST_SKIP() << "needs to be root and to have a /run of its own";
-  }
-  unsetenv("BTHAL_ROOT");
-  const Gate go;
-  const auto look = [&] {
-    go.Pass();
-    ABinderProcess_startThreadPool();
-    const ::ndk::SpAIBinder binder(AServiceManager_checkService(HciInstance().c_str()));
-    return binder.get() == nullptr ? 1 : 0;
+// Two processes ask and do not read. One thread serves everybody.
+TEST(BinderDeafPeersTest, TheirAnswersWaitForThemAndNobodyElseDoes) {
+  constexpr int kDeaf = 2;
+  constexpr int kAsked = 8;      // answers of 100 KB: more than a socket takes, less than is kept for a peer
+  constexpr int kTooMany = 100;  // more than is kept
+  constexpr int32_t kSendHciCommand = FIRST_CALL_TRANSACTION + 3;
+  const TempRoot root;
+  const Gate ask;
+  const Gate read;
+  const auto deaf = [&] {
+    ask.Pass();
+    const RawPeer peer = Client(root);
+    for (uint64_t call = 1; call <= kAsked; ++call) Call(peer, call, kSendHciCommand);
+    read.Pass();
+    for (uint64_t call = 1; call <= kAsked; ++call) {
+      if (peer.Receive().call != call) return 1;
+    }
+    for (uint64_t call = 1; call <= kTooMany; ++call) Call(peer, call, kSendHciCommand);
+    ask.Pass();
+    // What had been sent before the end can still be read.
+    for (uint64_t call = 1; call <= kTooMany; ++call) {
+      if (peer.IsEnded()) return 0;
+    }
+    return 2;
   };
-  ChildProcess own(look);
-  ChildProcess stranger([&] { return setgid(65534) != 0 || setuid(65534) != 0 ? 2 : look(); });
+  const Gate work;
+  const Gate worked;
+  ChildProcess first(deaf);
+  ChildProcess second(deaf);
+  ChildProcess client([&] {
+    const auto hci = FindHci();
+    for (;;) {
+      if (work.Pass() == 'q') return 0;
+      for (int i = 0; i < 100; ++i) {
+        if (std::string(hci->sendHciCommand({1, 2, 3}).getMessage()) != "3") return 1;
+      }
+      worked.Open();
+    }
+  });
+  const LogCapture log;
+  std::atomic<int> served{0};
+  const auto hci = SharedRefBase::make<FakeHci>();
+  hci->on_command = [&](const Bytes& command) {
+    const std::string text = command.empty() ? std::string(100'000, 'x') : std::to_string(command.size());
+    if (command.empty()) ++served;
+    return ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_STATE, text.c_str());
+  };
+  ABinderProcess_setThreadPoolMaxThreadCount(1);
+  ABinderProcess_startThreadPool();
+  ASSERT_EQ(Publish(hci), EX_NONE);
+  for (int i = 0; i < kDeaf; ++i) ask.Open();
+  EXPECT_TRUE(WaitFor([&] { return served == kDeaf * kAsked; })) << served;
+  work.Open();
+  worked.Pass();
+  EXPECT_FALSE(log.Has("closing the connection"));
+  // They read what waited for them, all of it and in order, and go on to ask for more than is kept.
+  for (int i = 0; i < kDeaf; ++i) read.Open();
+  EXPECT_TRUE(
+      WaitFor([&] { return log.Count("closing the connection to a process: it does not read its answers") == kDeaf; }));
+  work.Open();
+  worked.Pass();
+  for (int i = 0; i < kDeaf; ++i) ask.Open();
+  EXPECT_EQ(first.Wait(), 0);
+  EXPECT_EQ(second.Wait(), 0);
+  work.Open('q');
+  EXPECT_EQ(client.Wait(), 0);
+}
+
+// The service is a plain user's, who has much to ask of it himself; root and a third user come too.
+TEST(BinderUserTest, AUserHasAShareAndAStrangerNone) {
+  constexpr uid_t kUser = 65534;
+  constexpr uid_t kStranger = 65533;
+  if (geteuid() != 0) GTEST_SKIP() << "needs to be root, to become others";
+  const TempRoot root;
+  // As the machine's administrator lays it out.
+  const std::string run = root.path() + "/run/bthal";
+  std::filesystem::create_directories(run);
+  std::filesystem::permissions(run, std::filesystem::perms::owner_all);
+  std::filesystem::permissions(root.path(), std::filesystem::perms::all);
+  ASSERT_EQ(chown(run.c_str(), kUser, kUser), 0);
+  const Gate come;
+  ChildProcess admin([&] {
+    come.Pass();
+    const ::ndk::SpAIBinder found(AServiceManager_checkService(HciInstance().c_str()));
+    return found.get() != nullptr && AIBinder_ping(found.get()) == STATUS_OK ? 0 : 1;
+  });
+  ChildProcess stranger([&] {
+    if (setuid(kStranger) != 0) return 1;
+    come.Pass();
+    if (RawPeer(root).Answers()) return 2;
+    const LogCapture log;
+    const ::ndk::SpAIBinder found(AServiceManager_checkService(HciInstance().c_str()));
+    if (found.get() != nullptr) return 3;
+    // Nor does he publish or set anything there.
+    if (Publish(SharedRefBase::make<FakeHci>()) == EX_NONE || ::android::base::SetProperty("a", "b")) return 4;
+    return log.Has("/run/bthal belongs to user 65534, not to user 65533 or root: it is not used") ? 0 : 5;
+  });
+  ASSERT_EQ(seteuid(kUser), 0);
   const LogCapture log;
   ABinderProcess_startThreadPool();
   ASSERT_EQ(Publish(SharedRefBase::make<FakeHci>()), EX_NONE);
-  EXPECT_EQ(std::filesystem::status("/run/bthal").permissions(), std::filesystem::perms::owner_all);
   // The folder keeps strangers out already; here it does not.
-  std::filesystem::permissions("/run/bthal", std::filesystem::perms::all);
-  for (const auto& socket : std::filesystem::directory_iterator("/run/bthal/binder")) {
+  std::filesystem::permissions(run, std::filesystem::perms::all);
+  for (const auto& socket : std::filesystem::directory_iterator(run + "/binder")) {
     std::filesystem::permissions(socket.path(), std::filesystem::perms::all);
   }
-  go.Open();
-  go.Open();
-  EXPECT_EQ(own.Wait(), 0);
-  EXPECT_EQ(stranger.Wait(), 1);
+  std::vector<std::unique_ptr<RawPeer>> peers;
+  for (int i = 0; i < 48; ++i) {
+    peers.push_back(std::make_unique<RawPeer>(root));
+    ASSERT_TRUE(peers.back()->Answers()) << i;
+  }
+  EXPECT_FALSE(RawPeer(root).Answers());
+  EXPECT_TRUE(log.Has("process " + std::to_string(getpid()) + " of user 65534, who may have 48 of 64"));
+  come.Open();
+  come.Open();
+  EXPECT_EQ(admin.Wait(), 0);
+  EXPECT_EQ(stranger.Wait(), 0);
   EXPECT_EQ(log.Count("a connection of another user's process is turned away"), 1u);
+  EXPECT_TRUE(log.Has(" of user 65533"));
+  EXPECT_TRUE(peers.front()->Answers());
+  peers.pop_back();
+  EXPECT_TRUE(RawPeer(root).Answers());
+  EXPECT_EQ(seteuid(0), 0);
 }
 
 }  // namespace
