@@ -10,19 +10,19 @@
 #include <sys/resource.h>
 
 #include <atomic>
-#include <fstream>
 #include <mutex>
 #include <thread>
 
-#include "sim/backend.h"
-#include "sim/coex.h"
-#include "sim/controller.h"
-#include "sim/faults.h"
+#include "sim/base/files.h"
+#include "sim/base/journal.h"
+#include "sim/controller/controller.h"
+#include "sim/controller/faults.h"
 #include "sim/furnish.h"
-#include "sim/journal.h"
-#include "sim/line.h"
-#include "sim/nodes.h"
-#include "sim/ordered_inputs.h"
+#include "sim/nodes/coex.h"
+#include "sim/nodes/fifos.h"
+#include "sim/nodes/ordered_inputs.h"
+#include "sim/wire/backend.h"
+#include "sim/wire/line.h"
 
 namespace bthal::sim {
 namespace {

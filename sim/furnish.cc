@@ -1,11 +1,10 @@
 #include "sim/furnish.h"
 
-#include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <system_error>
 
-#include "sim/firmware.h"
+#include "sim/base/files.h"
+#include "sim/controller/firmware.h"
 
 namespace bthal::sim {
 namespace {
@@ -24,15 +23,6 @@ constexpr char kConfiguration[] =
     "UartPort = /dev/ttySAC16\n"
     "UserialType = 1\n"
     "BigHammerBtRegOnDelay = 100\n";
-
-bool WriteFile(const std::string& path, const std::string& content, std::string* error) {
-  if (!MakeFoldersAbove(path, error)) return false;
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << content;
-  if (file.flush()) return true;
-  *error = "cannot write " + path + ": check the folder's owner and the free space";
-  return false;
-}
 
 std::vector<std::string> PatchNames(uint8_t chip_id) {
   std::vector<std::string> names{"QNL.hcd",     "QNL_188_U.hcd", "QNL_188_S.hcd", "QNL_174.hcd", "QNL_181.hcd",
@@ -57,23 +47,6 @@ bool WritePatch(const std::string& path, const std::string& name, size_t records
 }
 
 }  // namespace
-
-bool MakeFolder(const std::string& path, std::string* error) {
-  std::error_code code;
-  std::filesystem::create_directories(path, code);
-  if (!code) return true;
-  *error = "cannot make the folder " + path + ": " + code.message() + "; choose a device root that you may write to";
-  return false;
-}
-
-bool MakeFoldersAbove(const std::string& path, std::string* error) {
-  return MakeFolder(std::filesystem::path(path).parent_path().string(), error);
-}
-
-bool WriteIfAbsent(const std::string& path, const std::string& content, std::string* error) {
-  std::error_code ignored;
-  return std::filesystem::exists(path, ignored) || WriteFile(path, content, error);
-}
 
 bool Furnish(const BoardOptions& options, std::string* error) {
   const std::string& root = options.root;

@@ -8,7 +8,7 @@
 
 #include <filesystem>
 
-#include "sim/firmware.h"
+#include "sim/controller/firmware.h"
 #include "support/board_host.h"
 #include "support/wait_for.h"
 

@@ -12,7 +12,7 @@
 #include "bthal/run/interrupt.h"
 #include "bthal/show/journal_words.h"
 #include "bthal/show/terminal.h"
-#include "sim/faults.h"
+#include "sim/controller/faults.h"
 
 namespace bthal::tool {
 namespace {

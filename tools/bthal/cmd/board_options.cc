@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "sim/faults.h"
+#include "sim/controller/faults.h"
 
 namespace bthal::tool {
 

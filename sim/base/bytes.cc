@@ -1,0 +1,29 @@
+#include "sim/base/bytes.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace bthal::sim {
+
+void PutAll(Bytes& bytes, const Bytes& more) { bytes.insert(bytes.end(), more.begin(), more.end()); }
+
+std::string Hex(uint64_t value, int digits) {
+  char text[32];
+  snprintf(text, sizeof(text), "0x%0*llX", digits, static_cast<unsigned long long>(value));
+  return text;
+}
+
+Bytes ParseAddress(const std::string& text) {
+  unsigned part[6];
+  char rest = 0;
+  if (sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &part[0], &part[1], &part[2], &part[3], &part[4], &part[5],
+             &rest) != 6) {
+    return {};
+  }
+  Bytes address;
+  for (const unsigned byte : part) Put8(address, byte);
+  std::reverse(address.begin(), address.end());
+  return address;
+}
+
+}  // namespace bthal::sim

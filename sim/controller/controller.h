@@ -1,0 +1,111 @@
+// The Bluetooth controller.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "sim/base/journal.h"
+#include "sim/base/options.h"
+#include "sim/controller/command_table.h"
+#include "sim/controller/faults.h"
+#include "sim/controller/links.h"
+#include "sim/controller/loopback.h"
+#include "sim/controller/sleep.h"
+#include "sim/controller/standard.h"
+#include "sim/controller/thread_radio.h"
+#include "sim/controller/vendor.h"
+#include "sim/nodes/coex.h"
+#include "sim/wire/backend.h"
+#include "sim/wire/h4.h"
+#include "sim/wire/line.h"
+
+namespace bthal::sim {
+
+// Everything happens on the board's thread.
+class Controller final : public Outlet, private VendorCommands::Owner {
+ public:
+  // All pointers outlive the controller; `emulator` may be null.
+  Controller(const BoardOptions& options, EventJournal* journal, Line* line, Coex* coex, Faults* faults,
+             Backend* emulator);
+
+  void SetPower(bool on);
+  void SetWakeLine(bool high);
+  // What the host sent.
+  void Receive(const Bytes& bytes);
+  // What the emulator sent.
+  void ReceiveFromEmulator(uint8_t type, Bytes packet);
+  // Sends as the controller's own, when the power is on.
+  void SendRaw(const Bytes& bytes);
+  // Lets faults strike that wait for nothing.
+  void StrikeNow();
+  ThreadRadio& thread_radio() { return thread_radio_; }
+
+  // Outlet
+  void SendEvent(uint8_t code, const Bytes& parameters) override;
+  void SendPacket(uint8_t type, const Bytes& packet) override;
+  size_t Waiting() const override { return line_->Waiting(); }
+  void ProtocolError(const std::string& what) override;
+  Timers& timers() override { return timers_; }
+
+ private:
+  enum class State { kOff, kRunning, kMinidriver, kBooting };
+
+  // What faults do to the answer of one command.
+  struct Spoiled {
+    bool no_answer = false;
+    std::optional<uint8_t> status;
+    Clock::duration late{};
+    bool no_credit = false;
+    Clock::duration credit_after{};
+    std::optional<size_t> lost_byte;
+  };
+
+  bool Hears(size_t bytes);
+  void OnPacket(uint8_t type, const Bytes& packet);
+  void OnCommand(const Bytes& packet);
+  void OnData(uint8_t type, const Bytes& packet);
+  void Execute(uint16_t opcode, const Bytes& packet, const Spoiled& spoiled);
+  Answer Obey(uint16_t opcode, const Bytes& parameters);
+  Answer Refusal(uint16_t opcode, uint8_t status) const;
+  bool GoesToEmulator(uint16_t opcode) const;
+  void Reply(uint16_t opcode, Answer answer, const Spoiled& spoiled);
+  void GrantCredit();
+  void Settle(uint16_t opcode);
+  Answer Reset();
+
+  Spoiled Strike(uint16_t opcode);
+  void Strike(const Fault& fault, Spoiled* spoiled);
+  void SendFragments(const Fault& fault);
+
+  // VendorCommands::Owner
+  bool InMinidriver() const override { return state_ == State::kMinidriver; }
+  void EnterMinidriver() override;
+  void BootPatch(const std::string& image_name) override;
+  void ChangeSpeed(uint32_t speed) override;
+  void SetSleepMode() override;
+  void FinishBoot();
+
+  const BoardOptions& options_;
+  EventJournal* const journal_;
+  Line* const line_;
+  Coex* const coex_;
+  Faults* const faults_;
+  Backend* const emulator_;
+
+  Timers timers_;
+  H4Decoder decoder_;
+  Sleep sleep_;
+  CommandTable commands_;
+  Loopback loopback_;
+  Identity identity_;
+  VendorCommands vendor_;
+  StandardCommands standard_;
+  Links links_;
+  ThreadRadio thread_radio_;
+
+  State state_ = State::kOff;
+  Clock::time_point boots_at_{};
+  std::optional<uint16_t> outstanding_;  // a command whose answer is still to come
+};
+
+}  // namespace bthal::sim

@@ -1,0 +1,16 @@
+#include "sim/controller/identity.h"
+
+namespace bthal::sim {
+
+Identity::Identity(const BoardOptions& options)
+    : chip_id(options.chip_id), patched_name(options.local_name), own_address(ParseAddress(options.address)) {
+  Forget();
+}
+
+void Identity::Forget() {
+  name = "QNL" + std::to_string(chip_id) + " ROM";
+  build = 0;
+  address = own_address;
+}
+
+}  // namespace bthal::sim

@@ -1,0 +1,81 @@
+#include "sim/nodes/fifos.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "sim/base/files.h"
+
+namespace bthal::sim {
+namespace {
+
+constexpr char kPowerType[] = "/sys/class/rfkill/rfkill0/type";
+constexpr char kPowerNode[] = "/sys/class/rfkill/rfkill0/state";
+constexpr char kLpmNode[] = "/proc/bluetooth/sleep/lpm";
+constexpr char kWakeNode[] = "/proc/bluetooth/sleep/btwrite";
+constexpr char kWakeLockNode[] = "/sys/power/wake_lock";
+constexpr char kWakeUnlockNode[] = "/sys/power/wake_unlock";
+constexpr char kUartDebugNode[] = "/sys/devices/platform/155d0000.serial/uart_dbg";
+
+std::string Text(const Bytes& unit) { return {unit.begin(), unit.end()}; }
+
+}  // namespace
+
+void Nodes::Close() {
+  for (const Fd& fifo : fifos_) inputs_->Remove(fifo.get());
+  for (const std::string& path : paths_) unlink(path.c_str());
+  fifos_.clear();
+  paths_.clear();
+}
+
+OrderedInputs::OnUnit Nodes::Switch(const std::string& node, const std::function<void(bool)>& set) const {
+  return [node, set, nonsense = nonsense_](const Bytes& unit) {
+    const std::string text = Text(unit);
+    if (text == "0" || text == "1") {
+      set(text == "1");
+    } else {
+      nonsense(node + " takes 0 or 1, not '" + text + "'");
+    }
+  };
+}
+
+bool Nodes::AddFifo(const std::string& path, OrderedInputs::Framing framing, OrderedInputs::OnUnit on_unit,
+                    std::string* error) {
+  const std::string below = root_ + path;
+  if (!MakeFoldersAbove(below, error)) return false;
+  unlink(below.c_str());
+  if (mkfifo(below.c_str(), 0660) != 0) {
+    *error = "cannot make the FIFO " + below + ": " + strerror(errno);
+    return false;
+  }
+  paths_.push_back(below);
+  Fd fifo(open(below.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  if (!fifo.ok()) {
+    *error = "cannot open " + below + ": " + strerror(errno);
+    return false;
+  }
+  if (!inputs_->Add(fifo.get(), below, framing, std::move(on_unit), error)) return false;
+  fifos_.push_back(std::move(fifo));
+  return true;
+}
+
+bool Nodes::Open(const std::string& root, OrderedInputs* inputs, Callbacks callbacks, std::string* error) {
+  using Framing = OrderedInputs::Framing;
+  root_ = root;
+  inputs_ = inputs;
+  nonsense_ = callbacks.nonsense;
+  auto named = [](std::function<void(const std::string&)> told) {
+    return [told = std::move(told)](const Bytes& unit) { told(Text(unit)); };
+  };
+  // The service finds the power switch by its type.
+  if (!WriteIfAbsent(root_ + kPowerType, "bluetooth\n", error)) return false;
+  return AddFifo(kPowerNode, Framing::kCharacter, Switch(kPowerNode, callbacks.power), error) &&
+         AddFifo(kLpmNode, Framing::kCharacter, Switch(kLpmNode, callbacks.lpm_driver), error) &&
+         AddFifo(kWakeNode, Framing::kCharacter, Switch(kWakeNode, callbacks.wake_line), error) &&
+         AddFifo(kWakeLockNode, Framing::kLine, named(callbacks.wake_lock), error) &&
+         AddFifo(kWakeUnlockNode, Framing::kLine, named(callbacks.wake_unlock), error) &&
+         AddFifo(kUartDebugNode, Framing::kCharacter, named(callbacks.uart_debug), error);
+}
+
+}  // namespace bthal::sim
