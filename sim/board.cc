@@ -20,6 +20,7 @@
 #include "sim/furnish.h"
 #include "sim/nodes/coex.h"
 #include "sim/nodes/fifos.h"
+#include "sim/nodes/guardian.h"
 #include "sim/nodes/ordered_inputs.h"
 #include "sim/wire/backend.h"
 #include "sim/wire/line.h"
@@ -30,6 +31,7 @@ namespace {
 constexpr char kUart[] = "/dev/ttySAC16";
 constexpr int kPacedPriority = -15;
 constexpr char kLockFile[] = "/.board.lock";
+constexpr char kGuardianLockFile[] = "/.board.guardian.lock";
 
 }  // namespace
 
@@ -39,8 +41,9 @@ class Board::Impl {
   explicit Impl(BoardOptions options)
       : options_(std::move(options)),
         journal_(options_.journal_entries, options_.journal_data_bytes),
-        coex_(&journal_, &inputs_),
-        line_(&journal_, options_.pace),
+        coex_(&journal_, &inputs_, &guardian_),
+        fifos_(&inputs_, &guardian_),
+        line_(&journal_, &guardian_, options_.pace),
         backend_(&journal_),
         controller_(options_, &journal_, &line_, &coex_, &faults_, options_.backend.empty() ? nullptr : &backend_) {}
   ~Impl() { Stop(); }
@@ -69,10 +72,11 @@ class Board::Impl {
   const BoardOptions options_;
   EventJournal journal_;
   Faults faults_;
-  // In this order: what plays a node is taken from the inputs before they go.
+  // In this order: what plays a node is taken from the inputs before they go, and its guardian goes last.
+  Guardian guardian_;
   OrderedInputs inputs_;
   Coex coex_;
-  Nodes nodes_;
+  Fifos fifos_;
   Line line_;
   Backend backend_;
   Controller controller_;
@@ -129,7 +133,7 @@ bool Board::Impl::OpenUart(std::string* error) {
 }
 
 bool Board::Impl::OpenNodes(std::string* error) {
-  Nodes::Callbacks callbacks;
+  Fifos::Callbacks callbacks;
   callbacks.power = [this](bool on) { controller_.SetPower(on); };
   callbacks.wake_line = [this](bool high) { controller_.SetWakeLine(high); };
   callbacks.lpm_driver = [this](bool on) { journal_.Record(WireEvent::kLpmDriver, on ? 1 : 0); };
@@ -137,7 +141,7 @@ bool Board::Impl::OpenNodes(std::string* error) {
   callbacks.wake_unlock = [this](const std::string& name) { journal_.Record(WireEvent::kWakeUnlock, 0, name); };
   callbacks.uart_debug = [this](const std::string& text) { journal_.Record(WireEvent::kUartDebug, 0, text); };
   callbacks.nonsense = [this](const std::string& what) { journal_.Record(WireEvent::kProtocolError, 0, what); };
-  return nodes_.Open(options_.root, &inputs_, std::move(callbacks), error);
+  return fifos_.Open(options_.root, std::move(callbacks), error);
 }
 
 bool Board::Impl::Start(std::string* error) {
@@ -146,7 +150,10 @@ bool Board::Impl::Start(std::string* error) {
     return false;
   }
   if (!Check(error) || !MakeFolder(options_.root.empty() ? "/" : options_.root, error) || !Lock(error)) return false;
-  if (!AddFaults(error) || !inputs_.Open(error) || !coex_.Open(options_.root, error)) return false;
+  const std::string guardian_lock = options_.only_coex ? std::string() : options_.root + kGuardianLockFile;
+  if (!AddFaults(error) || !guardian_.Start(guardian_lock, error) || !inputs_.Open(error) ||
+      !coex_.Open(options_.root, error))
+    return false;
   if (!options_.only_coex) {
     if (!options_.backend.empty() && !backend_.Connect(options_.backend, error)) return false;
     if (options_.furnish && !Furnish(options_, error)) return false;
@@ -167,9 +174,10 @@ void Board::Impl::Stop() {
   Ask([] {});
   thread_.join();
   // What is gone fails at once for whoever opens it; what is left without a reader would hang.
-  nodes_.Close();
+  fifos_.Close();
   coex_.Close();
   line_.Close();
+  guardian_.Stop();
   lock_.Reset();
 }
 

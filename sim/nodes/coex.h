@@ -4,6 +4,7 @@
 #include <string>
 
 #include "sim/base/journal.h"
+#include "sim/nodes/guardian.h"
 #include "sim/nodes/ordered_inputs.h"
 #include "sim/nodes/pty_pair.h"
 
@@ -14,7 +15,8 @@ namespace bthal::sim {
 //   to Bluetooth:    01 xx 01 value                 value 42 or 43: the chip is about to be reset as a whole
 class Coex {
  public:
-  Coex(EventJournal* journal, OrderedInputs* inputs) : journal_(journal), inputs_(inputs) {}
+  Coex(EventJournal* journal, OrderedInputs* inputs, const Guardian* guardian)
+      : journal_(journal), inputs_(inputs), pty_(guardian) {}
   ~Coex() { Close(); }
 
   bool Open(const std::string& root, std::string* error);

@@ -22,14 +22,14 @@ std::string Text(const Bytes& unit) { return {unit.begin(), unit.end()}; }
 
 }  // namespace
 
-void Nodes::Close() {
+void Fifos::Close() {
   for (const Fd& fifo : fifos_) inputs_->Remove(fifo.get());
   for (const std::string& path : paths_) unlink(path.c_str());
   fifos_.clear();
   paths_.clear();
 }
 
-OrderedInputs::OnUnit Nodes::Switch(const std::string& node, const std::function<void(bool)>& set) const {
+OrderedInputs::OnUnit Fifos::Switch(const std::string& node, const std::function<void(bool)>& set) const {
   return [node, set, nonsense = nonsense_](const Bytes& unit) {
     const std::string text = Text(unit);
     if (text == "0" || text == "1") {
@@ -40,30 +40,33 @@ OrderedInputs::OnUnit Nodes::Switch(const std::string& node, const std::function
   };
 }
 
-bool Nodes::AddFifo(const std::string& path, OrderedInputs::Framing framing, OrderedInputs::OnUnit on_unit,
+bool Fifos::AddFifo(const std::string& path, OrderedInputs::Framing framing, OrderedInputs::OnUnit on_unit,
                     std::string* error) {
   const std::string below = root_ + path;
+  const std::string fresh = below + ".new";
   if (!MakeFoldersAbove(below, error)) return false;
-  unlink(below.c_str());
-  if (mkfifo(below.c_str(), 0660) != 0) {
-    *error = "cannot make the FIFO " + below + ": " + strerror(errno);
+  unlink(fresh.c_str());
+  if (mkfifo(fresh.c_str(), 0660) != 0) {
+    *error = "cannot make the FIFO " + fresh + ": " + strerror(errno);
     return false;
   }
-  paths_.push_back(below);
-  Fd fifo(open(below.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  Fd fifo(open(fresh.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
   if (!fifo.ok()) {
-    *error = "cannot open " + below + ": " + strerror(errno);
+    *error = "cannot open " + fresh + ": " + strerror(errno);
     return false;
   }
+  // Lets go whoever waits in the open of a FIFO that a killed board and its guardian left.
+  const Fd stale(open(below.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  if (!guardian_->Publish(fresh, below, fifo.get(), -1, error)) return false;
+  paths_.push_back(below);
   if (!inputs_->Add(fifo.get(), below, framing, std::move(on_unit), error)) return false;
   fifos_.push_back(std::move(fifo));
   return true;
 }
 
-bool Nodes::Open(const std::string& root, OrderedInputs* inputs, Callbacks callbacks, std::string* error) {
+bool Fifos::Open(const std::string& root, Callbacks callbacks, std::string* error) {
   using Framing = OrderedInputs::Framing;
   root_ = root;
-  inputs_ = inputs;
   nonsense_ = callbacks.nonsense;
   auto named = [](std::function<void(const std::string&)> told) {
     return [told = std::move(told)](const Bytes& unit) { told(Text(unit)); };

@@ -6,13 +6,14 @@
 #include <vector>
 
 #include "sim/base/fd.h"
+#include "sim/nodes/guardian.h"
 #include "sim/nodes/ordered_inputs.h"
 
 namespace bthal::sim {
 
 // Each node is a FIFO, because the order and number of writes matter and a regular file shows only the last one. Held
 // open for reading and writing, so that a writer's open never waits and its close never ends anything.
-class Nodes {
+class Fifos {
  public:
   struct Callbacks {
     std::function<void(bool on)> power;
@@ -24,9 +25,13 @@ class Nodes {
     std::function<void(const std::string& what)> nonsense;  // what a driver would refuse
   };
 
-  ~Nodes() { Close(); }
+  // Both outlive it.
+  Fifos(OrderedInputs* inputs, const Guardian* guardian) : inputs_(inputs), guardian_(guardian) {}
+  Fifos(const Fifos&) = delete;
+  Fifos& operator=(const Fifos&) = delete;
+  ~Fifos() { Close(); }
 
-  bool Open(const std::string& root, OrderedInputs* inputs, Callbacks callbacks, std::string* error);
+  bool Open(const std::string& root, Callbacks callbacks, std::string* error);
   // Removes the FIFOs, so that a later writer's open fails instead of hanging.
   void Close();
 
@@ -35,8 +40,9 @@ class Nodes {
                std::string* error);
   OrderedInputs::OnUnit Switch(const std::string& node, const std::function<void(bool)>& set) const;
 
+  OrderedInputs* const inputs_;
+  const Guardian* const guardian_;
   std::string root_;
-  OrderedInputs* inputs_ = nullptr;
   std::function<void(const std::string&)> nonsense_;
   std::vector<Fd> fifos_;
   std::vector<std::string> paths_;

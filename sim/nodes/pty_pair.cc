@@ -24,17 +24,15 @@ std::string LinkTarget(const std::string& link) {
   return length < 0 ? std::string() : std::string(target, static_cast<size_t>(length));
 }
 
-bool PointLink(const std::string& link, const std::string& target, std::string* error) {
+// Makes a link at `fresh` that may take the place of `link`.
+bool MakeLink(const std::string& fresh, const std::string& link, const std::string& target, std::string* error) {
   struct stat existing {};
   if (lstat(link.c_str(), &existing) == 0 && !S_ISLNK(existing.st_mode)) {
     *error = link + " is there and is no symbolic link of a virtual board; remove it, or use another device root";
     return false;
   }
-  const std::string fresh = link + ".new";
   unlink(fresh.c_str());
-  if (symlink(target.c_str(), fresh.c_str()) != 0) return Fail(error, "cannot make " + fresh);
-  if (rename(fresh.c_str(), link.c_str()) != 0) return Fail(error, "cannot put " + link + " in place");
-  return true;
+  return symlink(target.c_str(), fresh.c_str()) == 0 || Fail(error, "cannot make " + fresh);
 }
 
 }  // namespace
@@ -58,7 +56,11 @@ bool PtyPair::Open(const std::string& link, std::string* error) {
   if (!keeper.ok() || tcgetattr(keeper.get(), &attributes) != 0) return Fail(error, std::string("cannot open ") + path);
   cfmakeraw(&attributes);
   if (tcsetattr(keeper.get(), TCSANOW, &attributes) != 0) return Fail(error, std::string("cannot set up ") + path);
-  if (!PointLink(link, path, error)) return false;
+  const std::string fresh = link + ".new";
+  if (!MakeLink(fresh, link, path, error)) return false;
+  const Fd node(open(fresh.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (!node.ok()) return Fail(error, "cannot open " + fresh);
+  if (!guardian_->Publish(fresh, link, node.get(), keeper.get(), error)) return false;
   master_ = std::move(master);
   keeper_ = std::move(keeper);
   host_path_ = path;

@@ -4,12 +4,13 @@
 #include <string>
 
 #include "sim/base/fd.h"
+#include "sim/nodes/guardian.h"
 
 namespace bthal::sim {
 
 class PtyPair {
  public:
-  PtyPair() = default;
+  explicit PtyPair(const Guardian* guardian) : guardian_(guardian) {}  // which outlives it
   PtyPair(const PtyPair&) = delete;
   PtyPair& operator=(const PtyPair&) = delete;
   ~PtyPair() { Close(); }
@@ -27,6 +28,7 @@ class PtyPair {
   const std::string& host_path() const { return host_path_; }
 
  private:
+  const Guardian* const guardian_;
   Fd master_;
   Fd keeper_;
   std::string host_path_;

@@ -31,7 +31,7 @@ struct Arrived {
 // Never blocks: what the host does not take yet waits here.
 class Line {
  public:
-  Line(EventJournal* journal, bool pace) : journal_(journal), pace_(pace) {}
+  Line(EventJournal* journal, const Guardian* guardian, bool pace) : journal_(journal), pace_(pace), pty_(guardian) {}
 
   bool Open(const std::string& link, std::string* error);
   void HangUp();

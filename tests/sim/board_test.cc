@@ -3,13 +3,18 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
+#include <fstream>
+#include <thread>
 
 #include "sim/controller/firmware.h"
 #include "support/board_host.h"
+#include "support/child_process.h"
 #include "support/wait_for.h"
 
 namespace bthal::test {
@@ -381,18 +386,76 @@ TEST_F(BoardTest, RefusesToStartWithAReason) {
   EXPECT_THAT(refuses([](auto&) {}), HasSubstr("another virtual board plays"));
 }
 
-TEST_F(BoardTest, LeavesNothingThatHangsAndReplacesWhatAKilledBoardLeft) {
+constexpr const char* kNodes[] = {"/dev/ttySAC16", "/dev/wbrc", "/sys/class/rfkill/rfkill0/state",
+                                  "/sys/power/wake_lock"};
+
+// What the process (or thread) does: R runs, S waits, T is stopped.
+char StateOf(pid_t id) {
+  std::ifstream stat("/proc/" + std::to_string(id) + "/stat");
+  std::string text;
+  std::getline(stat, text);
+  const size_t name_ends = text.rfind(')');
+  return name_ends == std::string::npos ? '?' : text.at(name_ends + 2);
+}
+
+TEST_F(BoardTest, TakesItsNodesAlongAndReplacesWhatAKilledBoardLeft) {
   Start();
   board_->Stop();
   struct stat status {};
-  for (const char* path : {"/dev/ttySAC16", "/dev/wbrc", "/sys/class/rfkill/rfkill0/state", "/sys/power/wake_lock"}) {
-    EXPECT_NE(0, lstat((root_.path() + path).c_str(), &status)) << path;
-  }
+  for (const char* path : kNodes) EXPECT_NE(0, lstat((root_.path() + path).c_str(), &status)) << path;
+  const std::string fifo = root_.Below("/sys/power/wake_lock");
   ASSERT_EQ(0, symlink("/dev/pts/nowhere", (root_.path() + "/dev/ttySAC16").c_str()));
-  ASSERT_EQ(0, mkfifo((root_.path() + "/sys/power/wake_lock").c_str(), 0600));
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  std::atomic<pid_t> waits{0};
+  std::thread writer([&] {
+    waits = gettid();
+    close(open(fifo.c_str(), O_WRONLY | O_CLOEXEC));
+  });
+  EXPECT_TRUE(WaitFor([&] { return waits != 0 && StateOf(waits) == 'S'; }));
   Start();
+  writer.join();
   host_.PowerOn();
   EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
+}
+
+TEST_F(BoardTest, KilledItLeavesNothingThatHangsOrLeadsToAStranger) {
+  Gate playing;
+  ChildProcess process([&] {
+    std::string error;
+    Board board(SmallBoard(root_));
+    if (!board.Start(&error)) return 1;
+    playing.Open();
+    return pause();
+  });
+  playing.Pass();
+  const std::string id = std::to_string(process.pid());
+  pid_t guardian = 0;
+  std::ifstream("/proc/" + id + "/task/" + id + "/children") >> guardian;
+  ASSERT_GT(guardian, 0);
+  const std::string terminal = std::filesystem::read_symlink(root_.path() + "/dev/ttySAC16");
+  // The moment between the board's death and its guardian's work, drawn out.
+  kill(guardian, SIGSTOP);
+  ASSERT_TRUE(WaitFor([&] { return StateOf(guardian) == 'T'; }));
+  process.Kill();
+  for (const char* path : kNodes) {
+    const bool is_fifo = std::filesystem::is_fifo(root_.path() + path);
+    const int fd = open((root_.path() + path).c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(is_fifo, fd >= 0) << path << ": a FIFO still has its reader, a terminal has gone";
+    if (fd >= 0) close(fd);
+  }
+  std::vector<int> strangers;
+  for (int i = 0; i < 4; ++i) {
+    const int stranger = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(stranger, 0);
+    EXPECT_NE(terminal, ptsname(stranger));
+    strangers.push_back(stranger);
+  }
+  for (const int stranger : strangers) close(stranger);
+  kill(guardian, SIGCONT);
+  struct stat status {};
+  for (const char* path : kNodes) {
+    EXPECT_TRUE(WaitFor([&] { return lstat((root_.path() + path).c_str(), &status) != 0; })) << path;
+  }
 }
 
 TEST_F(BoardTest, PlaysOnlyTheCoexistenceDriverWhenAsked) {
