@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "sim/base/files.h"
-#include "sim/controller/firmware.h"
+#include "sim/controller/patch_file.h"
 
 namespace bthal::sim {
 namespace {
@@ -59,8 +59,9 @@ bool Furnish(const BoardOptions& options, std::string* error) {
       !WriteIfAbsent(root + "/proc/device-tree/chosen/config/bt_addr", options.provisioned_address + "\n", error)) {
     return false;
   }
+  const std::string firmware = root + kFirmwareFolder;
   for (const std::string& name : PatchNames(options.chip_id)) {
-    if (!WritePatch(root + kFirmwareFolder + name, name, options.patch_records, error)) return false;
+    if (!WritePatch(firmware + name, name, options.patch_records, error)) return false;
   }
   return true;
 }

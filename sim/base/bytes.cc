@@ -7,6 +7,12 @@ namespace bthal::sim {
 
 void PutAll(Bytes& bytes, const Bytes& more) { bytes.insert(bytes.end(), more.begin(), more.end()); }
 
+Bytes Part(const Bytes& bytes, size_t at, size_t size) {
+  const size_t begin = std::min(at, bytes.size());
+  const size_t count = std::min(size, bytes.size() - begin);
+  return {bytes.data() + begin, bytes.data() + begin + count};
+}
+
 std::string Hex(uint64_t value, int digits) {
   char text[32];
   snprintf(text, sizeof(text), "0x%0*llX", digits, static_cast<unsigned long long>(value));

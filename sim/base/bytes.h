@@ -22,6 +22,8 @@ inline void Put32(Bytes& bytes, uint32_t value) {
   Put16(bytes, value >> 16);
 }
 void PutAll(Bytes& bytes, const Bytes& more);
+// The `size` bytes from `at` on, or what there is of them.
+Bytes Part(const Bytes& bytes, size_t at, size_t size = SIZE_MAX);
 
 // "0x0C03", with at least so many digits.
 std::string Hex(uint64_t value, int digits);

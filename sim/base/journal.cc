@@ -1,6 +1,7 @@
 #include "sim/base/journal.h"
 
 #include <algorithm>
+#include <optional>
 #include <thread>
 
 namespace bthal::sim {
@@ -27,23 +28,30 @@ void EventJournal::Record(WireEvent event, uint64_t value, std::string text) {
   Record(std::move(entry));
 }
 
+void EventJournal::RecordPacket(WireEvent event, uint8_t type, std::vector<uint8_t> bytes) {
+  JournalEntry entry;
+  entry.event = event;
+  entry.packet_type = type;
+  entry.value = bytes.size();
+  entry.bytes = std::move(bytes);
+  Record(std::move(entry));
+}
+
 void EventJournal::Record(JournalEntry entry) {
   entry.time = std::chrono::steady_clock::now();
   std::shared_ptr<const Observer> observer;
+  std::optional<JournalEntry> observed;
   {
     std::lock_guard lock(mutex_);
     observer = observer_;
+    if (observer) observed = entry;
     data_bytes_ += DataBytes(entry);
-    // The observer is called without the lock, so that it may ask the board whatever it likes.
-    if (observer) {
-      entries_.push_back(entry);
-    } else {
-      entries_.push_back(std::move(entry));
-    }
+    entries_.push_back(std::move(entry));
     Shorten();
   }
   changed_.notify_all();
-  if (observer) (*observer)(entry);
+  // Without the lock, so that the observer may ask the board whatever it likes.
+  if (observed) (*observer)(*observed);
 }
 
 void EventJournal::Shorten() {
@@ -54,7 +62,7 @@ void EventJournal::Shorten() {
     data_bytes_ -= bytes;
     std::vector<uint8_t>().swap(entry.bytes);
   }
-  if (entries_.size() <= max_entries_) return;
+  if (entries_.size() <= kMaxEntries) return;
   const size_t half = entries_.size() / 2;
   for (size_t i = 0; i < half; ++i) data_bytes_ -= DataBytes(entries_[i]);
   entries_.erase(entries_.begin(), entries_.begin() + static_cast<ptrdiff_t>(half));

@@ -13,12 +13,14 @@ namespace bthal::sim {
 // Written by the board's thread, read by any.
 class EventJournal {
  public:
-  // Keeps at most `max_entries` entries and about `max_bytes` of data packets: beyond the one the oldest half of the
+  // Keeps at most kMaxEntries entries and about `max_bytes` of data packets: beyond the one the oldest half of the
   // entries goes, beyond the other the oldest data packets lose their bytes (their `value` still tells their length).
-  EventJournal(size_t max_entries, size_t max_bytes) : max_entries_(max_entries), max_bytes_(max_bytes) {}
+  explicit EventJournal(size_t max_bytes) : max_bytes_(max_bytes) {}
 
   void Record(JournalEntry entry);
   void Record(WireEvent event, uint64_t value = 0, std::string text = {});
+  // With its length as the value.
+  void RecordPacket(WireEvent event, uint8_t type, std::vector<uint8_t> bytes);
 
   std::vector<JournalEntry> From(size_t from) const;
   std::vector<std::vector<uint8_t>> Commands() const;
@@ -31,7 +33,8 @@ class EventJournal {
 
   void Shorten();
 
-  const size_t max_entries_;
+  static constexpr size_t kMaxEntries = 2'000'000;
+
   const size_t max_bytes_;
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;

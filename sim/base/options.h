@@ -24,15 +24,11 @@ struct BoardOptions {
   std::string backend;     // "unix:PATH" of an H4 controller emulator for the standard commands; empty: our own
   std::vector<std::string> faults;  // see ParseFault in sim/controller/faults.h for the language
 
-  bool check_patch = true;  // patch records must be of the board's own make: order, sum and number are checked
-  bool thread_echo = true;  // the Thread radio sends each payload back
   // From the answer to Launch RAM the patch boots for so long, and hears nothing.
   std::chrono::milliseconds patch_boots_in{100};
   // With sleep mode set, the wake line must be low for so long before the controller no longer hears.
   std::chrono::milliseconds falls_asleep_after{100};
-  // The journal forgets its older half beyond so many entries, and the bytes of its oldest data packets (not their
-  // lengths) beyond so many bytes of them.
-  size_t journal_entries = 2'000'000;
+  // The journal forgets the bytes of its oldest data packets (not their lengths) beyond so many bytes of them.
   size_t journal_data_bytes = size_t{256} * 1024 * 1024;
 };
 

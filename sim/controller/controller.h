@@ -6,14 +6,23 @@
 
 #include "sim/base/journal.h"
 #include "sim/base/options.h"
+#include "sim/controller/advertiser.h"
+#include "sim/controller/chip.h"
 #include "sim/controller/command_table.h"
+#include "sim/controller/connections.h"
+#include "sim/controller/credits.h"
+#include "sim/controller/device_lists.h"
 #include "sim/controller/faults.h"
-#include "sim/controller/links.h"
+#include "sim/controller/identity.h"
+#include "sim/controller/inquiry.h"
 #include "sim/controller/loopback.h"
+#include "sim/controller/minidriver.h"
+#include "sim/controller/outlet.h"
+#include "sim/controller/scanner.h"
+#include "sim/controller/settings.h"
 #include "sim/controller/sleep.h"
-#include "sim/controller/standard.h"
 #include "sim/controller/thread_radio.h"
-#include "sim/controller/vendor.h"
+#include "sim/controller/vendor_commands.h"
 #include "sim/nodes/coex.h"
 #include "sim/wire/backend.h"
 #include "sim/wire/h4.h"
@@ -22,7 +31,7 @@
 namespace bthal::sim {
 
 // Everything happens on the board's thread.
-class Controller final : public Outlet, private VendorCommands::Owner {
+class Controller final : public Outlet, private Chip {
  public:
   // All pointers outlive the controller; `emulator` may be null.
   Controller(const BoardOptions& options, EventJournal* journal, Line* line, Coex* coex, Faults* faults,
@@ -60,24 +69,30 @@ class Controller final : public Outlet, private VendorCommands::Owner {
     std::optional<size_t> lost_byte;
   };
 
+  // controller.cc
   bool Hears(size_t bytes);
   void OnPacket(uint8_t type, const Bytes& packet);
-  void OnCommand(const Bytes& packet);
   void OnData(uint8_t type, const Bytes& packet);
+  void Reset();
+
+  // command_flow.cc
+  void OnCommand(const Bytes& packet);
   void Execute(uint16_t opcode, const Bytes& packet, const Spoiled& spoiled);
   Answer Obey(uint16_t opcode, const Bytes& parameters);
   Answer Refusal(uint16_t opcode, uint8_t status) const;
+  bool IsSilent(uint16_t opcode) const;
+  bool IsAnsweredAtOnce(uint16_t opcode) const;
   bool GoesToEmulator(uint16_t opcode) const;
   void Reply(uint16_t opcode, Answer answer, const Spoiled& spoiled);
   void GrantCredit();
   void Settle(uint16_t opcode);
-  Answer Reset();
 
+  // strikes.cc
   Spoiled Strike(uint16_t opcode);
   void Strike(const Fault& fault, Spoiled* spoiled);
   void SendFragments(const Fault& fault);
 
-  // VendorCommands::Owner
+  // Chip
   bool InMinidriver() const override { return state_ == State::kMinidriver; }
   void EnterMinidriver() override;
   void BootPatch(const std::string& image_name) override;
@@ -96,11 +111,17 @@ class Controller final : public Outlet, private VendorCommands::Owner {
   H4Decoder decoder_;
   Sleep sleep_;
   CommandTable commands_;
-  Loopback loopback_;
   Identity identity_;
+  Settings settings_;
+  Credits credits_;
+  Loopback loopback_;
+  Minidriver minidriver_;
   VendorCommands vendor_;
-  StandardCommands standard_;
-  Links links_;
+  Inquiry inquiry_;
+  Scanner scanner_;
+  Advertiser advertiser_;
+  DeviceLists lists_;
+  Connections connections_;
   ThreadRadio thread_radio_;
 
   State state_ = State::kOff;

@@ -7,6 +7,12 @@ Identity::Identity(const BoardOptions& options)
   Forget();
 }
 
+void Identity::Patch() {
+  constexpr uint16_t kPatchedBuild = 1234;
+  name = patched_name;
+  build = kPatchedBuild;
+}
+
 void Identity::Forget() {
   name = "QNL" + std::to_string(chip_id) + " ROM";
   build = 0;

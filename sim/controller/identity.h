@@ -14,6 +14,8 @@ struct Identity {
 
   // As a loss of power does: the ROM answers again.
   void Forget();
+  // The patch answers from now on.
+  void Patch();
 
   uint8_t chip_id;
   std::string patched_name;

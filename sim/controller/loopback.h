@@ -1,16 +1,18 @@
 // Local loopback: what the host sends comes back.
 #pragma once
 
-#include <map>
-
 #include "sim/controller/command_table.h"
+#include "sim/controller/credits.h"
 #include "sim/controller/identity.h"
+#include "sim/controller/outlet.h"
 
 namespace bthal::sim {
 
 class Loopback {
  public:
-  Loopback(Outlet* outlet, Identity* identity) : outlet_(outlet), identity_(identity) {}
+  // All outlive it.
+  Loopback(Outlet* outlet, const Identity* identity, const Credits* credits)
+      : outlet_(outlet), identity_(identity), credits_(credits) {}
 
   void AddTo(CommandTable* table);
   void Reset() { on_ = false; }
@@ -20,13 +22,14 @@ class Loopback {
   // The Loopback Command event for a whole command packet.
   static Bytes Command(const Bytes& packet);
   // Sends a data packet back, and its credit.
-  void Data(uint8_t type, const Bytes& packet);
+  void Data(uint8_t type, const Bytes& packet) const;
 
  private:
-  Answer Write(const Bytes& parameters);
+  Answer Write(uint8_t mode);
 
   Outlet* const outlet_;
-  Identity* const identity_;
+  const Identity* const identity_;
+  const Credits* const credits_;
   bool on_ = false;
 };
 

@@ -4,10 +4,6 @@
 namespace bthal::sim {
 namespace {
 
-constexpr uint8_t kHardwareErrorEvent = 0x10;
-constexpr uint8_t kVendorEvent = 0xFF;
-constexpr uint8_t kDebugInfoReport = 0x57;
-constexpr uint8_t kQualityReport = 0x58;
 constexpr uint8_t kRootInflammation = 5;
 constexpr uint8_t kSocDump = 19;
 constexpr uint8_t kChreDump = 20;

@@ -13,7 +13,7 @@ constexpr auto kPause = std::chrono::milliseconds(1);
 
 void ThreadRadio::Receive(const Bytes& frame) {
   if (frame[0] != 0 || frame[1] != 0) outlet_->ProtocolError("a Thread frame does not begin with two zero bytes");
-  if (echo_) Send(Bytes(frame.begin() + kHeader, frame.end()));
+  Send(Part(frame, kHeader));
 }
 
 void ThreadRadio::Send(const Bytes& payload) {

@@ -1,16 +1,16 @@
 // The Thread radio that shares the controller's UART.
 #pragma once
 
-#include "sim/controller/command_table.h"
+#include "sim/controller/outlet.h"
 
 namespace bthal::sim {
 
 //   frame:  0 | 0 | payload length, 16 bits | payload
 class ThreadRadio {
  public:
-  // With `echo` the payload of each frame comes back.
-  ThreadRadio(Outlet* outlet, bool echo) : outlet_(outlet), echo_(echo) {}
+  explicit ThreadRadio(Outlet* outlet) : outlet_(outlet) {}
 
+  // The payload of each frame comes back.
   void Receive(const Bytes& frame);
   // Ends a stream, as a loss of power does.
   void Forget() { number_ = count_ = 0; }
@@ -24,7 +24,6 @@ class ThreadRadio {
   void Go();
 
   Outlet* const outlet_;
-  bool echo_;
   uint32_t number_ = 0;
   uint32_t count_ = 0;
   uint16_t min_size_ = 0;

@@ -64,21 +64,24 @@ bool Fifos::AddFifo(const std::string& path, OrderedInputs::Framing framing, Ord
   return true;
 }
 
-bool Fifos::Open(const std::string& root, Callbacks callbacks, std::string* error) {
+bool Fifos::Open(const std::string& root, const Callbacks& callbacks, std::string* error) {
   using Framing = OrderedInputs::Framing;
   root_ = root;
   nonsense_ = callbacks.nonsense;
-  auto named = [](std::function<void(const std::string&)> told) {
-    return [told = std::move(told)](const Bytes& unit) { told(Text(unit)); };
+  auto add = [&](const char* path, Framing framing, OrderedInputs::OnUnit on_unit) {
+    return AddFifo(path, framing, std::move(on_unit), error);
+  };
+  auto named = [](const std::function<void(const std::string&)>& told) {
+    return [told](const Bytes& unit) { told(Text(unit)); };
   };
   // The service finds the power switch by its type.
   if (!WriteIfAbsent(root_ + kPowerType, "bluetooth\n", error)) return false;
-  return AddFifo(kPowerNode, Framing::kCharacter, Switch(kPowerNode, callbacks.power), error) &&
-         AddFifo(kLpmNode, Framing::kCharacter, Switch(kLpmNode, callbacks.lpm_driver), error) &&
-         AddFifo(kWakeNode, Framing::kCharacter, Switch(kWakeNode, callbacks.wake_line), error) &&
-         AddFifo(kWakeLockNode, Framing::kLine, named(callbacks.wake_lock), error) &&
-         AddFifo(kWakeUnlockNode, Framing::kLine, named(callbacks.wake_unlock), error) &&
-         AddFifo(kUartDebugNode, Framing::kCharacter, named(callbacks.uart_debug), error);
+  if (!add(kPowerNode, Framing::kCharacter, Switch(kPowerNode, callbacks.power))) return false;
+  if (!add(kLpmNode, Framing::kCharacter, Switch(kLpmNode, callbacks.lpm_driver))) return false;
+  if (!add(kWakeNode, Framing::kCharacter, Switch(kWakeNode, callbacks.wake_line))) return false;
+  if (!add(kWakeLockNode, Framing::kLine, named(callbacks.wake_lock))) return false;
+  if (!add(kWakeUnlockNode, Framing::kLine, named(callbacks.wake_unlock))) return false;
+  return add(kUartDebugNode, Framing::kCharacter, named(callbacks.uart_debug));
 }
 
 }  // namespace bthal::sim

@@ -31,7 +31,7 @@ class Fifos {
   Fifos& operator=(const Fifos&) = delete;
   ~Fifos() { Close(); }
 
-  bool Open(const std::string& root, Callbacks callbacks, std::string* error);
+  bool Open(const std::string& root, const Callbacks& callbacks, std::string* error);
   // Removes the FIFOs, so that a later writer's open fails instead of hanging.
   void Close();
 

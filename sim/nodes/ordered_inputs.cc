@@ -129,9 +129,6 @@ void OrderedInputs::HandOver() {
     source.units.pop_front();
   };
   while (!events_.empty()) {
-    // The kernel merges an event into the one before when they are alike. A close in between keeps apart what was
-    // written
-    // by one who opens the node for each write, as most do.
     const int watch = events_.front();
     events_.pop_front();
     const auto source =

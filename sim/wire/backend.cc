@@ -85,14 +85,14 @@ void Backend::Cut(const OnPacket& on_packet) {
       Gone("it sent a packet of type " + Hex(type, 2));
       return;
     }
-    Bytes rest(received_.begin() + static_cast<ptrdiff_t>(at + 1), received_.end());
+    Bytes rest = Part(received_, at + 1);
     const size_t size = H4PacketSize(type, rest);
     if (size == 0 || rest.size() < size) break;
     rest.resize(size);
     at += 1 + size;
     on_packet(type, std::move(rest));
   }
-  received_.erase(received_.begin(), received_.begin() + static_cast<ptrdiff_t>(at));
+  received_ = Part(received_, at);
 }
 
 void Backend::Gone(const std::string& why) {

@@ -52,8 +52,7 @@ class Line {
   // Forgets what has not left yet. What is on its way from the host still arrives.
   void Drop();
 
-  // Bit rate of the controller's end.
-  uint32_t speed() const { return speed_; }
+  // The bit rate of the controller's end.
   void SetSpeed(uint32_t speed);
   // From Hold to Release packets wait.
   void Hold() { held_ = true; }
@@ -73,13 +72,20 @@ class Line {
     size_t packets = 0;  // how many it holds; 0: there is no chunk
   };
 
+  // line.cc
   uint32_t ReadHostSpeed() const;
   void NoteHostSpeed(uint32_t speed);
   Clock::duration WireTime(size_t bytes) const;
+  // With pacing: how many bytes cross the wire at once.
+  size_t PacedChunk() const;
   Arrived ReadPty(size_t limit) const;
   bool Throttled(Clock::time_point now) const;
+
+  // line_output.cc
   bool Merging(Clock::time_point now);
   void WriteQueued(Clock::time_point now);
+  // Makes the next chunk; false while it has to wait for more.
+  bool BeginChunk(Clock::time_point now);
   void Assemble();
   void Garble();
   // How much of the chunk may be written now; nothing while the host has yet to read an earlier piece.

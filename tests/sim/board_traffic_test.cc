@@ -22,22 +22,10 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr uint16_t kReset = 0x0C03;
 constexpr uint16_t kWriteLoopback = 0x1802;
-constexpr int kSoon = 100;
 
-class BoardTrafficTest : public testing::Test {
+class BoardTrafficTest : public BoardTest {
  protected:
-  Board& Start(sim::BoardOptions options) {
-    board_ = std::make_unique<Board>(std::move(options));
-    std::string error;
-    EXPECT_TRUE(board_->Start(&error)) << error;
-    host_.PowerOn();
-    EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
-    return *board_;
-  }
-  Board& Start() { return Start(SmallBoard(root_)); }
-
   void EnterLoopback() {
     host_.Send(kWriteLoopback, {1});
     for (int link = 0; link < 4; ++link) {
@@ -47,10 +35,6 @@ class BoardTrafficTest : public testing::Test {
     }
     ASSERT_EQ(Complete(kWriteLoopback, {0}), host_.Read());
   }
-
-  TempRoot root_;
-  std::unique_ptr<Board> board_;
-  BoardHost host_{root_};
 };
 
 // A packet of its own for each kind and number: 0x02, 0x03, 0x05 are data, 0x01 is a command.
@@ -68,7 +52,7 @@ Packet Numbered(uint8_t type, uint32_t number) {
 }
 
 TEST_F(BoardTrafficTest, LoopbackReturnsEverythingOnceAndInOrder) {
-  Board& board = Start();
+  Board& board = Play();
   host_.ChangeSpeed(4000000);
   ASSERT_NO_FATAL_FAILURE(EnterLoopback());
   constexpr uint32_t kEach = 25000;
@@ -94,7 +78,7 @@ TEST_F(BoardTrafficTest, LoopbackReturnsEverythingOnceAndInOrder) {
     }
   }
   writer.join();
-  EXPECT_EQ(2 * kEach, credits) << "ACL and ISO data; SCO data has no credits";
+  EXPECT_EQ(2 * kEach, credits) << "ACL and ISO data; SCO data has no credits without flow control";
   for (uint32_t i = 0; i < kEach / 10; ++i) {
     const Packet command = Numbered(kTypes[0], i);
     host_.Write(command);
@@ -107,8 +91,40 @@ TEST_F(BoardTrafficTest, LoopbackReturnsEverythingOnceAndInOrder) {
   EXPECT_THAT(Texts(board, WireEvent::kProtocolError), IsEmpty());
 }
 
+// The headset's link, and beside it one for its voice.
+TEST_F(BoardTrafficTest, SynchronousFlowControlDecidesWhoseCreditsAreToldOf) {
+  Board& board = Play();
+  EXPECT_EQ(Status(0x0405, 0), host_.Command(0x0405, {4, 0, 0, 0x5A, 0x22, 0, 0x18, 0xCC, 2, 0, 0, 0, 1}));
+  const uint8_t link = host_.Read().at(4);
+  EXPECT_EQ(Status(0x0428, 0),
+            host_.Command(0x0428, {link, 0, 0x40, 0x1F, 0, 0, 0x40, 0x1F, 0, 0, 10, 0, 0x60, 0, 1, 7, 0}));
+  const Packet connected = host_.Read();
+  ASSERT_EQ((Packet{0x04, 0x2C, 17, 0}), Packet(connected.begin(), connected.begin() + 4));
+  const uint8_t voice = connected[4];
+  const Packet data{0x03, voice, 0, 2, 0x55, 0xAA};
+  for (const uint8_t on : {0, 1, 0}) {
+    EXPECT_EQ(Complete(0x0C2F, {0}), host_.Command(0x0C2F, {on}));
+    EXPECT_EQ(Complete(0x0C2E, {0, on}), host_.Command(0x0C2E));
+    host_.Write(data);
+    if (on != 0) {
+      EXPECT_EQ((Packet{0x04, 0x13, 5, 1, voice, 0, 1, 0}), host_.Read());
+    }
+    EXPECT_EQ(Complete(kReadBdAddr, {0, 3, 2, 1, 0x5A, 0x22, 0x22}), host_.Command(kReadBdAddr)) << "nothing before it";
+  }
+  EXPECT_EQ(Status(0x0406, 0), host_.Command(0x0406, {link, 0, 0x13}));
+  for (const uint8_t ended : {voice, link}) EXPECT_EQ((Packet{0x04, 0x05, 4, 0, ended, 0, 0x16}), host_.Read());
+  host_.Write(data);
+  ASSERT_TRUE(Await(board, WireEvent::kProtocolError));
+
+  EXPECT_EQ(Complete(0x0C2F, {0}), host_.Command(0x0C2F, {1}));
+  ASSERT_NO_FATAL_FAILURE(EnterLoopback());
+  host_.Write({0x03, 2, 0, 1, 0x77});
+  EXPECT_EQ((Packet{0x03, 2, 0, 1, 0x77}), host_.Read());
+  EXPECT_EQ((Packet{0x04, 0x13, 5, 1, 2, 0, 1, 0}), host_.Read());
+}
+
 TEST_F(BoardTrafficTest, TheLongestCommandComesBackCutToAnEvent) {
-  Start();
+  Play();
   ASSERT_NO_FATAL_FAILURE(EnterLoopback());
   const Packet command = CommandPacket(0xFC4C, Packet(255, 0x5A));
   host_.Write(command);
@@ -119,7 +135,7 @@ TEST_F(BoardTrafficTest, TheLongestCommandComesBackCutToAnEvent) {
 
 // The host writes and does not read. The board must go on taking its bytes, or both would wait for ever.
 TEST_F(BoardTrafficTest, TakesBytesFromAHostThatDoesNotRead) {
-  Board& board = Start();
+  Board& board = Play();
   ASSERT_NO_FATAL_FAILURE(EnterLoopback());
   constexpr uint32_t kPackets = 600;
   Packet big{0x02, 0x01, 0x00, 0xFD, 0x03};
@@ -137,7 +153,7 @@ TEST_F(BoardTrafficTest, TakesBytesFromAHostThatDoesNotRead) {
 }
 
 TEST_F(BoardTrafficTest, NoticesASecondCommandBeforeTheAnswer) {
-  Board& board = Start();
+  Board& board = Play();
   Packet two = CommandPacket(kReset);
   const Packet second = CommandPacket(0x1009);
   two.insert(two.end(), second.begin(), second.end());
@@ -152,80 +168,8 @@ TEST_F(BoardTrafficTest, NoticesASecondCommandBeforeTheAnswer) {
   EXPECT_EQ(1u, Count(board, WireEvent::kProtocolError));
 }
 
-TEST_F(BoardTrafficTest, RefusesWhatItDoesNotKnowOrUnderstand) {
-  Board& board = Start();
-  EXPECT_EQ(Complete(0xFCAA, {0x01}), host_.Command(0xFCAA));
-  EXPECT_EQ(Complete(0x2017, {0x01}), host_.Command(0x2017, Packet(32, 0))) << "no encryption engine";
-  EXPECT_EQ(Complete(0xFC01, {0x12}), host_.Command(0xFC01, {1, 2, 3}));
-  EXPECT_EQ((Packet{0x04, 0x0F, 4, 0x02, 1, 0x06, 0x04}), host_.Command(0x0406, {0x40, 0, 0x13})) << "not connected";
-  EXPECT_EQ(Complete(0x0C3F, {0x12}), host_.Command(0x0C3F, {1, 0, 0, 0, 0, 0, 0, 0, 0, 0})) << "too few channels";
-  EXPECT_EQ(Complete(0xFD62, {0x0C, 2}), host_.Command(0xFD62, {2, 0x40, 6, 0x0A, 0, 4, 0, 0, 0x50})) << "no keys yet";
-  EXPECT_EQ(Complete(0xFD62, {0x12, 1}), host_.Command(0xFD62, {1, 0, 2, 9, 9})) << "keys are missing";
-  Packet keys{1, 0, 1};
-  keys.resize(3 + 20, 0xAB);
-  EXPECT_EQ(Complete(0xFD62, {0, 1}), host_.Command(0xFD62, keys));
-  EXPECT_EQ(Complete(0xFD62, {0, 2}), host_.Command(0xFD62, {2, 0x40, 6, 0x0A, 0, 4, 0, 0, 0x50}));
-  // No host sends an event. The rest of what came with it is given up, what comes later is not.
-  host_.Write({0x04, 0x0E, 0x00});
-  ASSERT_TRUE(Await(board, WireEvent::kProtocolError));
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
-}
-
-TEST_F(BoardTrafficTest, ReadsBackWhatWasWrittenUntilReset) {
-  Start();
-  EXPECT_EQ(Complete(0x0C18, {0}), host_.Command(0x0C18, {0x34, 0x12}));
-  EXPECT_EQ(Complete(0x0C17, {0, 0x34, 0x12}), host_.Command(0x0C17));
-  host_.Command(kReset);
-  EXPECT_EQ(Complete(0x0C17, {0, 0x00, 0x20}), host_.Command(0x0C17));
-  const Packet supported = host_.Command(0x1002);
-  EXPECT_EQ(0x80, supported.at(7 + 5) & 0x80) << "Reset";
-  EXPECT_EQ(0x00, supported.at(7 + 27) & 0x40) << "LE Encrypt";
-}
-
-TEST_F(BoardTrafficTest, ScansAndConnects) {
-  Start();
-  EXPECT_EQ(Complete(0x200B, {0}), host_.Command(0x200B, {1, 0x10, 0, 0x10, 0, 0, 0}));
-  EXPECT_EQ(Complete(0x200C, {0}), host_.Command(0x200C, {1, 1}));
-  Packet peer;
-  for (int i = 0; i < 3; ++i) {
-    const Packet report = host_.Read();
-    ASSERT_EQ(0x3E, report.at(1));
-    ASSERT_EQ(report.size(), 3u + report[2]);
-    ASSERT_EQ(report.size(), 14u + report[13] + 2 - 1) << "length, data, RSSI";
-    if (i == 0) peer.assign(report.begin() + 6, report.begin() + 13);  // address type and address
-  }
-  EXPECT_EQ(Complete(0x200C, {0}), host_.Command(0x200C, {0, 0})) << "each was reported once";
-
-  Packet create{0x60, 0, 0x60, 0, 0};
-  create.insert(create.end(), peer.begin(), peer.end());
-  create.resize(25);
-  EXPECT_EQ((Packet{0x04, 0x0F, 4, 0, 1, 0x0D, 0x20}), host_.Command(0x200D, create));
-  const Packet connected = host_.Read();
-  ASSERT_EQ((Packet{0x04, 0x3E, 19, 0x01, 0x00}), Packet(connected.begin(), connected.begin() + 5));
-  EXPECT_EQ(peer, Packet(connected.begin() + 8, connected.begin() + 15));
-  const uint8_t handle = connected[5];
-
-  // An exchange of MTUs: credit and answer.
-  host_.Write({0x02, handle, 0x00, 7, 0, 3, 0, 4, 0, 0x02, 0xF7, 0x00});
-  EXPECT_EQ((Packet{0x04, 0x13, 5, 1, handle, 0, 1, 0}), host_.Read());
-  EXPECT_EQ((Packet{0x02, handle, 0x20, 7, 0, 3, 0, 4, 0, 0x03, 23, 0}), host_.Read());
-  EXPECT_EQ((Packet{0x04, 0x0F, 4, 0, 1, 0x06, 0x04}), host_.Command(0x0406, {handle, 0, 0x13}));
-  EXPECT_EQ((Packet{0x04, 0x05, 4, 0, handle, 0, 0x16}), host_.Read());
-}
-
-TEST_F(BoardTrafficTest, ConnectsToNobodyUntilItIsCancelled) {
-  Start();
-  Packet create(25, 0);
-  create[6] = 0x99;
-  EXPECT_EQ((Packet{0x04, 0x0F, 4, 0, 1, 0x0D, 0x20}), host_.Command(0x200D, create));
-  EXPECT_THAT(host_.Read(kSoon), IsEmpty());
-  EXPECT_EQ((Packet{0x04, 0x0F, 4, 0x0C, 1, 0x0D, 0x20}), host_.Command(0x200D, create)) << "one at a time";
-  EXPECT_EQ(Complete(0x200E, {0}), host_.Command(0x200E));
-  EXPECT_EQ(0x02, host_.Read().at(4));
-}
-
 TEST_F(BoardTrafficTest, ThreadFramesComeBackAndStream) {
-  Board& board = Start();
+  Board& board = Play();
   const Packet frame{0x70, 0, 0, 3, 0, 0xAA, 0xBB, 0xCC};
   host_.Write(frame);
   EXPECT_EQ(frame, host_.Read());
@@ -249,7 +193,7 @@ TEST_F(BoardTrafficTest, ThreadFramesComeBackAndStream) {
 TEST_F(BoardTrafficTest, PacedBytesTakeTheirTimeOnTheWire) {
   sim::BoardOptions options = SmallBoard(root_);
   options.pace = true;
-  Start(options);
+  Play(options);
   ASSERT_NO_FATAL_FAILURE(EnterLoopback());
   Packet data{0x02, 0x01, 0x00, 0xFD, 0x03};
   data.resize(5 + 1021);
@@ -295,9 +239,7 @@ TEST_F(BoardTrafficTest, AnEmulatorAnswersTheStandardCommands) {
   Emulator emulator(root_.Below("/emulator"));
   sim::BoardOptions options = SmallBoard(root_);
   options.backend = "unix:" + root_.Below("/emulator");
-  Board board(options);
-  std::string error;
-  ASSERT_TRUE(board.Start(&error)) << error;
+  Board& board = Start(options);
   emulator.Accept();
   host_.PowerOn();
   EXPECT_EQ(188, host_.Command(0xFC79).at(7)) << "the maker's commands stay ours";

@@ -1,7 +1,6 @@
 #include "support/board_host.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
@@ -11,12 +10,6 @@
 
 namespace bthal::test {
 namespace {
-
-constexpr uint16_t kReset = 0x0C03;
-constexpr uint16_t kUpdateBaudRate = 0xFC18;
-constexpr uint16_t kMinidriver = 0xFC2E;
-constexpr uint16_t kLaunchRam = 0xFC4E;
-constexpr uint16_t kDownloadConfig = 0xFE72;
 
 size_t WholeSize(const Packet& bytes) {
   auto at = [&](size_t i) -> size_t { return i < bytes.size() ? bytes[i] : 0; };
@@ -177,6 +170,10 @@ Packet CommandPacket(uint16_t opcode, const Packet& parameters) {
   return packet;
 }
 
+Packet Status(uint16_t opcode, uint8_t status) {
+  return {0x04, 0x0F, 4, status, 1, static_cast<uint8_t>(opcode), static_cast<uint8_t>(opcode >> 8)};
+}
+
 Packet Complete(uint16_t opcode, const Packet& return_parameters) {
   Packet packet{0x04,
                 0x0E,
@@ -217,6 +214,20 @@ std::vector<std::string> Texts(const sim::Board& board, sim::WireEvent event) {
     if (entry.event == event) texts.push_back(entry.text);
   }
   return texts;
+}
+
+sim::Board& BoardTest::Start(sim::BoardOptions options) {
+  board_ = std::make_unique<sim::Board>(std::move(options));
+  std::string error;
+  EXPECT_TRUE(board_->Start(&error)) << error;
+  return *board_;
+}
+
+sim::Board& BoardTest::Play(sim::BoardOptions options) {
+  Start(std::move(options));
+  host_.PowerOn();
+  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
+  return *board_;
 }
 
 }  // namespace bthal::test

@@ -1,7 +1,10 @@
 // The host's side of the virtual board, played by hand: nodes, terminal and packets, without a line of the service.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,6 +14,21 @@
 namespace bthal::test {
 
 using Packet = std::vector<uint8_t>;  // H4: type byte first
+
+inline constexpr uint16_t kReset = 0x0C03;
+inline constexpr uint16_t kReadLocalName = 0x0C14;
+inline constexpr uint16_t kReadBdAddr = 0x1009;
+inline constexpr uint16_t kWriteBdAddr = 0xFC01;
+inline constexpr uint16_t kUpdateBaudRate = 0xFC18;
+inline constexpr uint16_t kSetSleepMode = 0xFC27;
+inline constexpr uint16_t kMinidriver = 0xFC2E;
+inline constexpr uint16_t kWriteRam = 0xFC4C;
+inline constexpr uint16_t kLaunchRam = 0xFC4E;
+inline constexpr uint16_t kVersion = 0xFC79;
+inline constexpr uint16_t kCheckOtp = 0xFE2F;
+inline constexpr uint16_t kDownloadConfig = 0xFE72;
+// So long nothing comes that is not to come.
+inline constexpr int kSoonMs = 100;
 
 class BoardHost {
  public:
@@ -54,7 +72,8 @@ class BoardHost {
 // Options for a board in `root` with a short patch.
 sim::BoardOptions SmallBoard(const TempRoot& root);
 Packet CommandPacket(uint16_t opcode, const Packet& parameters = {});
-// The Command Complete that grants one more command.
+// The Command Status, or the Command Complete, that grants one more command.
+Packet Status(uint16_t opcode, uint8_t status);
 Packet Complete(uint16_t opcode, const Packet& return_parameters);
 // The records of a patch file, as command packets.
 std::vector<Packet> Records(const std::string& content);
@@ -64,5 +83,19 @@ size_t Count(const sim::Board& board, sim::WireEvent event);
 bool Await(const sim::Board& board, sim::WireEvent event, size_t count = 1);
 // The texts of all entries of this kind.
 std::vector<std::string> Texts(const sim::Board& board, sim::WireEvent event);
+
+// A board on a root of its own, whose host the test plays.
+class BoardTest : public testing::Test {
+ protected:
+  sim::Board& Start(sim::BoardOptions options);
+  sim::Board& Start() { return Start(SmallBoard(root_)); }
+  // Switches it on as well, and resets it.
+  sim::Board& Play(sim::BoardOptions options);
+  sim::Board& Play() { return Play(SmallBoard(root_)); }
+
+  TempRoot root_;
+  std::unique_ptr<sim::Board> board_;
+  BoardHost host_{root_};
+};
 
 }  // namespace bthal::test

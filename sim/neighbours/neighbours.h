@@ -20,9 +20,7 @@ struct Neighbour {
 const std::vector<Neighbour>& Neighbours();
 // What a low-energy neighbour advertises: flags and its name.
 Bytes AdvertisingData(const Neighbour& neighbour);
-
-// A low-energy peer's answer to an ACL payload that holds one whole L2CAP frame: it refuses politely whatever it is
-// asked, so that a host's stack comes to rest. Empty if the frame wants no answer.
-Bytes PeerAnswer(const Bytes& l2cap);
+// What another one adds to its answer to an inquiry, padded to the size that it has there: its name.
+Bytes ExtendedInquiryData(const Neighbour& neighbour);
 
 }  // namespace bthal::sim

@@ -1,28 +1,6 @@
-#include "sim/neighbours/air.h"
+#include "sim/neighbours/peer.h"
 
 namespace bthal::sim {
-
-const std::vector<Neighbour>& Neighbours() {
-  static const auto& neighbours = *new std::vector<Neighbour>{
-      {{0x01, 0x00, 0x00, 0x5A, 0x22, 0xC2}, true, 1, 0, "Thermometer", -48},
-      {{0x02, 0x00, 0x00, 0x5A, 0x22, 0xC2}, true, 1, 0, "Heart monitor", -61},
-      {{0x03, 0x00, 0x00, 0x5A, 0x22, 0x00}, true, 0, 0, "Door lock", -77},
-      {{0x04, 0x00, 0x00, 0x5A, 0x22, 0x00}, false, 0, 0x240404, "Headset", -55},
-  };
-  return neighbours;
-}
-
-Bytes AdvertisingData(const Neighbour& neighbour) {
-  constexpr uint8_t kFlags = 0x01;
-  constexpr uint8_t kGeneralDiscoverableLeOnly = 0x06;
-  constexpr uint8_t kCompleteName = 0x09;
-  Bytes data{2, kFlags, kGeneralDiscoverableLeOnly};
-  Put8(data, static_cast<unsigned>(1 + neighbour.name.size()));
-  Put8(data, kCompleteName);
-  data.insert(data.end(), neighbour.name.begin(), neighbour.name.end());
-  return data;
-}
-
 namespace {
 
 Bytes Frame(uint16_t channel, const Bytes& payload) {
@@ -76,7 +54,7 @@ Bytes PeerAnswer(const Bytes& l2cap) {
   constexpr uint16_t kPairing = 6;
   if (l2cap.size() <= kHeader || GetLe16(l2cap.data()) + kHeader != l2cap.size()) return {};
   const uint16_t channel = GetLe16(&l2cap[2]);
-  const Bytes request(l2cap.begin() + kHeader, l2cap.end());
+  const Bytes request = Part(l2cap, kHeader);
   Bytes answer;
   if (channel == kAttributes) answer = AttributeAnswer(request);
   if (channel == kSignalling) answer = SignallingAnswer(request);

@@ -1,0 +1,41 @@
+#include "sim/neighbours/neighbours.h"
+
+namespace bthal::sim {
+namespace {
+
+void PutName(Bytes& data, const std::string& name) {
+  constexpr uint8_t kCompleteName = 0x09;
+  Put8(data, static_cast<unsigned>(1 + name.size()));
+  Put8(data, kCompleteName);
+  data.insert(data.end(), name.begin(), name.end());
+}
+
+}  // namespace
+
+const std::vector<Neighbour>& Neighbours() {
+  static const auto& neighbours = *new std::vector<Neighbour>{
+      {{0x01, 0x00, 0x00, 0x5A, 0x22, 0xC2}, true, 1, 0, "Thermometer", -48},
+      {{0x02, 0x00, 0x00, 0x5A, 0x22, 0xC2}, true, 1, 0, "Heart monitor", -61},
+      {{0x03, 0x00, 0x00, 0x5A, 0x22, 0x00}, true, 0, 0, "Door lock", -77},
+      {{0x04, 0x00, 0x00, 0x5A, 0x22, 0x00}, false, 0, 0x240404, "Headset", -55},
+  };
+  return neighbours;
+}
+
+Bytes AdvertisingData(const Neighbour& neighbour) {
+  constexpr uint8_t kFlags = 0x01;
+  constexpr uint8_t kGeneralDiscoverableLeOnly = 0x06;
+  Bytes data{2, kFlags, kGeneralDiscoverableLeOnly};
+  PutName(data, neighbour.name);
+  return data;
+}
+
+Bytes ExtendedInquiryData(const Neighbour& neighbour) {
+  constexpr size_t kSize = 240;
+  Bytes data;
+  PutName(data, neighbour.name);
+  data.resize(kSize);
+  return data;
+}
+
+}  // namespace bthal::sim
