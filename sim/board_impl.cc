@@ -26,7 +26,7 @@ constexpr size_t kLongestName = 247;
 bool Board::Impl::Check(std::string* error) const {
   const bool no_root = options_.root.empty() || options_.root == "/";
   if (no_root && !options_.only_coex) {
-    *error = "the board needs a device root of its own to play in: give it a folder, such as /tmp/board";
+    *error = "the board needs a device root of its own to play in: give it a folder, such as ~/board";
   } else if (ParseAddress(options_.address).empty()) {
     *error = "'" + options_.address + "' is no Bluetooth address; write it as 22:22:5A:01:02:03";
   } else if (options_.patch_records == 0 || options_.patch_records > kMaxPatchRecords) {

@@ -152,6 +152,10 @@ TEST_F(OnBoard, ReportAndServicesAreThere) {
   const ProgramResult services = Bthal({"services"});
   EXPECT_EQ(services.status, 0) << services.out;
   EXPECT_THAT(services.out, HasSubstr(std::to_string(service_.pid()) + "  android.hardware.bluetooth.IBluetoothHci"));
+  // A root with a life of its own is none for a demo, and keeps what it has.
+  ASSERT_TRUE(::android::base::SetProperty("vendor.kept", "yes"));
+  EXPECT_THAT(Bthal({"demo", "--root", root_.path()}).error, HasSubstr("a service runs below " + root_.path()));
+  EXPECT_EQ(::android::base::GetProperty("vendor.kept", ""), "yes");
   const ProgramResult dump = Bthal({"dump"});
   EXPECT_EQ(dump.status, 0) << dump.error;
   EXPECT_THAT(dump.out, AllOf(HasSubstr("QNL188 Virtual Controller"), HasSubstr("Anchors' History")));

@@ -1,4 +1,5 @@
 // The product's face: `bthal demo`, from end to end.
+#include <android-base/file.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <sstream>
 
 #include "bthal/run/demo_check.h"
+#include "bthal/run/demo_root.h"
 #include "bthal/run/process.h"
 #include "support/json_check.h"
 #include "support/run_program.h"
@@ -52,31 +54,23 @@ std::vector<std::string> ProcessesWith(const std::string& folder) {
   return found;
 }
 
-// Each demo has a folder of its own for temporary files, and with it a root of its own.
+// Each demo has a folder of its own for what lasts until logout, and with it a root of its own.
 class DemoTest : public ::testing::Test {
  protected:
   DemoTest() {
-    std::string pattern = (fs::temp_directory_path() / "bthal-demo-test-XXXXXX").string();
-    folder_ = mkdtemp(pattern.data());
-    if (const char* folder = getenv("TMPDIR")) usual_ = folder;
-    setenv("TMPDIR", folder_.c_str(), 1);
+    setenv("TMPDIR", folder_.path, 1);
+    setenv("XDG_RUNTIME_DIR", folder_.path, 1);
     unsetenv("BTHAL_ROOT");
   }
-  ~DemoTest() override {
-    usual_ ? setenv("TMPDIR", usual_->c_str(), 1) : unsetenv("TMPDIR");
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
-  }
 
-  fs::path root() const { return fs::path(folder_) / "bthal-demo"; }
+  fs::path root() const { return fs::path(folder_.path) / "bthal-demo"; }
 
   static ProgramResult Demo(std::vector<std::string> options) {
     options.insert(options.begin(), {BTHAL_PROGRAM, "demo"});
     return RunProgram(options);
   }
 
-  std::string folder_;
-  std::optional<std::string> usual_;
+  const TemporaryDir folder_;
 };
 
 TEST_F(DemoTest, EverythingHappensAndTheLogsStay) {
@@ -102,7 +96,7 @@ TEST_F(DemoTest, EverythingHappensAndTheLogsStay) {
   EXPECT_TRUE(test::IsJson(Content(root() / "data/log/bring-up.json")));
   // What was temporary is gone, and so is every process.
   EXPECT_FALSE(fs::exists(root() / "dev"));
-  EXPECT_THAT(ProcessesWith(folder_), ::testing::IsEmpty());
+  EXPECT_THAT(ProcessesWith(folder_.path), ::testing::IsEmpty());
 }
 
 TEST_F(DemoTest, WithoutAccelerationTheControllerComesUpForTheClientOnly) {
@@ -119,7 +113,7 @@ TEST_F(DemoTest, AFailedBringUpFailsTheDemoAndSaysWhy) {
   EXPECT_EQ(result.error, "bthal: demo failed: the service was killed by SIGKILL\n");
   EXPECT_TRUE(fs::exists(root() / "data/log/service.log"));
   EXPECT_TRUE(fs::exists(root() / "vendor"));
-  EXPECT_THAT(ProcessesWith(folder_), ::testing::IsEmpty());
+  EXPECT_THAT(ProcessesWith(folder_.path), ::testing::IsEmpty());
 }
 
 TEST_F(DemoTest, AChosenRootIsNotEmptied) {
@@ -135,11 +129,88 @@ TEST_F(DemoTest, ARootInUseIsRefused) {
   fs::create_directories(root());
   const ::android::base::unique_fd lock(open(root().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   ASSERT_EQ(flock(lock.get(), LOCK_EX | LOCK_NB), 0);
-  std::ofstream(root() / "kept") << "mine";
-  const ProgramResult second = Demo({});
-  EXPECT_EQ(second.status, 1);
-  EXPECT_THAT(second.error, HasSubstr("another demo is running in " + root().string()));
-  EXPECT_TRUE(fs::exists(root() / "kept"));
+  for (const std::vector<std::string>& options : {std::vector<std::string>{}, {"--root", root().string()}}) {
+    const ProgramResult second = Demo(options);
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(second.error, HasSubstr("another board plays in " + root().string()));
+  }
+  EXPECT_TRUE(fs::is_empty(root()));
+}
+
+// What a demo prepares is emptied; what is not its own, or only reached from it, is left alone.
+class DemoRootTest : public DemoTest {
+ protected:
+  DemoRootTest() {
+    fs::create_directories(victim_);
+    std::ofstream(victim_ / "kept") << "mine";
+  }
+  ~DemoRootTest() override { EXPECT_EQ(Content(victim_ / "kept"), "mine"); }
+
+  static std::string Refusal(const std::string& chosen = "") {
+    std::string error;
+    EXPECT_FALSE(tool::DemoRoot().Prepare(chosen, &error)) << chosen;
+    return error;
+  }
+
+  const fs::path victim_ = fs::path(folder_.path) / "victim";
+};
+
+TEST_F(DemoRootTest, EmptiesOnlyWhatADemoMade) {
+  std::string error;
+  ASSERT_TRUE(tool::DemoRoot().Prepare("", &error)) << error;
+  fs::create_directories(root() / "dev/below");
+  std::ofstream(root() / "dev/below/file") << "old";
+  fs::create_directory_symlink(victim_, root() / "link");
+  fs::create_directory_symlink(victim_, root() / "dev/link");
+  tool::DemoRoot second;
+  ASSERT_TRUE(second.Prepare("", &error)) << error;
+  EXPECT_FALSE(fs::exists(root() / "dev") || fs::exists(fs::symlink_status(root() / "link")));
+  second.Clean(tool::DemoOutcome::kInterrupted, false);
+  EXPECT_FALSE(fs::exists(root()));
+
+  fs::rename(victim_, root());
+  EXPECT_THAT(Refusal(), HasSubstr("holds what no demo has made"));
+  fs::rename(root(), victim_);
+  fs::create_directory_symlink(victim_, root());
+  EXPECT_THAT(Refusal(), HasSubstr("is no folder, or only a link to one"));
+}
+
+TEST_F(DemoRootTest, ANameThatOthersCouldHaveTakenIsNeverUsed) {
+  fs::create_directory_symlink(victim_, root());
+  fs::create_directory_symlink(victim_, root().string() + "-" + std::to_string(geteuid()));
+  fs::permissions(folder_.path, fs::perms::group_read, fs::perm_options::add);  // no user's own runtime folder
+  std::string error;
+  std::string paths[2];
+  for (std::string& path : paths) {
+    tool::DemoRoot fresh;
+    ASSERT_TRUE(fresh.Prepare("", &error)) << error;
+    path = fresh.path();
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_all);
+  }
+  EXPECT_NE(paths[0], paths[1]);
+}
+
+TEST_F(DemoRootTest, ARootThatOthersMayChangeIsRefused) {
+  const auto refused = [&](const char* why) {
+    EXPECT_THAT(Refusal(victim_), HasSubstr(why));
+    setenv("BTHAL_ROOT", victim_.c_str(), 1);
+    for (const char* command : {"services", "check", "board"}) {
+      const ProgramResult result = RunProgram({BTHAL_PROGRAM, command});
+      EXPECT_EQ(result.status, 1) << command;
+      EXPECT_THAT(result.error, AllOf(HasSubstr("bthal: "), HasSubstr(why))) << command;
+      EXPECT_EQ(result.out, "") << command;
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(victim_), {}), 1);
+  };
+  fs::permissions(victim_, fs::perms::others_write, fs::perm_options::add);
+  refused("every user may write into the device root");
+  fs::permissions(victim_, fs::perms::owner_all);
+  const std::string link = victim_.string() + ".link";
+  fs::create_directory_symlink(victim_, link);
+  EXPECT_THAT(Refusal(link + "/"), HasSubstr("only a link"));
+  if (geteuid() != 0) GTEST_SKIP() << "only root can give a folder to another user";
+  ASSERT_EQ(chown(victim_.c_str(), 65534, 65534), 0);
+  refused("belongs to another user, uid 65534");
 }
 
 class InterruptedDemo : public DemoTest, public ::testing::WithParamInterface<const char*> {};
@@ -171,7 +242,7 @@ TEST_P(InterruptedDemo, LeavesNothingBehind) {
   ASSERT_TRUE(status);
   EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 128 + SIGINT) << tool::ExitWords(*status);
   EXPECT_THAT(output, HasSubstr("interrupted; nothing is left running"));
-  EXPECT_THAT(ProcessesWith(folder_), ::testing::IsEmpty());
+  EXPECT_THAT(ProcessesWith(folder_.path), ::testing::IsEmpty());
   EXPECT_FALSE(fs::exists(root()));
 }
 
@@ -181,7 +252,7 @@ INSTANTIATE_TEST_SUITE_P(Steps, InterruptedDemo,
                                            "LE Set Scan Enable, on"));
 
 TEST_F(DemoTest, ADemoThatIsKilledTakesItsProcessesAlong) {
-  const std::string output = folder_ + "/output";
+  const std::string output = folder_.path + std::string("/output");
   const ::android::base::unique_fd out(open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   std::string error;
   tool::Child demo = tool::Child::Spawn({.arguments = {BTHAL_PROGRAM, "demo"},
@@ -192,7 +263,7 @@ TEST_F(DemoTest, ADemoThatIsKilledTakesItsProcessesAlong) {
   ASSERT_TRUE(WaitFor([&] { return Content(output).find("* service") != std::string::npos; })) << Content(output);
   kill(demo.pid(), SIGKILL);
   ASSERT_TRUE(demo.Wait(seconds(30)));
-  EXPECT_TRUE(WaitFor([&] { return ProcessesWith(folder_).empty(); }));
+  EXPECT_TRUE(WaitFor([&] { return ProcessesWith(folder_.path).empty(); }));
 }
 
 // --- the judge ---

@@ -128,10 +128,10 @@ TEST_P(DocsTest, ShowsWhatHappens) {
   ASSERT_FALSE(examples.empty());
   for (const Example& example : examples) {
     const test::ProgramResult result =
-        test::RunProgram({"/bin/sh", "-c", "export TMPDIR=" + work.path() + "\n" + example.command + "\n"});
+        test::RunProgram({"/bin/sh", "-c", "export XDG_RUNTIME_DIR=" + work.path() + "\n" + example.command + "\n"});
     std::string printed = result.out + result.error;
     for (size_t at = 0; (at = printed.find(work.path(), at)) != std::string::npos;) {
-      printed.replace(at, work.path().size(), "/tmp");
+      printed.replace(at, work.path().size(), "/run/user/1000");
     }
     EXPECT_TRUE(Matches(example.output, Lines(printed)))
         << GetParam() << ", line " << example.line << ": " << example.command << "\n"

@@ -2,8 +2,11 @@
 #include <CLI/CLI.hpp>
 
 #include <csignal>
+#include <cstdlib>
 
 #include "bthal/cmd/commands.h"
+#include "bthal/run/device_names.h"
+#include "bthal/run/device_root.h"
 #include "bthal/show/terminal.h"
 
 namespace {
@@ -21,6 +24,15 @@ constexpr char kAbout[] =
 void LogErrorsOnly(android::base::LogId, android::base::LogSeverity severity, const char*, const char*, unsigned int,
                    const char* message) {
   if (severity >= android::base::ERROR) bthal::tool::Complain(message);
+}
+
+// For every command but those that choose a root themselves.
+void RefuseForeignRoot(const CLI::App& app) {
+  const char* root = getenv(bthal::tool::kRootVariable);
+  std::string error;
+  if (root == nullptr || *root == '\0' || app.got_subcommand("demo") || app.got_subcommand("board")) return;
+  if (bthal::tool::RootIsOurs(root, &error)) return;
+  throw CLI::RuntimeError(bthal::tool::Complain(error));
 }
 
 int ReportBadInput(const CLI::App& app, const CLI::ParseError& error) {
@@ -49,10 +61,13 @@ int main(int argc, char** argv) {
                     AddConf, AddCheck, AddThread, AddFinder, AddAfh}) {
     add(app, &status);
   }
+  app.parse_complete_callback([&app] { RefuseForeignRoot(app); });
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {
     return app.exit(help);
+  } catch (const CLI::RuntimeError& refused) {
+    return refused.get_exit_code();
   } catch (const CLI::ParseError& error) {
     return ReportBadInput(app, error);
   }

@@ -1,4 +1,5 @@
 // bthal board: the virtual board alone.
+#include <android-base/unique_fd.h>
 #include <host/property_store.h>
 #include <CLI/CLI.hpp>
 
@@ -9,6 +10,7 @@
 #include "bthal/cmd/board_options.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
+#include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/show/journal_words.h"
 #include "bthal/show/terminal.h"
@@ -23,6 +25,18 @@ struct BoardCommand {
   bool quiet = false;
 };
 
+// Makes the folder the device, and locks it; the board's start is the device's boot: what does not outlive a boot goes.
+bool Boot(const sim::BoardOptions& board, ::android::base::unique_fd* lock, std::string* error) {
+  if (!board.root.empty()) setenv(kRootVariable, board.root.c_str(), 1);
+  // A part of a device goes into a root that may have its board, or is the machine's own.
+  if (board.only_coex) return board.root.empty() || RootIsOurs(board.root, error);
+  *lock = OccupyRoot(board.root, error);
+  if (!lock->ok()) return false;
+  if (::bthal::host::WipeVolatileProperties()) return true;
+  *error = "board: cannot remove the volatile properties of the last run below " + board.root;
+  return false;
+}
+
 int Run(BoardCommand& command) {
   command.board.only_coex = command.only == "coex";
   const char* root = getenv(kRootVariable);
@@ -31,13 +45,10 @@ int Run(BoardCommand& command) {
     return Complain("board: where? Give --root DIR, or set BTHAL_ROOT (only --only coex plays on the machine itself)");
   }
   std::string error;
+  ::android::base::unique_fd lock;
   if (!FaultsAreClear(command.board, &error)) return Complain(error);
   CatchInterrupts();
-  if (!command.board.root.empty()) setenv(kRootVariable, command.board.root.c_str(), 1);
-  // The board's start is the device's boot: what does not outlive a boot goes.
-  if (!command.board.only_coex && !::bthal::host::WipeVolatileProperties()) {
-    return Complain("board: cannot remove the volatile properties of the last run below " + command.board.root);
-  }
+  if (!Boot(command.board, &lock, &error)) return Complain(error);
   sim::Board board(command.board);
   const auto start = std::chrono::steady_clock::now();
   board.SetObserver([start](const sim::JournalEntry& entry) {
@@ -73,7 +84,7 @@ void AddBoard(CLI::App& app, int* status) {
       ->type_name("coex");
   sub->footer(
       "Prints everything that happens at the board, one line each, until Ctrl-C.\n"
-      "\nExample, in three terminals, each with BTHAL_ROOT=/tmp/board:\n"
+      "\nExample, in three terminals, each with BTHAL_ROOT=~/board:\n"
       "  bthal board\n"
       "  bthal supervise\n"
       "  bthal hci 'le_scan 2'\n"

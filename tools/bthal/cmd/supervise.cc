@@ -45,7 +45,7 @@ void AddSupervise(CLI::App& app, int* status) {
       "(SIGTERM, after 5 s SIGKILL), then this program.\n"
       "\nExamples:\n"
       "  bthal supervise\n"
-      "  BTHAL_ROOT=/tmp/board bthal supervise --max-restarts 3\n"
+      "  BTHAL_ROOT=~/board bthal supervise --max-restarts 3\n"
       "  bthal supervise --once -- ./my-service --flag");
   sub->callback([options, status] { *status = Run(*options); });
 }

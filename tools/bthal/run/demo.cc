@@ -5,6 +5,7 @@
 #include <android-base/stringprintf.h>
 #include <fcntl.h>
 #include <host/property_store.h>
+#include <host/service_registry.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -92,8 +93,8 @@ int Demo::Run() {
 }
 
 bool Demo::Play() {
-  return PrepareDevice() && StartBoard() && StartService() && AwaitBringUp() && StartClient() && TakeReport() &&
-         Relay() && EndClient() && EndService() && Judge();
+  return OccupyRoot() && StartBoard() && SetProperties() && StartService() && AwaitBringUp() && StartClient() &&
+         TakeReport() && Relay() && EndClient() && EndService() && Judge();
 }
 
 void Demo::Line(const std::string& text) {
@@ -126,31 +127,41 @@ void Demo::OnBoard(const JournalEntry& entry) {
   fflush(stdout);
 }
 
-bool Demo::PrepareDevice() {
+bool Demo::OccupyRoot() {
   std::string error;
   if (!root_.Prepare(options_.root, &error)) return Fail(error);
   options_.board.root = root_.path();
   setenv(kRootVariable, root_.path().c_str(), 1);
+  for (const auto& service : ::bthal::host::ListServices()) {
+    if (!service.alive) continue;
+    return Fail(StringPrintf("a service runs below %s already, pid %d", root_.path().c_str(), service.pid));
+  }
+  Line(Note("root", root_.path()));
+  return true;
+}
+
+bool Demo::StartBoard() {
+  auto board = std::make_unique<sim::Board>(options_.board);
+  board->SetObserver([this](const JournalEntry& entry) { OnBoard(entry); });
+  std::string error;
+  if (!board->Start(&error)) return Fail(error);
+  board_ = std::move(board);
+  Line(Note("board", StringPrintf("chip %u, one-time memory %s%s", options_.board.chip_id,
+                                  options_.board.otp_written ? "written" : "empty",
+                                  options_.board.pace ? ", bytes at the line's real pace" : "")));
+  return true;
+}
+
+// What a boot forgets, and what the options ask for. Only now that the board plays: a device that is not to be ours
+// keeps its own.
+bool Demo::SetProperties() {
   bool set = ::bthal::host::WipeVolatileProperties() &&
              ::android::base::SetProperty(kAccelerateDisableProperty, options_.no_accel ? "true" : "false");
   if (options_.snoop) {
     set = set && ::android::base::SetProperty(kBuildTypeProperty, "userdebug") &&
           ::android::base::SetProperty(kSnoopProperty, "true");
   }
-  if (!set) return Fail("cannot write properties below " + root_.path());
-  Line(Note("root", root_.path()));
-  return true;
-}
-
-bool Demo::StartBoard() {
-  board_ = std::make_unique<sim::Board>(options_.board);
-  board_->SetObserver([this](const JournalEntry& entry) { OnBoard(entry); });
-  std::string error;
-  if (!board_->Start(&error)) return Fail(error);
-  Line(Note("board", StringPrintf("chip %u, one-time memory %s%s", options_.board.chip_id,
-                                  options_.board.otp_written ? "written" : "empty",
-                                  options_.board.pace ? ", bytes at the line's real pace" : "")));
-  return true;
+  return set || Fail("cannot write properties below " + root_.path());
 }
 
 bool Demo::StartService() {

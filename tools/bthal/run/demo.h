@@ -37,8 +37,9 @@ class Demo {
 
  private:
   bool Play();
-  bool PrepareDevice();
+  bool OccupyRoot();
   bool StartBoard();
+  bool SetProperties();
   bool StartService();
   bool AwaitBringUp();
   bool StartClient();

@@ -51,7 +51,6 @@ void Demo::PrintSnoopLog() {
 }
 
 void Demo::WriteJournal() const {
-  if (board_ == nullptr) return;
   std::string text;
   for (const sim::JournalEntry& entry : board_->Journal()) {
     text += Elapsed(start_, entry.time) + "  " + JournalWords(entry) + "\n";
@@ -76,7 +75,7 @@ int Demo::Conclude(bool well) {
     printf("\ninterrupted; nothing is left running\n");
     return 128 + InterruptSignal();
   }
-  if (!root_.path().empty()) {
+  if (board_ != nullptr) {
     WriteJournal();
     PrintChart();
     if (options_.snoop) PrintSnoopLog();

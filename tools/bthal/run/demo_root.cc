@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,80 +10,80 @@
 #include <filesystem>
 #include <system_error>
 
+#include "bthal/run/device_root.h"
+
 namespace bthal::tool {
 namespace {
 
 namespace fs = std::filesystem;
+using ::android::base::unique_fd;
 
-// The same folder every time, so that the logs of the last demo are where one expects them. Where that name belongs to
-// someone else, a name of our own.
-std::string DefaultPath() {
-  const char* folder = getenv("TMPDIR");
-  std::string path = std::string(folder == nullptr || *folder == '\0' ? "/tmp" : folder) + "/bthal-demo";
+// What says that a demo made the folder, and may empty it.
+constexpr char kMarker[] = ".made-by-bthal-demo";
+
+// The folder that a login gives its user alone; empty where there is none.
+std::string RuntimeFolder() {
+  const char* folder = getenv("XDG_RUNTIME_DIR");
   struct stat info = {};
-  if (lstat(path.c_str(), &info) != 0 || (S_ISDIR(info.st_mode) && info.st_uid == geteuid())) return path;
-  return path + "-" + std::to_string(geteuid());
+  if (folder == nullptr || *folder != '/' || lstat(folder, &info) != 0) return "";
+  return S_ISDIR(info.st_mode) && info.st_uid == geteuid() && (info.st_mode & 077) == 0 ? folder : "";
 }
 
-void RemoveBelow(const std::string& path, const std::string& except) {
-  std::error_code ignored;
-  for (const fs::directory_entry& entry : fs::directory_iterator(path, ignored)) {
-    if (entry.path().filename() != except) fs::remove_all(entry.path(), ignored);
+// The same folder every time, so that the logs of the last demo are where one expects them; where others may write, a
+// new one whose name they cannot know.
+std::string MakeFolder(std::string* error) {
+  std::error_code code;
+  const std::string runtime = RuntimeFolder();
+  std::string path = runtime + "/bthal-demo";
+  if (!runtime.empty() && (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST)) return path;
+  if (runtime.empty()) {
+    path = fs::absolute(fs::temp_directory_path(code), code).string() + "/bthal-demo-XXXXXX";
+    if (!code && mkdtemp(path.data()) != nullptr) return path;
   }
+  *error =
+      "cannot make the folder " + path + ": " + (code ? code.message() : strerror(errno)) + "; choose one with --root";
+  return "";
+}
+
+bool IsEmpty(const std::string& path) {
+  std::error_code code;
+  return fs::is_empty(path, code) && !code;
 }
 
 }  // namespace
 
-bool DemoRoot::Occupy(const std::string& path, std::string* error) {
-  lock_.reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!lock_.ok()) {
-    *error = "cannot open the folder " + path + ": " + strerror(errno);
+// Of a folder that no demo made, nothing may go.
+bool DemoRoot::Empty(std::string* error) const {
+  const bool marked = faccessat(folder_.get(), kMarker, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!marked && !IsEmpty(path_)) {
+    *error = path_ + " holds what no demo has made; choose a folder with --root";
     return false;
   }
-  struct stat info = {};
-  if (ours_ && (fstat(lock_.get(), &info) != 0 || info.st_uid != geteuid())) {
-    *error = path + " belongs to someone else; choose a folder with --root";
-    return false;
-  }
-  if (flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
-    *error = "another demo is running in " + path + "; choose a folder with --root";
-    return false;
-  }
-  return true;
+  RemoveAllIn(folder_.get(), {kMarker});
+  const unique_fd marker(openat(folder_.get(), kMarker, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!marker.ok()) *error = "cannot write below " + path_ + ": " + strerror(errno);
+  return marker.ok();
 }
 
 bool DemoRoot::Prepare(const std::string& chosen, std::string* error) {
   ours_ = chosen.empty();
-  std::string path = ours_ ? DefaultPath() : chosen;
-  if (ours_ && mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
-    *error = "cannot make the folder " + path + ": " + strerror(errno) + "; choose another with --root";
-    return false;
-  }
   std::error_code code;
-  if (!ours_ && !fs::create_directories(path, code) && code) {
-    *error = "cannot make the folder " + path + ": " + code.message();
-    return false;
-  }
-  path = fs::canonical(path, code).string();
-  if (code || !Occupy(path, error)) {
-    if (error->empty()) *error = "cannot use the folder " + path + ": " + code.message();
-    return false;
-  }
-  path_ = path;
-  if (ours_) RemoveBelow(path_, "");
+  path_ = ours_ ? MakeFolder(error) : fs::absolute(chosen, code).lexically_normal().string();
+  if (path_.empty()) return false;
+  folder_ = OccupyRoot(path_, error);
+  if (!folder_.ok() || (ours_ && !Empty(error))) return false;
   fs::create_directories(path_ + "/data/log", code);
   if (code) *error = "cannot write below " + path_ + ": " + code.message();
   return !code;
 }
 
 void DemoRoot::Clean(DemoOutcome outcome, bool keep) const {
-  if (!ours_ || keep || path_.empty() || outcome == DemoOutcome::kFailure) return;
+  if (!ours_ || keep || outcome == DemoOutcome::kFailure) return;
   if (outcome == DemoOutcome::kSuccess) {
-    RemoveBelow(path_, "data");
-    return;
+    RemoveAllIn(folder_.get(), {kMarker, "data"});
+  } else if (RemoveAllIn(folder_.get())) {
+    rmdir(path_.c_str());
   }
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
 }
 
 }  // namespace bthal::tool

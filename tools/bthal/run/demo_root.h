@@ -11,8 +11,8 @@ enum class DemoOutcome { kSuccess, kFailure, kInterrupted };
 
 class DemoRoot {
  public:
-  // Without `chosen`: $TMPDIR/bthal-demo, emptied of what an earlier demo left. A chosen folder keeps what it has.
-  // False with one line in `error`.
+  // Without `chosen`: $XDG_RUNTIME_DIR/bthal-demo, emptied of what an earlier demo left; where the user has no such
+  // folder, a new one for temporary files. A chosen folder keeps what it has. False with one line in `error`.
   bool Prepare(const std::string& chosen, std::string* error);
 
   const std::string& path() const { return path_; }
@@ -24,11 +24,11 @@ class DemoRoot {
   void Clean(DemoOutcome outcome, bool keep) const;
 
  private:
-  bool Occupy(const std::string& path, std::string* error);
+  bool Empty(std::string* error) const;
 
   std::string path_;
   bool ours_ = false;
-  ::android::base::unique_fd lock_;
+  ::android::base::unique_fd folder_;  // locked
 };
 
 }  // namespace bthal::tool
