@@ -12,8 +12,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "bthal/run/demo_check.h"
-#include "bthal/run/demo_root.h"
+#include "bthal/demo/demo_check.h"
+#include "bthal/demo/demo_root.h"
 #include "bthal/run/process.h"
 #include "support/json_check.h"
 #include "support/run_program.h"
@@ -41,14 +41,14 @@ std::string Content(const fs::path& path) {
   return content.str();
 }
 
-// Everything that was started with this folder for temporary files, be it child or orphan.
+// Everything that was started with this runtime folder, be it child or orphan.
 std::vector<std::string> ProcessesWith(const std::string& folder) {
   std::vector<std::string> found;
   std::error_code ignored;
   for (const fs::directory_entry& entry : fs::directory_iterator("/proc", ignored)) {
     const std::string name = entry.path().filename();
     if (name.find_first_not_of("0123456789") != std::string::npos || name == std::to_string(getpid())) continue;
-    if (Content(entry.path() / "environ").find("TMPDIR=" + folder) == std::string::npos) continue;
+    if (Content(entry.path() / "environ").find("XDG_RUNTIME_DIR=" + folder) == std::string::npos) continue;
     found.push_back(name + ": " + Content(entry.path() / "comm"));
   }
   return found;
@@ -58,7 +58,6 @@ std::vector<std::string> ProcessesWith(const std::string& folder) {
 class DemoTest : public ::testing::Test {
  protected:
   DemoTest() {
-    setenv("TMPDIR", folder_.path, 1);
     setenv("XDG_RUNTIME_DIR", folder_.path, 1);
     unsetenv("BTHAL_ROOT");
   }
@@ -178,7 +177,8 @@ TEST_F(DemoRootTest, EmptiesOnlyWhatADemoMade) {
 TEST_F(DemoRootTest, ANameThatOthersCouldHaveTakenIsNeverUsed) {
   fs::create_directory_symlink(victim_, root());
   fs::create_directory_symlink(victim_, root().string() + "-" + std::to_string(geteuid()));
-  fs::permissions(folder_.path, fs::perms::group_read, fs::perm_options::add);  // no user's own runtime folder
+  unsetenv("XDG_RUNTIME_DIR");
+  setenv("TMPDIR", folder_.path, 1);
   std::string error;
   std::string paths[2];
   for (std::string& path : paths) {
@@ -188,6 +188,7 @@ TEST_F(DemoRootTest, ANameThatOthersCouldHaveTakenIsNeverUsed) {
     EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_all);
   }
   EXPECT_NE(paths[0], paths[1]);
+  unsetenv("TMPDIR");
 }
 
 TEST_F(DemoRootTest, ARootThatOthersMayChangeIsRefused) {

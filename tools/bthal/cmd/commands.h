@@ -1,5 +1,5 @@
 // The subcommands. Each function adds its own to `app`, with its options and its help; when the user asks for it, it
-// runs as the command line is parsed and leaves the program's exit status in *status. One file each: cmd_<name>.cc.
+// runs as the command line is parsed and leaves the program's exit status in *status. One file each.
 #pragma once
 
 namespace CLI {

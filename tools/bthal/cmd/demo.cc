@@ -5,7 +5,7 @@
 
 #include "bthal/cmd/board_options.h"
 #include "bthal/cmd/commands.h"
-#include "bthal/run/demo.h"
+#include "bthal/demo/demo.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/show/terminal.h"
 
@@ -24,7 +24,8 @@ int Run(const DemoOptions& options) {
 void AddDemo(CLI::App& app, int* status) {
   auto options = std::make_shared<DemoOptions>();
   CLI::App* sub = app.add_subcommand("demo", "Bring a controller up on a virtual board, and talk to it");
-  sub->add_option("--root", options->root, "play the device's root in DIR (default: $XDG_RUNTIME_DIR/bthal-demo, made anew)")
+  sub->add_option("--root", options->root,
+                  "play the device's root in DIR (default: $XDG_RUNTIME_DIR/bthal-demo, made anew)")
       ->type_name("DIR");
   AddBoardOptions(*sub, &options->board);
   sub->add_flag("--snoop", options->snoop, "switch the service's packet log on, and show it at the end");

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "bthal/hci/codes.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/split_words.h"
 
@@ -13,13 +14,13 @@ namespace {
 using ::android::base::StringPrintf;
 
 constexpr NamedCommand kCommands[] = {
-    {"reset", 0x0C03, "Reset", ""},
-    {"read_local_version", 0x1001, "Read Local Version", ""},
+    {"reset", opcodes::kReset, "Reset", ""},
+    {"read_local_version", opcodes::kReadLocalVersion, "Read Local Version", ""},
     {"read_local_commands", 0x1002, "Read Local Supported Commands", ""},
     {"read_local_features", 0x1003, "Read Local Supported Features", ""},
-    {"read_buffer_size", 0x1005, "Read Buffer Size", ""},
-    {"read_bd_addr", 0x1009, "Read BD_ADDR", ""},
-    {"read_local_name", 0x0C14, "Read Local Name", ""},
+    {"read_buffer_size", opcodes::kReadBufferSize, "Read Buffer Size", ""},
+    {"read_bd_addr", opcodes::kReadBdAddr, "Read BD_ADDR", ""},
+    {"read_local_name", opcodes::kReadLocalName, "Read Local Name", ""},
     {"write_local_name", 0x0C13, "Write Local Name", "name_bytes:hex248"},
     {"set_event_mask", 0x0C01, "Set Event Mask", "mask:hex8=FFFFFFFFFFFFFF3F"},
     {"write_scan_enable", 0x0C1A, "Write Scan Enable", "enable:1=3"},
@@ -35,32 +36,32 @@ constexpr NamedCommand kCommands[] = {
     {"write_loopback_mode", 0x1802, "Write Loopback Mode", "mode:1=1"},
     {"host_buffer_size", 0x0C33, "Host Buffer Size", "acl_bytes:2 sco_bytes:1 acl_packets:2 sco_packets:2"},
     {"le_set_event_mask", 0x2001, "LE Set Event Mask", "mask:hex8=FFFFFF0000000000"},
-    {"le_read_buffer_size", 0x2002, "LE Read Buffer Size", ""},
+    {"le_read_buffer_size", opcodes::kLeReadBufferSize, "LE Read Buffer Size", ""},
     {"le_read_local_features", 0x2003, "LE Read Local Supported Features", ""},
     {"le_set_random_address", 0x2005, "LE Set Random Address", "address:addr"},
     {"le_advertising_parameters", 0x2006, "LE Set Advertising Parameters",
      "min:2=0x0800 max:2=0x0800 type:1=0 own_address_type:1=0 peer_address_type:1=0 peer:addr=00:00:00:00:00:00 "
      "channels:1=7 filter:1=0"},
     {"le_advertising_data", 0x2008, "LE Set Advertising Data", "length:1 data:hex31"},
-    {"le_advertising_enable", 0x200A, "LE Set Advertising Enable", "enable:1=1"},
+    {"le_advertising_enable", opcodes::kLeAdvertisingEnable, "LE Set Advertising Enable", "enable:1=1"},
     {"le_scan_parameters", 0x200B, "LE Set Scan Parameters",
      "active:1=1 interval:2=0x0010 window:2=0x0010 own_address_type:1=0 filter:1=0"},
-    {"le_scan_enable", 0x200C, "LE Set Scan Enable", "enable:1=1 filter_duplicates:1=0"},
+    {"le_scan_enable", opcodes::kLeScanEnable, "LE Set Scan Enable", "enable:1=1 filter_duplicates:1=0"},
     {"le_create_connection", 0x200D, "LE Create Connection",
      "interval:2=0x0060 window:2=0x0030 filter:1=0 peer_address_type:1=0 peer:addr own_address_type:1=0 "
      "min_interval:2=0x0018 max_interval:2=0x0028 latency:2=0 timeout:2=0x01F4 min_length:2=0 max_length:2=0"},
     {"le_create_connection_cancel", 0x200E, "LE Create Connection Cancel", ""},
     {"le_rand", 0x2018, "LE Rand", ""},
     {"le_read_supported_states", 0x201C, "LE Read Supported States", ""},
-    {"le_extended_scan_enable", 0x2042, "LE Set Extended Scan Enable",
+    {"le_extended_scan_enable", opcodes::kLeExtendedScanEnable, "LE Set Extended Scan Enable",
      "enable:1=1 filter_duplicates:1=0 duration:2=0 period:2=0"},
-    {"vnd_write_bd_addr", 0xFC01, "Write BD_ADDR", "address:addr"},
-    {"vnd_update_baud_rate", 0xFC18, "Update Baud Rate", "reserved:2=0 rate:4"},
-    {"vnd_set_sleep_mode", 0xFC27, "Set Sleep Mode", "block:hex12=011818010101010000000000"},
+    {"vnd_write_bd_addr", opcodes::kWriteBdAddr, "Write BD_ADDR", "address:addr"},
+    {"vnd_update_baud_rate", opcodes::kUpdateBaudRate, "Update Baud Rate", "reserved:2=0 rate:4"},
+    {"vnd_set_sleep_mode", opcodes::kSetSleepMode, "Set Sleep Mode", "block:hex12=011818010101010000000000"},
     {"vnd_download_minidriver", 0xFC2E, "Download Minidriver", ""},
-    {"vnd_write_ram", 0xFC4C, "Write RAM", "address:4 data:hex"},
+    {"vnd_write_ram", opcodes::kWriteRam, "Write RAM", "address:4 data:hex"},
     {"vnd_launch_ram", 0xFC4E, "Launch RAM", "address:4=0xFFFFFFFF"},
-    {"vnd_read_chip_id", 0xFC79, "Read Verbose Config And Version", ""},
+    {"vnd_read_chip_id", opcodes::kReadChipId, "Read Verbose Config And Version", ""},
     {"vnd_le_capabilities", 0xFD53, "LE Get Vendor Capabilities", ""},
     {"vnd_debug_info", 0xFD5B, "Controller Debug Info", ""},
     {"vnd_finder", 0xFD62, "Powered Off Finder", "form:1 data:hex"},

@@ -15,9 +15,6 @@ namespace {
 using ::android::base::StringPrintf;
 using Bytes = std::span<const uint8_t>;
 
-constexpr uint8_t kCommandComplete = 0x0E;
-constexpr uint8_t kCommandStatus = 0x0F;
-constexpr uint8_t kLeMeta = 0x3E;
 constexpr size_t kHeader = 2;  // event code (1) | parameter length (1)
 
 struct Name {
@@ -28,28 +25,28 @@ struct Name {
 constexpr Name kEvents[] = {
     {0x01, "Inquiry Complete"},
     {0x02, "Inquiry Result"},
-    {0x03, "Connection Complete"},
+    {events::kConnectionComplete, "Connection Complete"},
     {0x04, "Connection Request"},
-    {0x05, "Disconnection Complete"},
+    {events::kDisconnectionComplete, "Disconnection Complete"},
     {0x08, "Encryption Change"},
-    {0x0E, "Command Complete"},
-    {0x0F, "Command Status"},
-    {0x10, "Hardware Error"},
-    {0x13, "Number Of Completed Packets"},
-    {0x19, "Loopback Command"},
+    {events::kCommandComplete, "Command Complete"},
+    {events::kCommandStatus, "Command Status"},
+    {events::kHardwareError, "Hardware Error"},
+    {events::kCompletedPackets, "Number Of Completed Packets"},
+    {events::kLoopbackCommand, "Loopback Command"},
     {0x1A, "Data Buffer Overflow"},
     {0x22, "Inquiry Result With RSSI"},
     {0x2F, "Extended Inquiry Result"},
-    {0x3E, "LE Meta"},
-    {0xFF, "Vendor Event"},
+    {events::kLeMeta, "LE Meta"},
+    {events::kVendor, "Vendor Event"},
 };
 
 constexpr Name kLeEvents[] = {
-    {0x01, "LE Connection Complete"},
-    {0x02, "LE Advertising Report"},
+    {events::kLeConnectionComplete, "LE Connection Complete"},
+    {events::kLeAdvertisingReport, "LE Advertising Report"},
     {0x03, "LE Connection Update Complete"},
     {0x04, "LE Read Remote Features Complete"},
-    {0x0A, "LE Enhanced Connection Complete"},
+    {events::kLeEnhancedConnectionComplete, "LE Enhanced Connection Complete"},
     {0x0D, "LE Extended Advertising Report"},
     {0x11, "LE Scan Timeout"},
     {0x12, "LE Advertising Set Terminated"},
@@ -103,8 +100,6 @@ const char* Find(const Name (&table)[N], uint8_t code) {
   return found == std::end(table) ? nullptr : found->words;
 }
 
-uint16_t Le16(Bytes bytes, size_t at) { return static_cast<uint16_t>(bytes[at] | bytes[at + 1] << 8); }
-
 // Text up to its first zero byte, with a dot for whatever a terminal must not see.
 std::string Printable(Bytes bytes) {
   std::string text;
@@ -118,23 +113,24 @@ std::string Printable(Bytes bytes) {
 // Return parameters after the status byte of a successful Command Complete.
 std::string ReturnWords(uint16_t opcode, Bytes values) {
   switch (opcode) {
-    case 0x1001:  // HCI version (1) | revision (2) | LMP version (1) | manufacturer (2) | LMP subversion (2)
+    case opcodes::kReadLocalVersion:  // HCI version (1) | revision (2) | LMP version (1) | manufacturer (2) | LMP
+                                      // subversion (2)
       if (values.size() < 8) break;
       return StringPrintf(", HCI %u rev 0x%04X, LMP %u sub 0x%04X, maker 0x%04X", values[0], Le16(values, 1), values[3],
                           Le16(values, 6), Le16(values, 4));
-    case 0x1005:  // ACL length (2) | SCO length (1) | ACL packets (2) | SCO packets (2)
+    case opcodes::kReadBufferSize:  // ACL length (2) | SCO length (1) | ACL packets (2) | SCO packets (2)
       if (values.size() < 7) break;
       return StringPrintf(", %u ACL packets of %u bytes, %u SCO packets of %u bytes", Le16(values, 3), Le16(values, 0),
                           Le16(values, 5), values[2]);
-    case 0x2002:  // LE ACL length (2) | LE ACL packets (1)
+    case opcodes::kLeReadBufferSize:  // LE ACL length (2) | LE ACL packets (1)
       if (values.size() < 3) break;
       return StringPrintf(", %u LE packets of %u bytes", values[2], Le16(values, 0));
-    case 0x1009:
+    case opcodes::kReadBdAddr:
       if (values.size() < 6) break;
       return ", " + AddressWords(values.first(6));
-    case 0x0C14:
+    case opcodes::kReadLocalName:
       return ", \"" + Printable(values) + "\"";
-    case 0xFC79:
+    case opcodes::kReadChipId:
       if (values.empty()) break;
       return StringPrintf(", chip id %u", values[0]);
     default:
@@ -217,21 +213,22 @@ std::string ConnectionWords(Bytes event, size_t status_at) {
 
 std::string DetailWords(Bytes event) {
   switch (event[0]) {
-    case 0x03:
-    case 0x05:
+    case events::kConnectionComplete:
+    case events::kDisconnectionComplete:
       return ConnectionWords(event, kHeader);
-    case 0x10:
+    case events::kHardwareError:
       return event.size() > kHeader ? StringPrintf(", code 0x%02X", event[2]) : "";
-    case 0x13:
+    case events::kCompletedPackets:
       return CompletedPacketsWords(event);
-    case 0x19:
+    case events::kLoopbackCommand:
       return event.size() >= 4 ? ": " + OpcodeWords(Le16(event, 2)) : ", cut";
-    case 0xFF:
+    case events::kVendor:
       return VendorEventWords(event);
-    case kLeMeta:
+    case events::kLeMeta:
       if (event.size() <= kHeader) return ", cut";
-      if (event[2] == 0x01 || event[2] == 0x0A) return ConnectionWords(event, kHeader + 1);
-      if (event[2] == 0x02) return AdvertisingReportWords(event);
+      if (event[2] == events::kLeConnectionComplete || event[2] == events::kLeEnhancedConnectionComplete)
+        return ConnectionWords(event, kHeader + 1);
+      if (event[2] == events::kLeAdvertisingReport) return AdvertisingReportWords(event);
       return "";
     default:
       return "";
@@ -249,31 +246,31 @@ std::string StatusWords(uint8_t status) {
 std::optional<std::string> EventName(Bytes event) {
   if (event.empty()) return std::nullopt;
   const char* words = nullptr;
-  if (event[0] == kLeMeta && event.size() > kHeader) words = Find(kLeEvents, event[kHeader]);
+  if (event[0] == events::kLeMeta && event.size() > kHeader) words = Find(kLeEvents, event[kHeader]);
   if (words == nullptr) words = Find(kEvents, event[0]);
   if (words == nullptr) return std::nullopt;
   return words;
 }
 
 std::optional<uint16_t> AnsweredOpcode(Bytes event) {
-  if (event.size() >= 5 && event[0] == kCommandComplete) return Le16(event, 3);
-  if (event.size() >= 6 && event[0] == kCommandStatus) return Le16(event, 4);
+  if (event.size() >= 5 && event[0] == events::kCommandComplete) return Le16(event, 3);
+  if (event.size() >= 6 && event[0] == events::kCommandStatus) return Le16(event, 4);
   return std::nullopt;
 }
 
 std::optional<uint8_t> AnsweredStatus(Bytes event) {
-  if (event.size() >= 6 && event[0] == kCommandComplete) return event[5];
-  if (event.size() >= 6 && event[0] == kCommandStatus) return event[2];
+  if (event.size() >= 6 && event[0] == events::kCommandComplete) return event[5];
+  if (event.size() >= 6 && event[0] == events::kCommandStatus) return event[2];
   return std::nullopt;
 }
 
 std::string EventWords(Bytes event) {
   if (event.size() < kHeader) return "cut event";
-  if (event[0] == kCommandComplete) return CommandCompleteWords(event);
-  if (event[0] == kCommandStatus) return CommandStatusWords(event);
+  if (event[0] == events::kCommandComplete) return CommandCompleteWords(event);
+  if (event[0] == events::kCommandStatus) return CommandStatusWords(event);
   const std::optional<std::string> name = EventName(event);
   std::string text = name ? *name : StringPrintf("event 0x%02X", event[0]);
-  if (event[0] == kLeMeta && event.size() > kHeader && Find(kLeEvents, event[2]) == nullptr) {
+  if (event[0] == events::kLeMeta && event.size() > kHeader && Find(kLeEvents, event[2]) == nullptr) {
     text += StringPrintf(", subevent 0x%02X", event[2]);
   }
   return text + DetailWords(event);

@@ -203,7 +203,7 @@ bool MatchesName(const std::string& name, uint8_t kind, const std::vector<uint8_
     return packet[0] == *code;
   }
   const std::optional<std::string> event = EventName(packet);
-  if (name == "le_meta") return packet[0] == 0x3E;
+  if (name == "le_meta") return packet[0] == events::kLeMeta;
   return event && ScriptName(*event) == Lower(name);
 }
 

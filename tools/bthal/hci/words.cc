@@ -14,10 +14,6 @@ namespace {
 
 using ::android::base::StringPrintf;
 
-uint16_t Le16(std::span<const uint8_t> bytes, size_t at) {
-  return static_cast<uint16_t>(bytes[at] | bytes[at + 1] << 8);
-}
-
 uint32_t Le32(std::span<const uint8_t> bytes, size_t at) {
   return static_cast<uint32_t>(Le16(bytes, at)) | static_cast<uint32_t>(Le16(bytes, at + 2)) << 16;
 }
@@ -29,14 +25,15 @@ std::string CommandWords(std::span<const uint8_t> packet) {
   const uint16_t opcode = Le16(packet, 0);
   const std::span<const uint8_t> parameters = packet.subspan(kHeader);
   std::string text = OpcodeWords(opcode);
-  if (opcode == 0xFC18 && parameters.size() >= 6) text += StringPrintf(", %u bit/s", Le32(parameters, 2));
-  if (opcode == 0xFC01 && parameters.size() >= 6) text += ", " + AddressWords(parameters.first(6));
-  if (opcode == 0xFC4C && parameters.size() >= 4) {
+  if (opcode == opcodes::kUpdateBaudRate && parameters.size() >= 6)
+    text += StringPrintf(", %u bit/s", Le32(parameters, 2));
+  if (opcode == opcodes::kWriteBdAddr && parameters.size() >= 6) text += ", " + AddressWords(parameters.first(6));
+  if (opcode == opcodes::kWriteRam && parameters.size() >= 4) {
     text += StringPrintf(", %zu bytes at 0x%08X", parameters.size() - 4, Le32(parameters, 0));
   }
-  if ((opcode == 0x200C || opcode == 0x200A || opcode == 0x2042) && !parameters.empty()) {
-    text += parameters[0] != 0 ? ", on" : ", off";
-  }
+  const bool enables = opcode == opcodes::kLeScanEnable || opcode == opcodes::kLeAdvertisingEnable ||
+                       opcode == opcodes::kLeExtendedScanEnable;
+  if (enables && !parameters.empty()) text += parameters[0] != 0 ? ", on" : ", off";
   if (packet[2] != parameters.size()) text += StringPrintf(" (length says %u)", packet[2]);
   return text;
 }

@@ -7,17 +7,9 @@
 #include <string>
 #include <string_view>
 
-namespace bthal::tool {
+#include "bthal/hci/codes.h"
 
-// The H4 type bytes.
-enum PacketKind : uint8_t {
-  kCommand = 0x01,
-  kAclData = 0x02,
-  kScoData = 0x03,
-  kEvent = 0x04,
-  kIsoData = 0x05,
-  kThreadData = 0x70,
-};
+namespace bthal::tool {
 
 // "command", "acl", "sco", "event", "iso", "thread", or "type 0x09".
 std::string KindWord(uint8_t kind);

@@ -25,9 +25,7 @@ milliseconds Milliseconds(double seconds) { return milliseconds(static_cast<int6
 bool Answers(const ReceivedPacket& packet, uint16_t opcode) {
   if (packet.kind != kEvent) return false;
   if (AnsweredOpcode(packet.bytes) == opcode) return true;
-  constexpr uint8_t kLoopbackCommand = 0x19;
-  return packet.bytes.size() >= 4 && packet.bytes[0] == kLoopbackCommand &&
-         (packet.bytes[2] | packet.bytes[3] << 8) == opcode;
+  return packet.bytes.size() >= 4 && packet.bytes[0] == events::kLoopbackCommand && Le16(packet.bytes, 2) == opcode;
 }
 
 }  // namespace
@@ -126,7 +124,7 @@ bool HciSession::Send(const ScriptAction& action) {
   std::string error;
   if (!client_.Send(action.kind, action.packet, &error)) return Fail(error);
   if (!action.await_answer) return true;
-  return AwaitAnswer(static_cast<uint16_t>(action.packet[0] | action.packet[1] << 8));
+  return AwaitAnswer(Le16(action.packet, 0));
 }
 
 bool HciSession::AwaitAnswer(uint16_t opcode) {

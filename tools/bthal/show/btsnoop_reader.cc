@@ -94,7 +94,7 @@ std::string CountWords(std::span<const SnoopRecord> records) {
 std::vector<std::string> FoldedSnoopLines(std::span<const SnoopRecord> records) {
   constexpr size_t kLongestRun = 3;
   const auto opcode_of = [](const SnoopRecord& record) {
-    return record.kind == kCommand && record.packet.size() >= 2 ? record.packet[0] | record.packet[1] << 8 : -1;
+    return record.kind == kCommand && record.packet.size() >= 2 ? Le16(record.packet, 0) : -1;
   };
   std::vector<std::string> lines;
   for (size_t at = 0; at < records.size();) {

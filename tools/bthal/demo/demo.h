@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "bthal/demo/demo_root.h"
 #include "bthal/run/conversation.h"
-#include "bthal/run/demo_root.h"
 #include "bthal/run/process.h"
 #include "bthal/show/terminal.h"
 #include "sim/board.h"

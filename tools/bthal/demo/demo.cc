@@ -1,4 +1,4 @@
-#include "bthal/run/demo.h"
+#include "bthal/demo/demo.h"
 
 #include <android-base/file.h>
 #include <android-base/properties.h>
@@ -14,8 +14,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "bthal/demo/demo_check.h"
 #include "bthal/hci/words.h"
-#include "bthal/run/demo_check.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/show/journal_words.h"
@@ -35,18 +35,15 @@ constexpr milliseconds kBringUpPatience = seconds(30);
 constexpr milliseconds kStepPatience = seconds(20);
 constexpr milliseconds kEndPatience = seconds(5);
 
-constexpr uint16_t kWriteRam = 0xFC4C;
-constexpr uint16_t kSetSleepMode = 0xFC27;
-
 bool IsAnswerTo(const JournalEntry& entry, uint16_t opcode) {
   return entry.event == WireEvent::kSent && entry.packet_type == kEvent && AnsweredOpcode(entry.bytes) == opcode;
 }
 
 // The patch records and their answers: hundreds of packets that the progress bar stands for.
 bool IsPatchTraffic(const JournalEntry& entry) {
-  const bool record = entry.event == WireEvent::kReceived && entry.packet_type == kCommand && entry.bytes.size() >= 2 &&
-                      (entry.bytes[0] | entry.bytes[1] << 8) == kWriteRam;
-  return record || IsAnswerTo(entry, kWriteRam);
+  const bool record =
+      entry.event == WireEvent::kReceived && IsCommand(entry.packet_type, entry.bytes, opcodes::kWriteRam);
+  return record || IsAnswerTo(entry, opcodes::kWriteRam);
 }
 
 // What the board sees beside packets and is worth a line to someone who watches a bring-up.
@@ -204,7 +201,7 @@ bool Demo::AwaitBringUp() {
       [&] {
         for (const JournalEntry& entry : board_->Journal(seen)) {
           ++seen;
-          up |= IsAnswerTo(entry, kSetSleepMode);
+          up |= IsAnswerTo(entry, opcodes::kSetSleepMode);
         }
         return up || ServiceDied();
       },

@@ -1,4 +1,4 @@
-#include "bthal/run/demo_root.h"
+#include "bthal/demo/demo_root.h"
 
 #include <errno.h>
 #include <fcntl.h>

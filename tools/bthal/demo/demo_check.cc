@@ -1,4 +1,4 @@
-#include "bthal/run/demo_check.h"
+#include "bthal/demo/demo_check.h"
 
 #include <android-base/stringprintf.h>
 
@@ -16,10 +16,6 @@ using sim::JournalEntry;
 using sim::WireEvent;
 using Journal = std::span<const JournalEntry>;
 
-constexpr uint16_t kReset = 0x0C03;
-constexpr uint16_t kReadLocalVersion = 0x1001;
-constexpr uint16_t kReadBdAddr = 0x1009;
-constexpr uint16_t kLeScanEnable = 0x200C;
 constexpr uint64_t kWorkingSpeed = 4000000;
 
 bool Has(Journal journal, WireEvent event) {
@@ -35,8 +31,7 @@ std::optional<uint64_t> LastValue(Journal journal, WireEvent event) {
 }
 
 bool IsCommand(const JournalEntry& entry, uint16_t opcode) {
-  return entry.event == WireEvent::kReceived && entry.packet_type == kCommand && entry.bytes.size() >= 3 &&
-         (entry.bytes[0] | entry.bytes[1] << 8) == opcode;
+  return entry.event == WireEvent::kReceived && tool::IsCommand(entry.packet_type, entry.bytes, opcode);
 }
 
 // The successful answer to `opcode` behind the command itself, or null.
@@ -74,7 +69,7 @@ DemoFact ScanFact(Journal client) {
   bool reported = false;
   bool off = false;
   for (const JournalEntry& entry : client) {
-    if (IsCommand(entry, kLeScanEnable) && entry.bytes.size() > 3) {
+    if (IsCommand(entry, opcodes::kLeScanEnable) && entry.bytes.size() > 3) {
       (entry.bytes[3] != 0 ? on : off) = true;
     } else if (on && entry.event == WireEvent::kSent && entry.packet_type == kEvent) {
       reported |= EventName(entry.bytes) == "LE Advertising Report";
@@ -84,7 +79,7 @@ DemoFact ScanFact(Journal client) {
 }
 
 DemoFact AddressFact(Journal client, const std::string& address) {
-  const JournalEntry* answer = Answered(client, kReadBdAddr);
+  const JournalEntry* answer = Answered(client, opcodes::kReadBdAddr);
   const bool right = answer != nullptr && answer->bytes.size() >= 12 &&
                      AddressWords(std::span(answer->bytes).subspan(6, 6)) == address;
   return {right, "Read BD_ADDR was answered with " + address};
@@ -112,7 +107,7 @@ std::vector<DemoFact> CheckDemo(const std::vector<JournalEntry>& journal, size_t
       PatchFact(bring_up),
       SpeedFact(bring_up),
       {Has(bring_up, WireEvent::kSleepModeSet), "its sleep mode was set"},
-      {Answered(client, kReset) != nullptr && Answered(client, kReadLocalVersion) != nullptr,
+      {Answered(client, opcodes::kReset) != nullptr && Answered(client, opcodes::kReadLocalVersion) != nullptr,
        "the client's Reset and Read Local Version were answered"},
       AddressFact(client, options.provision_address ? options.provisioned_address : options.address),
       ScanFact(client),

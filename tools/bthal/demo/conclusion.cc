@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "bthal/run/demo.h"
+#include "bthal/demo/demo.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/show/journal_words.h"
