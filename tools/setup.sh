@@ -51,5 +51,5 @@ build() {
   fi
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build ccache android-libbase-dev android-liblog-dev libcli11-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build ccache android-libbase-dev android-liblog-dev libcli11-dev nlohmann-json3-dev)
 TEST_PACKAGES=(libgtest-dev libgmock-dev libtinyxml2-dev tshark bluez)

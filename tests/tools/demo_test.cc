@@ -10,12 +10,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "bthal/demo/demo_check.h"
 #include "bthal/demo/demo_root.h"
 #include "bthal/run/process.h"
-#include "support/json_check.h"
 #include "support/run_program.h"
 #include "support/wait_for.h"
 
@@ -92,7 +92,7 @@ TEST_F(DemoTest, EverythingHappensAndTheLogsStay) {
   EXPECT_THAT(result.out, HasSubstr((root() / "data/log/service.log").string()));
   EXPECT_THAT(Content(root() / "data/log/service.log"), HasSubstr("BTQNL controller is ready"));
   EXPECT_THAT(Content(root() / "data/log/board.log"), HasSubstr("patch    launched"));
-  EXPECT_TRUE(test::IsJson(Content(root() / "data/log/bring-up.json")));
+  EXPECT_TRUE(nlohmann::json::accept(Content(root() / "data/log/bring-up.json")));
   // What was temporary is gone, and so is every process.
   EXPECT_FALSE(fs::exists(root() / "dev"));
   EXPECT_THAT(ProcessesWith(folder_.path), ::testing::IsEmpty());

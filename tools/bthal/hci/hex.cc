@@ -1,5 +1,7 @@
 #include "bthal/hci/hex.h"
 
+#include <android-base/parseint.h>
+
 #include <charconv>
 
 namespace bthal::tool {
@@ -11,8 +13,6 @@ int Digit(char c) {
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
   return -1;
 }
-
-bool HasHexPrefix(std::string_view text) { return text.starts_with("0x") || text.starts_with("0X"); }
 
 }  // namespace
 
@@ -31,7 +31,7 @@ std::string Hex(std::span<const uint8_t> bytes, size_t limit) {
 }
 
 std::optional<std::vector<uint8_t>> ParseHex(std::string_view text) {
-  if (HasHexPrefix(text)) text.remove_prefix(2);
+  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
   std::vector<uint8_t> bytes;
   for (size_t i = 0; i < text.size();) {
     if (text[i] == ' ' || text[i] == ':' || text[i] == '\t') {
@@ -49,12 +49,10 @@ std::optional<std::vector<uint8_t>> ParseHex(std::string_view text) {
 }
 
 std::optional<uint64_t> ParseNumber(std::string_view text, uint64_t max) {
-  const int base = HasHexPrefix(text) ? 16 : 10;
-  if (base == 16) text.remove_prefix(2);
   uint64_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-  if (error != std::errc() || end != text.data() + text.size() || value > max) return std::nullopt;
-  return value;
+  // It would skip white space, and take a sign.
+  if (text.empty() || Digit(text.front()) < 0) return std::nullopt;
+  return ::android::base::ParseUint(std::string(text), &value, max) ? std::optional(value) : std::nullopt;
 }
 
 std::optional<double> ParseSeconds(std::string_view text) {

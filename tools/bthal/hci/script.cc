@@ -1,6 +1,7 @@
 #include "bthal/hci/script.h"
 
 #include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 
 #include <algorithm>
 #include <span>
@@ -22,16 +23,7 @@ using ::android::base::StringPrintf;
 constexpr double kDefaultWaitSeconds = 5;
 constexpr double kDefaultScanSeconds = 1;
 
-std::string Joined(Words words) {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
-  return text;
-}
-
-std::string Lower(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
-  return text;
-}
+std::string Joined(Words words) { return ::android::base::Join(words, ' '); }
 
 std::optional<uint8_t> RawKind(const std::string& word) {
   if (word == "cmd") return kCommand;
@@ -70,8 +62,7 @@ bool ParseSecondsAt(Words words, size_t at, double fallback, ScriptAction* actio
 }
 
 bool ParsePattern(const std::string& text, std::vector<std::optional<uint8_t>>* pattern) {
-  std::string digits;
-  std::ranges::remove_copy(text, std::back_inserter(digits), ' ');
+  const std::string digits = ::android::base::StringReplace(text, " ", "", true);
   for (size_t i = 0; i + 1 < digits.size(); i += 2) {
     const std::string pair = digits.substr(i, 2);
     const std::optional<std::vector<uint8_t>> byte = ParseHex(pair);
@@ -204,7 +195,7 @@ bool MatchesName(const std::string& name, uint8_t kind, const std::vector<uint8_
   }
   const std::optional<std::string> event = EventName(packet);
   if (name == "le_meta") return packet[0] == events::kLeMeta;
-  return event && ScriptName(*event) == Lower(name);
+  return event && ::android::base::EqualsIgnoreCase(ScriptName(*event), name);
 }
 
 bool MatchesPattern(const std::vector<std::optional<uint8_t>>& pattern, const std::vector<uint8_t>& packet) {

@@ -1,7 +1,8 @@
 // A line cut into its words.
 #pragma once
 
-#include <sstream>
+#include <android-base/strings.h>
+
 #include <string>
 #include <vector>
 
@@ -9,9 +10,8 @@ namespace bthal::tool {
 
 // The pieces of `line` between runs of white space.
 inline std::vector<std::string> SplitWords(const std::string& line) {
-  std::istringstream stream(line);
-  std::vector<std::string> words;
-  for (std::string word; stream >> word;) words.push_back(word);
+  std::vector<std::string> words = ::android::base::Split(line, " \t\r\n\v\f");
+  std::erase(words, "");
   return words;
 }
 

@@ -3,8 +3,6 @@
 #include <aidl/android/hardware/bluetooth/BnBluetoothHciCallbacks.h>
 #include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
 #include <android-base/stringprintf.h>
-#include <android/binder_manager.h>
-#include <android/binder_process.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -16,6 +14,7 @@
 #include "bthal/hci/words.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/run/service_calls.h"
 
 namespace bthal::tool {
 namespace {
@@ -27,20 +26,6 @@ using ::android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kPoll{5};
-
-bool CallWorked(const ::ndk::ScopedAStatus& status, const char* call, std::string* error) {
-  if (status.isOk()) return true;
-  if (status.getStatus() == STATUS_DEAD_OBJECT) {
-    *error = StringPrintf("%s: the service has died", call);
-  } else if (status.getExceptionCode() == EX_SERVICE_SPECIFIC) {
-    *error = StringPrintf("%s: the service refuses with error %d", call, status.getServiceSpecificError());
-  } else {
-    const std::string message = status.getMessage();
-    *error = StringPrintf("%s: the service refuses: %s", call,
-                          message.empty() ? status.getDescription().c_str() : message.c_str());
-  }
-  return false;
-}
 
 }  // namespace
 
@@ -162,18 +147,9 @@ HciClient::~HciClient() {
 }
 
 bool HciClient::Connect(milliseconds patience, std::string* error) {
-  ABinderProcess_startThreadPool();
   std::shared_ptr<IBluetoothHci> hci;
-  const bool found = WaitUntil(
-      [&] {
-        hci = IBluetoothHci::fromBinder(::ndk::SpAIBinder(AServiceManager_checkService(kHciService)));
-        return hci != nullptr;
-      },
-      patience);
-  if (!found) {
-    *error = StringPrintf("%s is not published: start the service first (bthal supervise, bthal demo)", kHciService);
-    return false;
-  }
+  const auto find = [&] { return (hci = IBluetoothHci::fromBinder(FindService(kHciService, error))) != nullptr; };
+  if (!WaitUntil(find, patience)) return false;
   initialized_ = false;
   inbox_ = std::make_shared<Inbox>(observer_);
   service_ = std::make_unique<Service>(std::move(hci), inbox_);
@@ -235,11 +211,8 @@ void HciClient::Forget() { inbox_->Forget(); }
 bool HciClient::ServiceDied() const { return inbox_->died(); }
 
 bool DumpService(int fd, std::string* error) {
-  const ::ndk::SpAIBinder binder(AServiceManager_checkService(kHciService));
-  if (binder.get() == nullptr) {
-    *error = StringPrintf("%s is not published: start the service first (bthal supervise, bthal demo)", kHciService);
-    return false;
-  }
+  const ::ndk::SpAIBinder binder = FindService(kHciService, error);
+  if (binder.get() == nullptr) return false;
   const binder_status_t status = AIBinder_dump(binder.get(), fd, nullptr, 0);
   if (status != STATUS_OK) *error = StringPrintf("the service did not report: status %d", status);
   return status == STATUS_OK;

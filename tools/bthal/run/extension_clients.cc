@@ -3,15 +3,14 @@
 #include <aidl/vendor/tovani/bluetooth_ext/IBTChannelAvoidance.h>
 #include <aidl/vendor/tovani/bluetooth_ext/IBluetoothFinder.h>
 #include <android-base/stringprintf.h>
-#include <android/binder_manager.h>
-#include <android/binder_process.h>
+#include <android-base/strings.h>
 
 #include <algorithm>
 #include <memory>
-#include <sstream>
 
 #include "bthal/hci/hex.h"
 #include "bthal/hci/split_words.h"
+#include "bthal/run/service_calls.h"
 
 namespace bthal::tool {
 namespace {
@@ -24,18 +23,14 @@ constexpr int kServiceErrorOff = -22;
 
 template <typename I>
 std::shared_ptr<I> Find(std::string* error) {
-  ABinderProcess_startThreadPool();
-  const std::string instance = std::string(I::descriptor) + "/default";
-  std::shared_ptr<I> service = I::fromBinder(::ndk::SpAIBinder(AServiceManager_checkService(instance.c_str())));
-  if (service == nullptr) *error = instance + " is not published: start the service first (bthal supervise)";
-  return service;
+  return I::fromBinder(FindService(std::string(I::descriptor) + "/default", error));
 }
 
-bool CallWorked(const ::ndk::ScopedAStatus& status, std::string* error) {
-  if (status.isOk()) return true;
-  *error = status.getExceptionCode() == EX_SERVICE_SPECIFIC && status.getServiceSpecificError() == kServiceErrorOff
-               ? "the service refuses with error -22: Bluetooth is off (a client must have the HAL, as bthal hci does)"
-               : "the service refuses: " + status.getDescription();
+bool Worked(const ::ndk::ScopedAStatus& status, const char* call, std::string* error) {
+  if (CallWorked(status, call, error)) return true;
+  if (status.getExceptionCode() == EX_SERVICE_SPECIFIC && status.getServiceSpecificError() == kServiceErrorOff) {
+    *error += ": Bluetooth is off (a client must have the HAL, as bthal hci does)";
+  }
   return false;
 }
 
@@ -43,17 +38,17 @@ bool CallWorked(const ::ndk::ScopedAStatus& status, std::string* error) {
 
 bool SetChannelMap(const ChannelMap& map, std::string* error) {
   const auto service = Find<IBTChannelAvoidance>(error);
-  return service != nullptr && CallWorked(service->setBluetoothChannelStatus(map), error);
+  return service != nullptr && Worked(service->setBluetoothChannelStatus(map), "setBluetoothChannelStatus", error);
 }
 
 bool SendFinderKeys(const std::vector<uint8_t>& keys, std::string* error) {
   const auto service = Find<IBluetoothFinder>(error);
-  return service != nullptr && CallWorked(service->sendPrecomputedKeys(keys), error);
+  return service != nullptr && Worked(service->sendPrecomputedKeys(keys), "sendPrecomputedKeys", error);
 }
 
 bool SetFinderMode(bool enable, std::string* error) {
   const auto service = Find<IBluetoothFinder>(error);
-  return service != nullptr && CallWorked(service->setPoweredOffMode(enable), error);
+  return service != nullptr && Worked(service->setPoweredOffMode(enable), "setPoweredOffMode", error);
 }
 
 std::optional<ChannelMap> ParseChannelMap(std::string_view text, std::string* error) {
@@ -73,8 +68,7 @@ std::optional<ChannelMap> MapWithout(const std::string& channels, std::string* e
   ChannelMap map;
   map.fill(0xFF);
   map.back() = 0x7F;  // channels 72 to 78; the top bit is no channel
-  std::istringstream list(channels);
-  for (std::string range; std::getline(list, range, ',');) {
+  for (const std::string& range : ::android::base::Split(channels, ",")) {
     const size_t dash = range.find('-');
     const std::optional<uint64_t> first = ParseNumber(range.substr(0, dash), kLastChannel);
     const std::optional<uint64_t> last =
@@ -92,17 +86,16 @@ std::optional<ChannelMap> MapWithout(const std::string& channels, std::string* e
 
 std::optional<FinderFile> ParseFinderFile(const std::string& content, std::string* error) {
   FinderFile file;
-  std::istringstream lines(content);
   int number = 0;
-  for (std::string line; std::getline(lines, line);) {
+  for (const std::string& line : ::android::base::Split(content, "\n")) {
     ++number;
-    const std::vector<std::string> words = SplitWords(line.substr(0, line.find('#')));
-    if (words.empty()) continue;
-    if (words.size() == 2 && words[0] == "mode" && (words[1] == "on" || words[1] == "off")) {
-      file.enable = words[1] == "on";
+    const std::string text = ::android::base::Join(SplitWords(line.substr(0, line.find('#'))), ' ');
+    if (text.empty()) continue;
+    if (text == "mode on" || text == "mode off") {
+      file.enable = text == "mode on";
       continue;
     }
-    const std::optional<std::vector<uint8_t>> key = ParseHex(line.substr(0, line.find('#')));
+    const std::optional<std::vector<uint8_t>> key = ParseHex(text);
     if (!key || key->size() != kFinderKeySize) {
       *error = StringPrintf("line %d is neither a key of 20 bytes in hex nor 'mode on' nor 'mode off'", number);
       return std::nullopt;

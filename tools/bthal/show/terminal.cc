@@ -11,7 +11,7 @@
 namespace bthal::tool {
 namespace {
 
-constexpr int kBarWidth = 40;
+constexpr size_t kBarWidth = 40;
 
 const char* Code(Colour colour) {
   switch (colour) {
@@ -35,12 +35,21 @@ const char* Code(Colour colour) {
   return "";
 }
 
-}  // namespace
-
+// Whether a line on standard output may be written over.
 bool IsTerminal() {
   static const bool terminal = isatty(STDOUT_FILENO) == 1;
   return terminal;
 }
+
+// "[##########----------] 120/240".
+std::string Bar(uint64_t done, uint64_t total) {
+  const uint64_t full = total == 0 ? 0 : std::min(done, total) * kBarWidth / total;
+  return ::android::base::StringPrintf("[%s%s] %llu/%llu", std::string(full, '#').c_str(),
+                                       std::string(kBarWidth - full, '-').c_str(),
+                                       static_cast<unsigned long long>(done), static_cast<unsigned long long>(total));
+}
+
+}  // namespace
 
 bool HasColours() {
   static const bool colours = [] {
@@ -75,17 +84,9 @@ std::string WithoutColours(std::string_view text) {
   return plain;
 }
 
-std::string Bar(uint64_t done, uint64_t total, int width) {
-  const uint64_t full = total == 0 ? 0 : std::min<uint64_t>(done, total) * static_cast<uint64_t>(width) / total;
-  std::string bar(full, '#');
-  bar.append(static_cast<size_t>(width) - full, '-');
-  return ::android::base::StringPrintf("[%s] %llu/%llu", bar.c_str(), static_cast<unsigned long long>(done),
-                                       static_cast<unsigned long long>(total));
-}
-
 void ProgressBar::Update(uint64_t done, uint64_t total) {
   const int cells = total == 0 ? 0 : static_cast<int>(std::min(done, total) * kBarWidth / total);
-  last_ = label_ + Bar(done, total, kBarWidth);
+  last_ = label_ + Bar(done, total);
   if (!IsTerminal() || (cells == cells_ && done < total)) return;
   cells_ = cells;
   drawn_ = true;

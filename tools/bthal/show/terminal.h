@@ -13,9 +13,6 @@ enum class Colour { kPlain, kFaint, kGood, kBad, kWarn, kToController, kFromCont
 // CLICOLOR_FORCE has them without a terminal: for someone who passes our lines on to one.
 bool HasColours();
 
-// Whether standard output is a terminal on which a line may be written over.
-bool IsTerminal();
-
 // Columns of the terminal, or those that COLUMNS promises; 0 where there is neither.
 int TerminalWidth();
 
@@ -43,9 +40,6 @@ class ProgressBar {
   int cells_ = -1;
   bool drawn_ = false;
 };
-
-// "[##########----------] 120/240".
-std::string Bar(uint64_t done, uint64_t total, int width);
 
 // One line on standard error: "bthal: ...". Returns 1, the exit status that goes with it.
 int Complain(std::string_view line);

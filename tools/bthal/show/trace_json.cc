@@ -3,7 +3,7 @@
 #include <android-base/stringprintf.h>
 
 #include <algorithm>
-#include <cinttypes>
+#include <nlohmann/json.hpp>
 
 #include "bthal/show/terminal.h"
 
@@ -16,27 +16,6 @@ using ::android::base::StringPrintf;
 constexpr int kNameWidth = 34;
 constexpr int kLeastBarWidth = 20;
 constexpr int kUsualWidth = 100;
-
-// The length of the UTF-8 sequence at the beginning of `text`; 0 when there is none.
-size_t Utf8Length(std::string_view text) {
-  const auto byte = [&](size_t at) { return static_cast<uint8_t>(text[at]); };
-  const uint8_t first = byte(0);
-  if (first < 0x80) return 1;
-  const size_t length = first >= 0xC2 && first <= 0xDF   ? 2
-                        : first >= 0xE0 && first <= 0xEF ? 3
-                        : first >= 0xF0 && first <= 0xF4 ? 4
-                                                         : 0;
-  if (length == 0 || text.size() < length) return 0;
-  for (size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  // Overlong forms, surrogates, and what lies beyond the last code point.
-  if (first == 0xE0 && byte(1) < 0xA0) return 0;
-  if (first == 0xED && byte(1) > 0x9F) return 0;
-  if (first == 0xF0 && byte(1) < 0x90) return 0;
-  if (first == 0xF4 && byte(1) > 0x8F) return 0;
-  return length;
-}
 
 // Name columns: indented, cut where it is too long.
 std::string NameColumn(const Span& span) {
@@ -54,45 +33,26 @@ std::string RemarkOf(const Span& span) {
 
 }  // namespace
 
-std::string JsonString(std::string_view text) {
-  std::string json = "\"";
-  for (size_t i = 0; i < text.size();) {
-    const size_t length = Utf8Length(text.substr(i));
-    const char c = text[i];
-    if (length == 0) {
-      json += "\\ufffd";
-      ++i;
-      continue;
-    }
-    if (c == '"' || c == '\\') {
-      json.append("\\").push_back(c);
-    } else if (length == 1 && static_cast<uint8_t>(c) < 0x20) {
-      StringAppendF(&json, "\\u%04x", static_cast<uint8_t>(c));
-    } else {
-      json.append(text.substr(i, length));
-    }
-    i += length;
-  }
-  return json + "\"";
-}
-
 std::string TraceJson(const std::vector<Span>& spans) {
+  using Json = nlohmann::ordered_json;
   const int64_t zero = spans.empty() ? 0 : spans.front().begin_ms;
-  std::string json = "{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n";
-  json += R"({"name":"process_name","ph":"M","pid":1,"tid":0,"args":{"name":"Bluetooth HAL"}})";
+  Json events = {
+      {{"name", "process_name"}, {"ph", "M"}, {"pid", 1}, {"tid", 0}, {"args", {{"name", "Bluetooth HAL"}}}}};
   for (const Span& span : spans) {
-    StringAppendF(&json, ",\n{\"name\":%s,\"cat\":\"record\",\"pid\":1,\"tid\":%zu,\"ts\":%" PRId64,
-                  JsonString(span.name).c_str(), span.lane, (span.begin_ms - zero) * 1000);
+    Json event = {{"name", span.name}, {"cat", "record"}, {"pid", 1}, {"tid", span.lane}};
+    event["ts"] = (span.begin_ms - zero) * 1000;
+    event["ph"] = span.moment ? "i" : "X";
     if (span.moment) {
-      json += ",\"ph\":\"i\",\"s\":\"t\"}";
-      continue;
+      event["s"] = "t";
+    } else {
+      event["dur"] = (span.end_ms - span.begin_ms) * 1000;
     }
-    StringAppendF(&json, ",\"ph\":\"X\",\"dur\":%" PRId64, (span.end_ms - span.begin_ms) * 1000);
-    if (span.unfinished) json += ",\"args\":{\"unfinished\":true}";
-    if (span.began_earlier) json += ",\"args\":{\"began_earlier\":true}";
-    json += "}";
+    if (span.unfinished) event["args"]["unfinished"] = true;
+    if (span.began_earlier) event["args"]["began_earlier"] = true;
+    events.push_back(std::move(event));
   }
-  return json + "\n]}\n";
+  const Json trace = {{"displayTimeUnit", "ms"}, {"traceEvents", std::move(events)}};
+  return trace.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 std::string BarChart(const std::vector<Span>& spans, int width, int64_t least_ms) {
