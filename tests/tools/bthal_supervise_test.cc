@@ -1,10 +1,12 @@
 // Programs that really die, and what supervises them.
+#include <android-base/strings.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "bthal/run/process.h"
@@ -53,9 +55,89 @@ TEST(SuperviseTest, RestartsWhatIsKilledAndSaysByWhat) {
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(root.Read("/runs"), "run\nrun\nrun\n");
   EXPECT_EQ(Count(result.error, "/bin/sh was killed by SIGKILL after "), 3u) << result.error;
-  EXPECT_THAT(result.error, HasSubstr("restarting in 0.1 s"));
-  EXPECT_THAT(result.error, HasSubstr("restarting in 0.2 s"));
   EXPECT_THAT(result.error, HasSubstr("bthal: gave up after 2 restarts\n"));
+}
+
+// Only the same death in a row makes the pauses longer.
+TEST(SuperviseTest, SlowsDownForTheSameDeathAgainAndAgain) {
+  const TempRoot root;
+  const ProgramResult result = Supervise({"--max-restarts", "6"},
+                                         "echo >> $BTHAL_ROOT/runs; case $(wc -l < $BTHAL_ROOT/runs) in "
+                                         "1|3) kill -KILL $$;; 2) exit 3;; *) kill -SEGV $$;; esac");
+  std::string pauses;
+  for (const std::string& line : ::android::base::Split(result.error, "\n")) {
+    if (line.starts_with("supervise: restarting") || line.find("the same death") != std::string::npos) {
+      pauses += line + "\n";
+    }
+  }
+  EXPECT_THAT(pauses, ::testing::MatchesRegex("(supervise: restarting at once\n){4}"
+                                              "supervise: restarting in 0.1 s\n"
+                                              "supervise: the same death 3 times within a minute: slowing down; .*\n"
+                                              "supervise: restarting in 1 s\n"));
+}
+
+// A pipe that nobody drains: the program still talks its fill, the supervisor still obeys, and what was lost is told to
+// whoever reads later.
+class UnreadSupervisor : public ::testing::TestWithParam<int> {
+ protected:
+  UnreadSupervisor() {
+    tool::SpawnOptions options;
+    options.arguments = {
+        BTHAL_PROGRAM,
+        "supervise",
+        "--",
+        "/bin/sh",
+        "-c",
+        "seq 100001 400000; echo > $BTHAL_ROOT/said; while [ ! -e $BTHAL_ROOT/go ]; do sleep 0.01; done; "
+        "echo the end; exec sleep 1000"};
+    options.standard_output = options.standard_error = write_end_.get();
+    std::string error;
+    supervisor_ = tool::Child::Spawn(options, &error);
+    EXPECT_TRUE(supervisor_.running()) << error;
+    write_end_.reset();
+    EXPECT_TRUE(WaitFor([&] { return std::filesystem::exists(root_.path() + "/said"); }));
+  }
+
+  bool ReadUntil(const std::string& text) {
+    char piece[4096];
+    while (output_.find(text) == std::string::npos) {
+      const ssize_t count = read(read_end_.get(), piece, sizeof(piece));
+      if (count <= 0) return false;
+      output_.append(piece, static_cast<size_t>(count));
+    }
+    return true;
+  }
+
+  const TempRoot root_;
+  std::pair<::android::base::unique_fd, ::android::base::unique_fd> pipe_ = tool::MakePipe();
+  ::android::base::unique_fd& read_end_ = pipe_.first;
+  ::android::base::unique_fd& write_end_ = pipe_.second;
+  tool::Child supervisor_;
+  std::string output_;
+};
+
+TEST_P(UnreadSupervisor, EndsAllTheSame) {
+  supervisor_.Signal(GetParam());
+  const std::optional<int> status = supervisor_.Wait(seconds(20));
+  ASSERT_TRUE(status);
+  EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << tool::ExitWords(*status);
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, UnreadSupervisor, ::testing::Values(SIGTERM, SIGINT, SIGHUP));
+
+TEST_F(UnreadSupervisor, CountsTheLinesThatItDrops) {
+  ASSERT_TRUE(ReadUntil("lines dropped"));
+  root_.Write("/go", "");
+  ASSERT_TRUE(ReadUntil("the end\n"));
+  size_t numbers = 0;
+  size_t dropped = 0;
+  for (const std::string& line : ::android::base::Split(output_, "\n")) {
+    unsigned long count = 0;
+    if (sscanf(line.c_str(), "supervise: %lu lines dropped: nobody was reading", &count) == 1) dropped += count;
+    if (line.size() == 6 && line.find_first_not_of("0123456789") == std::string::npos) ++numbers;
+  }
+  EXPECT_GT(dropped, 0u);
+  EXPECT_EQ(numbers + dropped, 300000u);
 }
 
 TEST(SuperviseTest, OnceGivesTheProgramsOwnStatus) {

@@ -38,11 +38,14 @@ void AddSupervise(CLI::App& app, int* status) {
       ->type_name("N")
       ->check(CLI::Range(0, 1000000000).description(""));
   sub->footer(
-      "The service is meant to die whenever the controller can only be helped by a fresh start. Between restarts it\n"
-      "pauses 0.1 s, then twice as long each time, up to 5 s; a run of 10 s starts anew. The wake lock\n"
-      "\"bthal_wakelock\" that a killed service leaves behind is released. Ctrl-C or SIGTERM ends the service in "
-      "order\n"
-      "(SIGTERM, after 5 s SIGKILL), then this program.\n"
+      "The service is meant to die whenever the controller can only be helped by a fresh start: it is restarted at\n"
+      "once. Deaths of one kind (signal or exit status) in a row within a minute are answered more slowly: the second\n"
+      "after 0.1 s, the third after 1 s, then twice as long each time, up to 5 s. The wake lock \"bthal_wakelock\" "
+      "that\n"
+      "a killed service leaves behind is released. What the service says is passed on line by line; lines that nobody\n"
+      "reads are dropped and counted. Ctrl-C, SIGTERM and SIGHUP end the service in order (SIGTERM, after 5 s "
+      "SIGKILL),\n"
+      "then this program.\n"
       "\nExamples:\n"
       "  bthal supervise\n"
       "  BTHAL_ROOT=~/board bthal supervise --max-restarts 3\n"

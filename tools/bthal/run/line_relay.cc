@@ -1,0 +1,92 @@
+#include "bthal/run/line_relay.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+namespace bthal::tool {
+namespace {
+
+constexpr size_t kMostBytes = 64 * 1024;
+// A reader that takes nothing for so long is not waited for at the end.
+constexpr std::chrono::milliseconds kLastPatience{200};
+
+// Whatever cannot be written is lost: there is nobody to tell.
+void WriteAll(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = write(fd, text.data(), text.size());
+    if (count >= 0) {
+      text.remove_prefix(static_cast<size_t>(count));
+    } else if (errno == EAGAIN) {
+      pollfd room = {fd, POLLOUT, 0};
+      poll(&room, 1, -1);
+    } else if (errno != EINTR) {
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+struct LineRelay::Waiting {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::string text;    // to be written
+  size_t writing = 0;  // bytes that the thread has taken out of it
+  size_t dropped = 0;  // lines, since the last that was taken
+  bool ended = false;
+
+  void WriteForEver(int fd) {
+    std::unique_lock lock(mutex);
+    for (;;) {
+      changed.wait(lock, [this] { return !text.empty() || ended; });
+      if (text.empty()) return;
+      // In pieces: there is room again long before a slow reader has taken all.
+      const std::string piece = text.substr(0, 4096);
+      text.erase(0, piece.size());
+      writing = piece.size();
+      lock.unlock();
+      WriteAll(fd, piece);
+      lock.lock();
+      writing = 0;
+      if (dropped != 0 && text.size() <= kMostBytes / 2) {
+        text += "supervise: " + std::to_string(std::exchange(dropped, 0)) + " lines dropped: nobody was reading\n";
+      }
+      changed.notify_all();
+    }
+  }
+};
+
+LineRelay::LineRelay(int fd) : waiting_(std::make_shared<Waiting>()) {
+  std::thread([waiting = waiting_, fd] { waiting->WriteForEver(fd); }).detach();
+}
+
+LineRelay::~LineRelay() {
+  std::unique_lock lock(waiting_->mutex);
+  for (size_t left = waiting_->text.size() + waiting_->writing; left != 0;) {
+    const auto some_went = [&] { return waiting_->text.size() + waiting_->writing != left; };
+    if (!waiting_->changed.wait_for(lock, kLastPatience, some_went)) break;
+    left = waiting_->text.size() + waiting_->writing;
+  }
+  waiting_->ended = true;
+  waiting_->changed.notify_all();
+}
+
+void LineRelay::Put(std::string line) {
+  const std::lock_guard lock(waiting_->mutex);
+  if (waiting_->dropped != 0 || waiting_->text.size() + line.size() > kMostBytes) {
+    ++waiting_->dropped;
+    return;
+  }
+  waiting_->text += line;
+  waiting_->changed.notify_all();
+}
+
+}  // namespace bthal::tool

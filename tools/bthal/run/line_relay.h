@@ -1,0 +1,27 @@
+// Passes lines on to someone who may have stopped reading, and never waits for them.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace bthal::tool {
+
+class LineRelay {
+ public:
+  // `fd` must stay open as long as the program runs.
+  explicit LineRelay(int fd);
+  LineRelay(const LineRelay&) = delete;
+  LineRelay& operator=(const LineRelay&) = delete;
+  ~LineRelay();  // waits for the rest to go, as long as any of it does
+
+  // A line with its end, or a piece of a long one. Once too many are waiting, lines are dropped until half of these
+  // have gone; then one line says how many. Any thread.
+  void Put(std::string line);
+
+ private:
+  struct Waiting;
+
+  const std::shared_ptr<Waiting> waiting_;  // shared with a thread that may never come back from writing
+};
+
+}  // namespace bthal::tool
