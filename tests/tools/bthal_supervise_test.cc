@@ -90,11 +90,13 @@ class UnreadSupervisor : public ::testing::TestWithParam<int> {
         "-c",
         "seq 100001 400000; echo > $BTHAL_ROOT/said; while [ ! -e $BTHAL_ROOT/go ]; do sleep 0.01; done; "
         "echo the end; exec sleep 1000"};
-    options.standard_output = options.standard_error = write_end_.get();
+    ::android::base::unique_fd write_end;
+    EXPECT_TRUE(::android::base::Pipe(&read_end_, &write_end));
+    options.standard_output = options.standard_error = write_end.get();
     std::string error;
     supervisor_ = tool::Child::Spawn(options, &error);
     EXPECT_TRUE(supervisor_.running()) << error;
-    write_end_.reset();
+    write_end.reset();
     EXPECT_TRUE(WaitFor([&] { return std::filesystem::exists(root_.path() + "/said"); }));
   }
 
@@ -109,9 +111,7 @@ class UnreadSupervisor : public ::testing::TestWithParam<int> {
   }
 
   const TempRoot root_;
-  std::pair<::android::base::unique_fd, ::android::base::unique_fd> pipe_ = tool::MakePipe();
-  ::android::base::unique_fd& read_end_ = pipe_.first;
-  ::android::base::unique_fd& write_end_ = pipe_.second;
+  ::android::base::unique_fd read_end_;
   tool::Child supervisor_;
   std::string output_;
 };

@@ -219,7 +219,9 @@ class InterruptedDemo : public DemoTest, public ::testing::WithParamInterface<co
 // The demo talks into a pipe that holds far less than what it has yet to say: until we read on it cannot come to its
 // end, however late the signal.
 TEST_P(InterruptedDemo, LeavesNothingBehind) {
-  auto [read_end, write_end] = tool::MakePipe();
+  ::android::base::unique_fd read_end;
+  ::android::base::unique_fd write_end;
+  ASSERT_TRUE(::android::base::Pipe(&read_end, &write_end));
   ASSERT_GE(fcntl(write_end.get(), F_SETPIPE_SZ, 4096), 0);
   std::string error;
   tool::Child demo = tool::Child::Spawn({.arguments = {BTHAL_PROGRAM, "demo", "--snoop"},

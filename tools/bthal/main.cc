@@ -48,15 +48,11 @@ int ReportBadInput(const CLI::App& app, const CLI::ParseError& error) {
   return 2;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  android::base::SetLogger(LogErrorsOnly);
-  signal(SIGPIPE, SIG_IGN);
+int Run(int argc, char** argv) {
+  using namespace bthal::tool;
   CLI::App app(kAbout, "bthal");
   app.require_subcommand(1);
   int status = 0;
-  using namespace bthal::tool;
   for (auto* add : {AddDemo, AddBoard, AddSupervise, AddHci, AddDump, AddTimeline, AddSnoop, AddServices, AddProp,
                     AddConf, AddCheck, AddThread, AddFinder, AddAfh}) {
     add(app, &status);
@@ -72,4 +68,16 @@ int main(int argc, char** argv) {
     return ReportBadInput(app, error);
   }
   return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  android::base::SetLogger(LogErrorsOnly);
+  signal(SIGPIPE, SIG_IGN);
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    return bthal::tool::Complain(error.what());
+  }
 }

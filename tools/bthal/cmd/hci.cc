@@ -1,4 +1,5 @@
 // bthal hci: an HCI client for people and scripts.
+#include <android-base/stringprintf.h>
 #include <poll.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
@@ -69,7 +70,7 @@ bool RunScript(HciSession& session, std::istream& script, const std::string& nam
   for (int number = 1; std::getline(script, line) && !session.quit(); ++number) {
     if (Interrupted()) return false;
     if (!session.Run(line)) {
-      Complain(name + ", line " + std::to_string(number) + ": " + line);
+      Complain(::android::base::StringPrintf("%s, line %d: %s", name.c_str(), number, line.c_str()));
       return false;
     }
   }

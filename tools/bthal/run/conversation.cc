@@ -13,18 +13,16 @@ namespace bthal::tool {
 using std::chrono::milliseconds;
 
 bool Conversation::Start(SpawnOptions options, std::string* error) {
-  auto [input_read, input_write] = MakePipe();
-  auto [output_read, output_write] = MakePipe();
-  if (!input_read.ok() || !output_read.ok()) {
+  ::android::base::unique_fd input;
+  ::android::base::unique_fd output;
+  if (!::android::base::Pipe(&input, &input_) || !::android::base::Pipe(&output_, &output)) {
     *error = std::string("cannot make a pipe: ") + strerror(errno);
     return false;
   }
-  options.standard_input = input_read.get();
-  options.standard_output = output_write.get();
-  options.standard_error = output_write.get();
+  options.standard_input = input.get();
+  options.standard_output = output.get();
+  options.standard_error = output.get();
   child_ = Child::Spawn(options, error);
-  input_ = std::move(input_write);
-  output_ = std::move(output_read);
   return child_.running();
 }
 

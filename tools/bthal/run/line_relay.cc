@@ -14,7 +14,7 @@
 namespace bthal::tool {
 namespace {
 
-constexpr size_t kMostBytes = 64 * 1024;
+constexpr size_t kMostBytes = 65536;
 // A reader that takes nothing for so long is not waited for at the end.
 constexpr std::chrono::milliseconds kLastPatience{200};
 
@@ -79,7 +79,7 @@ LineRelay::~LineRelay() {
   waiting_->changed.notify_all();
 }
 
-void LineRelay::Put(std::string line) {
+void LineRelay::Put(const std::string& line) {
   const std::lock_guard lock(waiting_->mutex);
   if (waiting_->dropped != 0 || waiting_->text.size() + line.size() > kMostBytes) {
     ++waiting_->dropped;

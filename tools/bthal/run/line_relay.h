@@ -16,7 +16,7 @@ class LineRelay {
 
   // A line with its end, or a piece of a long one. Once too many are waiting, lines are dropped until half of these
   // have gone; then one line says how many. Any thread.
-  void Put(std::string line);
+  void Put(const std::string& line);
 
  private:
   struct Waiting;

@@ -86,8 +86,9 @@ Child::~Child() { Kill(); }
 Child Child::Spawn(const SpawnOptions& options, std::string* error) {
   Child child;
   // The child's end closes by itself when the exec succeeds; otherwise errno comes through it.
-  auto [report_read, report_write] = MakePipe();
-  if (!report_read.ok()) {
+  unique_fd report_read;
+  unique_fd report_write;
+  if (!::android::base::Pipe(&report_read, &report_write)) {
     *error = StringPrintf("cannot make a pipe: %s", strerror(errno));
     return child;
   }
@@ -145,12 +146,6 @@ std::string ExitWords(int wait_status) {
                                      : StringPrintf("was killed by signal %d", WTERMSIG(wait_status));
   if (WCOREDUMP(wait_status)) text += ", core dumped";
   return text;
-}
-
-std::pair<unique_fd, unique_fd> MakePipe() {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return {};
-  return {unique_fd(ends[0]), unique_fd(ends[1])};
 }
 
 std::string ProgramBeside(const std::string& name) {

@@ -56,9 +56,6 @@ class Child {
 // "exited with status 3", "was killed by SIGABRT, core dumped".
 std::string ExitWords(int wait_status);
 
-// Both ends of a pipe, close-on-exec: reading end, writing end. Invalid on failure, errno set.
-std::pair<::android::base::unique_fd, ::android::base::unique_fd> MakePipe();
-
 // The folder of the running program, and a program beside it.
 std::string ProgramBeside(const std::string& name);
 

@@ -107,8 +107,9 @@ int Supervisor::Stop(Child& child, int output) {
 }
 
 std::optional<Supervisor::End> Supervisor::RunOnce(std::string* error) {
-  auto [output, write_end] = MakePipe();
-  if (!output.ok()) {
+  ::android::base::unique_fd output;
+  ::android::base::unique_fd write_end;
+  if (!::android::base::Pipe(&output, &write_end)) {
     *error = StringPrintf("cannot make a pipe: %s", strerror(errno));
     return std::nullopt;
   }
