@@ -62,6 +62,7 @@ class OnBoard : public ::testing::Test {
   void TakeHal() {
     std::string error;
     ASSERT_TRUE(holder_.Start({.arguments = {BTHAL_PROGRAM, "hci"}, .environment = {}}, &error)) << error;
+    holder_.Say("initialize");
     ASSERT_TRUE(holder_.ReadUntil("initialised: SUCCESS", seconds(60)));
   }
 
@@ -134,6 +135,36 @@ TEST_F(OnBoard, ADeadServiceIsNoticedAndItsSuccessorFound) {
   EXPECT_TRUE(holder_.ReadUntil("Read BD_ADDR, success", seconds(20)));
   holder_.HangUp();
   EXPECT_EQ(holder_.ReadToTheEnd(seconds(20)), 0);
+}
+
+TEST_F(OnBoard, ASecondClientIsRefusedOrTakesOver) {
+  Start();
+  TakeHal();
+  for (const char* harmless : {"list", "help", "resett"}) {
+    EXPECT_THAT(Bthal({"hci", harmless}).out, Not(HasSubstr("hal"))) << harmless;
+  }
+  const ProgramResult refused = Bthal({"hci", "read_bd_addr"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.error, "bthal: another client holds the HAL (pid " + std::to_string(holder_.pid()) + ", " +
+                               BTHAL_PROGRAM + " hci); --take-over ends it\n");
+  holder_.Say("read_bd_addr");  // the first one has not noticed
+  EXPECT_TRUE(holder_.ReadUntil("Read BD_ADDR, success", seconds(20)));
+
+  const ProgramResult second = Bthal({"hci", "--take-over", "read_bd_addr"});
+  EXPECT_EQ(second.status, 0) << second.error;
+  const std::optional<int> status = holder_.ReadToTheEnd(seconds(20));
+  ASSERT_TRUE(status);
+  EXPECT_EQ(WEXITSTATUS(*status), 128 + SIGTERM);
+  EXPECT_FALSE(service_.Wait(milliseconds(0)));
+
+  // A client that is killed, or that gives the HAL back, is in nobody's way.
+  for (const bool killed : {true, false}) {
+    TakeHal();
+    killed ? static_cast<void>(kill(holder_.pid(), SIGKILL)) : holder_.Say("close");
+    ASSERT_TRUE(killed ? holder_.ReadToTheEnd(seconds(20)).has_value() : holder_.ReadUntil("closed", seconds(20)));
+    EXPECT_EQ(Bthal({"hci", "read_bd_addr"}).status, 0);
+  }
+  EXPECT_FALSE(service_.Wait(milliseconds(0)));
 }
 
 TEST_F(OnBoard, AnInterruptGivesTheHalBack) {

@@ -1,11 +1,12 @@
 // bthal hci: an HCI client for people and scripts.
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 #include <poll.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
-#include <fstream>
-#include <iostream>
+#include <cstdio>
 #include <memory>
 
 #include "bthal/cmd/commands.h"
@@ -23,6 +24,7 @@ struct HciOptions {
   double timeout = 2;
   double service_timeout = 10;
   bool no_times = false;
+  bool take_over = false;
 };
 
 // Reads lines without holding any back, so that a Ctrl-C is noticed between them.
@@ -57,22 +59,28 @@ class LineSource {
   std::string buffer_;
 };
 
-bool RunLines(HciSession& session, const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) {
-    if (session.quit()) break;
-    if (Interrupted() || !session.Run(line)) return false;
-  }
-  return true;
+// `name` of a script, or nothing for lines of the command line.
+bool Tell(const std::string& name, int number, const std::string& line) {
+  if (!name.empty()) Complain(::android::base::StringPrintf("%s, line %d: %s", name.c_str(), number, line.c_str()));
+  return false;
 }
 
-bool RunScript(HciSession& session, std::istream& script, const std::string& name) {
-  std::string line;
-  for (int number = 1; std::getline(script, line) && !session.quit(); ++number) {
+// Nothing is sent before all of it is known to be readable.
+bool RunLines(HciSession& session, const std::vector<std::string>& lines, const std::string& name) {
+  std::string error;
+  int number = 0;
+  for (const std::string& line : lines) {
+    ++number;
+    if (ParseScriptLine(line, &error)) continue;
+    Complain(error);
+    return Tell(name, number, line);
+  }
+  number = 0;
+  for (const std::string& line : lines) {
+    ++number;
+    if (session.quit()) break;
     if (Interrupted()) return false;
-    if (!session.Run(line)) {
-      Complain(::android::base::StringPrintf("%s, line %d: %s", name.c_str(), number, line.c_str()));
-      return false;
-    }
+    if (!session.Run(line)) return Tell(name, number, line);
   }
   return true;
 }
@@ -93,26 +101,21 @@ bool RunInput(HciSession& session) {
 }
 
 int Run(const HciOptions& options) {
-  // Nothing is sent before all of it is known to be readable.
-  std::ifstream script;
-  if (!options.script.empty() && options.script != "-") {
-    script.open(options.script);
-    if (!script) return Complain("cannot read " + options.script);
-  }
-  std::string error;
-  for (const std::string& line : options.lines) {
-    if (!ParseScriptLine(line, &error)) return Complain(error);
+  std::string script;
+  const bool from_file = !options.script.empty() && options.script != "-";
+  if (from_file && !::android::base::ReadFileToString(options.script, &script, /*follow_symlinks=*/true)) {
+    return Complain("cannot read " + options.script);
   }
   CatchInterrupts();
   HciSession session({.times = !options.no_times,
+                      .take_over = options.take_over,
                       .answer_patience = std::chrono::milliseconds(static_cast<int>(options.timeout * 1000)),
                       .service_patience = std::chrono::milliseconds(static_cast<int>(options.service_timeout * 1000))});
-  if (!session.Open()) return 1;
   bool well = false;
   if (!options.lines.empty()) {
-    well = RunLines(session, options.lines);
-  } else if (script.is_open()) {
-    well = RunScript(session, script, options.script);
+    well = RunLines(session, options.lines, "");
+  } else if (from_file) {
+    well = RunLines(session, ::android::base::Split(script, "\n"), options.script);
   } else {
     well = RunInput(session);
   }
@@ -137,14 +140,20 @@ void AddHci(CLI::App& app, int* status) {
       ->capture_default_str()
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 3600.0).description(""));
+  sub->add_flag("--take-over", options->take_over, "end another bthal hci that has the HAL");
   sub->add_flag("--no-times", options->no_times, "leave the time column out, so that two runs compare");
-  sub->footer(std::string("Lines:\n") + kScriptHelp +
-              "\nIt fails (exit status 1) at the first line whose answer does not come or is not the expected one.\n"
-              "\nExamples:\n"
-              "  bthal hci read_bd_addr read_local_version\n"
-              "  bthal hci 'le_scan 2'\n"
-              "  bthal hci reset 'expect success' 'cmd 01 10 00' 'expect HCI 12'\n"
-              "  bthal hci --script smoke.hci");
+  sub->footer(
+      std::string("Lines:\n") + kScriptHelp +
+      "\nThe HAL is taken at the first line that is about the controller, and given back at the end. One client has it "
+      "at\n"
+      "a time: while another bthal hci does, this one refuses. Clients that are not bthal's are not known here; the\n"
+      "service dies on a second one.\n"
+      "\nIt fails (exit status 1) at the first line whose answer does not come or is not the expected one.\n"
+      "\nExamples:\n"
+      "  bthal hci read_bd_addr read_local_version\n"
+      "  bthal hci 'le_scan 2'\n"
+      "  bthal hci reset 'expect success' 'cmd 01 10 00' 'expect HCI 12'\n"
+      "  bthal hci --script smoke.hci");
   sub->callback([options, status] { *status = Run(*options); });
 }
 

@@ -226,6 +226,7 @@ bool Demo::StartClient() {
   std::string error;
   if (!client_->Start(OwnProgram({"hci", "--no-times", "--script", "-"}), &error)) return Fail(error);
   Line(Note("client", StringPrintf("pid %d, over Binder", client_->pid())));
+  client_->Say("initialize");
   if (!client_->ReadUntil("initialised: SUCCESS", kBringUpPatience)) {
     ServiceDied();
     return Fail("the client could not initialise the HAL");

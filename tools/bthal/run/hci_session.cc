@@ -28,6 +28,11 @@ bool Answers(const ReceivedPacket& packet, uint16_t opcode) {
   return packet.bytes.size() >= 4 && packet.bytes[0] == events::kLoopbackCommand && Le16(packet.bytes, 2) == opcode;
 }
 
+bool NeedsHal(ScriptAction::Verb verb) {
+  using Verb = ScriptAction::Verb;
+  return verb == Verb::kSend || verb == Verb::kWait || verb == Verb::kScan || verb == Verb::kSleep;
+}
+
 }  // namespace
 
 HciSession::HciSession(const SessionOptions& options)
@@ -36,7 +41,11 @@ HciSession::HciSession(const SessionOptions& options)
                    [this](const ReceivedPacket& packet) {
                      Print(PacketLine(Direction::kFromController, packet.kind, packet.bytes));
                    },
-               .on_death = [this] { Print(Paint(Colour::kBad, Note("hal", "the service has died"))); }}) {}
+               .on_death =
+                   [this] {
+                     Print(Paint(Colour::kBad, Note("hal", "the service has died")));
+                     claim_.Release();
+                   }}) {}
 
 void HciSession::Print(const std::string& line) const {
   const std::lock_guard lock(print_mutex_);
@@ -53,14 +62,18 @@ bool HciSession::Fail(const std::string& why) const {
 
 bool HciSession::Open() {
   std::string error;
-  return client_.Connect(options_.service_patience, &error) ? Initialize() : Fail(error);
+  if (!claim_.Take(options_.take_over, &error)) return Fail(error);
+  if (!client_.Connect(options_.service_patience, &error)) return Fail(error);
+  opened_ = true;
+  return Initialize();
 }
 
 bool HciSession::Initialize() {
   constexpr milliseconds kBringUpPatience = std::chrono::seconds(60);
-  if (client_.ServiceDied()) return Open();
+  if (!opened_ || client_.ServiceDied()) return Open();
   if (client_.initialized()) return Fail("initialize: the HAL is already ours");
   std::string error;
+  if (!claim_.Take(options_.take_over, &error)) return Fail(error);
   if (!client_.Initialize(kBringUpPatience, &error)) return Fail(error);
   Print(Note("hal", "initialised: SUCCESS"));
   return true;
@@ -69,7 +82,9 @@ bool HciSession::Initialize() {
 bool HciSession::Close() {
   if (!client_.initialized() || client_.ServiceDied()) return true;
   std::string error;
-  if (!client_.Close(&error)) return Fail(error);
+  const bool closed = client_.Close(&error);
+  claim_.Release();
+  if (!closed) return Fail(error);
   Print(Note("hal", "closed"));
   return true;
 }
@@ -78,7 +93,7 @@ bool HciSession::Run(const std::string& line) {
   std::string error;
   const std::optional<ScriptAction> action = ParseScriptLine(line, &error);
   if (!action) return Fail(error);
-  return Perform(*action);
+  return (opened_ || !NeedsHal(action->verb) || Open()) && Perform(*action);
 }
 
 bool HciSession::Perform(const ScriptAction& action) {

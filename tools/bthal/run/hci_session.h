@@ -7,11 +7,13 @@
 
 #include "bthal/hci/script.h"
 #include "bthal/run/binder_client.h"
+#include "bthal/run/hal_claim.h"
 
 namespace bthal::tool {
 
 struct SessionOptions {
-  bool times = true;  // a time column, seconds since the session began
+  bool times = true;       // a time column, seconds since the session began
+  bool take_over = false;  // end a client of ours that has the HAL
   std::chrono::milliseconds answer_patience{2000};
   std::chrono::milliseconds service_patience{10000};
 };
@@ -20,10 +22,8 @@ class HciSession {
  public:
   explicit HciSession(const SessionOptions& options);
 
-  // Finds the service and takes the HAL. On failure says so on standard error.
-  bool Open();
-  // Parses and runs one line. False when it could not be understood, or an expected answer did not come; what was wrong
-  // has been said on standard error.
+  // Parses and runs one line. The first that is about the controller takes the HAL. False when it could not be
+  // understood, or an expected answer did not come; what was wrong has been said on standard error.
   bool Run(const std::string& line);
   // Gives the HAL back, if it is held.
   bool Close();
@@ -37,6 +37,7 @@ class HciSession {
   bool Wait(const ScriptAction& action);
   bool Expect(const ScriptAction& action);
   bool Scan(double seconds);
+  bool Open();
   bool Initialize();
   bool Fail(const std::string& why) const;
   void Print(const std::string& line) const;
@@ -45,7 +46,9 @@ class HciSession {
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   mutable std::mutex print_mutex_;  // packets are printed by Binder threads
   ReceivedPacket last_answer_;
+  bool opened_ = false;
   bool quit_ = false;
+  HalClaim claim_;
   HciClient client_;  // last: its threads print through the members above
 };
 
