@@ -41,4 +41,9 @@ ProgramResult RunProgram(const std::vector<std::string>& arguments, const std::s
   return result;
 }
 
+ProgramResult Bthal(std::vector<std::string> arguments, const std::string& input) {
+  arguments.insert(arguments.begin(), BTHAL_PROGRAM);
+  return RunProgram(arguments, input);
+}
+
 }  // namespace bthal::test

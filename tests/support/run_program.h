@@ -17,4 +17,7 @@ struct ProgramResult {
 ProgramResult RunProgram(const std::vector<std::string>& arguments, const std::string& input = "",
                          std::chrono::seconds patience = std::chrono::seconds(60));
 
+// The same of bthal with these arguments.
+ProgramResult Bthal(std::vector<std::string> arguments, const std::string& input = "");
+
 }  // namespace bthal::test

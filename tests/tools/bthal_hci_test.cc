@@ -8,62 +8,59 @@
 #include <algorithm>
 
 #include "bthal/run/conversation.h"
-#include "bthal/run/process.h"
-#include "sim/board.h"
+#include "support/board_session.h"
 #include "support/run_program.h"
-#include "support/temp_root.h"
 #include "support/wait_for.h"
 
 namespace bthal {
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::seconds;
+using test::Bthal;
 using test::ProgramResult;
-using test::RunProgram;
 using test::WaitFor;
 using ::testing::AllOf;
 using ::testing::ContainsRegex;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsSupersetOf;
 using ::testing::Not;
 using ::testing::StartsWith;
 
 using Bytes = std::vector<uint8_t>;
 using Journal = std::vector<sim::JournalEntry>;
 
-ProgramResult Bthal(std::vector<std::string> arguments, const std::string& input = "") {
-  arguments.insert(arguments.begin(), BTHAL_PROGRAM);
-  return RunProgram(arguments, input);
-}
+// A bthal that goes on while the test does.
+struct Companion {
+  ::testing::AssertionResult Start(const std::string& subcommand) {
+    std::string error;
+    const bool started = talk.Start({.arguments = {BTHAL_PROGRAM, subcommand}, .environment = {}}, &error);
+    return started ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << error;
+  }
+  bool Says(const std::string& text) { return talk.ReadUntil(text, seconds(60)); }
+  // Its exit status; -1 when it was killed or does not end.
+  int End() {
+    const std::optional<int> status = talk.ReadToTheEnd(seconds(20));
+    return status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
+  }
 
-class OnBoard : public ::testing::Test {
+  std::vector<std::string> lines;
+  tool::Conversation talk{[this](const std::string& line) { lines.push_back(line); }};
+};
+
+class OnBoard : public test::BoardSessionTest {
  protected:
   // Before the service starts a test may still set properties and write files.
   void Start(const std::vector<std::string>& faults = {}) {
-    sim::BoardOptions options;
-    options.root = root_.path();
-    options.patch_records = 4;
+    sim::BoardOptions options = SmallBoard();
     options.faults = faults;
-    board_ = std::make_unique<sim::Board>(options);
-    std::string error;
-    ASSERT_TRUE(board_->Start(&error)) << error;
-    StartService();
-  }
-
-  void StartService() {
-    std::string error;
-    service_ = tool::Child::Spawn({.arguments = {SERVICE_PROGRAM}, .environment = {{"BTHAL_LOG", "error"}}}, &error);
-    ASSERT_TRUE(service_.running()) << error;
+    ASSERT_NO_FATAL_FAILURE(StartBoard(options));
+    StartService("error");
   }
 
   // A client that has the HAL until HangUp.
   void TakeHal() {
-    std::string error;
-    ASSERT_TRUE(holder_.Start({.arguments = {BTHAL_PROGRAM, "hci"}, .environment = {}}, &error)) << error;
-    holder_.Say("initialize");
-    ASSERT_TRUE(holder_.ReadUntil("initialised: SUCCESS", seconds(60)));
+    ASSERT_TRUE(holder_.Start("hci"));
+    holder_.talk.Say("initialize");
+    ASSERT_TRUE(holder_.Says("initialised: SUCCESS"));
   }
 
   bool BoardGot(const Bytes& command, uint8_t kind = 0x01) const {
@@ -76,11 +73,7 @@ class OnBoard : public ::testing::Test {
         seconds(20));
   }
 
-  test::TempRoot root_;
-  std::unique_ptr<sim::Board> board_;
-  tool::Child service_;
-  std::vector<std::string> held_lines_;
-  tool::Conversation holder_{[this](const std::string& line) { held_lines_.push_back(line); }};
+  Companion holder_;
 };
 
 TEST_F(OnBoard, CommandsAndTheirAnswersInWordsAndBytes) {
@@ -126,55 +119,45 @@ TEST_F(OnBoard, TheServiceRefusesHalfACommand) {
 TEST_F(OnBoard, ADeadServiceIsNoticedAndItsSuccessorFound) {
   Start();
   TakeHal();
-  service_.Kill();
-  EXPECT_TRUE(holder_.ReadUntil("the service has died", seconds(20)));
-  StartService();
-  holder_.Say("initialize");
-  EXPECT_TRUE(holder_.ReadUntil("initialised: SUCCESS", seconds(60)));
-  holder_.Say("read_bd_addr");
-  EXPECT_TRUE(holder_.ReadUntil("Read BD_ADDR, success", seconds(20)));
-  holder_.HangUp();
-  EXPECT_EQ(holder_.ReadToTheEnd(seconds(20)), 0);
+  service_->Signal(SIGKILL);
+  EXPECT_TRUE(holder_.Says("the service has died"));
+  StartService("error");
+  holder_.talk.Say("initialize");
+  EXPECT_TRUE(holder_.Says("initialised: SUCCESS"));
+  holder_.talk.Say("read_bd_addr");
+  EXPECT_TRUE(holder_.Says("Read BD_ADDR, success"));
+  holder_.talk.HangUp();
+  EXPECT_EQ(holder_.End(), 0);
 }
 
 TEST_F(OnBoard, ASecondClientIsRefusedOrTakesOver) {
   Start();
   TakeHal();
   for (const char* harmless : {"list", "help", "resett"}) {
-    EXPECT_THAT(Bthal({"hci", harmless}).out, Not(HasSubstr("hal"))) << harmless;
+    EXPECT_THAT(Bthal({"hci", harmless}).out, Not(HasSubstr("* hal "))) << harmless;
   }
   const ProgramResult refused = Bthal({"hci", "read_bd_addr"});
   EXPECT_EQ(refused.status, 1);
-  EXPECT_EQ(refused.error, "bthal: another client holds the HAL (pid " + std::to_string(holder_.pid()) + ", " +
+  EXPECT_EQ(refused.error, "bthal: another client holds the HAL (pid " + std::to_string(holder_.talk.pid()) + ", " +
                                BTHAL_PROGRAM + " hci); --take-over ends it\n");
-  holder_.Say("read_bd_addr");  // the first one has not noticed
-  EXPECT_TRUE(holder_.ReadUntil("Read BD_ADDR, success", seconds(20)));
+  holder_.talk.Say("read_bd_addr");  // the first one has not noticed
+  EXPECT_TRUE(holder_.Says("Read BD_ADDR, success"));
 
   const ProgramResult second = Bthal({"hci", "--take-over", "read_bd_addr"});
   EXPECT_EQ(second.status, 0) << second.error;
-  const std::optional<int> status = holder_.ReadToTheEnd(seconds(20));
-  ASSERT_TRUE(status);
-  EXPECT_EQ(WEXITSTATUS(*status), 128 + SIGTERM);
-  EXPECT_FALSE(service_.Wait(milliseconds(0)));
+  EXPECT_EQ(holder_.End(), 128 + SIGTERM);
+  EXPECT_THAT(holder_.lines.back(), HasSubstr("* hal      closed"));
 
   // A client that is killed, or that gives the HAL back, is in nobody's way.
-  for (const bool killed : {true, false}) {
-    TakeHal();
-    killed ? static_cast<void>(kill(holder_.pid(), SIGKILL)) : holder_.Say("close");
-    ASSERT_TRUE(killed ? holder_.ReadToTheEnd(seconds(20)).has_value() : holder_.ReadUntil("closed", seconds(20)));
-    EXPECT_EQ(Bthal({"hci", "read_bd_addr"}).status, 0);
-  }
-  EXPECT_FALSE(service_.Wait(milliseconds(0)));
-}
-
-TEST_F(OnBoard, AnInterruptGivesTheHalBack) {
-  Start();
   TakeHal();
-  kill(holder_.pid(), SIGINT);
-  const std::optional<int> status = holder_.ReadToTheEnd(seconds(20));
-  ASSERT_TRUE(status);
-  EXPECT_EQ(WEXITSTATUS(*status), 128 + SIGINT);
-  EXPECT_THAT(held_lines_.back(), HasSubstr("* hal      closed"));
+  kill(holder_.talk.pid(), SIGKILL);
+  EXPECT_EQ(holder_.End(), -1);
+  EXPECT_EQ(Bthal({"hci", "read_bd_addr"}).status, 0);
+  TakeHal();
+  holder_.talk.Say("close");
+  EXPECT_TRUE(holder_.Says("closed"));
+  EXPECT_EQ(Bthal({"hci", "read_bd_addr"}).status, 0);
+  EXPECT_TRUE(service_->IsAlive());
 }
 
 TEST_F(OnBoard, ReportAndServicesAreThere) {
@@ -182,7 +165,7 @@ TEST_F(OnBoard, ReportAndServicesAreThere) {
   TakeHal();
   const ProgramResult services = Bthal({"services"});
   EXPECT_EQ(services.status, 0) << services.out;
-  EXPECT_THAT(services.out, HasSubstr(std::to_string(service_.pid()) + "  android.hardware.bluetooth.IBluetoothHci"));
+  EXPECT_THAT(services.out, HasSubstr(std::to_string(service_->pid()) + "  android.hardware.bluetooth.IBluetoothHci"));
   // A root with a life of its own is none for a demo, and keeps what it has.
   ASSERT_TRUE(::android::base::SetProperty("vendor.kept", "yes"));
   EXPECT_THAT(Bthal({"demo", "--root", root_.path()}).error, HasSubstr("a service runs below " + root_.path()));
@@ -190,7 +173,7 @@ TEST_F(OnBoard, ReportAndServicesAreThere) {
   const ProgramResult dump = Bthal({"dump"});
   EXPECT_EQ(dump.status, 0) << dump.error;
   EXPECT_THAT(dump.out, AllOf(HasSubstr("QNL188 Virtual Controller"), HasSubstr("Anchors' History")));
-  const ProgramResult chart = RunProgram({BTHAL_PROGRAM, "timeline", "-"}, dump.out);
+  const ProgramResult chart = Bthal({"timeline", "-"}, dump.out);
   EXPECT_EQ(chart.status, 0) << chart.error;
   EXPECT_THAT(chart.out, AllOf(ContainsRegex("perform_init +0 "), ContainsRegex("\n  firmware_download +[0-9]+ "),
                                ContainsRegex("\ninitialize_impl ")));
@@ -201,18 +184,14 @@ TEST_F(OnBoard, ThePacketLogIsFollowedLive) {
   ASSERT_TRUE(::android::base::SetProperty("ro.build.type", "userdebug"));
   ASSERT_TRUE(::android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "true"));
   Start();
-  std::vector<std::string> lines;
-  tool::Conversation snoop([&](const std::string& line) { lines.push_back(line); });
-  std::string error;
-  ASSERT_TRUE(snoop.Start({.arguments = {BTHAL_PROGRAM, "snoop"}, .environment = {}}, &error)) << error;
+  Companion snoop;
+  ASSERT_TRUE(snoop.Start("snoop"));
   TakeHal();
-  holder_.Say("read_local_name");
-  EXPECT_TRUE(snoop.ReadUntil("< event    Command Complete: Read Local Name, success", seconds(20)));
-  EXPECT_TRUE(std::ranges::any_of(lines, [](const std::string& line) {
-    return line.find("> command  Write BD_ADDR, AA:BB:CC:11:22:33") != std::string::npos;
-  }));
-  kill(snoop.pid(), SIGINT);
-  EXPECT_EQ(snoop.ReadToTheEnd(seconds(20)), 0);
+  holder_.talk.Say("read_local_name");
+  EXPECT_TRUE(snoop.Says("< event    Command Complete: Read Local Name, success"));
+  EXPECT_THAT(snoop.lines, ::testing::Contains(HasSubstr("> command  Write BD_ADDR, AA:BB:CC:11:22:33")));
+  kill(snoop.talk.pid(), SIGINT);
+  EXPECT_EQ(snoop.End(), 0);
 }
 
 TEST_F(OnBoard, TheExtensionsReachTheController) {
@@ -234,13 +213,11 @@ TEST_F(OnBoard, TheExtensionsReachTheController) {
   const ProgramResult finder = Bthal({"finder", root_.path() + "/keys"});
   EXPECT_EQ(finder.status, 0) << finder.error;
   EXPECT_EQ(finder.out, "1 key given\npowered-off mode on\n");
-  service_.Signal(SIGTERM);
+  service_->Signal(SIGTERM);
   EXPECT_TRUE(BoardGot({0x62, 0xFD, 23,   0x01, 0,    1,    0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06,
                         0x07, 0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x13}));
   EXPECT_TRUE(BoardGot({0x62, 0xFD, 9, 0x02, 0x40, 0x06, 0x0A, 0x00, 0x04, 0x00, 0x00, 0x50}));
-  const std::optional<int> status = service_.Wait(seconds(20));
-  ASSERT_TRUE(status);
-  EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGKILL) << tool::ExitWords(*status);
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
 }
 
 TEST_F(OnBoard, ThreadFramesPass) {
@@ -259,24 +236,21 @@ TEST_F(OnBoard, ThreadFramesPass) {
 }
 
 TEST_F(OnBoard, TheSupervisorBringsTheServiceBack) {
-  Start();
-  service_.Kill();
-  std::vector<std::string> lines;
-  tool::Conversation supervisor([&](const std::string& line) { lines.push_back(line); });
-  std::string error;
-  ASSERT_TRUE(supervisor.Start({.arguments = {BTHAL_PROGRAM, "supervise"}, .environment = {}}, &error)) << error;
-  ASSERT_TRUE(supervisor.ReadUntil("BTQNL controller is ready", seconds(60)));
+  StartBoard(SmallBoard());
+  Companion supervisor;
+  ASSERT_TRUE(supervisor.Start("supervise"));
+  ASSERT_TRUE(supervisor.Says("BTQNL controller is ready"));
   const std::string started = *std::ranges::find_if(
-      lines, [](const std::string& line) { return line.find("supervise: started ") != std::string::npos; });
+      supervisor.lines, [](const std::string& line) { return line.find("supervise: started ") != std::string::npos; });
   kill(std::stoi(started.substr(started.rfind(' '))), SIGKILL);
   // Whoever waits is served by its successor, which does not wait for anything.
   EXPECT_EQ(Bthal({"hci", "read_bd_addr"}).status, 0);
-  EXPECT_TRUE(supervisor.ReadUntil("was killed by SIGKILL", seconds(20)));
-  EXPECT_TRUE(supervisor.ReadUntil("restarting at once", seconds(20)));
+  EXPECT_TRUE(supervisor.Says("was killed by SIGKILL"));
+  EXPECT_TRUE(supervisor.Says("restarting at once"));
   // The service's own end after SIGTERM is a SIGKILL to itself, the controller off.
-  kill(supervisor.pid(), SIGTERM);
-  EXPECT_EQ(supervisor.ReadToTheEnd(seconds(20)), 0);
-  EXPECT_THAT(lines, ::testing::Contains(HasSubstr("supervise: ending pid ")));
+  kill(supervisor.talk.pid(), SIGTERM);
+  EXPECT_EQ(supervisor.End(), 0);
+  EXPECT_THAT(supervisor.lines, ::testing::Contains(HasSubstr("supervise: ending pid ")));
   EXPECT_TRUE(board_->WaitFor(
       [](const Journal& journal) {
         const auto last = std::find_if(journal.rbegin(), journal.rend(), [](const sim::JournalEntry& entry) {

@@ -17,8 +17,8 @@
 namespace bthal::tool {
 namespace {
 
+using test::Bthal;
 using test::ProgramResult;
-using test::RunProgram;
 using test::TempRoot;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
@@ -163,8 +163,7 @@ TEST(ChartTest, BarsShareOneScale) {
 TEST(TimelineTest, WritesTheTraceBesideTheChart) {
   const TempRoot root;
   root.Write("/report", Report("00:00:00:000: perform_init [ IN]\n00:00:01:000: perform_init [OUT]\n"));
-  const ProgramResult result =
-      RunProgram({BTHAL_PROGRAM, "timeline", root.path() + "/report", "-o", root.path() + "/trace.json"});
+  const ProgramResult result = Bthal({"timeline", root.path() + "/report", "-o", root.path() + "/trace.json"});
   EXPECT_EQ(result.status, 0) << result.error;
   EXPECT_THAT(result.out, HasSubstr("perform_init                              0     1000  ####"));
   EXPECT_TRUE(nlohmann::json::accept(root.Read("/trace.json")));
@@ -264,14 +263,14 @@ TEST(SnoopTest, PrintsALogOneLineAPacketAndTellsACutOne) {
   const TempRoot root;
   const std::string whole = kHeader + Record(2, 1, {0x03, 0x0C, 0x00});
   root.Write("/data/vendor/bluetooth/btsnoop_hci_vnd.log", whole);
-  const ProgramResult result = RunProgram({BTHAL_PROGRAM, "snoop", "--once"});
+  const ProgramResult result = Bthal({"snoop", "--once"});
   EXPECT_EQ(result.status, 0) << result.error;
   EXPECT_EQ(std::ranges::count(result.out, '\n'), 1);
   EXPECT_THAT(result.out, HasSubstr("> command  Reset "));
   EXPECT_THAT(result.out, HasSubstr("03 0C 00\n"));
 
   root.Write("/cut", whole.substr(0, whole.size() - 1));
-  const ProgramResult cut = RunProgram({BTHAL_PROGRAM, "snoop", "--once", root.path() + "/cut"});
+  const ProgramResult cut = Bthal({"snoop", "--once", root.path() + "/cut"});
   EXPECT_EQ(cut.status, 1);
   EXPECT_THAT(cut.error, HasSubstr("ends within a record"));
 }

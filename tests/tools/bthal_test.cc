@@ -21,18 +21,13 @@
 namespace bthal {
 namespace {
 
+using test::Bthal;
 using test::ProgramResult;
-using test::RunProgram;
 using test::TempRoot;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-ProgramResult Bthal(std::vector<std::string> arguments, const std::string& input = "") {
-  arguments.insert(arguments.begin(), BTHAL_PROGRAM);
-  return RunProgram(arguments, input);
-}
 
 const std::vector<std::string> kSubcommands = {"demo",     "board", "supervise", "hci",   "dump",   "timeline", "snoop",
                                                "services", "prop",  "conf",      "check", "thread", "finder",   "afh"};

@@ -27,7 +27,6 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using test::ProgramResult;
-using test::RunProgram;
 using test::WaitFor;
 using ::testing::AllOf;
 using ::testing::ContainsRegex;
@@ -65,8 +64,8 @@ class DemoTest : public ::testing::Test {
   fs::path root() const { return fs::path(folder_.path) / "bthal-demo"; }
 
   static ProgramResult Demo(std::vector<std::string> options) {
-    options.insert(options.begin(), {BTHAL_PROGRAM, "demo"});
-    return RunProgram(options);
+    options.insert(options.begin(), "demo");
+    return test::Bthal(options);
   }
 
   const TemporaryDir folder_;
@@ -196,7 +195,7 @@ TEST_F(DemoRootTest, ARootThatOthersMayChangeIsRefused) {
     EXPECT_THAT(Refusal(victim_), HasSubstr(why));
     setenv("BTHAL_ROOT", victim_.c_str(), 1);
     for (const char* command : {"services", "check", "board"}) {
-      const ProgramResult result = RunProgram({BTHAL_PROGRAM, command});
+      const ProgramResult result = test::Bthal({command});
       EXPECT_EQ(result.status, 1) << command;
       EXPECT_THAT(result.error, AllOf(HasSubstr("bthal: "), HasSubstr(why))) << command;
       EXPECT_EQ(result.out, "") << command;

@@ -2,7 +2,8 @@
 //
 // A page's commands run one after another, in one folder, with the service on a virtual board. A line "..." stands for
 // any lines; numbers, runs of blanks and of '#' count as equal whatever their length.
-#include <gmock/gmock.h>
+#include <android-base/file.h>
+#include <android-base/strings.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,18 +11,15 @@
 #include <filesystem>
 #include <fstream>
 
-#include "bthal/run/process.h"
-#include "sim/board.h"
+#include "support/board_session.h"
 #include "support/run_program.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
 
 namespace bthal {
 namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kDocs = DOCS_FOLDER;
+const fs::path kDocs = fs::path(SOURCE_TREE) / "docs";
 
 struct Example {
   int line = 0;
@@ -97,42 +95,31 @@ std::vector<std::string> Lines(const std::string& text) {
   return ::testing::AssertionFailure() << "not shown: " << actual[at];
 }
 
-class DocsTest : public ::testing::TestWithParam<const char*> {};
+class DocsTest : public test::BoardSessionTest, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(DocsTest, ShowsWhatHappens) {
-  const test::TempRoot root;
-  const test::TempRoot work;
-  setenv("BTHAL_ROOT", root.path().c_str(), 1);
+  const TemporaryDir work;
   const std::string path = fs::path(BTHAL_PROGRAM).parent_path().string() + ":" + getenv("PATH");
   setenv("PATH", path.c_str(), 1);
   unsetenv("COLUMNS");
-  fs::current_path(work.path());
-
-  sim::BoardOptions options;
-  options.root = root.path();
-  sim::Board board(options);
-  std::string error;
-  ASSERT_TRUE(board.Start(&error)) << error;
-  tool::Child service =
-      tool::Child::Spawn({.arguments = {SERVICE_PROGRAM}, .environment = {{"BTHAL_LOG", "error"}}}, &error);
-  ASSERT_TRUE(service.running()) << error;
+  fs::current_path(work.path);
+  StartBoard({});
+  StartService("error");
   // The controller is up before the page begins, and no client had to wait for it.
-  ASSERT_TRUE(board.WaitFor(
+  ASSERT_TRUE(board_->WaitFor(
       [](const std::vector<sim::JournalEntry>& journal) {
         return std::ranges::find(journal, sim::WireEvent::kSleepModeSet, &sim::JournalEntry::event) != journal.end();
       },
       std::chrono::seconds(60)));
-  ASSERT_EQ(test::RunProgram({BTHAL_PROGRAM, "hci", "reset"}).status, 0);
+  ASSERT_EQ(test::Bthal({"hci", "reset"}).status, 0);
 
   const std::vector<Example> examples = ExamplesOf(kDocs / GetParam());
   ASSERT_FALSE(examples.empty());
   for (const Example& example : examples) {
-    const test::ProgramResult result =
-        test::RunProgram({"/bin/sh", "-c", "export XDG_RUNTIME_DIR=" + work.path() + "\n" + example.command + "\n"});
-    std::string printed = result.out + result.error;
-    for (size_t at = 0; (at = printed.find(work.path(), at)) != std::string::npos;) {
-      printed.replace(at, work.path().size(), "/run/user/1000");
-    }
+    const test::ProgramResult result = test::RunProgram(
+        {"/bin/sh", "-c", std::string("export XDG_RUNTIME_DIR=") + work.path + "\n" + example.command + "\n"});
+    const std::string printed =
+        ::android::base::StringReplace(result.out + result.error, work.path, "/run/user/1000", true);
     EXPECT_TRUE(Matches(example.output, Lines(printed)))
         << GetParam() << ", line " << example.line << ": " << example.command << "\n"
         << printed;

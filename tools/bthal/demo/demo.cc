@@ -96,6 +96,10 @@ bool Demo::Play() {
 
 void Demo::Line(const std::string& text) {
   const std::lock_guard lock(print_mutex_);
+  PrintLine(text);
+}
+
+void Demo::PrintLine(const std::string& text) {
   if (patch_bar_.active()) patch_bar_.Finish();
   printf("%s  %s\n", Elapsed(start_, std::chrono::steady_clock::now()).c_str(), text.c_str());
   fflush(stdout);
@@ -166,13 +170,14 @@ bool Demo::StartService() {
       open(root_.Log("service.log").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644));
   if (!log.ok()) return Fail("cannot write " + root_.Log("service.log") + ": " + strerror(errno));
   std::string error;
+  const std::lock_guard lock(print_mutex_);  // what the board sees of it is told after its start
   service_ = Child::Spawn({.arguments = {ProgramBeside(kServiceProgram)},
                            .environment = {},
                            .standard_output = log.get(),
                            .standard_error = log.get()},
                           &error);
   if (!service_.running()) return Fail(error);
-  Line(Note("service", StringPrintf("pid %d, %s", service_.pid(), kServiceProgram)));
+  PrintLine(Note("service", StringPrintf("pid %d, %s", service_.pid(), kServiceProgram)));
   return true;
 }
 

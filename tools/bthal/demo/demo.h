@@ -52,6 +52,7 @@ class Demo {
 
   void OnBoard(const sim::JournalEntry& entry);
   void Line(const std::string& text);
+  void PrintLine(const std::string& text);  // with print_mutex_ held
   bool Fail(const std::string& why);
   bool ServiceDied();
   void TellWhyServiceDied(int wait_status);
