@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <concepts>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -25,8 +26,11 @@ class LogThrottle {
   std::optional<uint64_t> Notice(Clock::time_point now = Clock::now());
 
   // Logs `text`, as it is, under `tag` (null: the default tag), behind a line that tells how many were left out; or
-  // leaves it out. `text` is called only for a line that is logged.
-  template <typename Text>
+  // leaves it out. A callable `text` is called only for a line that is logged.
+  void Log(const char* tag, ::android::base::LogSeverity severity, const char* text) {
+    Log(tag, severity, [text] { return text; });
+  }
+  template <std::invocable Text>
   void Log(const char* tag, ::android::base::LogSeverity severity, const Text& text) {
     if (const auto left_out = Notice()) LogNow(tag, severity, text(), *left_out);
   }

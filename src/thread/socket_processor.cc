@@ -18,12 +18,14 @@
 
 #include "os/device_path.h"
 #include "os/error_text.h"
+#include "os/log_throttle.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
 
 using ::android::base::unique_fd;
 
+constexpr char* kDefaultTag = nullptr;  // of the lines
 constexpr size_t kMaxPacketSize = 8192;
 constexpr mode_t kSocketFileMode = 0664;
 constexpr char kSocketFileGroup[] = "system";
@@ -45,7 +47,8 @@ void GiveToSystemGroup(const std::string& path) {
               << "\" here, the socket file keeps its group.";
   } else if (chown(path.c_str(), static_cast<uid_t>(-1), found->gr_gid) != 0) {
     LOG(WARNING) << __func__ << ": [bthal.socket_processor] Unable to give the socket file to group \""
-                  << kSocketFileGroup << "\"" << ": " << os::ErrorText();
+                 << kSocketFileGroup << "\""
+                 << ": " << os::ErrorText();
   }
 }
 
@@ -83,7 +86,8 @@ bool SocketProcessor::BindSocket() {
   bound_ = true;
   GiveToSystemGroup(path);
   if (chmod(path.c_str(), kSocketFileMode) != 0) {
-    LOG(WARNING) << __func__ << ": [bthal.socket_processor] Unable to set the mode of the socket file" << ": " << os::ErrorText();
+    LOG(WARNING) << __func__ << ": [bthal.socket_processor] Unable to set the mode of the socket file"
+                 << ": " << os::ErrorText();
   }
   return true;
 }
@@ -179,15 +183,29 @@ bool SocketProcessor::Recv() { return socket_mode_ == SocketMode::kPacket ? Recv
 
 bool SocketProcessor::RecvPacket() {
   recv_buffer_.resize(kMaxPacketSize);
-  const ssize_t received =
-      TEMP_FAILURE_RETRY(recvfrom(client_socket_.get(), recv_buffer_.data(), recv_buffer_.size(), 0, nullptr, nullptr));
+  const ssize_t received = TEMP_FAILURE_RETRY(
+      recvfrom(client_socket_.get(), recv_buffer_.data(), recv_buffer_.size(), MSG_TRUNC, nullptr, nullptr));
   if (received <= 0) {
     PrintSocketErr(received, SocketDirection::kReceive);
     return false;
   }
+  if (static_cast<size_t>(received) > kMaxPacketSize) {
+    RefuseLargeFrame(static_cast<size_t>(received));
+    return true;
+  }
   recv_buffer_.resize(static_cast<size_t>(received));
   packet_cb_(recv_buffer_);
   return true;
+}
+
+// What is left of it in the buffer would be another frame.
+void SocketProcessor::RefuseLargeFrame(size_t size) {
+  ++dropped_frames_;
+  static os::LogThrottle throttle;
+  throttle.Log(kDefaultTag, ::android::base::ERROR, [size] {
+    return "RecvPacket: [bthal.socket_processor] A frame of " + std::to_string(size) + " bytes is refused: at most " +
+           std::to_string(kMaxPacketSize) + " are taken.";
+  });
 }
 
 bool SocketProcessor::RecvStream() {
@@ -236,14 +254,18 @@ bool SocketProcessor::RecvStreamWithFixLength(size_t length) {
 }
 
 void SocketProcessor::PrintSocketErr(ssize_t result, SocketDirection direction) const {
-  if (result == 0) {
-    LOG(ERROR) << __func__ << ": [bthal.socket_processor] Client connection is close or send buffer is full, dir: "
-               << static_cast<int>(direction);
-  } else {
-    LOG(ERROR) << __func__
-               << ": [bthal.socket_processor] Unable to receive Thread frames from the Thread HAL, client socket: "
-               << client_socket_.get() << ", dir: " << static_cast<int>(direction);
-  }
+  // A client that does not read causes one with every frame, one that cannot be read from is dropped.
+  static os::LogThrottle throttles[2][2];
+  os::LogThrottle& throttle = throttles[result == 0 ? 0 : 1][static_cast<int>(direction)];
+  throttle.Log(kDefaultTag, ::android::base::ERROR, [&] {
+    const std::string dir = "dir: " + std::to_string(static_cast<int>(direction));
+    if (result == 0) {
+      return "PrintSocketErr: [bthal.socket_processor] Client connection is close or send buffer is full, " + dir;
+    }
+    return "PrintSocketErr: [bthal.socket_processor] Unable to receive Thread frames from the Thread HAL, client "
+           "socket: " +
+           std::to_string(client_socket_.get()) + ", " + dir;
+  });
 }
 
 }  // namespace android::hardware::bluetooth::hci

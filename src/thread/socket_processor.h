@@ -52,12 +52,12 @@ class SocketProcessor {
   // In stream mode a frame that went out in part also ends the conversation, since the client could not find the next
   // one.
   bool Send(const std::vector<uint8_t>& frame);
-  // Receives one frame (packet mode, at most 8192 bytes) or the next piece of one (stream mode, where it waits for the
-  // piece to be complete). False: drop the client.
+  // Receives one frame (packet mode; one of more than 8192 bytes is dropped, counted and logged) or the next piece of
+  // one (stream mode, where it waits for the piece to be complete). False: drop the client.
   bool Recv();
 
-  // Frames that Send has not delivered. Any thread.
-  uint64_t DroppedFrames() const { return dropped_frames_; }
+  // Frames that this process's servers have dropped, in either direction. Any thread.
+  static uint64_t DroppedFrames() { return dropped_frames_; }
 
  private:
   bool CreateSocket();
@@ -65,6 +65,7 @@ class SocketProcessor {
   bool BindToPath(const std::string& path);
   bool ListenForClients();
   bool RecvPacket();
+  static void RefuseLargeFrame(size_t size);
   bool RecvStream();
   bool RecvStreamWithFixLength(size_t length);
   ssize_t SendPacket(const std::vector<uint8_t>& frame);
@@ -84,7 +85,7 @@ class SocketProcessor {
   bool bound_ = false;  // the socket file is ours to remove
   PacketCallback packet_cb_;
   int backlog_;
-  std::atomic<uint64_t> dropped_frames_{0};
+  inline static std::atomic<uint64_t> dropped_frames_{0};
 };
 
 }  // namespace android::hardware::bluetooth::hci

@@ -11,6 +11,7 @@
 #include <android-base/logging.h>
 
 #include "os/kill_self.h"
+#include "os/log_throttle.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
@@ -33,15 +34,21 @@ HciPacket ConstructToVendorPacket(const std::vector<uint8_t>& frame) {
   return packet;
 }
 
+// Lines of the packet paths, under the default tag.
+constexpr char* kDefaultTag = nullptr;
+void Warn(os::LogThrottle& throttle, const char* text) { throttle.Log(kDefaultTag, ::android::base::WARNING, text); }
+
 // The payload; an empty one when the header does not fit the frame.
 std::vector<uint8_t> ExtractFromVendorPacket(const HciPacket& frame) {
   if (frame.size() < kVendorHeaderSize) {
-    LOG(WARNING) << __func__ << ": [bthal.thread_dispatcher] Invalid vendor data format.";
+    static os::LogThrottle throttle;
+    Warn(throttle, "ExtractFromVendorPacket: [bthal.thread_dispatcher] Invalid vendor data format.");
     return {};
   }
   const size_t length = frame[kVendorLengthOffset] | frame[kVendorLengthOffset + 1] << 8;
   if (length + kVendorHeaderSize != frame.size()) {
-    LOG(WARNING) << __func__ << ": [bthal.thread_dispatcher] Data size does not match with the actual data.";
+    static os::LogThrottle throttle;
+    Warn(throttle, "ExtractFromVendorPacket: [bthal.thread_dispatcher] Data size does not match with the actual data.");
     return {};
   }
   return {frame.begin() + kVendorHeaderSize, frame.end()};
@@ -84,6 +91,7 @@ bool ThreadDispatcher::OnBluetoothDisabled() {
 }
 
 bool ThreadDispatcher::StartThreadDispatcher() {
+  if (dispatcher_thread_.joinable()) return false;  // this very thread, which cannot wait for its own end
   int ends[2];
   if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) return false;
   notify_listen_fd_.reset(ends[0]);
@@ -136,7 +144,8 @@ void ThreadDispatcher::ReceiveFromClients() {
       char stop;
       (void)TEMP_FAILURE_RETRY(read(notification.fd, &stop, sizeof(stop)));
       DropClient();
-      continue;
+      // Whatever running_ says: a restart that waits for this thread's end has set it again by now.
+      return;
     }
     if (client.revents != 0 && !socket_processor_.Recv()) {
       LOG(ERROR) << __func__ << ": [bthal.thread_dispatcher] Server receives from client failed...";
@@ -185,19 +194,24 @@ void ThreadDispatcher::OnThreadPacketReady(const std::vector<uint8_t>& frame) {
     const HciPacket packet = ConstructToVendorPacket(frame);
     flow_control->Send(static_cast<uint8_t>(HciPacketType::kThreadData), packet.data(), packet.size());
   } else {
-    LOG(ERROR) << __func__ << ": [bthal.thread_dispatcher] Unable to send Thread frames to the controller.";
+    static os::LogThrottle throttle;
+    throttle.Log(kDefaultTag, ::android::base::ERROR,
+                 "OnThreadPacketReady: [bthal.thread_dispatcher] Unable to send Thread frames to the controller.");
   }
 }
 
 void ThreadDispatcher::SendThreadPacket(const HciPacket& frame) {
   const std::lock_guard lock(client_mutex_);
   LOG(DEBUG) << __func__ << ": [bthal.thread_dispatcher] Sending to Thread HAL.";
+  static os::LogThrottle not_running;
+  static os::LogThrottle not_connected;
+  static os::LogThrottle empty;
   if (!running_) {
-    LOG(WARNING) << __func__ << ": [bthal.thread_dispatcher] Dispatcher is not running.";
+    Warn(not_running, "SendThreadPacket: [bthal.thread_dispatcher] Dispatcher is not running.");
   } else if (!client_connected_) {
-    LOG(WARNING) << __func__ << ": [bthal.thread_dispatcher] Thread HAL is not connected.";
+    Warn(not_connected, "SendThreadPacket: [bthal.thread_dispatcher] Thread HAL is not connected.");
   } else if (frame.size() == 0) {
-    LOG(WARNING) << __func__ << ": [bthal.thread_dispatcher] Data is empty.";
+    Warn(empty, "SendThreadPacket: [bthal.thread_dispatcher] Data is empty.");
   } else {
     socket_processor_.Send(ExtractFromVendorPacket(frame));
   }

@@ -28,8 +28,8 @@ class ThreadDispatcher {
   ThreadDispatcher& operator=(const ThreadDispatcher&) = delete;
   ~ThreadDispatcher();  // stops; not on the dispatcher's own thread
 
-  // Starts the dispatcher's thread, which serves the socket; false when it runs already or cannot be started. A socket
-  // that cannot be opened is logged and leaves a dispatcher without clients.
+  // Starts the dispatcher's thread, which serves the socket; false when it runs already, cannot be started, or is the
+  // caller. A socket that cannot be opened is logged and leaves a dispatcher without clients.
   bool OnBluetoothEnabled(HciFlowControl* flow_control);
   // Stops it: thread, descriptors and socket file are gone when this returns (called on the dispatcher's own thread,
   // when the dispatcher is destroyed or started again). False when it was not running.
@@ -40,8 +40,9 @@ class ThreadDispatcher {
   // A frame from the client. The hardware reset request ends the process.
   void OnThreadPacketReady(const std::vector<uint8_t>& frame);
 
-  // Frames from the controller that the client did not get: it read too slowly, or was leaving.
-  uint64_t DroppedFrames() const { return socket_processor_.DroppedFrames(); }
+  // Frames that this process has lost: a client that read too slowly, or was leaving, did not get them, or they were
+  // larger than a frame may be.
+  static uint64_t DroppedFrames() { return SocketProcessor::DroppedFrames(); }
 
  private:
   bool StartThreadDispatcher();

@@ -42,7 +42,7 @@ TEST(LogThrottleTest, AFloodFromManyThreadsIsCountedWhole) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
-      for (; !over; ++occurred) throttle.Log("tag", ::android::base::WARNING, [] { return "a flood"; });
+      for (; !over; ++occurred) throttle.Log("tag", ::android::base::WARNING, "a flood");
     });
   }
   const auto logged = [&] {

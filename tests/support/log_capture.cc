@@ -51,6 +51,15 @@ size_t LogCapture::Count(const std::string& text) const {
   }));
 }
 
+bool LogCapture::HasThrottled(const std::string& text) const {
+  const auto seconds = std::chrono::ceil<std::chrono::seconds>(std::chrono::steady_clock::now() - cleared_).count();
+  const auto lines = Lines();
+  const auto said = std::ranges::count_if(lines, [&](const LogLine& line) {
+    return line.text.find(text) != std::string::npos && !line.text.starts_with("left out ");
+  });
+  return said >= 1 && said <= seconds;
+}
+
 bool LogCapture::WaitFor(const std::string& text) const {
   return test::WaitFor([&] { return Has(text); });
 }
@@ -58,6 +67,7 @@ bool LogCapture::WaitFor(const std::string& text) const {
 void LogCapture::Clear() {
   const std::lock_guard lock(g_mutex);
   Captured().clear();
+  cleared_ = std::chrono::steady_clock::now();
 }
 
 }  // namespace bthal::test

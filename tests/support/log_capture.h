@@ -1,6 +1,7 @@
 // What the service logs while one of these lives.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -24,9 +25,15 @@ class LogCapture {
   // Whether some line contains `text`; how many do.
   bool Has(const std::string& text) const { return Count(text) != 0; }
   size_t Count(const std::string& text) const;
+  // Whether lines that contain `text` are logged at once, but no more often than once a second; those that count what
+  // was left out aside.
+  bool HasThrottled(const std::string& text) const;
   // Waits until some line contains `text`; false after ten seconds.
   bool WaitFor(const std::string& text) const;
   void Clear();
+
+ private:
+  std::chrono::steady_clock::time_point cleared_;
 };
 
 }  // namespace bthal::test

@@ -12,6 +12,7 @@
 #include "aidl/bluetooth_hci/packet_text.h"
 #include "bluetooth_Activity.h"
 #include "debug_central/debug_central.h"
+#include "os/log_throttle.h"
 #include "thread/thread_dispatcher.h"
 #include "vnd_snoop_logger.h"
 
@@ -64,30 +65,55 @@ class CallToClient {
 
 using ReceiveMethod = ndk::ScopedAStatus (IBluetoothHciCallbacks::*)(const std::vector<uint8_t>&);
 
-// Calls the client with the packet. `failed` and `missing` are what the log says when the call fails or there is none.
-void Deliver(const hci::HciPacket& packet, ReceiveMethod method, const char* failed, const char* missing) {
+// A line that a controller which goes on talking would cause with every packet.
+struct Complaint {
+  const char* const text;
+  os::LogThrottle throttle;
+
+  void Log() { throttle.Log(LOG_TAG, ::android::base::WARNING, text); }
+};
+
+// How the client gets one kind of packet, and what the log says when the call fails or there is no client.
+struct Delivery {
+  const ReceiveMethod method;
+  Complaint failed;
+  Complaint missing;
+};
+
+void Deliver(const hci::HciPacket& packet, Delivery& delivery) {
   const auto cb = ConnectedClient();
-  if (cb == nullptr) {
-    LOG(WARNING) << missing;
-    return;
-  }
+  if (cb == nullptr) return delivery.missing.Log();
   const CallToClient call;
-  if (!(cb.get()->*method)(std::vector<uint8_t>(packet.begin(), packet.end())).isOk()) LOG(WARNING) << failed;
+  const std::vector<uint8_t> bytes(packet.begin(), packet.end());
+  if (!(cb.get()->*delivery.method)(bytes).isOk()) delivery.failed.Log();
 }
 
 void DeliverEvent(const hci::HciPacket& packet) {
-  Deliver(packet, &IBluetoothHciCallbacks::hciEventReceived, "Unable to callback hciEvent to Stack",
-          "hciEvent: g_cb == nullptr");
+  static Delivery delivery{&IBluetoothHciCallbacks::hciEventReceived,
+                           {"Unable to callback hciEvent to Stack", {}},
+                           {"hciEvent: g_cb == nullptr", {}}};
+  Deliver(packet, delivery);
 }
 
 void DeliverAcl(const hci::HciPacket& packet) {
-  Deliver(packet, &IBluetoothHciCallbacks::aclDataReceived, "Unable to callback aclData to Stack",
-          "aclData: g_cb == nullptr");
+  static Delivery delivery{&IBluetoothHciCallbacks::aclDataReceived,
+                           {"Unable to callback aclData to Stack", {}},
+                           {"aclData: g_cb == nullptr", {}}};
+  Deliver(packet, delivery);
+}
+
+void DeliverSco(const hci::HciPacket& packet) {
+  static Delivery delivery{&IBluetoothHciCallbacks::scoDataReceived,
+                           {"Unable to callback scoData to Stack", {}},
+                           {"scoData: g_cb == nullptr", {}}};
+  Deliver(packet, delivery);
 }
 
 void DeliverIso(const hci::HciPacket& packet) {
-  Deliver(packet, &IBluetoothHciCallbacks::isoDataReceived, "Unable to callback isoData to Stack",
-          "isoData: g_cb == nullptr");
+  static Delivery delivery{&IBluetoothHciCallbacks::isoDataReceived,
+                           {"Unable to callback isoData to Stack", {}},
+                           {"isoData: g_cb == nullptr", {}}};
+  Deliver(packet, delivery);
 }
 
 void Capture(const hci::HciPacket& packet, Direction direction, PacketType type) {
@@ -174,8 +200,7 @@ void AclCallback(const hci::HciPacket& packet) {
 void ScoCallback(const hci::HciPacket& packet) {
   const DebugAnchor anchor(AnchorType::kCallbackScoData, PacketText("cb->scoDataReceived", packet.size()));
   Capture(packet, Direction::kFromController, PacketType::kScoData);
-  Deliver(packet, &IBluetoothHciCallbacks::scoDataReceived, "Unable to callback scoData to Stack",
-          "scoData: g_cb == nullptr");
+  DeliverSco(packet);
 }
 
 void IsoCallback(const hci::HciPacket& packet) {
@@ -198,15 +223,19 @@ void IsoCallback(const hci::HciPacket& packet) {
 void ThreadCallback(const hci::HciPacket& packet, hci::ThreadDispatcher* dispatcher) {
   const DebugAnchor anchor(AnchorType::kCallbackThreadData, PacketText("SendThreadFrame", packet.size()));
   if (dispatcher == nullptr) {
-    LOG(WARNING) << __func__ << ": [bthal.thread_dispatcher] Unable to callback Thread data to Thread HAL.";
+    static os::LogThrottle throttle;
+    throttle.Log(LOG_TAG, ::android::base::WARNING,
+                 "ThreadCallback: [bthal.thread_dispatcher] Unable to callback Thread data to Thread HAL.");
     return;
   }
   dispatcher->SendThreadPacket(packet);
 }
 
 void NotifyCallback(const hci::HciPacket& packet) {
-  Deliver(packet, &IBluetoothHciCallbacks::hciEventReceived, "Unable to callback bqr root inflamed event to Stack",
-          "notify_cb: g_cb == nullptr");
+  static Delivery delivery{&IBluetoothHciCallbacks::hciEventReceived,
+                           {"Unable to callback bqr root inflamed event to Stack", {}},
+                           {"notify_cb: g_cb == nullptr", {}}};
+  Deliver(packet, delivery);
 }
 
 }  // namespace android::hardware::bluetooth::aidl::qnlbtlinux
