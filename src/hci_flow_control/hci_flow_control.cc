@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "hci_flow_control/state.h"
+#include "os/log_throttle.h"
 #include "shim/shim.h"
 
 namespace android::hardware::bluetooth::hci {
@@ -21,6 +23,7 @@ constexpr size_t kBatchLengthOffset = 3;
 constexpr size_t kBatchHeaderSize = 4;
 
 std::atomic<bool> halted{false};
+std::atomic<uint64_t> refused_sends{0};
 // The instance that the transport serves; the last one made. Guarded by flow_control_mutex.
 HciFlowControl* live_instance = nullptr;
 // Orders the connecting of a new instance and the disconnecting of an old one whose last user left late. Taken before
@@ -58,10 +61,29 @@ bool HciFlowControl::Refuses(const char* operation) const {
   return true;
 }
 
+bool HciFlowControl::RefusesToSend(const char* operation) const {
+  const bool refused = Refuses(operation);
+  if (refused) ++refused_sends;
+  return refused;
+}
+
+bool HciFlowControl::RefusesToQueue() const {
+  if (cmd_queue_.size() < kMaxQueuedCommands) return false;
+  ++refused_sends;
+  static os::LogThrottle throttle;
+  throttle.Log(LOG_TAG, ::android::base::ERROR, [] {
+    return "Send: " + std::to_string(kMaxQueuedCommands) + " commands wait for the controller, one more is refused";
+  });
+  return true;
+}
+
+uint64_t HciFlowControl::RefusedSends() { return refused_sends; }
+
 size_t HciFlowControl::Send(uint8_t type, const uint8_t* data, size_t length) {
   std::lock_guard lock(flow_control_mutex);
-  if (Refuses(__func__)) return 0;
+  if (RefusesToSend(__func__)) return 0;
   if (type == kCommandType) {
+    if (RefusesToQueue()) return 0;
     HciCmdFrame& frame = cmd_queue_.emplace_back(data, length);
     if (cmd_queue_.size() > 1) {
       LOG(DEBUG) << __func__ << ": HCI CMD Frame <" << toString(frame.data) << "> enqueued";
@@ -75,14 +97,14 @@ size_t HciFlowControl::Send(uint8_t type, const uint8_t* data, size_t length) {
 
 size_t HciFlowControl::SendNoAck(uint8_t type, const uint8_t* data, size_t length) {
   std::lock_guard lock(flow_control_mutex);
-  if (Refuses(__func__)) return 0;
+  if (RefusesToSend(__func__)) return 0;
   return shim::Send(type, data, length, false);
 }
 
 size_t HciFlowControl::SendBatch(const uint8_t* data, size_t length) {
   {
     std::lock_guard lock(flow_control_mutex);
-    if (Refuses(__func__)) return 0;
+    if (RefusesToSend(__func__)) return 0;
     if (!send_batch_fallback_) {
       const size_t sent = shim::SendBatch(data, length, false);
       if (sent != 0) return sent;

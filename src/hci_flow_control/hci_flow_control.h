@@ -20,6 +20,10 @@ namespace android::hardware::bluetooth::hci {
 // All operations may be called from any thread, but from no watcher.
 class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
  public:
+  // How many commands may wait behind each other. Nobody who listens to the controller comes near it; who goes on
+  // sending to one that has fallen silent must not eat the memory.
+  static constexpr size_t kMaxQueuedCommands = 8192;
+
   // Connects the consumers to the path. They run without the lock. `owner` is the path's.
   HciFlowControl(const Consumers& consumers, const H4Owner& owner = {});
   HciFlowControl(const HciFlowControl&) = delete;
@@ -28,7 +32,7 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
 
   // Sends one packet of any HciPacketType (`type` is its H4 code; `data` is copied or written before the call returns).
   // A command behind an outstanding one is queued and `length` returned at once; otherwise returns what the transport
-  // wrote, 0 when halted.
+  // wrote. 0 when halted, and for a command that finds kMaxQueuedCommands before it.
   size_t Send(uint8_t type, const uint8_t* data, size_t length);
 
   // Sends one packet straight to the transport, also a command: its completion matches nothing in the queue.
@@ -51,6 +55,9 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
   // Forgets the outstanding command and the queue: the controller has lost its power and will answer none of them.
   void DropPendingCommands();
 
+  // Packets, and whole batches, that this process has refused: halted, or too many in the queue. Any thread.
+  static uint64_t RefusedSends();
+
   // The receive path of every event; receive thread.
   void OnHciEventReady(const HciPacket& event, const HciPacketCallback& event_cb);
 
@@ -63,6 +70,8 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
   };
 
   bool Refuses(const char* operation) const;
+  bool RefusesToSend(const char* operation) const;
+  bool RefusesToQueue() const;
   size_t SendOneByOne(const uint8_t* data, size_t length);
 
   bool HciEventPreProcess(const HciPacket& event);

@@ -160,6 +160,22 @@ TEST_F(HciFlowControlTest, WithoutCreditsTheNextCommandWaitsForAnyThatGrantsThem
   ExpectOnWire(H4(1, kReadAddress));
 }
 
+// A controller that has fallen silent costs no more memory than its share, and none of what had been taken.
+TEST_F(HciFlowControlTest, TheQueueIsBoundedAndSaysSo) {
+  Send(kReset);
+  for (size_t i = 1; i < HciFlowControl::kMaxQueuedCommands; ++i) ASSERT_EQ(Send(kReadVersion), 3u) << i;
+  const uint64_t refused = HciFlowControl::RefusedSends();
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(Send(kReadAddress), 0u);
+  EXPECT_EQ(HciFlowControl::RefusedSends(), refused + 100);
+  EXPECT_TRUE(log_.HasThrottled("Send: 8192 commands wait for the controller, one more is refused"));
+  Receive(kResetComplete);
+  EXPECT_EQ(Send(kReadAddress), 3u);
+  Bytes wire = H4(1, kReset);
+  const Bytes next = H4(1, kReadVersion);
+  wire.insert(wire.end(), next.begin(), next.end());
+  ExpectOnWire(wire);
+}
+
 TEST_F(HciFlowControlTest, AnswersToOtherCommandsReleaseNothing) {
   Send(kReset);
   Send(kReadAddress);
@@ -261,6 +277,7 @@ TEST_F(HciFlowControlTest, HaltRefusesAllButTheStacksEvents) {
   EXPECT_EQ(Send(kReset), 0u);
   EXPECT_EQ(flow_->SendNoAck(0x01, kReset.data(), kReset.size()), 0u);
   EXPECT_EQ(flow_->SendBatch(kReset.data(), kReset.size()), 0u);
+  EXPECT_EQ(HciFlowControl::RefusedSends(), 3u);
   flow_->RegisterEventWatcher(&watcher);
   flow_->UnregisterEventWatcher(&watcher);
   Receive(kResetComplete);
