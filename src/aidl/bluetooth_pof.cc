@@ -32,6 +32,7 @@ constexpr uint8_t kStartForm = 0x02;
 constexpr uint8_t kStartArgument = 0x00;
 constexpr size_t kKeySize = 20;
 constexpr size_t kMaxKeysPerCommand = 12;
+constexpr size_t kIndexedKeys = 256;
 
 // The store only ever grows; this keeps a client gone wild from eating the service's memory. It is some two hundred
 // times what the one-byte key index can tell apart.
@@ -55,6 +56,10 @@ BluetoothFinder::BluetoothFinder() : WatchingExtension(kPofOpcode) {}
     return ::ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, "Key store is full!");
   }
   key_store_.insert(key_store_.end(), keys.begin(), keys.end());
+  if (const size_t count = key_store_.size() / kKeySize; count > kIndexedKeys) {
+    LOG(WARNING) << __func__ << ": " << count << " keys, but the controller's index tells only " << kIndexedKeys
+                 << " apart";
+  }
   return ::ndk::ScopedAStatus::ok();
 }
 
@@ -99,31 +104,34 @@ bool BluetoothFinder::startPoweredOffMode() {
     LOG(ERROR) << "Unable to start power off mode: hci_handle is nullptr";
     return false;
   }
-  SendCommand(__func__, *flow_control, {kStartForm, 0x40, 0x06, 0x0A, 0x00, 0x04, kStartArgument, 0x00, 0x50});
-  return true;
+  return SendCommand(__func__, *flow_control, {kStartForm, 0x40, 0x06, 0x0A, 0x00, 0x04, kStartArgument, 0x00, 0x50});
 }
 
-void BluetoothFinder::SendCommand(const char* operation, HciFlowControl& flow_control,
+// False when it could not be sent.
+bool BluetoothFinder::SendCommand(const char* operation, HciFlowControl& flow_control,
                                   const std::vector<uint8_t>& parameters) {
   const HciPacket command = BuildCommand(kPofOpcode, parameters);
-  ++pending_;
+  ExpectAnswer();
+  if (parameters[0] == kStartForm) start_sent_ = true;
   LOG(INFO) << operation << ": " << toString(command);
-  SendVendorCommand(flow_control, command);
+  if (SendVendorCommand(flow_control, command) != 0) return true;
+  CountOffAnswer();
+  return false;
 }
 
 bool BluetoothFinder::OnEventReceive(const HciPacket& event) {
   const bool success = event.size() > kCommandCompleteStatusOffset && event[kCommandCompleteStatusOffset] == 0;
-  if (success) {
-    LOG(INFO) << __func__ << ": (" << pending_ << ") Recv Success VSE <" << toString(event) << ">";
-  } else {
-    LOG(WARNING) << __func__ << ": (" << pending_ << ") Recv Failure VSE <" << toString(event) << ">";
-  }
-  if (pending_ == 0) return false;
-  --pending_;
-  const bool answers_start =
-      event.size() > kCommandCompleteParametersOffset && event[kCommandCompleteParametersOffset] == kStartForm;
+  if (!ClaimAnswer(event, success)) return false;
+  // Answers come in the order of the commands. One too short to echo its form is the start's when it is the last.
+  const bool answers_start = event.size() > kCommandCompleteParametersOffset
+                                 ? event[kCommandCompleteParametersOffset] == kStartForm
+                                 : IsStartAnswered();
   if (answers_start) FinishPoweredOffMode(event, success);
   return true;
+}
+
+void BluetoothFinder::OnRefused(const HciPacket& event) {
+  if (IsStartAnswered()) FinishPoweredOffMode(event, false);
 }
 
 void BluetoothFinder::FinishPoweredOffMode(const HciPacket& event, bool success) {

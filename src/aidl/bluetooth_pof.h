@@ -32,7 +32,7 @@ class BluetoothFinder : public ::android::hardware::bluetooth::WatchingExtension
   bool IsPoweredOffModeEnabled() const { return powered_off_mode_enabled_; }
 
   // Sends the keys and the start command without waiting for their answers. False (logged) without a transport or keys,
-  // and on every call after the first.
+  // on every call after the first, and when the start could not be sent.
   bool enterPoweredOffMode();
 
   bool OnEventReceive(const HciPacket& event) override;
@@ -41,12 +41,14 @@ class BluetoothFinder : public ::android::hardware::bluetooth::WatchingExtension
   bool sendKeys();
   bool startPoweredOffMode();
   std::vector<uint8_t> KeyParameters(size_t offset) const;
-  void SendCommand(const char* operation, HciFlowControl& flow_control, const std::vector<uint8_t>& parameters);
+  bool SendCommand(const char* operation, HciFlowControl& flow_control, const std::vector<uint8_t>& parameters);
+  void OnRefused(const HciPacket& event) override;
+  bool IsStartAnswered() const { return start_sent_ && pending_ == 0; }
   void FinishPoweredOffMode(const HciPacket& event, bool success);
 
   std::atomic<bool> powered_off_mode_enabled_{false};
   std::atomic<bool> entered_{false};
-  std::atomic<uint32_t> pending_{0};  // commands sent and not yet answered
+  std::atomic<bool> start_sent_{false};
   mutable std::mutex keys_mutex_;
   std::vector<uint8_t> key_store_;
 };

@@ -13,7 +13,6 @@
 namespace vendor::tovani::bluetooth_ext::bt_channel_avoidance::aidl::implementation {
 namespace {
 
-using ::android::hardware::toString;
 using ::android::hardware::bluetooth::hci::BuildCommand;
 using ::android::hardware::bluetooth::hci::kCommandCompleteStatusOffset;
 using ::android::hardware::bluetooth::hci::SendVendorCommand;
@@ -41,21 +40,14 @@ BTChannelAvoidance::BTChannelAvoidance() : WatchingExtension(kSetAfhOpcode) {}
   }
   LOG(INFO) << __func__ << ": Channel Map <" << AsText(channel_map) << ">";
 
-  ++pending_;
-  SendVendorCommand(*flow_control, BuildCommand(kSetAfhOpcode, channel_map));
+  ExpectAnswer();
+  if (SendVendorCommand(*flow_control, BuildCommand(kSetAfhOpcode, channel_map)) == 0) CountOffAnswer();
   return ::ndk::ScopedAStatus::ok();
 }
 
 bool BTChannelAvoidance::OnEventReceive(const HciPacket& event) {
   const bool success = event.size() > kCommandCompleteStatusOffset && event[kCommandCompleteStatusOffset] == 0;
-  if (success) {
-    LOG(INFO) << __func__ << ": (" << pending_ << ") Recv Success VSE <" << toString(event) << ">";
-  } else {
-    LOG(WARNING) << __func__ << ": (" << pending_ << ") Recv Failure VSE <" << toString(event) << ">";
-  }
-  if (pending_ == 0) return false;
-  --pending_;
-  return true;
+  return ClaimAnswer(event, success);
 }
 
 }  // namespace vendor::tovani::bluetooth_ext::bt_channel_avoidance::aidl::implementation

@@ -4,7 +4,6 @@
 #include <aidl/vendor/tovani/bluetooth_ext/BnBTChannelAvoidance.h>
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 
 #include "aidl/extension.h"
@@ -25,9 +24,6 @@ class BTChannelAvoidance : public ::android::hardware::bluetooth::WatchingExtens
 
   // Claims as many answers as this object sent commands.
   bool OnEventReceive(const HciPacket& event) override;
-
- private:
-  std::atomic<uint32_t> pending_{0};  // commands sent and not yet answered
 };
 
 }  // namespace vendor::tovani::bluetooth_ext::bt_channel_avoidance::aidl::implementation

@@ -4,6 +4,7 @@
 #include <android/binder_auto_utils.h>
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 
 #include "aidl/extension_handle.h"
@@ -50,29 +51,80 @@ class Extension : public Interface {
   inline static std::atomic<Service*> instance_{nullptr};
 };
 
-// An extension service that also watches the Command Complete events of one opcode while Bluetooth is on.
+// An extension service that sends commands of one opcode while Bluetooth is on and claims exactly the answers to its
+// own: a Command Complete, or the Command Status with which a controller refuses.
 template <typename Service, typename Interface>
 class WatchingExtension : public Extension<Service, Interface>, public hci::HciEventWatcher {
  public:
   using HciPacket = hci::HciPacket;
 
-  explicit WatchingExtension(uint16_t opcode) : HciEventWatcher(Service::kLogTag, hci::kCommandCompleteEvent, opcode) {}
+  explicit WatchingExtension(uint16_t opcode)
+      : HciEventWatcher(Service::kLogTag, hci::kCommandCompleteEvent, opcode), status_watcher_(*this, opcode) {}
 
   void OnBluetoothEnabled(hci::HciFlowControl* flow_control) {
+    pending_ = 0;  // what an earlier channel has not answered is not answered on this one
     Extension<Service, Interface>::OnBluetoothEnabled(flow_control);
-    if (flow_control != nullptr) flow_control->RegisterEventWatcher(this);
+    if (flow_control == nullptr) return;
+    flow_control->RegisterEventWatcher(this);
+    flow_control->RegisterEventWatcher(&status_watcher_);
   }
 
   void OnBluetoothDisabled() {
     os::LogAs(Service::kLogTag, ::android::base::DEBUG, __func__);
     StopWatching();
+    pending_ = 0;
   }
 
  protected:
   // For the destructor of `Service`: no event may come once parts of it are gone.
   void StopWatching() {
-    if (const auto flow_control = this->hci_handle_.Clear()) flow_control->UnregisterEventWatcher(this);
+    const auto flow_control = this->hci_handle_.Clear();
+    if (flow_control == nullptr) return;
+    flow_control->UnregisterEventWatcher(this);
+    flow_control->UnregisterEventWatcher(&status_watcher_);
   }
+
+  // A command is about to be sent; it was not, or has its answer: false when none is owed.
+  void ExpectAnswer() { ++pending_; }
+  bool CountOffAnswer() {
+    uint32_t pending = pending_;
+    while (pending != 0 && !pending_.compare_exchange_weak(pending, pending - 1)) continue;
+    return pending != 0;
+  }
+
+  // Logs an answer and counts it off; false for the answer to somebody else's command.
+  bool ClaimAnswer(const HciPacket& event, bool success) {
+    os::LogAs(Service::kLogTag, success ? ::android::base::INFO : ::android::base::WARNING,
+              "OnEventReceive: (" + std::to_string(pending_) + ") Recv " + (success ? "Success" : "Failure") +
+                  " VSE <" + toString(event) + ">");
+    return CountOffAnswer();
+  }
+
+  // The command of this object that was sent first has been refused by `event`. Thread rules of OnEventReceive.
+  virtual void OnRefused(const HciPacket& /*event*/) {}
+
+  std::atomic<uint32_t> pending_{0};  // commands sent and not yet answered
+
+ private:
+  class StatusWatcher : public hci::HciEventWatcher {
+   public:
+    StatusWatcher(WatchingExtension& owner, uint16_t opcode)
+        : HciEventWatcher(Service::kLogTag, hci::kCommandStatusEvent, opcode), owner_(owner) {}
+
+    bool OnEventReceive(const HciPacket& event) override {
+      // A command that is merely begun has its Command Complete still to come.
+      const bool begun = hci::kCommandStatusStatusOffset < event.size() && event[hci::kCommandStatusStatusOffset] == 0;
+      if (begun) return owner_.pending_ != 0;
+      if (!owner_.ClaimAnswer(event, false)) return false;
+      owner_.OnRefused(event);
+      return true;
+    }
+
+   private:
+    WatchingExtension& owner_;
+  };
+
+  StatusWatcher status_watcher_;
 };
 
 }  // namespace android::hardware::bluetooth

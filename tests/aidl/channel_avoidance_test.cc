@@ -68,6 +68,35 @@ TEST_F(ExtensionTest, TwoMapsGoOutAndExactlyTheirAnswersAreClaimed) {
   EXPECT_TRUE(log_.Has("OnEventReceive: (1) Recv Success VSE <[6]{14, 4, 1, 63, 12, 0}>"));
 }
 
+// What was owed when Bluetooth went off, or has been refused, is not taken from the stack's own answers later.
+TEST_F(ExtensionTest, ALateAnswerAndARefusalCostTheStackNoneOfItsOwn) {
+  const auto avoidance = ndk::SharedRefBase::make<BTChannelAvoidance>();
+  avoidance->OnBluetoothEnabled(transport_.flow());
+  EXPECT_TRUE(avoidance->setBluetoothChannelStatus(kMap).isOk());
+  EXPECT_EQ(controller_.NextCommand(), Command(kMap));
+  avoidance->OnBluetoothDisabled();
+  controller_.Complete(kOpcode, 0);
+  EXPECT_TRUE(WaitFor([&] { return transport_.Events().size() == 1; }));
+  avoidance->OnBluetoothEnabled(transport_.flow());
+  controller_.Complete(kOpcode, 0x21);  // to the stack's command, and so is the next
+  EXPECT_TRUE(WaitFor([&] { return transport_.Events().size() == 2; }));
+
+  EXPECT_TRUE(avoidance->setBluetoothChannelStatus(kMap).isOk());
+  EXPECT_EQ(controller_.NextCommand(), Command(kMap));
+  controller_.CommandStatus(kOpcode, 0x01);
+  controller_.CommandStatus(kOpcode, 0x02);
+  controller_.Complete(kOpcode, 0x22);
+  ASSERT_TRUE(WaitFor([&] { return transport_.Events().size() == 4; }));
+  EXPECT_EQ(transport_.Events()[2], (Bytes{0x0F, 4, 0x02, 1, 0x3F, 0x0C}));
+  EXPECT_EQ(transport_.Events()[3], (Bytes{0x0E, 4, 1, 0x3F, 0x0C, 0x22}));
+
+  // A channel that has gone without a word leaves nothing owed on the next one.
+  EXPECT_TRUE(avoidance->setBluetoothChannelStatus(kMap).isOk());
+  avoidance->OnBluetoothEnabled(transport_.flow());
+  controller_.Complete(kOpcode, 0x23);
+  EXPECT_TRUE(WaitFor([&] { return transport_.Events().size() == 5; }));
+}
+
 TEST_F(ExtensionTest, RefusesMapsWhileBluetoothIsOffOrTheTransportGone) {
   const auto avoidance = ndk::SharedRefBase::make<BTChannelAvoidance>();
   EXPECT_EQ(avoidance->setBluetoothChannelStatus(kMap).getServiceSpecificError(), -22);

@@ -115,6 +115,34 @@ TEST_F(FinderTest, AFailedStartIsLoggedAndEndsTheProcessToo) {
   EXPECT_THAT(logged, ElementsAre(KeysCommand(Keys(20), 0, 1), kStart, Answer(0, 1), Answer(0x0C, 2)));
 }
 
+// A controller that does not know the command, or knows no form: it answers with a status alone, or with a Command
+// Status. The last one answers the start, and ends the process; one that only begins the command ends nothing.
+TEST_F(FinderTest, AShortRefusalOfTheStartEndsTheProcessToo) {
+  const Bytes short_answer = {0x0E, 4, 1, 0x62, 0xFD, 0x01};
+  const Bytes refused = {0x0F, 4, 0x01, 1, 0x62, 0xFD};
+  const Bytes begun = {0x0F, 4, 0x00, 1, 0x62, 0xFD};
+  int deaths = 0;
+  for (const Bytes& refusal : {short_answer, refused}) {
+    const auto finder = ndk::SharedRefBase::make<BluetoothFinder>();
+    EXPECT_TRUE(finder->sendPrecomputedKeys(Keys(20)).isOk());
+    finder->OnBluetoothEnabled(transport_.flow());
+    ASSERT_TRUE(finder->enterPoweredOffMode());
+    EXPECT_EQ(controller_.NextCommand(), KeysCommand(Keys(20), 0, 1));
+    controller_.SendEvent(refusal);
+    EXPECT_EQ(controller_.NextCommand(), kStart);
+    controller_.SendEvent(begun);
+    EXPECT_TRUE(log_.WaitFor("HciEventPreProcess: HCI Event 0xf Opcode 0xfd62 handled"));
+    EXPECT_EQ(UartTransport::Deaths(), deaths);
+    log_.Clear();
+    controller_.SendEvent(refusal);
+    EXPECT_TRUE(WaitFor([&] { return UartTransport::Deaths() == deaths + 1; }));
+    deaths = UartTransport::Deaths();
+    EXPECT_TRUE(log_.Has("OnEventReceive: Entered powered off mode failed"));
+    log_.Clear();
+  }
+  EXPECT_THAT(transport_.Events(), IsEmpty());
+}
+
 TEST_F(FinderTest, RefusesWithoutTransportWithoutKeysAndASecondTime) {
   EXPECT_FALSE(finder_->enterPoweredOffMode());
   EXPECT_TRUE(log_.Has("Unable to send precomputed keys: hci_handle is nullptr"));
@@ -144,9 +172,12 @@ TEST_F(FinderTest, AnswersToOthersReachTheStack) {
   EXPECT_EQ(UartTransport::Deaths(), 0);
 }
 
-TEST_F(FinderTest, TheKeyStoreDoesNotGrowForEver) {
-  const Bytes plenty(1 << 20);
-  Send(plenty);
+TEST_F(FinderTest, TheKeyStoreWarnsOfMoreThanItsIndexReachesAndDoesNotGrowForEver) {
+  Send(Keys(256 * 20));
+  EXPECT_FALSE(log_.Has("apart"));
+  Send(Keys(20));
+  EXPECT_TRUE(log_.Has("sendPrecomputedKeys: 257 keys, but the controller's index tells only 256 apart"));
+  Send(Bytes((1 << 20) - 257 * 20));
   const auto refused = finder_->sendPrecomputedKeys({1});
   EXPECT_EQ(refused.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
   EXPECT_STREQ(refused.getMessage(), "Key store is full!");
