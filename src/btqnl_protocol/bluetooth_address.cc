@@ -5,25 +5,29 @@
 #include <android-base/logging.h>
 #include <android-base/properties.h>
 #include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <future>
 
 #include "debug_central/debug_central.h"
 #include "hci/hci_command.h"
 #include "hci_flow_control/vendor_command.h"
-#include "os/device_path.h"
+#include "os/file_utils.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
 
 using ::android::base::StringPrintf;
+using ::android::base::unique_fd;
 
 constexpr char kDeviceTreeAddressPath[] = "/proc/device-tree/chosen/config/bt_addr";
+constexpr size_t kAddressTextSize = 4096;  // blanks and all
 constexpr char kAddressProperty[] = "ro.vendor.bluetooth.evb_bdaddr";
 
 // Write BD_ADDR:
@@ -86,22 +90,26 @@ class BluetoothAddress : public HciEventWatcher {
   HciFlowControl* flow_control_;
 };
 
-// The first line of the device tree's entry, else the property; empty without either.
+// The first line of the device tree's entry, else the property; empty without either. Only a file can be the entry:
+// what somebody else has put in its place must not hold up the bring-up.
 std::string ReadAddressText() {
-  std::ifstream entry(os::DevicePath(kDeviceTreeAddressPath));
-  if (!entry.is_open()) return ::android::base::GetProperty(kAddressProperty, "");
-  std::string line;
-  std::getline(entry, line);
-  return line;
+  const unique_fd entry = os::OpenRegularFile(kDeviceTreeAddressPath, O_RDONLY);
+  if (!entry.ok()) return ::android::base::GetProperty(kAddressProperty, "");
+  std::string text(kAddressTextSize, '\0');
+  const ssize_t size = TEMP_FAILURE_RETRY(read(entry.get(), text.data(), text.size()));
+  text.resize(size < 0 ? 0 : static_cast<size_t>(size));
+  return text.substr(0, text.find('\n'));
 }
 
-// Scans six pairs in `format`, which stores a byte for each pair and a character for what follows.
+// Scans six pairs in `format`, which stores a byte for each pair and how far the text was read.
 bool ScanAddress(const std::string& text, const char* format, AddressBytes* bytes) {
   AddressBytes pairs{};
-  char rest = 0;
+  int end = 0;
   const int conversions =
-      sscanf(text.c_str(), format, &pairs[0], &pairs[1], &pairs[2], &pairs[3], &pairs[4], &pairs[5], &rest);
+      sscanf(text.c_str(), format, &pairs[0], &pairs[1], &pairs[2], &pairs[3], &pairs[4], &pairs[5], &end);
   if (conversions < static_cast<int>(pairs.size())) return false;
+  // The conversions would also take signs and "0x", and make an address of "AA-BB-CC-DD-EE-FF" that nobody has given.
+  if (text.find_first_not_of("0123456789ABCDEFabcdef: \t\v\f\r") < static_cast<size_t>(end)) return false;
   std::reverse_copy(pairs.begin(), pairs.end(), bytes->begin());
   return true;
 }
@@ -122,13 +130,8 @@ AddressBytes ReadProvisionedAddress() {
 
 bool ParseBluetoothAddress(const std::string& text, AddressBytes* bytes) {
   *bytes = {};
-  // Only digits and colons are scanned: the conversions would also take signs, blanks and "0x", and make an address of
-  // "AA-BB-CC-DD-EE-FF" that nobody has given.
-  const size_t start = std::min(text.find_first_not_of(" \t"), text.size());
-  const size_t end = text.find_first_not_of("0123456789ABCDEFabcdef:", start);
-  const std::string pairs = text.substr(start, end - start);
-  return ScanAddress(pairs, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx%1c", bytes) ||
-         ScanAddress(pairs, "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%1c", bytes);
+  return ScanAddress(text, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx%n", bytes) ||
+         ScanAddress(text, "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%n", bytes);
 }
 
 bool ApplyProvisionBDAddress(HciFlowControl* flow_control) {

@@ -1,5 +1,6 @@
 #include "os/file_utils.h"
 
+#include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -24,6 +25,7 @@ namespace android::hardware::bluetooth::os {
 namespace {
 
 using ::android::base::StringPrintf;
+using ::android::base::unique_fd;
 
 constexpr mode_t kLogMode = 0644;
 constexpr int kPatiencesForAll = 10;
@@ -75,6 +77,15 @@ bool CopyToReader(int from, int to, std::chrono::milliseconds patience) {
     if (written < 0 && errno != EAGAIN) return false;
     if (written > 0) done += written;
   }
+}
+
+unique_fd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
+  unique_fd fd(TEMP_FAILURE_RETRY(open(DevicePath(path).c_str(), flags | O_NONBLOCK | O_CLOEXEC, mode)));
+  struct stat status {};
+  if (!fd.ok() || (fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode))) return fd;
+  fd.reset();
+  errno = S_ISDIR(status.st_mode) ? EISDIR : ENXIO;
+  return fd;
 }
 
 bool FileExists(const std::string& path) {

@@ -1,9 +1,13 @@
 // Small file utilities of the diagnostic logs. Paths are the device's own; messages show them so.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <fstream>
 #include <string>
+
+#include <android-base/unique_fd.h>
 
 namespace android::hardware::bluetooth::os {
 
@@ -15,6 +19,11 @@ CopyResult CopyContent(int from, int to);
 // all. False, with errno, when it takes nothing for `patience`, or not all within ten times as long (ETIMEDOUT), or a
 // read or write fails.
 bool CopyToReader(int from, int to, std::chrono::milliseconds patience);
+
+// Opens the file at `path` with open's `flags` (and `mode`) and close-on-exec, never waiting for it. Invalid, with
+// errno, where it cannot be opened or is something else than a regular file: a FIFO or a device keeps its users
+// waiting.
+::android::base::unique_fd OpenRegularFile(const std::string& path, int flags, mode_t mode = 0);
 
 // What the one older copy of a diagnostic log is called: its path and this.
 inline constexpr char kLastSuffix[] = ".last";

@@ -3,6 +3,7 @@
 #include <android-base/properties.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <future>
 #include <string>
@@ -67,6 +68,13 @@ TEST_F(BluetoothAddressTest, TakesThePropertyWithoutADeviceTree) {
   EXPECT_THAT(ApplyAccepted(), ElementsAre(0x01, 0xFC, 6, 0xFF, 0xEE, 0xDD, 0xCC, 0xBB, 0xAA));
 }
 
+// A FIFO in the place of the entry, with nobody at its other end, is no entry.
+TEST_F(BluetoothAddressTest, DoesNotWaitForAnEntryThatIsNoFile) {
+  ASSERT_EQ(mkfifo(root_.Below(kDeviceTree).c_str(), 0600), 0);
+  ::android::base::SetProperty(kProperty, "aabbccddeeff");
+  EXPECT_THAT(ApplyAccepted(), ElementsAre(0x01, 0xFC, 6, 0xFF, 0xEE, 0xDD, 0xCC, 0xBB, 0xAA));
+}
+
 TEST_F(BluetoothAddressTest, WritesTheZeroAddressAndReportsItWithoutAUsableSource) {
   root_.Write(kDeviceTree, "AA:BB:CC\n");
   ::android::base::SetProperty(kProperty, "aabbccddeeff");  // an entry that says nothing is not made up for
@@ -87,6 +95,12 @@ TEST_F(BluetoothAddressTest, ARefusalIsTheAnswerAndTheStackHearsOfNeitherForm) {
     auto accepted = Apply();
     ASSERT_EQ(controller_.NextCommand().size(), 9u);
     controller_.CommandStatus(kWriteBdAddr, 0x01);
+    EXPECT_FALSE(accepted.get());
+  }
+  {  // merely begun is not done
+    auto accepted = Apply();
+    ASSERT_EQ(controller_.NextCommand().size(), 9u);
+    controller_.CommandStatus(kWriteBdAddr, 0x00);
     EXPECT_FALSE(accepted.get());
   }
   EXPECT_THAT(transport_.Events(), IsEmpty());
@@ -119,15 +133,18 @@ TEST_F(BluetoothAddressTest, EndsWithoutAnAnswer) {
 
 TEST(ParseBluetoothAddressTest, TakesTheTwoFormsAndNothingElse) {
   const AddressBytes expected = {0xFF, 0xEE, 0xDD, 0xCC, 0xBB, 0xAA};
-  for (const std::string text : {"AA:BB:CC:DD:EE:FF", "aa:bb:cc:dd:ee:ff", "AABBCCDDEEFF", "aabbccddeeff",
-                                 "AA:BB:CC:DD:EE:FF trailing", " AA:BB:CC:DD:EE:FF", "aabbccddeeff00"}) {
+  for (const std::string text :
+       {"AA:BB:CC:DD:EE:FF", "aa:bb:cc:dd:ee:ff", "AABBCCDDEEFF", "aabbccddeeff", "AA:BB:CC:DD:EE:FF trailing",
+        " AA:BB:CC:DD:EE:FF", "aabbccddeeff00", "AA: BB:\tCC:  DD: EE: FF", "AA BB CC DD EE FF", "AABBCC DDEEFF",
+        "AA:BB:CC:DD:EE:FF 0x", "aabbccddeeff-1"}) {
     AddressBytes bytes{};
     EXPECT_TRUE(ParseBluetoothAddress(text, &bytes)) << text;
     EXPECT_EQ(bytes, expected) << text;
   }
-  for (const std::string text :
-       {"", "AA:BB:CC", "AA:BB:CC:DD:EE", "AA:BB:CC:DD:EE:", "AABBCCDDEE", "AA-BB-CC-DD-EE-FF", "0xAABBCCDDEEFF",
-        "-1:BB:CC:DD:EE:FF", "GG:BB:CC:DD:EE:FF", "AA:BB:CC:DD:EE:GG", "AABB:CCDD:EEFF"}) {
+  for (const std::string text : {"", "AA:BB:CC", "AA:BB:CC:DD:EE", "AA:BB:CC:DD:EE:", "AABBCCDDEE", "AA-BB-CC-DD-EE-FF",
+                                 "0xAABBCCDDEEFF", "-1:BB:CC:DD:EE:FF", "GG:BB:CC:DD:EE:FF", "AA:BB:CC:DD:EE:GG",
+                                 "AABB:CCDD:EEFF", "AA :BB:CC:DD:EE:FF", "AA - BB CC DD EE FF", "AA:BB:CC:DD:EE:-F",
+                                 "AA:BB:CC:DD:EE:0xFF", "AA BB CC DD EE +F", "AA BB CC DD EE 0xFF", "AA BB CC DD EE"}) {
     AddressBytes bytes{1, 2, 3, 4, 5, 6};
     EXPECT_FALSE(ParseBluetoothAddress(text, &bytes)) << text;
     EXPECT_EQ(bytes, AddressBytes{}) << text;
