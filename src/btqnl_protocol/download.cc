@@ -31,7 +31,8 @@ void LogShort(const char* operation, const char* what, ssize_t count, int error)
              << error << ")";
 }
 
-// Patches are a few hundred kilobytes: one is read whole, in a few calls, and cut in memory.
+// A patch is read whole, in a few calls, and cut in memory. A file that grows while it is read is read no further than
+// a patch may reach.
 bool ReadPatch(const char* operation, int fd, std::vector<uint8_t>* patch) {
   for (;;) {
     const size_t size = patch->size();
@@ -43,6 +44,10 @@ bool ReadPatch(const char* operation, int fd, std::vector<uint8_t>* patch) {
     }
     patch->resize(size + static_cast<size_t>(count));
     if (count == 0) return true;
+    if (patch->size() > static_cast<size_t>(kMaxPatchSize)) {
+      LOG(ERROR) << operation << ": more than the " << kMaxPatchSize << " bytes that a patch may have";
+      return false;
+    }
   }
 }
 

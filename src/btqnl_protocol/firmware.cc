@@ -16,10 +16,12 @@
 
 #include "btqnl_protocol/btqnl_protocol.h"
 #include "btqnl_protocol/commands.h"
+#include "btqnl_protocol/patch_reader.h"
 #include "conf/conf.h"
 #include "conf/userial_type.h"
 #include "debug_central/debug_central.h"
 #include "os/device_path.h"
+#include "os/file_utils.h"
 #include "shim/shim.h"
 
 namespace android::hardware::bluetooth {
@@ -49,11 +51,16 @@ constexpr uint8_t kFirstFastDownloadChip = 174;
 constexpr std::chrono::milliseconds kMinidriverStart(50);
 constexpr std::chrono::milliseconds kFirmwareBoot(250);
 
-// Opens a patch file for reading. A directory, which is what is left without any candidate, is not one.
+// Opens a patch file for reading. The bare directory, which is what is left without any candidate, is not one; nor is
+// what keeps its reader waiting, or is too large to be a patch.
 unique_fd OpenPatchFile(const std::string& path) {
-  unique_fd fd(TEMP_FAILURE_RETRY(open(os::DevicePath(path).c_str(), O_RDONLY | O_CLOEXEC)));
+  unique_fd fd = os::OpenRegularFile(path, O_RDONLY);
   struct stat status {};
-  if (fd.get() >= 0 && (fstat(fd.get(), &status) != 0 || S_ISDIR(status.st_mode))) fd.reset();
+  if (fd.ok() && fstat(fd.get(), &status) == 0 && status.st_size > kMaxPatchSize) {
+    LOG(ERROR) << "firmware_download: " << path << " has " << status.st_size << " bytes, more than the "
+               << kMaxPatchSize << " that a patch may have";
+    fd.reset();
+  }
   return fd;
 }
 

@@ -1,12 +1,17 @@
 // The records of a firmware patch file, and the batches in which the sensor-hub path takes them.
 #pragma once
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
 namespace android::hardware::bluetooth {
+
+// Patches have a few hundred kilobytes; they are read whole into memory.
+inline constexpr off_t kMaxPatchSize = off_t{16} * 1024 * 1024;
 
 // A patch file is a plain sequence of HCI commands, nothing else:
 //   opcode (2, little-endian) | parameter length n (1) | parameters (n)

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <functional>
@@ -148,7 +150,7 @@ TEST_F(BtqnlFirmwareTest, ChoosesThePatchByOtpAndRemembersAWrittenOne) {
   EXPECT_TRUE(log_.Has("isOtpWritten: Check OTP status response event :0x0e 0x04 0x01 0x2f 0xfe 0x0c"));
 }
 
-TEST_F(BtqnlFirmwareTest, ObeysASelectionThatExistsAndRefusesWithoutAnyFile) {
+TEST_F(BtqnlFirmwareTest, ObeysASelectionThatExistsAndRefusesWithoutAUsableFile) {
   SetProperty("persist.bluetooth.firmware.selection", "BTFW_D.hcd");
   EXPECT_EQ(ChosenFile(kPlainChip), "QNL.hcd");
   root_.Write("/vendor/firmware/qnlr/BTFW_D.hcd", Text({kLaunch}));
@@ -156,9 +158,23 @@ TEST_F(BtqnlFirmwareTest, ObeysASelectionThatExistsAndRefusesWithoutAnyFile) {
   SetProperty("persist.bluetooth.firmware.selection", "../../../../etc/passwd");
   EXPECT_EQ(ChosenFile(kPlainChip), "QNL.hcd");
 
-  ASSERT_EQ(unlink((root_.path() + "/vendor/firmware/qnlr/QNL.hcd").c_str()), 0);
+  const std::string patch = root_.path() + "/vendor/firmware/qnlr/QNL.hcd";
+  ASSERT_EQ(unlink(patch.c_str()), 0);
   EXPECT_FALSE(protocol_.firmware_download());
   EXPECT_TRUE(log_.Has("firmware_download: Unable to open patchfile [/vendor/firmware/qnlr/]"));
+
+  // Neither a file that nobody could mean nor one that never ends gets as far as the controller.
+  root_.Write("/vendor/firmware/qnlr/QNL.hcd", Text({kLaunch}));
+  ASSERT_EQ(truncate(patch.c_str(), 16 * 1024 * 1024 + 1), 0);
+  EXPECT_FALSE(protocol_.firmware_download());
+  EXPECT_TRUE(log_.Has("/QNL.hcd has 16777217 bytes, more than the 16777216 that a patch may have"));
+  ASSERT_EQ(unlink(patch.c_str()), 0);
+  ASSERT_EQ(mkfifo(patch.c_str(), 0600), 0);
+  EXPECT_FALSE(protocol_.firmware_download());
+  EXPECT_EQ(log_.Count("firmware_download: Unable to open patchfile [/vendor/firmware/qnlr/QNL.hcd]"), 2u);
+  const unique_fd endless(open("/dev/zero", O_RDONLY | O_CLOEXEC));
+  EXPECT_FALSE(protocol_.download_direct(endless.get(), false));
+  EXPECT_TRUE(log_.Has("download_direct: more than the 16777216 bytes that a patch may have"));
   EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty());
 }
 
