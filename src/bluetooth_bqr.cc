@@ -9,6 +9,7 @@
 
 #include "conf/conf.h"
 #include "os/file_utils.h"
+#include "os/log_throttle.h"
 
 namespace android::hardware::bluetooth {
 namespace {
@@ -76,7 +77,11 @@ void BtBqrEnergyRecoder::OnEnergyReport(const hci::HciPacket& event) {
   const std::lock_guard lock(mutex_);
   if (!log_.is_open()) return;
   log_ << toString(event) << '\n' << std::flush;
-  if (log_.fail()) LOG(ERROR) << __func__ << ": unable to write to " << kBqrEnergyLogPath;
+  static os::LogThrottle throttle;
+  if (log_.fail()) {
+    throttle.Log(LOG_TAG, ::android::base::ERROR,
+                 [] { return std::string("OnEnergyReport: unable to write to ") + kBqrEnergyLogPath; });
+  }
 }
 
 }  // namespace android::hardware::bluetooth

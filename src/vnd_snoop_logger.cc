@@ -2,6 +2,7 @@
 
 #include "vnd_snoop_logger.h"
 
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
 #include <android-base/properties.h>
 #include <android-base/stringprintf.h>
@@ -29,6 +31,10 @@ constexpr char kLogModeFiltered[] = "filtered";
 constexpr char kEnabledProperty[] = "persist.bluetooth.vendor.btsnoop";
 constexpr uint64_t kDefaultMaxPackets = 65535;
 constexpr std::streamsize kFilteredPacketSize = 16;
+
+constexpr char kDeviceUser[] = "bluetooth";
+constexpr size_t kUserBufferSize = 16384;
+constexpr mode_t kFolderMode = 0750;
 
 // File header, multi-byte fields big-endian as everywhere in the format:
 //   "btsnoop\0" (8) | version 1 (4) | datalink type 1002, HCI UART (4)
@@ -67,6 +73,25 @@ void PutBigEndian(uint8_t* at, T value) {
   for (size_t i = 0; i < sizeof(T); ++i) at[i] = static_cast<uint8_t>(value >> (8 * (sizeof(T) - 1 - i)));
 }
 
+// Whether this machine is a device, or set up as one, and not somebody's desktop: there the service's user exists, and
+// whoever is to read the logs is in its group.
+bool HasDeviceUser() {
+  std::array<char, kUserBufferSize> buffer{};
+  passwd entry{};
+  passwd* found = nullptr;
+  return getpwnam_r(kDeviceUser, &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr;
+}
+
+// The log holds the link keys, and in clear what is encrypted on the air. Its own mode lets everybody read it; its
+// folder does not.
+void KeepFolderPrivate() {
+  const std::string folder = ::android::base::Dirname(kBtsnoopLogPath);
+  struct stat status {};
+  if (!HasDeviceUser() || stat(os::DevicePath(folder).c_str(), &status) != 0) return;
+  if ((status.st_mode & ALLPERMS) == kFolderMode || chmod(os::DevicePath(folder).c_str(), kFolderMode) == 0) return;
+  LOG(WARNING) << "Start: unable to keep " << folder << " from other users: " << os::ErrorText();
+}
+
 uint64_t SnoopTimeNow() {
   using std::chrono::duration_cast;
   using std::chrono::microseconds;
@@ -94,7 +119,9 @@ void VndSnoopLogger::Start() {
   const std::lock_guard lock(mutex_);
   log_path_ = kBtsnoopLogPath;
   max_packets_ = max_packets;
+  for (os::LogThrottle* line : {&header_failed_, &payload_failed_, &flush_failed_}) line->Reset();
   if (enabled && log_mode != kLogModeDisabled) {
+    KeepFolderPrivate();
     OpenNextSnoopLogFile();
     is_logging_ = true;
   } else {
@@ -132,7 +159,7 @@ void VndSnoopLogger::Capture(const hci::HciPacket& packet, Direction direction, 
 // the buffered header.
 void VndSnoopLogger::WriteRecord(const uint8_t* header, const hci::HciPacket& packet, bool filtered) {
   if (!write(reinterpret_cast<const char*>(header), kRecordHeaderSize)) {
-    LOG(ERROR) << StringPrintf("Failed to write packet header for btsnoop, error: \"%s\"", ErrorText());
+    Complain(header_failed_, "Failed to write packet header for btsnoop");
   }
   auto size = static_cast<std::streamsize>(packet.size());
   if (filtered) {
@@ -140,7 +167,7 @@ void VndSnoopLogger::WriteRecord(const uint8_t* header, const hci::HciPacket& pa
     size = std::min(size, kFilteredPacketSize);
   }
   if (!write(reinterpret_cast<const char*>(packet.data()), size)) {
-    LOG(ERROR) << StringPrintf("Failed to write packet payload for btsnoop, error: \"%s\"", ErrorText());
+    Complain(payload_failed_, "Failed to write packet payload for btsnoop");
   }
   FlushOrComplain();
   if (good()) {
@@ -157,7 +184,7 @@ void VndSnoopLogger::OpenNextSnoopLogFile() {
 
   const mode_t previous_mask = umask(0);
   rdbuf()->pubsetbuf(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
-  open(os::DevicePath(log_path_), std::ios::binary | std::ios::trunc);
+  os::OpenLogStream(log_path_, std::ios::binary, *this);
   stream_error_ = good() ? 0 : errno;
   os::MakeLogReadable(log_path_, __func__, LOG_TAG);
   if (!good()) {
@@ -190,7 +217,13 @@ void VndSnoopLogger::CloseCurrentSnoopLogFile() {
 }
 
 void VndSnoopLogger::FlushOrComplain() {
-  if (!flush()) LOG(ERROR) << StringPrintf("Failed to flush, error: \"%s\"", ErrorText());
+  if (!flush()) Complain(flush_failed_, "Failed to flush");
+}
+
+// On a full disk, every packet would bring such a line.
+void VndSnoopLogger::Complain(os::LogThrottle& throttle, const char* what) {
+  const char* const error = ErrorText();
+  throttle.Log(LOG_TAG, ::android::base::ERROR, [&] { return StringPrintf("%s, error: \"%s\"", what, error); });
 }
 
 // After a failed write the file may end inside a record, and the stream would try the rest again when it is closed. The
@@ -199,7 +232,8 @@ void VndSnoopLogger::CutTornRecord() {
   if (!is_open()) return;
   rdbuf()->close();
   if (truncate(os::DevicePath(log_path_).c_str(), static_cast<off_t>(bytes_in_file_)) != 0 && errno != ENOENT) {
-    LOG(ERROR) << "CutTornRecord: \"" << log_path_ << "\" ends inside a record" << ": " << os::ErrorText();
+    LOG(ERROR) << "CutTornRecord: \"" << log_path_ << "\" ends inside a record"
+               << ": " << os::ErrorText();
   }
 }
 

@@ -11,6 +11,7 @@
 
 #include "hci/hci_packet.h"
 #include "os/file_utils.h"
+#include "os/log_throttle.h"
 
 namespace android::hardware::bluetooth {
 
@@ -20,8 +21,9 @@ inline constexpr char kBtsnoopBackupPath[] = "/data/vendor/bluetooth/backup_btsn
 inline constexpr char kBtsnoopSizeProperty[] = "persist.bluetooth.vendor.btsnoopsize";
 inline constexpr const char* kBtsnoopLastSuffix = os::kLastSuffix;
 
-// A process-wide singleton, never destroyed, and itself the stream that the records go to. Errors are logged and never
-// reach the caller: after one the stream stays failed until the next rotation. Any thread.
+// A process-wide singleton, never destroyed, and itself the stream that the records go to. Errors are logged, once a
+// second while they last, and never reach the caller: after one the stream stays failed until the next rotation. Any
+// thread.
 class VndSnoopLogger : private std::ofstream {
  public:
   enum Direction : uint8_t { kFromController = 0, kToController = 1 };
@@ -53,6 +55,7 @@ class VndSnoopLogger : private std::ofstream {
   void WriteFileHeader();
   void WriteRecord(const uint8_t* header, const hci::HciPacket& packet, bool filtered);
   void FlushOrComplain();
+  void Complain(os::LogThrottle& throttle, const char* what);
   void CutTornRecord();
   const char* ErrorText();
 
@@ -64,6 +67,9 @@ class VndSnoopLogger : private std::ofstream {
   std::recursive_mutex mutex_;
   uint64_t bytes_in_file_ = 0;  // of whole records
   int stream_error_ = 0;        // what the stream failed of, for the lines that follow
+  os::LogThrottle header_failed_;
+  os::LogThrottle payload_failed_;
+  os::LogThrottle flush_failed_;
   std::array<char, kBufferSize> buffer_;
 };
 

@@ -29,6 +29,7 @@ using ::android::base::unique_fd;
 
 constexpr mode_t kLogMode = 0644;
 constexpr int kPatiencesForAll = 10;
+constexpr mode_t kNewFileMode = 0666;  // less the process's mask, as a stream makes its files
 constexpr size_t kCopyChunk = size_t{64} * 1024;
 
 // Part of it, or EAGAIN, where a socket has less room than that.
@@ -89,7 +90,8 @@ unique_fd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
 }
 
 bool FileExists(const std::string& path) {
-  return std::ifstream(DevicePath(path), std::ios::binary | std::ios::ate).good();
+  const unique_fd file(TEMP_FAILURE_RETRY(open(DevicePath(path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
+  return file.ok() && lseek(file.get(), 0, SEEK_END) >= 0;
 }
 
 bool RenameFile(const std::string& from, const std::string& to) {
@@ -123,10 +125,18 @@ void MoveLogToLast(const std::string& path, const char* function, const char* ta
         StringPrintf("Unabled to rename existing snoop log from \"%s\" to \"%s\"", path.c_str(), last.c_str()));
 }
 
+void OpenLogStream(const std::string& path, std::ios::openmode mode, std::ofstream& stream) {
+  if (OpenRegularFile(path, O_WRONLY | O_CREAT, kNewFileMode).ok()) {
+    stream.open(DevicePath(path), mode | std::ios::trunc);
+  } else {
+    stream.setstate(std::ios::failbit);
+  }
+}
+
 void CreateLogFile(const std::string& path, std::ofstream& stream) {
   LOG(INFO) << StringPrintf("%s: log_file_path:%s", __func__, path.c_str());
   MoveLogToLast(path, __func__, nullptr);
-  stream.open(DevicePath(path), std::ios::out | std::ios::trunc);
+  OpenLogStream(path, std::ios::out, stream);
   const int open_error = errno;
   MakeLogReadable(path, __func__, nullptr);
   if (!stream.good()) {

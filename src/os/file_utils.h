@@ -43,6 +43,10 @@ void MoveLogToLast(const std::string& path, const char* function, const char* ta
 // Gives the file at `path` mode 0644; a failure is logged like those of MoveLogToLast.
 void MakeLogReadable(const std::string& path, const char* function, const char* tag);
 
+// Opens `stream` for writing on the log at `path`, emptied. The stream fails, with errno, where that is no regular
+// file.
+void OpenLogStream(const std::string& path, std::ios::openmode mode, std::ofstream& stream);
+
 // Keeps one ".last" backup of the text log at `path`, opens `stream` on a fresh file of mode 0644 and writes the
 // creation time as its first line. Failures are logged and leave the stream in its fail state.
 void CreateLogFile(const std::string& path, std::ofstream& stream);

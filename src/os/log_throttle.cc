@@ -20,6 +20,8 @@ std::optional<uint64_t> LogThrottle::Notice(Clock::time_point now) {
   return left_out_.exchange(0);
 }
 
+void LogThrottle::Reset() { next_ = kAtOnce; }
+
 void LogThrottle::LogNow(const char* tag, ::android::base::LogSeverity severity, const std::string& text,
                          uint64_t left_out) {
   if (left_out != 0) LogAs(tag, severity, "left out " + std::to_string(left_out) + " times: " + text);

@@ -25,6 +25,9 @@ class LogThrottle {
   // out itself.
   std::optional<uint64_t> Notice(Clock::time_point now = Clock::now());
 
+  // The next occurrence is logged, whenever it comes.
+  void Reset();
+
   // Logs `text`, as it is, under `tag` (null: the default tag), behind a line that tells how many were left out; or
   // leaves it out. A callable `text` is called only for a line that is logged.
   void Log(const char* tag, ::android::base::LogSeverity severity, const char* text) {
@@ -39,7 +42,9 @@ class LogThrottle {
   static void LogNow(const char* tag, ::android::base::LogSeverity severity, const std::string& text,
                      uint64_t left_out);
 
-  std::atomic<Clock::rep> next_{Clock::time_point::min().time_since_epoch().count()};
+  static constexpr Clock::rep kAtOnce = Clock::time_point::min().time_since_epoch().count();
+
+  std::atomic<Clock::rep> next_{kAtOnce};
   std::atomic<uint64_t> left_out_{0};
 };
 

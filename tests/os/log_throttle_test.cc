@@ -29,6 +29,8 @@ TEST(LogThrottleTest, TheFirstIsLoggedAndThenOneASecondWithTheCountOfTheRest) {
   EXPECT_EQ(throttle.Notice(start + milliseconds(1999)), std::nullopt) << "a second from the last line";
   EXPECT_EQ(throttle.Notice(start + milliseconds(9000)), std::optional<uint64_t>(1));
   EXPECT_EQ(throttle.Notice(start + milliseconds(99000)), std::optional<uint64_t>(0));
+  throttle.Reset();
+  EXPECT_EQ(throttle.Notice(start + milliseconds(99000)), std::optional<uint64_t>(0));
 }
 
 // Four threads flood the log until three lines have come through: each occurrence is logged or counted, once, and what

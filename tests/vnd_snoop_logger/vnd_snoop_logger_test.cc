@@ -288,11 +288,10 @@ TEST_F(VndSnoopLoggerTest, AFullDiskCostsTheRestOfTheFileAndNothingElse) {
     limit.rlim_cur = RLIM_INFINITY;
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
 
-    log_.Clear();
     logger_.Capture(PacketOf(11), Logger::kToController, Logger::kCommand, false);  // stays failed
-    EXPECT_TRUE(log_.Has("Failed to write packet header for btsnoop, error: \"File too large\""));
-    EXPECT_TRUE(log_.Has("Failed to write packet payload for btsnoop, error: \"File too large\""));
-    EXPECT_TRUE(log_.Has("Failed to flush, error: \"File too large\""));
+    EXPECT_TRUE(log_.HasThrottled("Failed to write packet header for btsnoop, error: \"File too large\""));
+    EXPECT_TRUE(log_.HasThrottled("Failed to write packet payload for btsnoop, error: \"File too large\""));
+    EXPECT_TRUE(log_.HasThrottled("Failed to flush, error: \"File too large\""));
     logger_.Capture(PacketOf(12), Logger::kToController, Logger::kCommand, false);
     logger_.Capture(PacketOf(13), Logger::kToController, Logger::kCommand, false);  // the fifth
     const SnoopFile failed = Parse(kLastPath);
