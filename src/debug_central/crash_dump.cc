@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <android-base/file.h>
 #include <android-base/logging.h>
@@ -18,7 +19,7 @@
 
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
-#include "os/device_path.h"
+#include "debug_central/saved_dumps.h"
 #include "os/error_text.h"
 #include "os/file_utils.h"
 
@@ -28,8 +29,10 @@ namespace {
 using ::android::base::StringPrintf;
 using ::android::base::unique_fd;
 
-constexpr int kDumpFlags = O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC;
+constexpr int kDumpFlags = O_RDWR | O_CREAT | O_SYNC;
 constexpr mode_t kDumpMode = 0644;
+// Dumps on the disk, the one being taken among them.
+constexpr size_t kKeptDumps = 8;
 
 std::atomic<unsigned> g_crash_count{0};
 
@@ -44,7 +47,7 @@ std::string DumpTimestamp() {
 }
 
 unique_fd OpenDumpFile(const char* function, const char* kind, const std::string& path) {
-  unique_fd fd(open(os::DevicePath(path).c_str(), kDumpFlags, kDumpMode));
+  unique_fd fd = os::OpenRegularFile(path, kDumpFlags, kDumpMode);
   if (!fd.ok()) {
     const int error = errno;
     LOG(ERROR) << StringPrintf("%s: Failed to open %s file: %s, failed: %s (%d)\n", function, kind, path.c_str(),
@@ -70,9 +73,9 @@ void LogCopyFault(const char* function, const char* fault, const std::string& pa
 
 // Copies the file and its permissions, as far as it goes.
 void CopyFile(const char* function, const std::string& from, const std::string& to) {
-  const unique_fd source(open(os::DevicePath(from).c_str(), O_RDONLY | O_CLOEXEC));
+  const unique_fd source = os::OpenRegularFile(from, O_RDONLY);
   if (!source.ok()) return LogCopyFault(function, "Error opening source file", from);
-  const unique_fd destination(open(os::DevicePath(to).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kDumpMode));
+  const unique_fd destination = os::OpenRegularFile(to, O_WRONLY | O_CREAT | O_TRUNC, kDumpMode);
   if (!destination.ok()) return LogCopyFault(function, "Error opening destination file", to);
   if (os::CopyContent(source.get(), destination.get()) != os::CopyResult::kDone)
     LogCopyFault(function, "Error copying file", from);
@@ -91,16 +94,31 @@ std::string DebugCentral::dump_suffix() const {
 }
 
 void DebugCentral::start_crash_dump(bool silent, const std::string& reason) {
-  std::string suffix;
+  if (!dump_suffix().empty()) return;
+  const std::vector<DumpFiles> kinds = DumpFileKinds();
+  const std::string suffix = UnusedSuffix(kinds, DumpTimestamp());
   {
     // Whoever sets the suffix takes the dump; nobody waits for it.
     const std::lock_guard lock(mutex_);
     if (!dump_suffix_.empty()) return;
-    suffix = dump_suffix_ = DumpTimestamp();
+    dump_suffix_ = suffix;
   }
+  KeepNewestDumps(kinds, kKeptDumps - 1);
   LOG(ERROR) << StringPrintf("%s: reason: %s, slient_report:%d", __func__, reason.c_str(), silent);
   WriteCoreDump(suffix, reason);
   if (!silent) WriteCrashInfo(suffix, reason);
+}
+
+std::vector<DumpFiles> DebugCentral::DumpFileKinds() const {
+  std::vector<DumpFiles> kinds = {{kCrashInfoDirectory, kCrashInfoPrefix, kCrashInfoExtension},
+                                  {kCoreDumpDirectory, kCoreDumpPrefix, kDumpExtension},
+                                  {kCoreDumpDirectory, kSocDumpPrefix, kDumpExtension},
+                                  {kCoreDumpDirectory, kChreDumpPrefix, kDumpExtension}};
+  for (const BackedUpLog& log : hooks_.logs) {
+    const size_t name = log.copy.rfind('/') + 1;
+    kinds.push_back({log.copy.substr(0, name), log.copy.substr(name), ""});
+  }
+  return kinds;
 }
 
 void DebugCentral::WriteCoreDump(const std::string& suffix, const std::string& reason) {

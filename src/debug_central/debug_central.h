@@ -16,6 +16,7 @@
 #include "debug_central/bqr_error_code.h"
 #include "debug_central/hooks.h"
 #include "debug_central/record_table.h"
+#include "debug_central/saved_dumps.h"
 #include "hci/hci_packet.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
@@ -94,10 +95,12 @@ class DebugCentral {
   void AppendToSocDump(const hci::HciPacket& event);
   void AppendToChreDump(const hci::HciPacket& event);
 
-  // Takes the process's one crash dump; does nothing once it has been taken. A silent one has no crashinfo file.
+  // Takes the process's one crash dump, and removes the oldest; does nothing once it has been taken. A silent one has
+  // no crashinfo file.
   void start_crash_dump(bool silent, const std::string& reason);
   // The time text of the crash dump, empty while none was taken.
   std::string dump_suffix() const;
+  std::vector<DumpFiles> DumpFileKinds() const;
   void WriteCoreDump(const std::string& suffix, const std::string& reason);
   void WriteCrashInfo(const std::string& suffix, const std::string& reason);
   // Copies the logs that would not outlive the next start.

@@ -16,8 +16,9 @@
 #include "debug_central/catalogue.h"
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
-#include "os/device_path.h"
 #include "os/error_text.h"
+#include "os/file_utils.h"
+#include "os/log_throttle.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 namespace {
@@ -70,22 +71,38 @@ constexpr size_t kLastFragmentOffset = 5;
 constexpr size_t kDebugInfoMinSize = 9;
 constexpr size_t kFragmentMinSize = 4;
 
-constexpr int kFragmentFlags = O_WRONLY | O_CREAT | O_APPEND | O_SYNC | O_CLOEXEC;
+constexpr int kFragmentFlags = O_WRONLY | O_CREAT | O_APPEND | O_SYNC;
 constexpr mode_t kFragmentMode = 0640;
 
 bool IsLastFragment(const HciPacket& event) {
   return event.size() > kLastFragmentOffset && event[kLastFragmentOffset] != 0;
 }
 
+// What is said of a fragments' file, one object a line: on a full disk, or without one, every fragment would say it.
+struct Complaints {
+  os::LogThrottle not_opened;
+  os::LogThrottle no_permissions;
+  os::LogThrottle cut;
+  os::LogThrottle unsaved;
+};
+
+template <typename Text>
+void Complain(os::LogThrottle& throttle, const Text& text) {
+  throttle.Log(LOG_TAG, ::android::base::ERROR, text);
+}
+
 // Opens a fragments' file for appending; `kind` is what complaints call it.
-unique_fd OpenFragmentFile(const char* function, const std::string& path, const char* kind) {
-  unique_fd fd(open(os::DevicePath(path).c_str(), kFragmentFlags, kFragmentMode));
+unique_fd OpenFragmentFile(const char* function, const std::string& path, const char* kind, Complaints& complaints) {
+  unique_fd fd = os::OpenRegularFile(path, kFragmentFlags, kFragmentMode);
   if (!fd.ok()) {
     const int error = errno;
-    LOG(ERROR) << StringPrintf("%s: Failed to open %s file: %s, failed: %s (%d)\n", function, kind, path.c_str(),
-                               strerror(error), error);
+    Complain(complaints.not_opened, [&] {
+      return StringPrintf("%s: Failed to open %s file: %s, failed: %s (%d)\n", function, kind, path.c_str(),
+                          strerror(error), error);
+    });
   } else if (fchmod(fd.get(), kFragmentMode) != 0) {
-    LOG(ERROR) << StringPrintf("%s: unable to change file permissions %s", function, path.c_str());
+    Complain(complaints.no_permissions,
+             [&] { return StringPrintf("%s: unable to change file permissions %s", function, path.c_str()); });
   }
   return fd;
 }
@@ -217,30 +234,37 @@ void DebugCentral::HandleChreDumpFragment(const HciPacket& event) {
 }
 
 void DebugCentral::AppendToSocDump(const HciPacket& event) {
+  static Complaints complaints;
   if (IsLastFragment(event)) LOG(INFO) << __func__ << ": Last soc dump fragment has been received";
   const std::string path = std::string(kCoreDumpDirectory) + kSocDumpPrefix + dump_suffix() + kDumpExtension;
-  const unique_fd fd = OpenFragmentFile(__func__, path, "socdump");
-  if (fd.ok() && WriteAll(fd.get(), event) != event.size()) {
-    LOG(ERROR) << "AppendToSocDump: " << path << " misses the rest of a fragment"
-               << ": " << os::ErrorText();
-  }
+  const unique_fd fd = OpenFragmentFile(__func__, path, "socdump", complaints);
+  if (!fd.ok() || WriteAll(fd.get(), event) == event.size()) return;
+  const int error = errno;
+  Complain(complaints.cut,
+           [&] { return "AppendToSocDump: " + path + " misses the rest of a fragment: " + os::ErrorText(error); });
 }
 
 void DebugCentral::AppendToChreDump(const HciPacket& event) {
+  static Complaints complaints;
   const std::string path = std::string(kCoreDumpDirectory) + kChreDumpPrefix + dump_suffix() + kDumpExtension;
   size_t written = 0;
-  if (const unique_fd fd = OpenFragmentFile(__func__, path, "chredump"); fd.ok()) {
+  if (const unique_fd fd = OpenFragmentFile(__func__, path, "chredump", complaints); fd.ok()) {
     written = WriteAll(fd.get(), event);
     if (written != event.size()) {
-      LOG(ERROR) << StringPrintf("%s: actual write (%ld bytes) is not the same with expected write (%ld bytes) size.",
-                                 __func__, static_cast<long>(written), static_cast<long>(event.size()));
+      Complain(complaints.cut, [&] {
+        return StringPrintf(
+            "AppendToChreDump: actual write (%ld bytes) is not the same with expected write (%ld bytes) size.",
+            static_cast<long>(written), static_cast<long>(event.size()));
+      });
     }
     LOG(INFO) << StringPrintf("%s: total written %ld bytes", __func__, static_cast<long>(written));
   }
   if (written != event.size()) {
     ++unsaved_chre_segments_;
-    LOG(ERROR) << StringPrintf("%s: there are %lu segments not be saved", __func__,
-                               static_cast<unsigned long>(unsaved_chre_segments_));
+    Complain(complaints.unsaved, [&] {
+      return StringPrintf("AppendToChreDump: there are %lu segments not be saved",
+                          static_cast<unsigned long>(unsaved_chre_segments_));
+    });
   }
   if (IsLastFragment(event)) LOG(INFO) << __func__ << ": Last Chre dump packet has been received";
 }

@@ -10,6 +10,7 @@
 
 #include "aidl/bluetooth_hci/diagnostics.h"
 #include "debug_central/debug_central.h"
+#include "debug_central/saved_dumps.h"
 #include "hci_flow_control/debug_monitor.h"
 #include "hci_flow_control/hci_flow_control.h"
 #include "support/diagnostics.h"
@@ -119,6 +120,52 @@ TEST_F(CrashDumpTest, WithoutItsFoldersADumpIsToldAndTakenOnce) {
   MakeFolders();
   Receive(kHardwareError);
   EXPECT_EQ(CrashInfos().size(), 0u);
+}
+
+// The disk of a service that dies again and again holds its newest dumps, each with all that belongs to it.
+TEST_F(CrashDumpTest, TheOldestDumpsMakeRoomForTheNewest) {
+  MakeFolders();
+  const std::string backup = "/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log";
+  const auto time = [](int day) { return "2024-03-0" + std::to_string(day) + "_09-05-12"; };
+  const auto files = [&](const std::string& suffix) {
+    return std::vector<std::string>{std::string(kCrashInfoDir) + "crashinfo_bt_" + suffix + ".txt",
+                                    std::string(kCoreDumpDir) + "coredump_bt_" + suffix + ".bin",
+                                    std::string(kCoreDumpDir) + "coredump_bt_socdump_" + suffix + ".bin",
+                                    std::string(kCoreDumpDir) + "coredump_bt_chredump_" + suffix + ".bin",
+                                    backup + suffix,
+                                    backup + ".last" + suffix};
+  };
+  for (int day = 1; day <= 9; ++day) {
+    for (const std::string& file : files(time(day))) root_.Write(file, "dump");
+  }
+  const std::string foreign = std::string(kCoreDumpDir) + "coredump_bt_1.bin";
+  root_.Write(foreign, "not a dump's name");
+  Receive(kHardwareError);
+  EXPECT_EQ(CrashInfos().size(), 8u);
+  for (int day = 1; day <= 9; ++day) {
+    for (const std::string& file : files(time(day))) EXPECT_EQ(root_.Read(file), day <= 2 ? "" : "dump") << file;
+  }
+  EXPECT_EQ(root_.Read(foreign), "not a dump's name");
+  EXPECT_TRUE(log_.Has("start_crash_dump: the dump of 2024-03-02_09-05-12 makes room for a newer one"));
+
+  // A second dump of a second gets a name of its own, whichever file the first one has left.
+  using V1_1::qnlbtlinux::debug::UnusedSuffix;
+  const std::vector<V1_1::qnlbtlinux::debug::DumpFiles> kinds = {{kCrashInfoDir, "crashinfo_bt_", ".txt"},
+                                                                 {"/data/vendor/bluetooth/", "backup", ""}};
+  EXPECT_EQ(UnusedSuffix(kinds, "2024-03-01_09-05-12"), "2024-03-01_09-05-12");
+  EXPECT_EQ(UnusedSuffix(kinds, "2024-03-09_09-05-12"), "2024-03-09_09-05-12_2");
+  root_.Write("/data/vendor/bluetooth/backup2024-03-09_09-05-12_2", "");
+  EXPECT_EQ(UnusedSuffix(kinds, "2024-03-09_09-05-12"), "2024-03-09_09-05-12_3");
+}
+
+// A FIFO where a dump looks for the packet log, or would write, keeps a dying service no longer than a missing file.
+TEST_F(CrashDumpTest, ADumpWaitsForNoFileThatIsNone) {
+  MakeFolders();
+  ASSERT_EQ(mkfifo(root_.Below("/data/vendor/bluetooth/btsnoop_hci_vnd.log").c_str(), 0600), 0);
+  central_.HasClientConnectWith(true);
+  Receive({0xFF, 0x04, 0x58, 0x05, 0x00, 0x15});
+  EXPECT_TRUE(log_.Has("/data/vendor/bluetooth/btsnoop_hci_vnd.log: No such device or address (6)"));
+  EXPECT_EQ(CoreDumps().size(), 1u);
 }
 
 TEST_F(CrashDumpTest, TheMonitorEndsWithStop) {
