@@ -96,14 +96,16 @@ void CoexDevice::PollEvents(PollSession& session) {
     }
     device.reset();  // a big hammer closes the device, and then it has to be closed
 
+    int error = 0;
     if (fds[0].revents & POLLIN) {
       LOG(INFO) << "PollEventThread: POLLIN";
-      if (IsLasting(ReadEvent(this))) return;
+      error = ReadEvent(this);
     }
-    if (fds[0].revents & (POLLHUP | POLLERR | POLLNVAL)) {
+    if (fds[0].revents & (POLLHUP | POLLERR | POLLNVAL)) {  // also when there is something to read at the end
       LOG(ERROR) << "PollEventThread: (POLLHUP | POLLERR)";
       return;
     }
+    if (IsLasting(error)) return;
     if (fds[1].revents != 0) {
       LOG(INFO) << "PollEventThread: socket event";
       DebugCentral::Get().UpdateRecord(AnchorType::kCoexSocketEvent,

@@ -157,6 +157,7 @@ TEST_F(CoexDeviceTest, AbsentOrHungUpItIsClosedAndCanBeOpenedAgain) {
   ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
   driver_.HangUp();
   EXPECT_TRUE(log_.WaitFor("PollEventThread: Thread done"));
+  EXPECT_TRUE(log_.Has("PollEventThread: (POLLHUP | POLLERR)"));
   EXPECT_FALSE(IsOpen());
 
   EXPECT_EQ(device_.DeviceOpen([] {}, 0), -1);

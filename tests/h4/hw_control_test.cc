@@ -80,6 +80,7 @@ TEST_F(HwControlTest, PowerSwitchIsTheEntryWhoseTypeIsExactlyBluetooth) {
   root_.Write("/sys/class/rfkill/rfkill2/state", "x");
   root_.Write("/sys/class/rfkill/rfkill3/type", "bluetooth\n");
   root_.Write("/sys/class/rfkill/rfkill3/state", "x");
+  root_.Write("/sys/class/rfkill/rfkill3/name", "hci0\n");
   EXPECT_TRUE(control_.PowerControl(true));
   EXPECT_EQ(root_.Read("/sys/class/rfkill/rfkill3/state"), "1");
   EXPECT_TRUE(control_.PowerControl(false));
@@ -87,6 +88,7 @@ TEST_F(HwControlTest, PowerSwitchIsTheEntryWhoseTypeIsExactlyBluetooth) {
   EXPECT_EQ(root_.Read("/sys/class/rfkill/rfkill0/state"), "x");
   EXPECT_EQ(root_.Read("/sys/class/rfkill/rfkill2/state"), "x");
   EXPECT_TRUE(log_.Has("rfkill_state_finder: Use rfkill /sys/class/rfkill/rfkill3/state."));
+  EXPECT_TRUE(log_.Has("rfkill_state_finder: /sys/class/rfkill/rfkill3 is [hci0]"));
   EXPECT_TRUE(log_.Has("PowerControl: Enabling"));
 }
 
@@ -195,10 +197,21 @@ TEST_F(UserialTest, EveryTtyStartsRawAt115200WithFlowControl) {
   const termios slower = Attributes();
   EXPECT_EQ(cfgetispeed(&slower), static_cast<speed_t>(B3000000));
 
+  EXPECT_FALSE(log_.Has("did not take"));
   control_.UserialClose();
   control_.UserialClose();
   EXPECT_EQ(control_.userial_fd(), -1);
   EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+}
+
+// What has no speed takes none, and says nothing of it by itself.
+TEST_F(UserialTest, ASpeedThatIsNotTakenIsNamed) {
+  const std::string fifo = root_.Below("/dev/fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  ASSERT_TRUE(Open(conf::kUserialApm, fifo));
+  EXPECT_TRUE(log_.Has("userial_tty_open: /dev/ttyTest did not take 115200 bit/s"));
+  control_.BaudrateChange(UartBaudRate::kUartBaudRate3000000);
+  EXPECT_TRUE(log_.Has("BaudrateChange: /dev/ttyTest did not take 3000000 bit/s"));
 }
 
 TEST_F(UserialTest, OpeningAgainLeavesNoDescriptorBehind) {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include <android-base/file.h>
 #include <android-base/logging.h>
@@ -18,6 +19,7 @@
 #include "debug_central/debug_central.h"
 #include "h4/hw_control/node.h"
 #include "os/device_path.h"
+#include "os/file_utils.h"
 
 namespace android::hardware::bluetooth::hwcontrol {
 namespace {
@@ -28,6 +30,7 @@ using ::android::base::unique_fd;
 constexpr char kRfkillFolder[] = "/sys/class/rfkill/rfkill";
 constexpr char kRfkillBluetooth[] = "bluetooth";
 constexpr size_t kRfkillTypeSize = 16;  // with the terminating zero
+constexpr size_t kRfkillNameSize = 64;
 constexpr char kPowerOn = '1';
 constexpr char kPowerOff = '0';
 
@@ -40,6 +43,17 @@ constexpr mode_t kBatteryNodeMode = 040;
 constexpr size_t kBatteryTextSize = 3;  // "100"
 
 constexpr size_t kDumpRulerSize = 45;
+
+// Which of a machine's radios a number stands for is told by its name alone.
+void LogRfkillName(const std::string& entry) {
+  const unique_fd fd = os::OpenRegularFile(entry + "/name", O_RDONLY);
+  char name[kRfkillNameSize];
+  const ssize_t length = TEMP_FAILURE_RETRY(read(fd.get(), name, sizeof(name)));
+  if (length <= 0) return;
+  std::string_view text(name, static_cast<size_t>(length));
+  text = text.substr(0, text.find('\n'));
+  LOG(INFO) << "rfkill_state_finder: " << entry << " is [" << text << "]";
+}
 
 // The state file of the first rfkill entry of type "bluetooth"; empty without one. Entries are numbered without a gap,
 // so the first missing one ends the search.
@@ -60,6 +74,7 @@ std::string rfkill_state_finder() {
     if (strcmp(type, kRfkillBluetooth) == 0) {
       const std::string state_path = entry + "/state";
       LOG(INFO) << __func__ << ": Use rfkill " << state_path << ".";
+      LogRfkillName(entry);
       return state_path;
     }
   }

@@ -59,9 +59,16 @@ void ApplyAndFlush(int fd, const termios& attributes) {
   tcflush(fd, TCIOFLUSH);
 }
 
-void SetSpeed(termios& attributes, speed_t speed) {
+// A driver that takes only part of what it is told calls that a success: whether it has the speed is seen afterwards.
+void ApplySpeed(const char* function, int fd, termios attributes, speed_t speed, UartBaudRate rate) {
   cfsetospeed(&attributes, speed);
   cfsetispeed(&attributes, speed);
+  ApplyAndFlush(fd, attributes);
+  termios taken{};
+  tcgetattr(fd, &taken);
+  if (cfgetospeed(&taken) == speed) return;
+  LOG(WARNING) << function << ": " << conf::Config::GetInstance().uart_port << " did not take "
+               << static_cast<unsigned>(rate) << " bit/s";
 }
 
 void ConfigureNewTty(int fd) {
@@ -74,8 +81,7 @@ void ConfigureNewTty(int fd) {
   ApplyAndFlush(fd, attributes);
   ApplyAndFlush(fd, attributes);
   tcflush(fd, TCIOFLUSH);
-  SetSpeed(attributes, B115200);
-  ApplyAndFlush(fd, attributes);
+  ApplySpeed("userial_tty_open", fd, attributes, B115200, UartBaudRate::kUartBaudRate115200);
 }
 
 unique_fd userial_tty_open() {
@@ -142,8 +148,7 @@ void BtHwControl::BaudrateChange(UartBaudRate rate) {
   termios attributes{};
   tcgetattr(fd, &attributes);
   cfmakeraw(&attributes);  // leaves RTS/CTS flow control on
-  SetSpeed(attributes, *speed);
-  ApplyAndFlush(fd, attributes);
+  ApplySpeed(__func__, fd, attributes, *speed, rate);
 }
 
 }  // namespace android::hardware::bluetooth::hwcontrol
