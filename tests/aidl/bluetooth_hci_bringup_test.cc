@@ -6,14 +6,18 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
+#include "aidl/bt_channel_avoidance.h"
 #include "os/kill_self.h"
 #include "sim/board.h"
+#include "support/binder_objects.h"
 #include "support/hal_client.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
@@ -33,6 +37,8 @@ using ::bthal::test::RecordingCallbacks;
 using ::bthal::test::TempRoot;
 using ::bthal::test::WaitFor;
 using ::testing::ElementsAre;
+using ::testing::UnorderedElementsAre;
+using ::vendor::tovani::bluetooth_ext::bt_channel_avoidance::aidl::implementation::BTChannelAvoidance;
 
 std::atomic<int> g_kills{0};
 std::atomic<int> g_aborts{0};
@@ -119,6 +125,47 @@ TEST_F(BringUpFailureTest, WithoutAClientAndWithoutAChannelTheProcessIsEnded) {
   Start(/*accelerated=*/true, {}, /*with_uart=*/false);
   EXPECT_TRUE(log_.WaitFor("InitializeHciHandle failed, calling kill"));
   EXPECT_TRUE(WaitFor([] { return g_kills == 2; }));
+}
+
+// The service is this process. Its clients are others, made before it has threads.
+class HostedServiceTest : public BringUpFailureTest {
+ protected:
+  void Serve(bool accelerated) {
+    Start(accelerated, {});
+    ABinderProcess_setThreadPoolMaxThreadCount(std::size(clients_));
+    ABinderProcess_startThreadPool();
+    ASSERT_EQ(AServiceManager_addService(hci_->asBinder().get(), bthal::test::HciInstance().c_str()), EX_NONE);
+  }
+
+  bthal::test::ClientProcess clients_[3];
+};
+
+TEST_F(HostedServiceTest, OfClientsThatWaitForTheSameBringUpOneIsServed) {
+  log_.HoldAt("thread_perform_init");
+  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/true));
+  std::vector<std::future<int>> calls;
+  for (auto& client : clients_) calls.push_back(std::async(std::launch::async, [&] { return client.Initialize(); }));
+  ASSERT_TRUE(WaitFor([&] { return log_.Count("initialize_impl") == calls.size(); }));
+  log_.LetGo();
+  std::vector<Status> statuses;
+  for (auto& call : calls) statuses.push_back(static_cast<Status>(call.get()));
+  EXPECT_THAT(statuses,
+              UnorderedElementsAre(Status::SUCCESS, Status::ALREADY_INITIALIZED, Status::ALREADY_INITIALIZED));
+  EXPECT_TRUE(WaitFor([] { return g_kills == 1; }));
+}
+
+TEST_F(HostedServiceTest, ACloseLeavesNoExtensionBehindThatWasJustStarting) {
+  const auto avoidance = ndk::SharedRefBase::make<BTChannelAvoidance>();
+  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
+  log_.HoldAt("Enable Bluetooth HAL Extensions");
+  ASSERT_EQ(clients_[0].Initialize(), static_cast<int>(Status::SUCCESS));
+  auto closed = std::async(std::launch::async, [this] { return clients_[0].Close(); });
+  ASSERT_TRUE(log_.WaitFor("BluetoothHci::close()"));
+  EXPECT_FALSE(
+      WaitFor([this] { return log_.Has("Disable Bluetooth HAL Extensions"); }, std::chrono::milliseconds(100)));
+  log_.LetGo();
+  EXPECT_TRUE(closed.get());
+  EXPECT_EQ(avoidance->setBluetoothChannelStatus({}).getServiceSpecificError(), -22);
 }
 
 }  // namespace

@@ -239,22 +239,26 @@ TEST_F(BtqnlFirmwareTest, RefusesAPatchCutAnywhereAfterWhatWasWhole) {
 }
 
 TEST_F(BtqnlFirmwareTest, HandsBatchesOverAndTheLaunchAlone) {
-  // Large records: the batch goes out at the first one that brings it to 32508 bytes, which is the 126th of 259.
   Bytes parameters(255);
   std::iota(parameters.begin(), parameters.end(), uint8_t{0});
-  const Bytes large = Command(kWriteRam, parameters);
-  constexpr int kLarge = 130;
-  std::vector<Bytes> records(kLarge, large);
+  const auto write = [&](size_t size) { return Command(kWriteRam, {parameters.begin(), parameters.begin() + size}); };
+  // 125 records of the largest size make 32375 bytes. The batch goes out at the record that brings it to 32508.
+  std::vector<Bytes> records(125, write(255));
+  records.push_back(write(129));  // makes 32508
+  records.insert(records.end(), 125, write(255));
+  records.push_back(write(128));  // makes 32507
+  records.push_back(write(255));  // makes 32766
+  records.push_back(write(1));
   records.push_back(kLaunch);
   root_.Write("/patch.hcd", Text(records));
   auto done = Start([this] { return protocol_.download_passthrough(Open().get()); });
-  for (int i = 0; i < kLarge; ++i) ASSERT_EQ(controller_.NextCommand(), large) << i;
-  ASSERT_EQ(controller_.NextCommand(), kLaunch);
-  EXPECT_TRUE(log_.Has("download_passthrough: Sending 32634 bytes of PatchRam data"));
-  EXPECT_TRUE(log_.Has("download_passthrough: Sending 1036 bytes of PatchRam data"));
+  for (const Bytes& record : records) ASSERT_EQ(controller_.NextCommand(), record);
+  for (const char* size : {"32508", "32766", "5"}) {
+    EXPECT_TRUE(log_.Has(std::string("download_passthrough: Sending ") + size + " bytes of PatchRam data")) << size;
+  }
   controller_.Complete(kLaunchRam, 0);
   EXPECT_TRUE(done.get());
-  EXPECT_TRUE(log_.Has("download_passthrough: total bytes sent 33678"));
+  EXPECT_TRUE(log_.Has("download_passthrough: total bytes sent 65287"));
 }
 
 TEST(PatchReaderTest, CutsRecordsAndSaysWhereAPatchEndsInside) {

@@ -106,7 +106,9 @@ TEST_F(BtqnlLpmTest, FallsAsleepAndRaisesTheLineBeforeTheFirstByte) {
   EXPECT_GE(LowPowerLink::Get().lpm_statistics().last_awake_ms, kWakeInterval.count());
 
   // When the command is here, the line and the lock have long been taken.
+  const auto asleep = std::chrono::steady_clock::now();
   Send(kReset);
+  EXPECT_GE(std::chrono::steady_clock::now() - asleep, milliseconds(10)) << "the controller takes that long to wake";
   ASSERT_EQ(controller_.NextCommand(), Command(kReset));
   EXPECT_EQ(wake_line_.History(), "1101");
   EXPECT_EQ(acquired_.History(), lock_ + lock_ + lock_);

@@ -28,6 +28,8 @@ using bthal::test::ScriptedController;
 using bthal::test::TempRoot;
 using bthal::test::UartTransport;
 using bthal::test::WaitFor;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Bytes = std::vector<uint8_t>;
@@ -101,11 +103,15 @@ TEST_F(BtQnlProtocolTest, BringsTheControllerUpInOrder) {
   ASSERT_EQ(controller_.NextCommand(), Command(kDownloadConfig, {0x00, 0x01}));
   controller_.Complete(kDownloadConfig, 0);
   ASSERT_EQ(controller_.NextCommand(), Command(kMinidriver));
+  const auto minidriver = steady_clock::now();
   controller_.Complete(kMinidriver, 0);
   ASSERT_EQ(controller_.NextCommand(), Command(kWriteRam, {0xAA, 0xBB}));
+  EXPECT_GE(steady_clock::now() - minidriver, milliseconds(50)) << "it takes that long to start";
   ASSERT_EQ(controller_.NextCommand(), Command(kLaunchRam, {0x00, 0x00, 0x20, 0x00}));
+  const auto launch = steady_clock::now();
   controller_.Complete(kLaunchRam, 0);
   ASSERT_EQ(controller_.NextCommand(), Command(kReset));
+  EXPECT_GE(steady_clock::now() - launch, milliseconds(250)) << "the patch takes that long to boot";
   controller_.Complete(kReset, 0);
   ASSERT_EQ(controller_.NextCommand(), Command(kVerboseConfig));
   controller_.Complete(kVerboseConfig, 0, {188, 9, 9, 9});
@@ -179,8 +185,10 @@ TEST_F(BtQnlProtocolTest, FirstResetRecoversByPowerCyclesTwiceAtMost) {
     auto ready = Initialize();
     ASSERT_EQ(controller_.NextCommand(), Command(kReset));
     EXPECT_TRUE(protocol_.GetFirstHciResetFlag());
+    const auto refusal = steady_clock::now();
     controller_.Complete(kReset, 0x03);
     ASSERT_EQ(controller_.NextCommand(), Command(kReset));  // on the reopened line
+    EXPECT_GE(steady_clock::now() - refusal, milliseconds(100 + 50)) << "before the power cycle, and for the new port";
     EXPECT_FALSE(protocol_.GetFirstHciResetFlag());
     controller_.Complete(kReset, 0);
     ASSERT_EQ(controller_.NextCommand(), Command(kVerboseConfig));
@@ -203,7 +211,7 @@ TEST_F(BtQnlProtocolTest, FirstResetRecoversByPowerCyclesTwiceAtMost) {
   EXPECT_TRUE(log_.Has("first_hci_reset: return ret (0), count:2"));
   EXPECT_EQ(log_.Count("fail, Deinitialize & Initialize Controller for recovery"), 3u);
   EXPECT_TRUE(log_.Has("error_code: (147), error_info: HCI Reset error before downloading firmware"));
-  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty()) << "a third reset";
+  EXPECT_THAT(controller_.NextCommand(milliseconds(0)), IsEmpty()) << "a third reset";
   EXPECT_FALSE(protocol_.GetFirstHciResetFlag());
 }
 
@@ -228,7 +236,18 @@ TEST_F(BtQnlProtocolTest, ACommandEndsWithItsStatusAndClaimsItsAnswerOnce) {
   EXPECT_EQ(btqnl_send_command_wait_complete(nullptr, 0xFC99, 0, nullptr), kStatusNoFlowControl);
   EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: Unable to send command"));
   btqnl_send_command_no_wait(nullptr, 0xFC99, 0, nullptr);
-  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty());
+  EXPECT_THAT(controller_.NextCommand(milliseconds(0)), IsEmpty());
+}
+
+// Both answers are read before the thread that waits has come to remove its watcher.
+TEST_F(BtQnlProtocolTest, OfTwoAnswersTheFirstCounts) {
+  for (size_t round = 1; round <= 20; ++round) {
+    auto status = SendAndWait(0xFC99);
+    ASSERT_EQ(controller_.NextCommand(), Command(0xFC99));
+    controller_.SendEvent({0x0E, 4, 1, 0x99, 0xFC, 0x12, /*another packet:*/ 0x04, 0x0E, 4, 1, 0x99, 0xFC, 0});
+    ASSERT_EQ(status.get(), 0x12);
+    ASSERT_TRUE(WaitFor([&] { return transport_.Events().size() == round; }));
+  }
 }
 
 TEST_F(BtQnlProtocolTest, TheLastAnswerIsThatOfTheLastWaitAlone) {
@@ -279,13 +298,13 @@ TEST_F(BtQnlProtocolTest, AFailedAcceleratedResetAsksForTheDebugInformation) {
   EXPECT_THAT(Play(reset), ElementsAre(kReset, kVerboseConfig));
   EXPECT_TRUE(reset.get());
 
-  const auto start = std::chrono::steady_clock::now();
+  const auto start = steady_clock::now();
   reset = Start([this] { return protocol_.AcceleratedReset(); });
   ASSERT_EQ(controller_.NextCommand(), Command(kReset));
   controller_.Complete(kReset, 0x03);
   ASSERT_EQ(controller_.NextCommand(), Command(kDebugInformation));
   EXPECT_FALSE(reset.get());
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+  EXPECT_GE(steady_clock::now() - start, milliseconds(500));
 }
 
 TEST_F(BtQnlProtocolTest, ChangesTheSpeedOfBothEndsOrOfTheHostAlone) {
@@ -309,7 +328,7 @@ TEST_F(BtQnlProtocolTest, ChangesTheSpeedOfBothEndsOrOfTheHostAlone) {
   EXPECT_TRUE(protocol_.baudrate_change(UartBaudRate::kUartBaudRate115200, true));
   EXPECT_FALSE(protocol_.baudrate_change(static_cast<UartBaudRate>(921600), false));
   EXPECT_TRUE(log_.Has("baudrate_change: Baud rate (921600) unsupported"));
-  EXPECT_THAT(controller_.NextCommand(std::chrono::milliseconds(0)), IsEmpty());
+  EXPECT_THAT(controller_.NextCommand(milliseconds(0)), IsEmpty());
 }
 
 }  // namespace

@@ -123,19 +123,28 @@ TEST_F(ShimTest, PathIsChosenByOverrideThenRevisionThenConfiguration) {
 
 TEST_F(ShimTest, SensorHubPathRefusesWhatNeedsTheHub) {
   SetProperty(kOverride, "aoc");
-  SetProperty(kSocRevision, "1");
   EXPECT_EQ(Initialize(), nullptr);
   EXPECT_TRUE(IsSerialAocUartPort());
-  EXPECT_EQ(RequiredBaudRate(), UartBaudRate::kUartBaudRate6000000);
   EXPECT_FALSE(IsUserialReady());
   EXPECT_FALSE(LpmSetup());
   EXPECT_TRUE(LpmSuspend());
   EXPECT_TRUE(LpmWakeUp());
   EXPECT_EQ(Send(kCommand, kReset.data(), kReset.size(), true), 0u);
   EXPECT_FALSE(GetTlDebugDump(STDERR_FILENO, "/dev/a", "/dev/b"));
-  SetProperty(kOverride, "apm");
-  EXPECT_TRUE(InitializeController());
-  EXPECT_EQ(RequiredBaudRate(), UartBaudRate::kUartBaudRate4000000);
+}
+
+TEST_F(ShimTest, EarlySocRevisionsDriveTheSensorHubPathFaster) {
+  const auto required = [](const char* path, const char* soc_revision) {
+    const bthal::test::TempRoot device;  // a device has one revision
+    SetProperty(kOverride, path);
+    SetProperty(kSocRevision, soc_revision);
+    InitializeController();
+    return RequiredBaudRate();
+  };
+  EXPECT_EQ(required("aoc", ""), UartBaudRate::kUartBaudRate6000000);
+  EXPECT_EQ(required("aoc", "1"), UartBaudRate::kUartBaudRate6000000);
+  EXPECT_EQ(required("aoc", "2"), UartBaudRate::kUartBaudRate4000000);
+  EXPECT_EQ(required("apm", "1"), UartBaudRate::kUartBaudRate4000000);
 }
 
 TEST_F(ShimTest, FallbackIsRememberedAndSnoopModeIsTheWordFull) {

@@ -327,6 +327,26 @@ TEST_F(ThreadDispatcherTest, ADispatcherStoppedOnItsOwnThreadStartsAgain) {
   os::SetKillSelfForTest(nullptr);
 }
 
+TEST_F(ThreadDispatcherTest, StreamFrameThatGoesOutInPartEndsTheConversation) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  const unique_fd client(ends[1]);
+  constexpr int kSmall = 4096;
+  ASSERT_EQ(setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &kSmall, sizeof(kSmall)), 0);
+  SocketProcessor processor(SocketMode::kStream, kThreadDispatcherSocketPath, 1, [](const Bytes&) {});
+  processor.SetClientSocket(ends[0]);
+  const Bytes frame(65535, 0x33);
+  EXPECT_FALSE(processor.Send(frame));
+  EXPECT_EQ(processor.DroppedFrames(), 1u);
+  Bytes all(frame.size() + 3);
+  const ssize_t part = recv(client.get(), all.data(), all.size(), MSG_DONTWAIT);
+  EXPECT_GT(part, 3);
+  EXPECT_LT(part, static_cast<ssize_t>(all.size()));
+  ssize_t rest = part;
+  while (rest > 0) rest = recv(client.get(), all.data(), all.size(), MSG_DONTWAIT);
+  EXPECT_EQ(rest, 0) << "not the end";
+}
+
 TEST_F(ThreadDispatcherTest, SocketFileHasItsModeAndGroupAlsoUnderALongRoot) {
   const std::string long_root = root_.path() + "/" + std::string(120, 'r');
   setenv("BTHAL_ROOT", long_root.c_str(), 1);
