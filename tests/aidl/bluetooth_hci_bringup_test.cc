@@ -130,6 +130,9 @@ TEST_F(BringUpFailureTest, WithoutAClientAndWithoutAChannelTheProcessIsEnded) {
 // The service is this process. Its clients are others, made before it has threads.
 class HostedServiceTest : public BringUpFailureTest {
  protected:
+  // No bring-up for those who come after the clients.
+  ~HostedServiceTest() override { ::android::base::SetProperty("sys.shutdown.requested", "0"); }
+
   void Serve(bool accelerated) {
     Start(accelerated, {});
     ABinderProcess_setThreadPoolMaxThreadCount(std::size(clients_));
