@@ -154,7 +154,6 @@ void BluetoothHci::thread_perform_self_kill() {
 // A client's successor may come before the notice of its death does.
 void BluetoothHci::EndDeadSession() {
   if (session_client_ == nullptr) return;
-  death_recipient_->ForestallDeath(session_client_);
   serving_ = false;
   DisconnectClient();
   session_client_ = nullptr;

@@ -60,9 +60,4 @@ void BluetoothDeathRecipient::serviceDied() {
   hci_->OnClientDied(dead);
 }
 
-void BluetoothDeathRecipient::ForestallDeath(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
-  const std::lock_guard lock(mutex_);
-  if (cb == mCb) has_died_ = true;
-}
-
 }  // namespace android::hardware::bluetooth::aidl::qnlbtlinux

@@ -30,8 +30,6 @@ class BluetoothDeathRecipient {
   bool has_died() const;
 
   void serviceDied();
-  // For the service, when it meets a dead client before serviceDied was called: that call will then do nothing.
-  void ForestallDeath(const std::shared_ptr<IBluetoothHciCallbacks>& cb);
 
  private:
   BluetoothHci* hci_;
