@@ -16,10 +16,7 @@
 
 #include "btqnl_protocol/btqnl_protocol.h"
 #include "btqnl_protocol/patch_reader.h"
-#include "support/log_capture.h"
-#include "support/scripted_controller.h"
-#include "support/temp_root.h"
-#include "support/uart_transport.h"
+#include "support/scripted_bring_up.h"
 
 namespace android::hardware::bluetooth {
 namespace {
@@ -27,26 +24,11 @@ namespace {
 using ::android::base::GetProperty;
 using ::android::base::SetProperty;
 using ::android::base::unique_fd;
-using bthal::test::Command;
-using bthal::test::LogCapture;
-using bthal::test::OpcodeOf;
-using bthal::test::ScriptedController;
-using bthal::test::TempRoot;
-using bthal::test::UartTransport;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Bytes = std::vector<uint8_t>;
 
-constexpr uint16_t kReset = 0x0C03;
-constexpr uint16_t kMinidriver = 0xFC2E;
-constexpr uint16_t kWriteRam = 0xFC4C;
-constexpr uint16_t kLaunchRam = 0xFC4E;
-constexpr uint16_t kVerboseConfig = 0xFC79;
-constexpr uint16_t kCheckOtp = 0xFE2F;
-constexpr uint16_t kDownloadConfig = 0xFE72;
-constexpr uint8_t kDisallowed = 0x0C;
-
-constexpr uint8_t kPlainChip = 12;
+using namespace bthal::test;
 
 const Bytes kWrite = Command(kWriteRam, {0x11, 0x22, 0x33});
 const Bytes kEmptyRecord = Command(0xFC90);
@@ -59,9 +41,8 @@ std::string Text(const std::vector<Bytes>& records) {
   return text;
 }
 
-class BtqnlFirmwareTest : public ::testing::Test {
+class BtqnlFirmwareTest : public ScriptedBringUpTest {
  protected:
-  std::future<bool> Start(std::function<bool()> step) { return std::async(std::launch::async, std::move(step)); }
   std::future<bool> Download(const std::string& patch, bool fast) {
     root_.Write("/patch.hcd", patch);
     return Start([this, fast] { return protocol_.download_direct(Open().get(), fast); });
@@ -70,10 +51,8 @@ class BtqnlFirmwareTest : public ::testing::Test {
 
   // A whole bring-up, which gives the singleton its flow control; what it does is tested elsewhere.
   void SetUp() override {
-    root_.Write("/vendor/firmware/qnlr/QNL.hcd", Text({kLaunch}));
-    auto ready = Start([this] { return protocol_.Initialize(transport_.flow()); });
-    controller_.CompleteAll([&] { return ready.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
-                            [](uint16_t) { return uint8_t{0}; }, {kPlainChip});
+    auto ready = Initialize();
+    Play(ready);
     ASSERT_TRUE(ready.get());
   }
 
@@ -93,21 +72,15 @@ class BtqnlFirmwareTest : public ::testing::Test {
     Identify(chip_id);
     SetProperty("persist.bluetooth.firmware.download", "");
     auto done = Start([this] { return protocol_.firmware_download(); });
-    opcodes_ =
-        controller_.CompleteAll([&] { return done.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
-                                [otp](uint16_t opcode) {
-                                  return opcode == kMinidriver ? kDisallowed : opcode == kCheckOtp ? otp : uint8_t{0};
-                                },
-                                {});
+    opcodes_ = Play(done,
+                    [otp](uint16_t opcode) {
+                      return opcode == kMinidriver ? kDisallowed : opcode == kCheckOtp ? otp : uint8_t{0};
+                    },
+                    {});
     EXPECT_FALSE(done.get());
     return GetProperty("persist.bluetooth.firmware.download", "");
   }
 
-  TempRoot root_;
-  LogCapture log_;
-  ScriptedController controller_{root_};
-  UartTransport transport_;
-  BtQnlProtocol& protocol_ = BtQnlProtocol::GetInstacne();
   std::vector<uint16_t> opcodes_;  // of the last ChosenFile
 };
 

@@ -1,13 +1,8 @@
-#include <android-base/unique_fd.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,10 +12,8 @@
 #include "os/thread_timer.h"
 #include "shim/low_power.h"
 #include "shim/shim.h"
-#include "support/log_capture.h"
-#include "support/scripted_controller.h"
-#include "support/temp_root.h"
-#include "support/uart_transport.h"
+#include "support/fifo_node.h"
+#include "support/scripted_bring_up.h"
 #include "support/wait_for.h"
 
 namespace android::hardware::bluetooth {
@@ -28,51 +21,19 @@ namespace {
 
 using hci::shim::LowPowerLink;
 
-using bthal::test::Command;
-using bthal::test::LogCapture;
-using bthal::test::ScriptedController;
-using bthal::test::TempRoot;
-using bthal::test::UartTransport;
-using bthal::test::WaitFor;
 using std::chrono::milliseconds;
 using Bytes = std::vector<uint8_t>;
 
-constexpr uint16_t kReset = 0x0C03;
-constexpr uint16_t kSleepMode = 0xFC27;
-constexpr uint8_t kPlainChip = 12;
+using namespace bthal::test;
+
 constexpr milliseconds kWakeInterval(800);
 
-// A node of the kernel that remembers everything written to it, which a file does not.
-class Node {
- public:
-  Node(const TempRoot& root, const std::string& device_path) {
-    const std::string path = root.Below(device_path);
-    if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("cannot make " + path);
-    fd_.reset(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-  }
-
-  // Everything written so far.
-  const std::string& History() {
-    char bytes[256];
-    ssize_t count;
-    while ((count = read(fd_.get(), bytes, sizeof(bytes))) > 0) history_.append(bytes, static_cast<size_t>(count));
-    return history_;
-  }
-
- private:
-  ::android::base::unique_fd fd_;
-  std::string history_;
-};
-
-class BtqnlLpmTest : public ::testing::Test {
+class BtqnlLpmTest : public ScriptedBringUpTest {
  protected:
   // A whole bring-up; it leaves the link awake, from its last command.
-  void BringUp(uint8_t sleep_mode_status = 0) {
-    root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
-    auto ready = std::async(std::launch::async, [this] { return protocol_.Initialize(transport_.flow()); });
-    controller_.CompleteAll([&] { return ready.wait_for(milliseconds(0)) == std::future_status::ready; },
-                            [&](uint16_t opcode) { return opcode == kSleepMode ? sleep_mode_status : uint8_t{0}; },
-                            {kPlainChip});
+  void BringUp(uint16_t refused = 0) {
+    auto ready = Initialize();
+    Play(ready, Refusal(refused));
     ASSERT_TRUE(ready.get());
   }
   void Send(uint16_t opcode) {
@@ -83,15 +44,10 @@ class BtqnlLpmTest : public ::testing::Test {
     return WaitFor([&] { return wake_line_.History() == wake_line; });
   }
 
-  TempRoot root_;
-  LogCapture log_;
-  Node driver_{root_, "/proc/bluetooth/sleep/lpm"};
-  Node wake_line_{root_, "/proc/bluetooth/sleep/btwrite"};
-  Node acquired_{root_, "/sys/power/wake_lock"};
-  Node released_{root_, "/sys/power/wake_unlock"};
-  ScriptedController controller_{root_};
-  UartTransport transport_;
-  BtQnlProtocol& protocol_ = BtQnlProtocol::GetInstacne();
+  FifoNode driver_{root_, "/proc/bluetooth/sleep/lpm"};
+  FifoNode wake_line_{root_, "/proc/bluetooth/sleep/btwrite"};
+  FifoNode acquired_{root_, "/sys/power/wake_lock"};
+  FifoNode released_{root_, "/sys/power/wake_unlock"};
   const std::string lock_ = "bthal_wakelock\n";
 };
 
@@ -172,7 +128,7 @@ TEST_F(BtqnlLpmTest, TearDownReleasesWhatIsHeldAndALateExpiryFindsNothing) {
 }
 
 TEST_F(BtqnlLpmTest, ARefusedSleepModeTearsDownButDoesNotFailBringUp) {
-  BringUp(0x0C);
+  BringUp(kSleepMode);
   EXPECT_TRUE(log_.Has("lpm_setup: Unable to enable LPM controller:"));
   EXPECT_EQ(driver_.History(), "10");
   EXPECT_FALSE(hci::shim::IsLpmRunning());

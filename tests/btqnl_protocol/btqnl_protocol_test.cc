@@ -12,71 +12,31 @@
 
 #include "btqnl_protocol/commands.h"
 #include "shim/shim.h"
-#include "support/log_capture.h"
-#include "support/scripted_controller.h"
-#include "support/temp_root.h"
-#include "support/uart_transport.h"
+#include "support/scripted_bring_up.h"
 #include "support/wait_for.h"
 
 namespace android::hardware::bluetooth {
 namespace {
 
-using bthal::test::Command;
-using bthal::test::LogCapture;
-using bthal::test::OpcodeOf;
-using bthal::test::ScriptedController;
-using bthal::test::TempRoot;
-using bthal::test::UartTransport;
-using bthal::test::WaitFor;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Bytes = std::vector<uint8_t>;
 
-constexpr uint16_t kReset = 0x0C03;
-constexpr uint16_t kLocalName = 0x0C14;
-constexpr uint16_t kBaudRate = 0xFC18;
-constexpr uint16_t kSleepMode = 0xFC27;
-constexpr uint16_t kMinidriver = 0xFC2E;
-constexpr uint16_t kWriteRam = 0xFC4C;
-constexpr uint16_t kLaunchRam = 0xFC4E;
-constexpr uint16_t kVerboseConfig = 0xFC79;
-constexpr uint16_t kDebugInformation = 0xFD5B;
-constexpr uint16_t kCheckOtp = 0xFE2F;
-constexpr uint16_t kDownloadConfig = 0xFE72;
-
-constexpr uint8_t kPlainChip = 12;  // neither OTP nor fast download nor a patch of its own
+using namespace bthal::test;
 
 // 4000000 bit/s.
 const Bytes kBaudRateCommand = Command(kBaudRate, {0, 0, 0x00, 0x09, 0x3D, 0x00});
 
-class BtQnlProtocolTest : public ::testing::Test {
+class BtQnlProtocolTest : public ScriptedBringUpTest {
  protected:
-  std::future<bool> Start(std::function<bool()> step) { return std::async(std::launch::async, std::move(step)); }
-  std::future<bool> Initialize() {
-    return Start([this, flow = transport_.flow()] { return protocol_.Initialize(flow); });
-  }
   std::future<uint8_t> SendAndWait(uint16_t opcode, Bytes parameters = {}) {
     return std::async(std::launch::async, [this, opcode, parameters = std::move(parameters)] {
       return btqnl_send_command_wait_complete(transport_.flow(), opcode, static_cast<uint8_t>(parameters.size()),
                                               parameters.data());
     });
   }
-
-  // Answers every command of a running step with success until the step is over, but the `nth` (from 1) of `opcode`
-  // with `status`. Returns the opcodes it saw.
-  std::vector<uint16_t> Play(std::future<bool>& step, uint16_t opcode = 0, int nth = 0, uint8_t status = 0) {
-    return controller_.CompleteAll([&] { return step.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
-                                   [&](uint16_t seen) { return seen == opcode && --nth == 0 ? status : uint8_t{0}; },
-                                   {kPlainChip, 'n', 'a', 'm', 'e', 0});
-  }
-
-  TempRoot root_;
-  LogCapture log_;
-  ScriptedController controller_{root_};
-  UartTransport transport_;
-  BtQnlProtocol& protocol_ = BtQnlProtocol::GetInstacne();
 };
 
 TEST_F(BtQnlProtocolTest, BringsTheControllerUpInOrder) {
@@ -135,7 +95,6 @@ TEST_F(BtQnlProtocolTest, BringsTheControllerUpInOrder) {
 }
 
 TEST_F(BtQnlProtocolTest, ReportsTheStepThatFailsAndSendsNothingMore) {
-  root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
   const struct {
     uint16_t opcode;
     int nth;
@@ -163,7 +122,7 @@ TEST_F(BtQnlProtocolTest, ReportsTheStepThatFailsAndSendsNothingMore) {
   for (const auto& failure : kCases) {
     SCOPED_TRACE(failure.report);
     auto ready = Initialize();
-    EXPECT_EQ(Play(ready, failure.opcode, failure.nth, 0x0C), failure.opcodes);
+    EXPECT_EQ(Play(ready, Refusal(failure.opcode, failure.nth)), failure.opcodes);
     EXPECT_FALSE(ready.get());
     EXPECT_TRUE(log_.Has(std::string("error_code: ") + failure.report));
     EXPECT_EQ(UartTransport::Deaths(), ++deaths);
@@ -172,9 +131,8 @@ TEST_F(BtQnlProtocolTest, ReportsTheStepThatFailsAndSendsNothingMore) {
 }
 
 TEST_F(BtQnlProtocolTest, GoesOnWithoutALocalNameAndWithoutSleepMode) {
-  root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
   auto ready = Initialize();
-  EXPECT_EQ(Play(ready, kLocalName, 1, 0x0C).back(), kLocalName);  // and no Set Sleep Mode without the kernel's driver
+  EXPECT_EQ(Play(ready, Refusal(kLocalName)).back(), kLocalName);  // and no Set Sleep Mode without the kernel's driver
   EXPECT_TRUE(ready.get());
   EXPECT_TRUE(log_.Has("Initialize: Unable to get local name information"));
   EXPECT_EQ(UartTransport::Deaths(), 0);
@@ -289,7 +247,6 @@ TEST_F(BtQnlProtocolTest, AHaltEndsTheWaitAtOnceAndADeadHandleIsNone) {
 }
 
 TEST_F(BtQnlProtocolTest, AFailedAcceleratedResetAsksForTheDebugInformation) {
-  root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
   auto ready = Initialize();
   Play(ready);
   ASSERT_TRUE(ready.get());
@@ -308,7 +265,6 @@ TEST_F(BtQnlProtocolTest, AFailedAcceleratedResetAsksForTheDebugInformation) {
 }
 
 TEST_F(BtQnlProtocolTest, ChangesTheSpeedOfBothEndsOrOfTheHostAlone) {
-  root_.Write("/vendor/firmware/qnlr/QNL.hcd", std::string("\x4E\xFC\x04\xFF\xFF\xFF\xFF", 7));
   auto ready = Initialize();
   Play(ready);
   ASSERT_TRUE(ready.get());

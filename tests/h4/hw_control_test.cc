@@ -19,6 +19,7 @@
 #include "conf/userial_type.h"
 #include "os/kill_self.h"
 #include "shim/shim.h"
+#include "support/fifo_node.h"
 #include "support/log_capture.h"
 #include "support/pty.h"
 #include "support/temp_root.h"
@@ -34,25 +35,7 @@ constexpr char kBtWrite[] = "/proc/bluetooth/sleep/btwrite";
 constexpr char kUartDebug[] = "/sys/devices/platform/155d0000.serial/uart_dbg";
 constexpr char kCapacity[] = "/sys/class/power_supply/battery/capacity";
 
-// A node whose history matters: a FIFO that the board holds open.
-class Node {
- public:
-  Node(const bthal::test::TempRoot& root, const char* path) {
-    const std::string below = root.Below(path);
-    mkfifo(below.c_str(), 0600);
-    fd_.reset(open(below.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  }
-  // Everything written since the last call.
-  std::string Take() {
-    char text[64];
-    const ssize_t length = read(fd_.get(), text, sizeof(text));
-    return std::string(text, length > 0 ? static_cast<size_t>(length) : 0);
-  }
-  void CloseReader() { fd_.reset(); }
-
- private:
-  unique_fd fd_;
-};
+using Node = bthal::test::FifoNode;
 
 size_t OpenDescriptors() {
   const std::filesystem::directory_iterator entries("/proc/self/fd");

@@ -1,0 +1,45 @@
+// A node of the kernel that remembers what is written to it, which a file does not.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+
+#include <android-base/unique_fd.h>
+
+#include "support/temp_root.h"
+
+namespace bthal::test {
+
+class FifoNode {
+ public:
+  FifoNode(const TempRoot& root, const std::string& device_path) {
+    const std::string path = root.Below(device_path);
+    if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("cannot make " + path);
+    fd_.reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  }
+
+  // Everything written so far, and since the last call of either.
+  const std::string& History() {
+    history_ += Take();
+    return history_;
+  }
+  std::string Take() {
+    std::string text;
+    char bytes[256];
+    ssize_t count;
+    while ((count = read(fd_.get(), bytes, sizeof(bytes))) > 0) text.append(bytes, static_cast<size_t>(count));
+    return text;
+  }
+  // From now on writes fail.
+  void CloseReader() { fd_.reset(); }
+
+ private:
+  android::base::unique_fd fd_;
+  std::string history_;
+};
+
+}  // namespace bthal::test
