@@ -5,7 +5,6 @@
 #include <aidl/vendor/tovani/bluetooth_ext/IBluetoothExt.h>
 #include <aidl/vendor/tovani/bluetooth_ext/IBluetoothFinder.h>
 #include <aidl/vendor/tovani/bluetooth_ext/IBluetoothSar.h>
-#include <android/binder_process.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,24 +14,20 @@
 #include <atomic>
 #include <filesystem>
 #include <future>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <android-base/properties.h>
 #include <android-base/unique_fd.h>
 
-#include "sim/board.h"
-#include "support/hal_client.h"
-#include "support/service_harness.h"
-#include "support/temp_root.h"
+#include "support/board_host.h"
+#include "support/board_session.h"
 #include "support/wait_for.h"
 
 namespace bthal::test {
 namespace {
 
 namespace ext = ::aidl::vendor::tovani::bluetooth_ext;
-using ::aidl::android::hardware::bluetooth::IBluetoothHci;
 using ::aidl::android::hardware::bluetooth::Status;
 using sim::JournalEntry;
 using sim::WireEvent;
@@ -55,37 +50,30 @@ bool IsCompletionOf(uint16_t opcode, const Bytes& event) {
 }
 
 // The service as a process, the board as its controller, and a client in the test's own process.
-class BluetoothHciTest : public ::testing::Test {
+class BluetoothHciTest : public BoardSessionTest {
  protected:
   void SwitchAcceleration(bool on) {
     ::android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", on ? "false" : "true");
   }
 
   void StartBoard(std::vector<std::string> faults = {}) {
-    sim::BoardOptions options;
-    options.root = root_.path();
-    options.patch_records = 3;
+    sim::BoardOptions options = SmallBoard();
     options.faults = std::move(faults);
-    board_.emplace(options);
-    std::string error;
-    ASSERT_TRUE(board_->Start(&error)) << error;
-  }
-
-  void StartService() {
-    service_.emplace(SERVICE_PROGRAM, root_.path());
-    ASSERT_TRUE(service_->WaitUntilPublished()) << service_->Log();
+    BoardSessionTest::StartBoard(options);
   }
 
   void Start(std::vector<std::string> faults = {}) {
     StartBoard(std::move(faults));
+    Serve();
+  }
+  void Serve() {
     StartService();
+    ASSERT_NO_FATAL_FAILURE(FindHal());
   }
 
   // As a stack does: its status is what initializationComplete said, -1 when it said nothing.
   int Initialize() {
-    ABinderProcess_startThreadPool();
-    hal_ = FindService<IBluetoothHci>();
-    if (hal_ == nullptr || !hal_->initialize(client_).isOk() || client_->Statuses().empty()) return -1;
+    if (!hal_->initialize(client_).isOk() || client_->Statuses().empty()) return -1;
     return static_cast<int>(client_->Statuses().back());
   }
 
@@ -101,16 +89,6 @@ class BluetoothHciTest : public ::testing::Test {
     return hal_->sendHciCommand(command).isOk() && WaitFor([&] { return answers() == before + 1; });
   }
 
-  size_t CountOnBoard(WireEvent event) const {
-    const auto journal = board_->Journal();
-    return static_cast<size_t>(
-        std::count_if(journal.begin(), journal.end(), [&](const JournalEntry& entry) { return entry.event == event; }));
-  }
-
-  bool WaitOnBoard(WireEvent event, size_t times) const {
-    return WaitFor([&] { return CountOnBoard(event) >= times; });
-  }
-
   bool BoardReceived(uint8_t packet_type, const Bytes& packet) const {
     return board_->WaitFor(
         [&](const std::vector<JournalEntry>& journal) {
@@ -120,19 +98,12 @@ class BluetoothHciTest : public ::testing::Test {
         },
         std::chrono::seconds(20));
   }
-
-  TempRoot root_;
-  std::optional<sim::Board> board_;
-  std::optional<ServiceProcess> service_;
-  std::shared_ptr<RecordingCallbacks> client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
-  std::shared_ptr<IBluetoothHci> hal_;
 };
 
 constexpr int kSuccess = static_cast<int>(Status::SUCCESS);
 
 TEST_F(BluetoothHciTest, EveryServiceIsPublishedAndRefusesWhatItDoesNotDo) {
   Start();
-  ABinderProcess_startThreadPool();
   ASSERT_NE(FindService<ext::IBluetoothEwp>(), nullptr);
   EXPECT_EQ(FindService<ext::IBluetoothSar>()->setBluetoothTxPowerCap(1).getExceptionCode(), EX_UNSUPPORTED_OPERATION);
   EXPECT_EQ(FindService<ext::IBluetoothCcc>()->unregisterLmpEvents({}).getExceptionCode(), EX_UNSUPPORTED_OPERATION);
@@ -159,10 +130,10 @@ TEST_F(BluetoothHciTest, AnExtensionThatCannotBePublishedLeavesTheHalUsable) {
 TEST_F(BluetoothHciTest, WithoutItsOwnNameTheServiceLeaves) {
   root_.Write("/run/bthal/services/android.hardware.bluetooth.IBluetoothHci/default/x", "");
   StartBoard();
-  service_.emplace(SERVICE_PROGRAM, root_.path());
+  StartService();
   EXPECT_EQ(service_->WaitForEndText(), "exit 0");
   EXPECT_EQ(service_->CountInLog("Could not register as a service!"), 1U);
-  EXPECT_TRUE(WaitOnBoard(WireEvent::kPowerOff, 1)) << "what had been brought up was left on";
+  EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, 1)) << "what had been brought up was left on";
 }
 
 TEST_F(BluetoothHciTest, PacketsOfEveryKindGoBothWays) {
@@ -194,8 +165,6 @@ TEST_F(BluetoothHciTest, PacketsOfEveryKindGoBothWays) {
 
 TEST_F(BluetoothHciTest, RefusesNullCallbacksAndTooShortCommandsAndGoesOn) {
   Start();
-  ABinderProcess_startThreadPool();
-  hal_ = FindService<IBluetoothHci>();
   EXPECT_EQ(hal_->initialize(nullptr).getServiceSpecificError(), -22);
   // Before initialize, packets are dropped; nothing but the bring-up has reached the board.
   EXPECT_TRUE(hal_->sendHciCommand(kReadVersion).isOk());
@@ -222,14 +191,14 @@ TEST_F(BluetoothHciTest, TheDebugInformationRequestDoesNotWait) {
 TEST_F(BluetoothHciTest, AcceleratedTheControllerIsUpBeforeTheClientAndStaysUpAfterIt) {
   SwitchAcceleration(true);
   Start();
-  ASSERT_TRUE(WaitOnBoard(WireEvent::kSleepModeSet, 1));
+  ASSERT_TRUE(Await(*board_, WireEvent::kSleepModeSet, 1));
   for (int session = 0; session < 3; ++session) {
     ASSERT_EQ(Initialize(), kSuccess);
     EXPECT_TRUE(Answers(kReadVersion));
     ASSERT_TRUE(hal_->close().isOk());
     EXPECT_EQ(board_->Commands().back(), (Bytes{0x79, 0xFC, 0})) << "the reset of the close";
   }
-  EXPECT_EQ(CountOnBoard(WireEvent::kPatchLaunched), 1U);
+  EXPECT_EQ(Count(*board_, WireEvent::kPatchLaunched), 1U);
   EXPECT_EQ(service_->CountInLog("BluetoothHci::close() Done"), 3U);
 }
 
@@ -240,10 +209,10 @@ TEST_F(BluetoothHciTest, UnacceleratedEveryClientPowersTheController) {
   for (size_t session = 1; session <= 2; ++session) {
     ASSERT_EQ(Initialize(), kSuccess);
     EXPECT_TRUE(Answers(kReadVersion));
-    const size_t offs = CountOnBoard(WireEvent::kPowerOff);
+    const size_t offs = Count(*board_, WireEvent::kPowerOff);
     ASSERT_TRUE(hal_->close().isOk());
-    EXPECT_TRUE(WaitOnBoard(WireEvent::kPowerOff, offs + 1));
-    EXPECT_EQ(CountOnBoard(WireEvent::kPatchLaunched), session);
+    EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, offs + 1));
+    EXPECT_EQ(Count(*board_, WireEvent::kPatchLaunched), session);
   }
   EXPECT_TRUE(hal_->sendHciCommand(kReset).isOk()) << "dropped without a word";
 }
@@ -263,7 +232,7 @@ TEST_P(CloseFromCallbackTest, FromAnEvent) {
   client_->OnEvent(nullptr);
   ASSERT_EQ(Initialize(), kSuccess);
   EXPECT_TRUE(Answers(kReset));
-  EXPECT_EQ(CountOnBoard(WireEvent::kPatchLaunched), GetParam() ? 1U : 2U);
+  EXPECT_EQ(Count(*board_, WireEvent::kPatchLaunched), GetParam() ? 1U : 2U);
 }
 
 TEST_P(CloseFromCallbackTest, FromInitializationComplete) {
@@ -281,7 +250,7 @@ TEST_P(CloseFromCallbackTest, FromInitializationComplete) {
 // While initialize waits for the controller and cannot be interrupted: the close waits for it, the callback does not.
 TEST_F(BluetoothHciTest, ACloseFromAnEventDuringInitializeFollowsIt) {
   Start();
-  ASSERT_TRUE(WaitOnBoard(WireEvent::kSleepModeSet, 1));
+  ASSERT_TRUE(Await(*board_, WireEvent::kSleepModeSet, 1));
   std::string error;
   ASSERT_TRUE(board_->AddFault("late-answer,opcode=version,ms=300", &error)) << error;
   std::atomic<bool> closed{false};
@@ -342,7 +311,7 @@ TEST_P(ClientDeathTest, TheNextClientGetsAWorkingHal) {
   EXPECT_TRUE(Answers(kReset));
   EXPECT_TRUE(hal_->close().isOk());
   EXPECT_TRUE(service_->IsAlive());
-  EXPECT_EQ(CountOnBoard(WireEvent::kPatchLaunched), 2U);
+  EXPECT_EQ(Count(*board_, WireEvent::kPatchLaunched), 2U);
 }
 
 // Its successor does not wait to be told.
@@ -400,13 +369,11 @@ TEST_F(TwoClientsTest, AClientThatBlocksDoesNotKeepTheServiceAliveOverSigterm) {
 
 TEST_F(BluetoothHciTest, CloseWithoutASessionAborts) {
   Start();
-  ABinderProcess_startThreadPool();
-  hal_ = FindService<IBluetoothHci>();
   EXPECT_FALSE(hal_->close().isOk());
   EXPECT_EQ(service_->WaitForEndText(), "signal 6");
   EXPECT_EQ(service_->CountInLog("F bthal.aidl.qnlbtlinux: BluetoothHci::close() called before any initialize()"), 1U);
 
-  StartService();
+  Serve();
   ASSERT_EQ(Initialize(), kSuccess);
   ASSERT_TRUE(hal_->close().isOk());
   EXPECT_FALSE(hal_->close().isOk());
@@ -417,16 +384,16 @@ TEST_F(BluetoothHciTest, CloseWithoutASessionAborts) {
 TEST_F(BluetoothHciTest, SigtermPowersTheControllerOffAndEndsTheService) {
   Start();
   ASSERT_EQ(Initialize(), kSuccess);
-  const size_t offs = CountOnBoard(WireEvent::kPowerOff);
+  const size_t offs = Count(*board_, WireEvent::kPowerOff);
   service_->Signal(SIGTERM);
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_EQ(service_->CountInLog("W bthal.aidl.qnlbtlinux: signal_handler: Caught Signal! signum: 15"), 1U);
-  EXPECT_TRUE(WaitOnBoard(WireEvent::kPowerOff, offs + 1));
+  EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, offs + 1));
 }
 
 TEST_F(BluetoothHciTest, BeforeTheEndOfTheBringUpSigtermHasItsDefaultAction) {
   StartBoard({"no-answer,opcode=reset,count=always"});
-  service_.emplace(SERVICE_PROGRAM, root_.path());
+  StartService();
   ASSERT_TRUE(BoardReceived(1, kReset));
   service_->Signal(SIGTERM);
   EXPECT_EQ(service_->WaitForEndText(), "signal 15");
@@ -456,10 +423,10 @@ TEST_F(BluetoothHciTest, InFinderModeTheControllerStaysOnWithItsKeys) {
   const auto finder = FindService<ext::IBluetoothFinder>();
   ASSERT_TRUE(finder->sendPrecomputedKeys(Bytes(500, 0x11)).isOk());
   ASSERT_TRUE(finder->setPoweredOffMode(true).isOk());
-  const size_t offs = CountOnBoard(WireEvent::kPowerOff);
+  const size_t offs = Count(*board_, WireEvent::kPowerOff);
   service_->Signal(SIGTERM);
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
-  EXPECT_EQ(CountOnBoard(WireEvent::kPowerOff), offs);
+  EXPECT_EQ(Count(*board_, WireEvent::kPowerOff), offs);
   const auto commands = board_->Commands();
   ASSERT_GE(commands.size(), 4U);
   std::vector<size_t> sizes;
@@ -470,13 +437,13 @@ TEST_F(BluetoothHciTest, InFinderModeTheControllerStaysOnWithItsKeys) {
 TEST_F(BluetoothHciTest, ABigHammerIsToldAndRestartsTheServiceQuietly) {
   Start();
   ASSERT_EQ(Initialize(), kSuccess);
-  const size_t offs = CountOnBoard(WireEvent::kPowerOff);
+  const size_t offs = Count(*board_, WireEvent::kPowerOff);
   board_->SendCoexEvent({1, 0, 1, 0x42});
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_TRUE(client_->WaitForEvent(ErrorEvent(0x7F)));
   EXPECT_EQ(service_->CountInLog("resetBtCallback called"), 1U);
   EXPECT_EQ(service_->CountInLog("closeHci: hci_handle_ = nullptr"), 1U);
-  EXPECT_TRUE(WaitOnBoard(WireEvent::kPowerOff, offs + 1));
+  EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, offs + 1));
 }
 
 TEST_F(BluetoothHciTest, AFailedBringUpIsToldToTheClientAndEndsTheService) {
@@ -489,27 +456,27 @@ TEST_F(BluetoothHciTest, AFailedBringUpIsToldToTheClientAndEndsTheService) {
   EXPECT_THAT(service_->Log(), HasSubstr("HostResetBeforeFw"));
 
   board_->ClearFaults();
-  StartService();
+  Serve();
   EXPECT_EQ(Initialize(), kSuccess) << "after a restart all is well";
 }
 
 TEST_F(BluetoothHciTest, AFailedBringUpWithoutAClientEndsTheServiceQuietly) {
   StartBoard({"wrong-status,opcode=reset,count=always"});
-  service_.emplace(SERVICE_PROGRAM, root_.path());
+  StartService();
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_EQ(service_->CountInLog("ReportBqrError: slient recover!"), 1U);
 }
 
 TEST_F(BluetoothHciTest, AResetThatFailsAtOpeningOrClosingIsReportedWithItsKind) {
   Start();
-  ASSERT_TRUE(WaitOnBoard(WireEvent::kSleepModeSet, 1));
+  ASSERT_TRUE(Await(*board_, WireEvent::kSleepModeSet, 1));
   std::string error;
   ASSERT_TRUE(board_->AddFault("wrong-status,opcode=reset", &error)) << error;
   Initialize();
   EXPECT_EQ(service_->WaitForEndText(), "signal 6");
   EXPECT_TRUE(client_->WaitForEvent(ErrorEvent(0x98)));
 
-  StartService();
+  Serve();
   ASSERT_EQ(Initialize(), kSuccess);
   ASSERT_TRUE(board_->AddFault("wrong-status,opcode=reset", &error)) << error;
   EXPECT_FALSE(hal_->close().isOk());
@@ -520,7 +487,7 @@ TEST_F(BluetoothHciTest, AResetThatFailsAtOpeningOrClosingIsReportedWithItsKind)
 TEST_F(BluetoothHciTest, WithoutTheCoexistenceDeviceTheBringUpIsReportedAfterThirtyAttempts) {
   StartBoard();
   std::filesystem::remove(root_.path() + "/dev/wbrc");
-  service_.emplace(SERVICE_PROGRAM, root_.path());
+  StartService();
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_EQ(service_->CountInLog("open_coex_dev: return ret (0), count:30"), 1U);
   EXPECT_EQ(service_->CountInLog("error_code: (151), error_info: Can't open coex device"), 1U);
