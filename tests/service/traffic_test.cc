@@ -27,6 +27,7 @@ constexpr uint32_t kPacketsOfAKind = 4'000;
 constexpr uint32_t kPacketsOfAKind = 100'000;
 #endif
 constexpr uint32_t kCommandSenders = 4;
+constexpr uint32_t kCommandsAhead = 1000;
 constexpr auto kPatience = std::chrono::minutes(4);
 
 constexpr uint8_t kCommandType = 1;
@@ -131,7 +132,7 @@ class TrafficTest : public BoardSessionTest {
   // Sends the whole of one kind; the number of each packet is its first payload.
   template <typename Send>
   std::thread Flood(uint32_t first, uint32_t count, Bytes header, Send send) {
-    return std::thread([=] {
+    return std::thread([=]() mutable {
       for (uint32_t number = first; number < first + count; ++number) {
         Bytes packet = header;
         PutNumber(packet, number);
@@ -140,13 +141,21 @@ class TrafficTest : public BoardSessionTest {
     });
   }
 
+  // The service queues no more commands than it says; a stack knows how many of its own wait there.
+  static void WaitForRoom(const Sequence& commands, uint32_t sent) {
+    WaitFor([&] { return sent - commands.taken() < kCommandsAhead; }, kPatience);
+  }
+
   void FloodAll(uint32_t packets) {
     const auto low = [&](int handle) { return static_cast<uint8_t>(checker_->handles[handle] & 0xFF); };
     const auto high = [&](int handle) { return static_cast<uint8_t>(checker_->handles[handle] >> 8); };
     std::vector<std::thread> senders;
     for (uint32_t sender = 0; sender < kCommandSenders; ++sender) {
       senders.push_back(Flood(sender * kPacketsOfAKind, packets / kCommandSenders, {0x01, 0x04, 4},
-                              [&](const Bytes& packet) { return hal_->sendHciCommand(packet); }));
+                              [this, sender, sent = 0u](const Bytes& packet) mutable {
+                                WaitForRoom(checker_->commands[sender], sent++);
+                                return hal_->sendHciCommand(packet);
+                              }));
     }
     senders.push_back(
         Flood(0, packets, {low(0), high(0), 4, 0}, [&](const Bytes& packet) { return hal_->sendAclData(packet); }));
