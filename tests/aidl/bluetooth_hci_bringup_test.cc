@@ -6,15 +6,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
-#include "aidl/bt_channel_avoidance.h"
 #include "os/kill_self.h"
 #include "sim/board.h"
 #include "support/binder_objects.h"
@@ -32,13 +31,14 @@ using ::bthal::sim::BoardOptions;
 using ::bthal::sim::JournalEntry;
 using ::bthal::sim::WireEvent;
 using ::bthal::test::Bytes;
+using ::bthal::test::ClientProcess;
+using ::bthal::test::FakeHci;
 using ::bthal::test::LogCapture;
 using ::bthal::test::RecordingCallbacks;
 using ::bthal::test::TempRoot;
 using ::bthal::test::WaitFor;
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
-using ::vendor::tovani::bluetooth_ext::bt_channel_avoidance::aidl::implementation::BTChannelAvoidance;
 
 std::atomic<int> g_kills{0};
 std::atomic<int> g_aborts{0};
@@ -127,48 +127,88 @@ TEST_F(BringUpFailureTest, WithoutAClientAndWithoutAChannelTheProcessIsEnded) {
   EXPECT_TRUE(WaitFor([] { return g_kills == 2; }));
 }
 
-// The service is this process. Its clients are others, made before it has threads.
+// The service is this process. Its clients are others, made before it has threads; they reach it through a door that
+// the test holds.
 class HostedServiceTest : public BringUpFailureTest {
  protected:
+  HostedServiceTest() {
+    door_->on_initialize = [this](const auto& client) { return hci_->initialize(client); };
+  }
   // No bring-up for those who come after the clients.
   ~HostedServiceTest() override { ::android::base::SetProperty("sys.shutdown.requested", "0"); }
 
-  void Serve(bool accelerated) {
-    Start(accelerated, {});
+  void Serve(bool accelerated, std::vector<std::string> faults = {}) {
+    ASSERT_NO_FATAL_FAILURE(Start(accelerated, std::move(faults)));
     ABinderProcess_setThreadPoolMaxThreadCount(std::size(clients_));
     ABinderProcess_startThreadPool();
-    ASSERT_EQ(AServiceManager_addService(hci_->asBinder().get(), bthal::test::HciInstance().c_str()), EX_NONE);
+    ASSERT_EQ(Publish(door_), EX_NONE);
   }
+  static Status Initialize(ClientProcess& client) { return static_cast<Status>(client.Initialize()); }
 
-  bthal::test::ClientProcess clients_[3];
+  ClientProcess clients_[3];
+  const std::shared_ptr<FakeHci> door_ = ndk::SharedRefBase::make<FakeHci>();
 };
 
 TEST_F(HostedServiceTest, OfClientsThatWaitForTheSameBringUpOneIsServed) {
-  log_.HoldAt("thread_perform_init");
-  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/true));
-  std::vector<std::future<int>> calls;
-  for (auto& client : clients_) calls.push_back(std::async(std::launch::async, [&] { return client.Initialize(); }));
-  ASSERT_TRUE(WaitFor([&] { return log_.Count("initialize_impl") == calls.size(); }));
-  log_.LetGo();
+  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/true, {"late-answer,opcode=reset,ms=500"}));
+  std::vector<std::future<Status>> calls;
+  for (ClientProcess& client : clients_) {
+    calls.push_back(std::async(std::launch::async, [&] { return Initialize(client); }));
+  }
   std::vector<Status> statuses;
-  for (auto& call : calls) statuses.push_back(static_cast<Status>(call.get()));
+  for (auto& call : calls) statuses.push_back(call.get());
   EXPECT_THAT(statuses,
               UnorderedElementsAre(Status::SUCCESS, Status::ALREADY_INITIALIZED, Status::ALREADY_INITIALIZED));
   EXPECT_TRUE(WaitFor([] { return g_kills == 1; }));
 }
 
-TEST_F(HostedServiceTest, ACloseLeavesNoExtensionBehindThatWasJustStarting) {
-  const auto avoidance = ndk::SharedRefBase::make<BTChannelAvoidance>();
+TEST_F(HostedServiceTest, ExtensionsDoNotStartBehindTheClose) {
+  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/true));
+  door_->on_initialize = [this](const auto& client) {
+    auto initialized = hci_->initialize(client);
+    hci_->close();
+    return initialized;
+  };
+  std::string expected;
+  for (int round = 0; round < 10; ++round) {
+    ASSERT_EQ(Initialize(clients_[0]), Status::SUCCESS);
+    expected += "ED";
+  }
+  std::string switched;
+  for (const auto& line : log_.Lines()) {
+    if (line.text.ends_with("able Bluetooth HAL Extensions"))
+      switched += line.text.ends_with("Enable Bluetooth HAL Extensions") ? 'E' : 'D';
+  }
+  EXPECT_EQ(switched, expected);
+}
+
+// The notices of a death come in the order in which they were asked for: the first one here holds up the service's.
+TEST_F(HostedServiceTest, ALateNoticeOfADeathLeavesTheSuccessorAlone) {
+  std::promise<void> died, late, told;
+  std::function<void()> first = [&] { died.set_value(), late.get_future().wait(); };
+  std::function<void()> last = [&] { told.set_value(); };
+  const ndk::ScopedAIBinder_DeathRecipient recipient(
+      AIBinder_DeathRecipient_new([](void* cookie) { (*static_cast<std::function<void()>*>(cookie))(); }));
   ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
-  log_.HoldAt("Enable Bluetooth HAL Extensions");
-  ASSERT_EQ(clients_[0].Initialize(), static_cast<int>(Status::SUCCESS));
-  auto closed = std::async(std::launch::async, [this] { return clients_[0].Close(); });
-  ASSERT_TRUE(log_.WaitFor("BluetoothHci::close()"));
-  EXPECT_FALSE(
-      WaitFor([this] { return log_.Has("Disable Bluetooth HAL Extensions"); }, std::chrono::milliseconds(100)));
-  log_.LetGo();
-  EXPECT_TRUE(closed.get());
-  EXPECT_EQ(avoidance->setBluetoothChannelStatus({}).getServiceSpecificError(), -22);
+  door_->on_initialize = [&](const auto& client) {
+    AIBinder_linkToDeath(client->asBinder().get(), recipient.get(), &first);
+    auto initialized = hci_->initialize(client);
+    AIBinder_linkToDeath(client->asBinder().get(), recipient.get(), &last);
+    return initialized;
+  };
+  ASSERT_EQ(Initialize(clients_[0]), Status::SUCCESS);
+  clients_[0].Kill();
+  died.get_future().wait();
+
+  std::string error;
+  ASSERT_TRUE(board_->AddFault("no-answer,opcode=reset", &error)) << error;  // a bring-up of two seconds
+  door_->on_initialize = [this](const auto& client) { return hci_->initialize(client); };
+  auto successor = std::async(std::launch::async, [this] { return Initialize(clients_[1]); });
+  EXPECT_TRUE(WaitFor([this] { return log_.Count("HasClientConnectWith: has_client: 1") == 2; }));
+  late.set_value();
+  EXPECT_EQ(successor.get(), Status::SUCCESS);
+  told.get_future().wait();
+  EXPECT_FALSE(log_.Has("BluetoothHci::close()"));
 }
 
 }  // namespace

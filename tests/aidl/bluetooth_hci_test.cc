@@ -356,6 +356,18 @@ TEST_F(TwoClientsTest, ASecondClientIsToldAndEndsTheService) {
   EXPECT_EQ(service_->CountInLog("thread_perform_self_kill self kill"), 1U);
 }
 
+// As a fallback to the direct UART does, which switches acceleration off under a client.
+TEST_F(TwoClientsTest, ADeathAfterTheEndOfAccelerationBringsNothingUp) {
+  Start();
+  ASSERT_EQ(other_.Initialize(), kSuccess);
+  SwitchAcceleration(false);
+  other_.Kill();
+  ASSERT_TRUE(service_->WaitForLog("perform_close"));
+  ASSERT_EQ(Initialize(), kSuccess);
+  EXPECT_TRUE(Answers(kReset));
+  EXPECT_EQ(service_->CountInLog("thread_perform_init"), 1U);
+}
+
 TEST_F(TwoClientsTest, AClientThatBlocksDoesNotKeepTheServiceAliveOverSigterm) {
   Start();
   ASSERT_EQ(other_.Initialize(), kSuccess);
@@ -444,6 +456,15 @@ TEST_F(BluetoothHciTest, ABigHammerIsToldAndRestartsTheServiceQuietly) {
   EXPECT_EQ(service_->CountInLog("resetBtCallback called"), 1U);
   EXPECT_EQ(service_->CountInLog("closeHci: hci_handle_ = nullptr"), 1U);
   EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, offs + 1));
+}
+
+TEST_F(BluetoothHciTest, ABigHammerDuringABringUpLeavesItAsItIs) {
+  StartBoard({"no-answer,opcode=reset"});
+  StartService();
+  ASSERT_TRUE(BoardReceived(1, kReset));
+  board_->SendCoexEvent({1, 0, 1, 0x42});
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("resetBtCallback: the HAL is being opened or closed, left as it is"), 1U);
 }
 
 TEST_F(BluetoothHciTest, AFailedBringUpIsToldToTheClientAndEndsTheService) {

@@ -1,7 +1,6 @@
 #include "support/log_capture.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <mutex>
 
 #include <android-base/logging.h>
@@ -12,9 +11,6 @@ namespace bthal::test {
 namespace {
 
 std::mutex g_mutex;
-std::condition_variable g_let_go;
-std::string g_hold_at;  // empty: nowhere
-
 std::vector<LogLine>& Captured() {
   static auto& lines = *new std::vector<LogLine>;
   return lines;
@@ -23,10 +19,8 @@ std::vector<LogLine>& Captured() {
 void Capture(android::base::LogId, android::base::LogSeverity severity, const char* tag, const char*, unsigned int,
              const char* message) {
   constexpr char kLetters[] = {'V', 'D', 'I', 'W', 'E', 'F', 'F'};
-  std::unique_lock lock(g_mutex);
+  const std::lock_guard lock(g_mutex);
   Captured().push_back({kLetters[severity], tag == nullptr ? "" : tag, message});
-  const std::string text = message;
-  g_let_go.wait(lock, [&] { return g_hold_at.empty() || text.find(g_hold_at) == std::string::npos; });
 }
 
 }  // namespace
@@ -41,7 +35,6 @@ LogCapture::LogCapture() {
 }
 
 LogCapture::~LogCapture() {
-  LetGo();
   android::base::SetLogger(android::base::StderrLogger);
   android::base::SetMinimumLogSeverity(android::base::INFO);
 }
@@ -69,16 +62,6 @@ bool LogCapture::HasThrottled(const std::string& text) const {
 
 bool LogCapture::WaitFor(const std::string& text) const {
   return test::WaitFor([&] { return Has(text); });
-}
-
-void LogCapture::HoldAt(const std::string& text) {
-  const std::lock_guard lock(g_mutex);
-  g_hold_at = text;
-}
-
-void LogCapture::LetGo() {
-  HoldAt("");
-  g_let_go.notify_all();
 }
 
 void LogCapture::Clear() {

@@ -30,9 +30,6 @@ class LogCapture {
   bool HasThrottled(const std::string& text) const;
   // Waits until some line contains `text`; false after ten seconds.
   bool WaitFor(const std::string& text) const;
-  // From now on the thread that logs a line containing `text` stays in that line until LetGo.
-  void HoldAt(const std::string& text);
-  void LetGo();
   void Clear();
 
  private:
