@@ -5,7 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <signal.h>
+
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -14,6 +17,7 @@
 #include <string>
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
+#include "aidl/bluetooth_hci/termination.h"
 #include "os/kill_self.h"
 #include "sim/board.h"
 #include "support/binder_objects.h"
@@ -182,33 +186,71 @@ TEST_F(HostedServiceTest, ExtensionsDoNotStartBehindTheClose) {
   EXPECT_EQ(switched, expected);
 }
 
-// The notices of a death come in the order in which they were asked for: the first one here holds up the service's.
-TEST_F(HostedServiceTest, ALateNoticeOfADeathLeavesTheSuccessorAlone) {
-  std::promise<void> died, late, told;
-  std::function<void()> first = [&] { died.set_value(), late.get_future().wait(); };
-  std::function<void()> last = [&] { told.set_value(); };
-  const ndk::ScopedAIBinder_DeathRecipient recipient(
-      AIBinder_DeathRecipient_new([](void* cookie) { (*static_cast<std::function<void()>*>(cookie))(); }));
-  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
-  door_->on_initialize = [&](const auto& client) {
-    AIBinder_linkToDeath(client->asBinder().get(), recipient.get(), &first);
-    auto initialized = hci_->initialize(client);
-    AIBinder_linkToDeath(client->asBinder().get(), recipient.get(), &last);
+// A death of which the service hears late: the notices come in the order in which they were asked for, and the first
+// one here holds up the service's.
+class LateDeath {
+ public:
+  // Through this, the client to be initialises.
+  ndk::ScopedAStatus Initialize(BluetoothHci& hci, const std::shared_ptr<IBluetoothHciCallbacks>& client) {
+    AIBinder_linkToDeath(client->asBinder().get(), recipient_.get(), &first_);
+    auto initialized = hci.initialize(client);
+    AIBinder_linkToDeath(client->asBinder().get(), recipient_.get(), &last_);
     return initialized;
-  };
+  }
+  void Wait() { died_.get_future().wait(); }
+  void Announce() { late_.set_value(); }
+  void WaitUntilTold() { told_.get_future().wait(); }
+
+ private:
+  std::promise<void> died_, late_, told_;
+  std::function<void()> first_ = [this] { died_.set_value(), late_.get_future().wait(); };
+  std::function<void()> last_ = [this] { told_.set_value(); };
+  const ndk::ScopedAIBinder_DeathRecipient recipient_{
+      AIBinder_DeathRecipient_new([](void* cookie) { (*static_cast<std::function<void()>*>(cookie))(); })};
+};
+
+TEST_F(HostedServiceTest, ALateNoticeOfADeathFindsItsSessionClosed) {
+  LateDeath death;
+  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
+  door_->on_initialize = [&](const auto& client) { return death.Initialize(*hci_, client); };
   ASSERT_EQ(Initialize(clients_[0]), Status::SUCCESS);
   clients_[0].Kill();
-  died.get_future().wait();
+  death.Wait();
+  EXPECT_TRUE(hci_->close().isOk());  // the last thing that the client had asked for
+  death.Announce();
+  death.WaitUntilTold();
+  EXPECT_EQ(log_.Count("BluetoothHci::close() Done"), 1u);
+}
+
+TEST_F(HostedServiceTest, ALateNoticeOfADeathLeavesTheSuccessorAlone) {
+  LateDeath death;
+  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
+  door_->on_initialize = [&](const auto& client) { return death.Initialize(*hci_, client); };
+  ASSERT_EQ(Initialize(clients_[0]), Status::SUCCESS);
+  clients_[0].Kill();
+  death.Wait();
 
   std::string error;
   ASSERT_TRUE(board_->AddFault("no-answer,opcode=reset", &error)) << error;  // a bring-up of two seconds
   door_->on_initialize = [this](const auto& client) { return hci_->initialize(client); };
   auto successor = std::async(std::launch::async, [this] { return Initialize(clients_[1]); });
   EXPECT_TRUE(WaitFor([this] { return log_.Count("HasClientConnectWith: has_client: 1") == 2; }));
-  late.set_value();
+  death.Announce();
   EXPECT_EQ(successor.get(), Status::SUCCESS);
-  told.get_future().wait();
+  death.WaitUntilTold();
   EXPECT_FALSE(log_.Has("BluetoothHci::close()"));
+}
+
+TEST(TerminationTest, ForgettingTheStepsWaitsForThoseThatRun) {
+  std::promise<void> running, end;
+  std::atomic<bool> over{false};
+  HandleSigterm([&](int) { running.set_value(), end.get_future().wait(), over = true; });
+  raise(SIGTERM);
+  running.get_future().wait();
+  auto forgotten = std::async(std::launch::async, [&] { return ForgetSigterm(), over.load(); });
+  forgotten.wait_for(std::chrono::milliseconds(20));  // whoever does not wait has returned by then
+  end.set_value();
+  EXPECT_TRUE(forgotten.get());
 }
 
 }  // namespace

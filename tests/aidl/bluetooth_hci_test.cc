@@ -284,13 +284,26 @@ TEST_F(BluetoothHciTest, DumpShowsTheRecordAndTheStatistics) {
   Start();
   ASSERT_EQ(Initialize(), kSuccess);
   ASSERT_TRUE(Answers(kReset));
+  ASSERT_TRUE(hal_->sendAclData({0x05, 0x20, 1, 0, 0xA1}).isOk());
+  // The controller's account of its activity: 1 ms sending, 2 receiving, 3 idle.
+  const Bytes activity = {0x0E, 20, 1, 0x59, 0xFD, 0, 1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 4, 0, 0, 0};
+  ASSERT_TRUE(WaitFor([&] {  // the extensions start beside the client
+    board_->SendPacket(4, activity);
+    return service_->CountInLog("handled by bthal.activity_watcher") > 0;
+  }));
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const ::android::base::unique_fd nobody_reads(ends[1]);
+  close(ends[0]);
+  EXPECT_EQ(AIBinder_dump(hal_->asBinder().get(), nobody_reads.get(), nullptr, 0), STATUS_OK);
   const ::android::base::unique_fd report(open(root_.Below("/report").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   ASSERT_EQ(AIBinder_dump(hal_->asBinder().get(), report.get(), nullptr, 0), STATUS_OK);
   const std::string text = root_.Read("/report");
   for (const char* part :
        {"initialize_impl [ IN]", "initialize_impl [OUT]", "perform_init [ IN]",
         "perform_init: BTQNL controller is ready", "open_coex_dev, open the coex device (Success)",
-        "sendHciCommand: 0x0C03 - 4 bytes [ IN]", "Commands to the controller: 1 packets, 3 bytes"}) {
+        "sendHciCommand: 0x0C03 - 4 bytes [ IN]", "Commands to the controller: 1 packets, 3 bytes",
+        "ACL data to the controller: 1 packets, 5 bytes", "sending 1 ms, receiving 2 ms, idle 3 ms, energy 4"}) {
     EXPECT_THAT(text, HasSubstr(part));
   }
 }

@@ -91,10 +91,10 @@ TEST_F(BluetoothAddressTest, ARefusalIsTheAnswerAndTheStackHearsOfNeitherForm) {
     controller_.Complete(kWriteBdAddr, 0x12);
     EXPECT_FALSE(accepted.get());
   }
-  {
+  for (const uint8_t status : {0x01, 0x00}) {  // begun is not accepted
     auto accepted = Apply();
     ASSERT_EQ(controller_.NextCommand().size(), 9u);
-    controller_.CommandStatus(kWriteBdAddr, 0x01);
+    controller_.CommandStatus(kWriteBdAddr, status);
     EXPECT_FALSE(accepted.get());
   }
   {  // merely begun is not done

@@ -115,6 +115,10 @@ TEST_F(BtqnlFirmwareTest, ChoosesThePatchByOtpAndRemembersAWrittenOne) {
   EXPECT_EQ(ChosenFile(188, 0), "QNL_188_U.hcd");
   EXPECT_EQ(GetProperty("persist.bluetooth.otp.status", ""), "Empty");
   EXPECT_EQ(ChosenFile(188, 0x01), "QNL_188_U.hcd") << "only a refusal to look means that there is something";
+  auto written = Start([this] { return protocol_.isOtpWritten(); });
+  ASSERT_EQ(OpcodeOf(controller_.NextCommand()), kCheckOtp);
+  controller_.SendEvent({0x0E, 4, 2, 0x2F, 0xFE, kDisallowed});  // two credits: not how that refusal looks
+  EXPECT_FALSE(written.get());
   EXPECT_EQ(ChosenFile(188, kDisallowed), "QNL_188_S.hcd");
   EXPECT_EQ(GetProperty("persist.bluetooth.otp.status", ""), "Written");
   EXPECT_THAT(opcodes_, ElementsAre(kCheckOtp, kDownloadConfig, kMinidriver));
@@ -232,6 +236,7 @@ TEST_F(BtqnlFirmwareTest, HandsBatchesOverAndTheLaunchAlone) {
   controller_.Complete(kLaunchRam, 0);
   EXPECT_TRUE(done.get());
   EXPECT_TRUE(log_.Has("download_passthrough: total bytes sent 65287"));
+  EXPECT_EQ(log_.Count("SendBatch unsupported"), 1u) << "asked again although it is known";
 }
 
 TEST(PatchReaderTest, CutsRecordsAndSaysWhereAPatchEndsInside) {

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -22,6 +23,7 @@ namespace {
 using hci::shim::LowPowerLink;
 
 using std::chrono::milliseconds;
+using ::testing::HasSubstr;
 using Bytes = std::vector<uint8_t>;
 
 using namespace bthal::test;
@@ -139,6 +141,7 @@ TEST_F(BtqnlLpmTest, OnlyALongAwakePeriodGoesToTheActivityStatistics) {
   ASSERT_TRUE(FallsAsleep("110"));
   ASSERT_TRUE(WaitFor([&] { return LowPowerLink::Get().lpm_statistics().total_wake_count == 1; }));
   const std::string nothing_long = BtActivitiesLogger::Get().Report();
+  EXPECT_THAT(nothing_long, HasSubstr("No long awake period of the link\n"));
 
   std::string asleep;
   std::string awake;
@@ -154,6 +157,11 @@ TEST_F(BtqnlLpmTest, OnlyALongAwakePeriodGoesToTheActivityStatistics) {
   EXPECT_EQ(BtActivitiesLogger::Get().Report(), nothing_long);
   ASSERT_TRUE(FallsAsleep(awake + "0"));
   EXPECT_TRUE(WaitFor([&] { return BtActivitiesLogger::Get().Report() != nothing_long; }));
+  // As long as none has been before, and then an everyday one.
+  BtActivitiesLogger::Get().UpdateBthalWakelockStat("then", 1'000'000, 3);
+  BtActivitiesLogger::Get().UpdateBthalWakelockStat("now", 4000, 2);
+  EXPECT_THAT(BtActivitiesLogger::Get().Report(),
+              HasSubstr("the longest 1000000 ms; the last from now: 4000 ms, 2 wake-ups"));
 }
 
 TEST(ThreadTimerTest, ExpiresAsArmedAndCanEndInItsOwnCallback) {

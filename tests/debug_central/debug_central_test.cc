@@ -154,8 +154,11 @@ TEST_F(DebugCentralTest, FindsTheKernelsLogOfTheUart) {
   EXPECT_TRUE(log_.Has("SetBtUartDebugPort: uart port is empty!"));
   central_.SetBtUartDebugPort("/dev/serial0");
   EXPECT_TRUE(log_.Has("SetBtUartDebugPort: cannot found uart port!"));
-  central_.SetBtUartDebugPort("/dev/ttySAC16");
-  EXPECT_TRUE(log_.Has("SetBtUartDebugPort: serial debug port: /dev/logbuffer_ttySAC16"));
+  for (const char* port : {"/dev/tty/by-name/ttySAC16", "/dev/ttySAC16"}) {
+    log_.Clear();
+    central_.SetBtUartDebugPort(port);
+    EXPECT_TRUE(log_.Has("SetBtUartDebugPort: serial debug port: /dev/logbuffer_ttySAC16")) << port;
+  }
   const std::string report = DumpText();
   EXPECT_THAT(report, HasSubstr("Debugfs:/dev/logbuffer_ttySAC16\n"));
   EXPECT_THAT(report, HasSubstr("uart history"));
@@ -328,6 +331,15 @@ TEST_F(ReplacedEndingTest, TheRecordKeeps127CharactersAndTheFatalMessageAll) {
   central_.HasClientConnectWith(false);
   central_.ReportBqrError(BqrErrorCode::kUartIncompletePacket, "");
   EXPECT_EQ(killed_, 1);
+}
+
+TEST_F(ReplacedEndingTest, AStepOfAReportThatFailsDoesNotReportAnew) {
+  central_.SetHooks(
+      {.transport_dump = [this](int) { central_.ReportBqrError(BqrErrorCode::kHostOpenUserial, "inner"); }});
+  central_.HasClientConnectWith(true);
+  central_.ReportBqrError(BqrErrorCode::kUartParsing, "outer");
+  EXPECT_THAT(logged_, HasSubstr("ReportBqrError: error_code (144) while reporting, error_info: inner"));
+  EXPECT_THAT(fatal_, HasSubstr("extra info: outer"));
 }
 
 TEST_F(ReplacedEndingTest, LaterReportersWaitForTheFirstToEnd) {

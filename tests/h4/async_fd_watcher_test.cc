@@ -204,6 +204,16 @@ TEST_F(AsyncFdWatcherTest, UnwatchingWaitsForTheCallbackEvenOfAnEverReadableDesc
     ASSERT_TRUE(WaitFor([&] { return heard == round + 1; }));
     EXPECT_EQ(calls, calls_before);
   }
+
+  std::promise<void> entered, leave;
+  std::atomic<bool> left = false;
+  watcher.WatchFdForNonBlockingReads(pipe.fd(),
+                                     [&](int) { entered.set_value(), leave.get_future().wait(), left = true; });
+  entered.get_future().wait();
+  auto unwatched = std::async(std::launch::async, [&] { return watcher.StopWatchingFd(pipe.fd()), left.load(); });
+  unwatched.wait_for(20ms);  // whoever does not wait has returned by then
+  leave.set_value();
+  EXPECT_TRUE(unwatched.get());
 }
 
 // As when a port is closed and opened again: the number is the same, and the first line had bytes to read.

@@ -148,7 +148,7 @@ TEST_F(HciFlowControlTest, OneCommandIsOutstandingAtATime) {
 TEST_F(HciFlowControlTest, WithoutCreditsTheNextCommandWaitsForAnyThatGrantsThem) {
   Send(kReset);
   Send(kReadVersion);
-  Receive({0x0F, 0x04, 0x00, 0x00, 0x03, 0x0C});  // Command Status, no credits
+  Receive({0x0F, 0x04, 0x12, 0x00, 0x03, 0x0C});  // Command Status, no credits
   ExpectOnWire(H4(1, kReset));
   Receive({0xFF, 0x02, 0x01, 0x01});  // grants nothing
   Receive({0x0E, 0x03, 0x00, 0x00, 0x00});

@@ -67,7 +67,8 @@ class ShimTest : public ::testing::Test {
     std::filesystem::create_symlink(line.host_path(), port);
   }
 
-  HciFlowControl* Initialize(HciPacketCallback on_event = [](const HciPacket&) {}) {
+  HciFlowControl* Initialize(
+      HciPacketCallback on_event = [](const HciPacket&) {}, std::function<void()> on_exception = nullptr) {
     const auto event = [this, on_event](const HciPacket& event) {
       {
         const std::lock_guard lock(mutex_);
@@ -76,7 +77,7 @@ class ShimTest : public ::testing::Test {
       on_event(event);
     };
     const auto ignore = [](const HciPacket&) {};
-    return channel::InitializeHciHandle({event, ignore, ignore, ignore, nullptr});
+    return channel::InitializeHciHandle({event, ignore, ignore, ignore, nullptr}, std::move(on_exception));
   }
 
   std::vector<Bytes> Events() {
@@ -131,6 +132,17 @@ TEST_F(ShimTest, SensorHubPathRefusesWhatNeedsTheHub) {
   EXPECT_TRUE(LpmWakeUp());
   EXPECT_EQ(Send(kCommand, kReset.data(), kReset.size(), true), 0u);
   EXPECT_FALSE(GetTlDebugDump(STDERR_FILENO, "/dev/a", "/dev/b"));
+
+  // Whose the power pin is: the hub's, but for the stages that say otherwise where that is asked for.
+  Config& config = Config::GetInstance();
+  config.hw_stages_not_controlling_power_pin_from_aoc = {"EVT1"};
+  DeinitializeController();
+  config.aoc_power_pin_ctrl_check_enabled = true;
+  DeinitializeController();
+  EXPECT_EQ(root_.Read(kPowerState), "x");
+  SetProperty("ro.boot.hardware.revision", "EVT1");
+  DeinitializeController();
+  EXPECT_EQ(root_.Read(kPowerState), "0");
 }
 
 TEST_F(ShimTest, EarlySocRevisionsDriveTheSensorHubPathFaster) {
@@ -233,9 +245,12 @@ TEST_F(ShimTest, TeardownOnTheReceiveThreadLetsItsWalkEnd) {
 }
 
 TEST_F(ShimTest, UnknownPacketTypeIsReportedAndClosesTheTransport) {
-  ASSERT_NE(Initialize(), nullptr);
+  std::atomic<bool> told_first{false};
+  const auto on_exception = [&] { told_first = channel::IsInitialized() && !log_.Has("error_code: (131)"); };
+  ASSERT_NE(Initialize([](const HciPacket&) {}, on_exception), nullptr);
   line_.Write({0x09, 0xAA});
   EXPECT_TRUE(WaitFor([] { return GetUserialType() == conf::kUserialDeinitialized; }));
+  EXPECT_TRUE(told_first);
   EXPECT_TRUE(log_.Has("error_code: (131)"));
   EXPECT_FALSE(channel::IsInitialized());
 }

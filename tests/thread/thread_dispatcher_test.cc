@@ -226,6 +226,20 @@ TEST_F(ThreadDispatcherTest, ResetRequestKillsTheProcess) {
   EXPECT_EQ(WTERMSIG(status), SIGKILL);
 }
 
+TEST_F(ThreadDispatcherTest, CanBeStoppedOnItsOwnThreadAndStartedAgain) {
+  static ThreadDispatcher* stopped;
+  stopped = &dispatcher_;
+  os::SetKillSelfForTest([] { EXPECT_TRUE(stopped->OnBluetoothDisabled()); });  // what the reset request sets off
+  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
+  Connect().Send({0x80, 0x01, 0x04});
+  ASSERT_TRUE(log_.WaitFor("Dispatcher is closed."));
+  os::SetKillSelfForTest(nullptr);
+  const size_t threads = CountEntries("/proc/self/task");
+  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
+  EXPECT_TRUE(Connect().connected());
+  EXPECT_TRUE(WaitFor([&] { return CountEntries("/proc/self/task") == threads; })) << "the old thread in place of none";
+}
+
 TEST_P(ThreadDispatcherTest, ClientThatStopsReadingCostsItsFramesAndNothingElse) {
   ThreadDispatcher dispatcher(GetParam());
   ASSERT_TRUE(dispatcher.OnBluetoothEnabled(nullptr));
