@@ -191,7 +191,7 @@ TEST_F(HostedServiceTest, ExtensionsDoNotStartBehindTheClose) {
 class LateDeath {
  public:
   // Through this, the client to be initialises.
-  ndk::ScopedAStatus Initialize(BluetoothHci& hci, const std::shared_ptr<IBluetoothHciCallbacks>& client) {
+  ndk::ScopedAStatus Initialize(BluetoothHci& hci, const std::shared_ptr<bthal::test::Callbacks>& client) {
     AIBinder_linkToDeath(client->asBinder().get(), recipient_.get(), &first_);
     auto initialized = hci.initialize(client);
     AIBinder_linkToDeath(client->asBinder().get(), recipient_.get(), &last_);

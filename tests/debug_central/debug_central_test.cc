@@ -334,8 +334,9 @@ TEST_F(ReplacedEndingTest, TheRecordKeeps127CharactersAndTheFatalMessageAll) {
 }
 
 TEST_F(ReplacedEndingTest, AStepOfAReportThatFailsDoesNotReportAnew) {
-  central_.SetHooks(
-      {.transport_dump = [this](int) { central_.ReportBqrError(BqrErrorCode::kHostOpenUserial, "inner"); }});
+  V1_1::qnlbtlinux::debug::DebugHooks hooks;
+  hooks.transport_dump = [this](int) { central_.ReportBqrError(BqrErrorCode::kHostOpenUserial, "inner"); };
+  central_.SetHooks(hooks);
   central_.HasClientConnectWith(true);
   central_.ReportBqrError(BqrErrorCode::kUartParsing, "outer");
   EXPECT_THAT(logged_, HasSubstr("ReportBqrError: error_code (144) while reporting, error_info: inner"));
