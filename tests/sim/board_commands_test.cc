@@ -122,13 +122,11 @@ TEST_F(BoardCommandsTest, VersionFeaturesAndCommandsFitOneAnother) {
   const Packet commands = host_.Command(0x1002);
   const Packet features = host_.Command(0x1003);
   const Packet le_features = host_.Command(0x2003);
-  auto has = [](const Packet& mask, int bit) {
-    return (mask.at(static_cast<size_t>(7 + bit / 8)) >> bit % 8 & 1) != 0;
-  };
+  auto has = [](const Packet& mask, size_t bit) { return (mask.at(7 + bit / 8) >> bit % 8 & 1) != 0; };
   struct Rule {
     const Packet& features;
-    int feature;
-    std::vector<std::pair<int, int>> commands;  // octet and bit
+    size_t feature;
+    std::vector<std::pair<size_t, size_t>> commands;  // octet and bit
   };
   const Rule rules[] = {
       {features, 2, {{2, 0}}},                                                   // encryption

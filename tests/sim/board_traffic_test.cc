@@ -141,7 +141,7 @@ TEST_F(BoardTrafficTest, TakesBytesFromAHostThatDoesNotRead) {
   Packet big{0x02, 0x01, 0x00, 0xFD, 0x03};
   big.resize(5 + 1021, 0x77);
   for (uint32_t i = 0; i < kPackets; ++i) host_.Write(big);
-  EXPECT_TRUE(WaitFor([&] { return board.WaitingForHost() > 300 * 1024; }));
+  EXPECT_TRUE(WaitFor([&] { return board.WaitingForHost() > size_t{300} * 1024; }));
   uint32_t back = 0;
   while (back < kPackets) {
     const Packet packet = host_.Read();
