@@ -9,7 +9,7 @@
 #include <sys/resource.h>
 
 #include "sim/base/files.h"
-#include "sim/controller/patch_file.h"
+#include "sim/controller/firmware/patch_file.h"
 #include "sim/furnish.h"
 
 namespace bthal::sim {

@@ -10,7 +10,7 @@
 #include "sim/base/tasks.h"
 #include "sim/board.h"
 #include "sim/controller/controller.h"
-#include "sim/controller/faults.h"
+#include "sim/controller/faults/faults.h"
 #include "sim/nodes/coex.h"
 #include "sim/nodes/fifos.h"
 #include "sim/nodes/guardian.h"

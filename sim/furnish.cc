@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "sim/base/files.h"
-#include "sim/controller/patch_file.h"
+#include "sim/controller/firmware/patch_file.h"
 
 namespace bthal::sim {
 namespace {

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "sim/controller/command_table.h"
-#include "sim/controller/credits.h"
 #include "sim/controller/identity.h"
+#include "sim/controller/link/credits.h"
 #include "sim/controller/outlet.h"
 
 namespace bthal::sim {

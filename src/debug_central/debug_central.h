@@ -39,8 +39,8 @@ class DebugCentral {
   void RegisterDumpSource(DumpSection section, DumpSource source);
   void SetHooks(DebugHooks hooks);
 
-  // Writes the service's diagnostic report to `fd`, which stays the caller's. A reader that takes nothing for a second gets
-  // no more.
+  // Writes the service's diagnostic report to `fd`, which stays the caller's. A reader that takes nothing for a second
+  // gets no more.
   void Dump(int fd);
 
   // Reports take a crash dump, and root inflammations reach the stack, only while a client is connected.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -55,7 +56,7 @@ class HciPacketizer {
   // the buffer given to it is.
   const HciPacket& GetPacket() const { return packet_; }
 
-  // Bytes swallowed because their type cannot be framed.
+  // Bytes swallowed because their type cannot be framed. Any thread.
   uint64_t DroppedBytes() const { return dropped_bytes_; }
 
  private:
@@ -85,7 +86,7 @@ class HciPacketizer {
   const std::unique_ptr<uint8_t[]> gathered_;
   HciPacket packet_;
   const HciPacketReadyCallback packet_ready_cb_;
-  uint64_t dropped_bytes_ = 0;
+  std::atomic<uint64_t> dropped_bytes_{0};
 };
 
 // Both lookups are branches and not tables on purpose. The type of the next packet is well predicted, whereas a table

@@ -48,6 +48,9 @@ class H4Protocol {
   // Dispatches received bytes: the part of OnDataReady behind the read. `data` need only live during the call.
   void OnBytes(const uint8_t* data, size_t length);
 
+  // Received bytes that were swallowed, the stream being out of step. Any thread.
+  uint64_t DroppedBytes() const { return hci_packetizer_.DroppedBytes(); }
+
   // Hands the packetizer's packet to the callback of its type.
   void OnPacketReady();
 

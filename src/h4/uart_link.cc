@@ -41,6 +41,10 @@ void LogConsumerThatDoesNotReturn(const char* operation) {
 
 struct UartLink::Line {
   Line(int uart_fd, const Consumers& consumers, const H4Owner& owner) : fd(uart_fd), h4(uart_fd, consumers, owner) {}
+  Line(const Line&) = delete;
+  Line& operator=(const Line&) = delete;
+  // The last to leave is the receive thread, with what it has still walked through.
+  ~Line() { Get().dropped_before_ += h4.DroppedBytes(); }
 
   const int fd;
   H4Protocol h4;
@@ -108,6 +112,11 @@ bool UartLink::WaitForSenders(std::chrono::milliseconds patience) const {
     std::this_thread::sleep_for(kSenderPollInterval);
   }
   return true;
+}
+
+uint64_t UartLink::DroppedBytes() const {
+  const std::shared_ptr<Line> line = CurrentLine();
+  return dropped_before_ + (line == nullptr ? 0 : line->h4.DroppedBytes());
 }
 
 size_t UartLink::Send(uint8_t type, const uint8_t* data, size_t length) {

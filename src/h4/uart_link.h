@@ -1,6 +1,7 @@
 // The UART's line: framing and reading over the open port, and who may still stand on it when it is taken away.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -42,6 +43,9 @@ class UartLink {
   // Waits until no Send is inside; false if one still is after `patience`.
   bool WaitForSenders(std::chrono::milliseconds patience) const;
 
+  // Bytes that were received out of step and swallowed, on this line and on those before it.
+  uint64_t DroppedBytes() const;
+
   // Returns the bytes written, 0 when nothing is attached.
   size_t Send(uint8_t type, const uint8_t* data, size_t length);
 
@@ -54,6 +58,7 @@ class UartLink {
 
   mutable std::mutex mutex_;  // never held while writing, reading or waiting
   std::shared_ptr<Line> line_;
+  std::atomic<uint64_t> dropped_before_{0};  // on lines that have gone
 };
 
 }  // namespace android::hardware::bluetooth::hci

@@ -141,7 +141,7 @@ void SocketProcessor::ShutdownClient() {
 bool SocketProcessor::Send(const std::vector<uint8_t>& frame) {
   const ssize_t result = socket_mode_ == SocketMode::kPacket ? SendPacket(frame) : SendStream(frame);
   if (result > 0) return true;
-  ++dropped_frames_;
+  CountDroppedFrame();
   PrintSocketErr(result, SocketDirection::kSend);
   return false;
 }
@@ -200,7 +200,7 @@ bool SocketProcessor::RecvPacket() {
 
 // What is left of it in the buffer would be another frame.
 void SocketProcessor::RefuseLargeFrame(size_t size) {
-  ++dropped_frames_;
+  CountDroppedFrame();
   static os::LogThrottle throttle;
   throttle.Log(kDefaultTag, ::android::base::ERROR, [size] {
     return "RecvPacket: [bthal.socket_processor] A frame of " + std::to_string(size) + " bytes is refused: at most " +

@@ -56,8 +56,9 @@ class SocketProcessor {
   // one (stream mode, where it waits for the piece to be complete). False: drop the client.
   bool Recv();
 
-  // Frames that this process's servers have dropped, in either direction. Any thread.
+  // Frames of this process that came to nothing, in either direction. Any thread.
   static uint64_t DroppedFrames() { return dropped_frames_; }
+  static void CountDroppedFrame() { ++dropped_frames_; }
 
  private:
   bool CreateSocket();

@@ -214,7 +214,9 @@ void ThreadDispatcher::SendThreadPacket(const HciPacket& frame) {
     Warn(empty, "SendThreadPacket: [bthal.thread_dispatcher] Data is empty.");
   } else {
     socket_processor_.Send(ExtractFromVendorPacket(frame));
+    return;
   }
+  SocketProcessor::CountDroppedFrame();
 }
 
 }  // namespace android::hardware::bluetooth::hci

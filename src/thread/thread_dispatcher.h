@@ -40,8 +40,8 @@ class ThreadDispatcher {
   // A frame from the client. The hardware reset request ends the process.
   void OnThreadPacketReady(const std::vector<uint8_t>& frame);
 
-  // Frames that this process has lost: a client that read too slowly, or was leaving, did not get them, or they were
-  // larger than a frame may be.
+  // Frames that this process has lost, in either direction: nobody was there for them, a client that read too slowly or
+  // was leaving did not get them, or they were larger than a frame may be.
   static uint64_t DroppedFrames() { return SocketProcessor::DroppedFrames(); }
 
  private:

@@ -18,9 +18,9 @@
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "aidl/bluetooth_hci/termination.h"
+#include "host/binder_objects.h"
 #include "os/kill_self.h"
 #include "sim/board.h"
-#include "support/binder_objects.h"
 #include "support/hal_client.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/binder_objects.h"
+#include "host/binder_objects.h"
 #include "support/child_process.h"
 #include "support/temp_root.h"
 #include "support/wait_for.h"

@@ -15,7 +15,7 @@
 #include <android-base/properties.h>
 #include <android-base/unique_fd.h>
 
-#include "support/binder_objects.h"
+#include "host/binder_objects.h"
 #include "support/child_process.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"

@@ -109,7 +109,7 @@ TEST(RoomsTest, TheServiceIncludesDownwardsOnly) {
 TEST(RoomsTest, TheToolIncludesDownwardsOnly) {
   const Arrows arrows = ArrowsBelow("tools/bthal", "bthal/");
   ASSERT_GE(arrows.size(), 4u);
-  ExpectOneDirection({"hci", "show", "run", "cmd", "main"}, arrows);
+  ExpectOneDirection({"hci", "show", "run", "demo", "cmd", "main"}, arrows);
 }
 
 // What a quoted include of each folder may begin with; the rest is the folder's own business.

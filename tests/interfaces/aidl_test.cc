@@ -31,7 +31,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/binder_objects.h"
+#include "host/binder_objects.h"
 
 namespace bthal::test {
 namespace {

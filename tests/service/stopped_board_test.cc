@@ -3,7 +3,6 @@
 #include <android/binder_process.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <stdio.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -14,7 +13,6 @@
 #include <thread>
 #include <vector>
 
-#include <android-base/file.h>
 #include <android-base/properties.h>
 #include <gmock/gmock.h>
 
@@ -85,16 +83,6 @@ class StuckWriteTest : public ::testing::Test {
     ASSERT_LT(sent_, kFlood);
   }
 
-  std::string Dump() const {
-    FILE* const file = tmpfile();
-    hal_->dump(fileno(file), nullptr, 0);
-    rewind(file);
-    std::string text;
-    ::android::base::ReadFdToString(fileno(file), &text);
-    fclose(file);
-    return text;
-  }
-
   TempRoot root_;
   ::android::base::unique_fd null_{memfd_create("board", MFD_CLOEXEC)};
   tool::Child board_;
@@ -112,7 +100,7 @@ class StoppedBoardTest : public StuckWriteTest, public ::testing::WithParamInter
 TEST_P(StoppedBoardTest, ACloseEndsAndTheNextClientIsServed) {
   ASSERT_NO_FATAL_FAILURE(Start(GetParam()));
   ASSERT_NO_FATAL_FAILURE(StallASender());
-  EXPECT_THAT(Dump(), HasSubstr("Anchors' History"));
+  EXPECT_THAT(ReportOf(*hal_), HasSubstr("Anchors' History"));
   const bool closed = hal_->close().isOk();
   sender_.join();
   EXPECT_EQ(closed, !GetParam());

@@ -1,4 +1,5 @@
 // The low-power link of the real service, judged by the order of events at the board.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@ namespace {
 
 using sim::JournalEntry;
 using sim::WireEvent;
+using ::testing::ContainsRegex;
 
 const Bytes kReadAddress = {0x09, 0x10, 0};
 constexpr size_t kSleeps = 3;
@@ -32,6 +34,8 @@ TEST_F(WakeLineTest, TheLineIsUpBeforeEveryByteAndTheLockIsHeldExactlyWhileItIs)
     for (int i = 0; i < 5; ++i) ASSERT_TRUE(Exchange(kReadAddress));
     ASSERT_TRUE(WaitFor([&] { return Count(WireEvent::kWakeLine, 0) >= sleep; }));
   }
+  EXPECT_THAT(ReportOf(*hal_), ContainsRegex("Transmissions in the link's awake periods: [1-9][0-9]*; the last from "
+                                             "[^:]+:.* ms, [1-9][0-9]* transmissions\n"));
   ASSERT_TRUE(Exchange(kReadAddress));
 
   bool up = false;

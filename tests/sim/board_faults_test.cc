@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "sim/board.h"
-#include "sim/controller/faults.h"
+#include "sim/controller/faults/faults.h"
 #include "support/board_host.h"
 
 namespace bthal::test {

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "sim/board.h"
-#include "sim/controller/patch_file.h"
+#include "sim/controller/firmware/patch_file.h"
 #include "support/board_host.h"
 #include "support/child_process.h"
 #include "support/wait_for.h"

@@ -3,7 +3,7 @@
 
 #include <gmock/gmock.h>
 
-#include "sim/controller/patch_file.h"
+#include "sim/controller/firmware/patch_file.h"
 #include "support/board_host.h"
 #include "support/wait_for.h"
 

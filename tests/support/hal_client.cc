@@ -2,6 +2,7 @@
 
 #include <android/binder_process.h>
 #include <signal.h>
+#include <stdio.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -10,6 +11,8 @@
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
+
+#include <android-base/file.h>
 
 #include "support/wait_for.h"
 
@@ -144,6 +147,16 @@ void RecordingCallbacks::OnStatus(StatusReaction reaction) {
 void RecordingCallbacks::Fail(bool fail) {
   const std::lock_guard lock(mutex_);
   fail_ = fail;
+}
+
+std::string ReportOf(::aidl::android::hardware::bluetooth::IBluetoothHci& hal) {
+  FILE* const file = tmpfile();
+  hal.dump(fileno(file), nullptr, 0);
+  rewind(file);
+  std::string text;
+  android::base::ReadFdToString(fileno(file), &text);
+  fclose(file);
+  return text;
 }
 
 ClientProcess::ClientProcess() {

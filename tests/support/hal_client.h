@@ -68,6 +68,9 @@ std::shared_ptr<Interface> FindService() {
   return Interface::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(instance.c_str())));
 }
 
+// The diagnostic report as the service hands it out.
+std::string ReportOf(::aidl::android::hardware::bluetooth::IBluetoothHci& hal);
+
 // A client in a process of its own. To be constructed before the test's process has threads or has used Binder; it
 // waits for orders, and is killed on destruction. The orders wait for their outcome.
 class ClientProcess {

@@ -53,6 +53,8 @@ class BluetoothHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci
   ::ndk::ScopedAStatus sendAclData(const std::vector<uint8_t>& packet) override;
   ::ndk::ScopedAStatus sendScoData(const std::vector<uint8_t>& packet) override;
   ::ndk::ScopedAStatus sendIsoData(const std::vector<uint8_t>& packet) override;
+  // How many this process has dropped so.
+  static uint64_t DroppedPackets() { return dropped_packets_; }
 
   // With accelerated Bluetooth-on the controller stays up and is only reset. Ends the process when no client has ever
   // been initialised, or it has closed already.
@@ -122,7 +124,7 @@ class BluetoothHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci
   hci::HciHandle hci_handle_;
 
   std::atomic<bool> serving_{false};  // a client has been initialised and has neither closed nor died
-  std::atomic<uint64_t> dropped_packets_{0};
+  inline static std::atomic<uint64_t> dropped_packets_{0};
 
   LifecycleLock lifecycle_;
   // What follows is guarded by lifecycle_.

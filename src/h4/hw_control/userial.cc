@@ -134,7 +134,8 @@ bool BtHwControl::UserialOpen(uint32_t userial_type) {
 void BtHwControl::UserialClose() {
   const DebugAnchor anchor(AnchorType::kUserialClose, __func__);
   const unique_fd closing(userial_fd_.exchange(-1));
-  // A tty waits at its close until what is left to send has gone out, or half a minute where the controller takes nothing.
+  // A tty waits at its close until what is left to send has gone out, or half a minute where the controller takes
+  // nothing.
   if (closing.ok()) tcflush(closing.get(), TCOFLUSH);
 }
 

@@ -14,7 +14,7 @@
 #include "bthal/run/interrupt.h"
 #include "bthal/show/journal_words.h"
 #include "bthal/show/terminal.h"
-#include "sim/controller/faults.h"
+#include "sim/controller/faults/faults.h"
 
 namespace bthal::tool {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "sim/controller/faults.h"
+#include "sim/controller/faults/faults.h"
 
 namespace bthal::tool {
 

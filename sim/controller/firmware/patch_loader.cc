@@ -1,7 +1,7 @@
-#include "sim/controller/patch_loader.h"
+#include "sim/controller/firmware/patch_loader.h"
 
 #include "sim/controller/codes.h"
-#include "sim/controller/patch_file.h"
+#include "sim/controller/firmware/patch_file.h"
 
 namespace bthal::sim {
 

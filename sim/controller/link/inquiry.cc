@@ -1,4 +1,4 @@
-#include "sim/controller/inquiry.h"
+#include "sim/controller/link/inquiry.h"
 
 #include "sim/controller/opcodes.h"
 

@@ -5,8 +5,8 @@
 #include "sim/base/options.h"
 #include "sim/controller/chip.h"
 #include "sim/controller/command_table.h"
+#include "sim/controller/firmware/patch_loader.h"
 #include "sim/controller/outlet.h"
-#include "sim/controller/patch_loader.h"
 
 namespace bthal::sim {
 

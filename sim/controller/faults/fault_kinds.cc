@@ -1,4 +1,4 @@
-#include "sim/controller/fault_kinds.h"
+#include "sim/controller/faults/fault_kinds.h"
 
 #include <sstream>
 

@@ -1,4 +1,4 @@
-#include "sim/controller/credits.h"
+#include "sim/controller/link/credits.h"
 
 #include "sim/controller/opcodes.h"
 #include "sim/wire/h4.h"

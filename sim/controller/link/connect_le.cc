@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <bit>
 
-#include "sim/controller/connections.h"
+#include "sim/controller/link/connections.h"
 #include "sim/controller/opcodes.h"
 #include "sim/controller/timing.h"
 #include "sim/neighbours/neighbours.h"

@@ -1,4 +1,4 @@
-#include "sim/controller/faults.h"
+#include "sim/controller/faults/faults.h"
 
 #include <errno.h>
 #include <stdlib.h>
@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "sim/controller/fault_kinds.h"
+#include "sim/controller/faults/fault_kinds.h"
 
 namespace bthal::sim {
 namespace {

@@ -1,4 +1,4 @@
-#include "sim/controller/device_lists.h"
+#include "sim/controller/link/device_lists.h"
 
 #include "sim/controller/opcodes.h"
 

@@ -1,4 +1,4 @@
-#include "sim/controller/scanner.h"
+#include "sim/controller/link/scanner.h"
 
 #include <bit>
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/controller/faults.h"
+#include "sim/controller/faults/faults.h"
 
 namespace bthal::sim {
 

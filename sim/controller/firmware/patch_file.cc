@@ -1,4 +1,4 @@
-#include "sim/controller/patch_file.h"
+#include "sim/controller/firmware/patch_file.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "sim/controller/connections.h"
+#include "sim/controller/link/connections.h"
 
 #include <algorithm>
 

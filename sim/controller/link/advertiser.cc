@@ -1,4 +1,4 @@
-#include "sim/controller/advertiser.h"
+#include "sim/controller/link/advertiser.h"
 
 #include <algorithm>
 

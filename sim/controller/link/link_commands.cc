@@ -1,5 +1,5 @@
 // What a host asks about, or of, a connection that is there.
-#include "sim/controller/connections.h"
+#include "sim/controller/link/connections.h"
 #include "sim/controller/opcodes.h"
 #include "sim/controller/timing.h"
 

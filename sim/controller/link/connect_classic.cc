@@ -1,5 +1,5 @@
 // How connections to classic neighbours come about.
-#include "sim/controller/connections.h"
+#include "sim/controller/link/connections.h"
 #include "sim/controller/opcodes.h"
 #include "sim/neighbours/neighbours.h"
 

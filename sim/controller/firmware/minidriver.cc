@@ -1,4 +1,4 @@
-#include "sim/controller/minidriver.h"
+#include "sim/controller/firmware/minidriver.h"
 
 #include "sim/controller/opcodes.h"
 

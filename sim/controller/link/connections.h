@@ -5,8 +5,8 @@
 #include <optional>
 
 #include "sim/controller/command_table.h"
-#include "sim/controller/credits.h"
-#include "sim/controller/device_lists.h"
+#include "sim/controller/link/credits.h"
+#include "sim/controller/link/device_lists.h"
 #include "sim/controller/outlet.h"
 #include "sim/controller/settings.h"
 
