@@ -35,7 +35,9 @@ void CoexDevice::ClosePollThread() {
   // After a big hammer this is the poll thread itself: it cannot wait for its own end, and nobody else will.
   const bool own_thread = thread.IsCurrent();
   std::unique_ptr<os::ThreadTimer> watchdog;
-  if (thread.joinable() && !own_thread) watchdog = coex_close_timer_setup(session, thread.native_handle());
+  // Without a session it has left its loop by itself.
+  if (session != nullptr && thread.joinable() && !own_thread)
+    watchdog = coex_close_timer_setup(session, thread.native_handle());
   CloseSockets();
   if (!thread.joinable()) return;
   LOG(INFO) << "ClosePollThread: pthread_join";
@@ -63,7 +65,7 @@ void CoexDevice::CloseSockets() {
                                    StringPrintf("%s, close socket fds_0", "ClosePollThread"));
 }
 
-std::unique_ptr<os::ThreadTimer> CoexDevice::coex_close_timer_setup(std::shared_ptr<PollSession> session,
+std::unique_ptr<os::ThreadTimer> CoexDevice::coex_close_timer_setup(const std::shared_ptr<PollSession>& session,
                                                                     pthread_t thread) {
   auto timer = os::ThreadTimer::Create("bt_coex_close", [session, thread] { coex_close_timeout(*session, thread); });
   if (timer == nullptr) {

@@ -66,7 +66,7 @@ class CoexDevice {
 
   void ClosePollThread();
   void CloseSockets();
-  static std::unique_ptr<os::ThreadTimer> coex_close_timer_setup(std::shared_ptr<PollSession> session,
+  static std::unique_ptr<os::ThreadTimer> coex_close_timer_setup(const std::shared_ptr<PollSession>& session,
                                                                  pthread_t thread);
   static void coex_close_timeout(PollSession& session, pthread_t thread);
   static void sigusr1_handler(int signal);

@@ -153,7 +153,7 @@ int AsyncFdWatcher::Run::CollectWatched(fd_set& wanted) {
 }
 
 void AsyncFdWatcher::Run::TakeOneWakeUp() {
-  uint8_t wake_up;
+  uint8_t wake_up = 0;
   [[maybe_unused]] const ssize_t taken =
       TEMP_FAILURE_RETRY(read(notification_listen_fd_.get(), &wake_up, sizeof(wake_up)));
 }

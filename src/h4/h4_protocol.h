@@ -18,7 +18,8 @@ namespace android::hardware::bluetooth::hci {
 struct H4Owner {
   // Whether the transport is in service: a failed read then ends the process.
   std::function<bool()> is_initialized;
-  // The transport failed beyond repair. Called on the receive thread, which stands on the protocol until it returns.
+  // The transport failed beyond repair. Called on the receive thread, which stands on the protocol until it returns, or
+  // on the timer's thread that watches the writes.
   std::function<void(BqrErrorCode code, const std::string& info)> catch_exception;
 };
 

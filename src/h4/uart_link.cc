@@ -73,7 +73,7 @@ bool UartLink::Watch(const std::weak_ptr<const void>& receiver) {
   if (line == nullptr) return false;
   const auto read = [line, receiver](int fd) {
     // The callback may tear the transport down and with it this closure: what it stands on is held here.
-    const std::shared_ptr<Line> keep_line = line;
+    const std::shared_ptr<Line> keep_line = line;  // NOLINT(performance-unnecessary-copy-initialization)
     const std::shared_ptr<const void> keep_receiver = receiver.lock();
     if (keep_receiver != nullptr) keep_line->h4.OnDataReady(fd);
   };

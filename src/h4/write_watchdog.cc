@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <thread>
 #include <utility>
 
 #include "hci/hci_packet.h"
@@ -66,6 +65,7 @@ struct WriteWatchdog::State {
   std::atomic<size_t> written{0};
 
   std::atomic<pthread_t> writer{};
+  std::mutex interrupt_mutex;  // held while the writer is interrupted
   std::atomic<int> interrupting{0};
 
   std::atomic<bool> armed{false};
@@ -107,7 +107,7 @@ WriteWatchdog::Write::Write(WriteWatchdog& watchdog, uint8_t type, const uint8_t
 WriteWatchdog::Write::~Write() {
   State& state = *watchdog_.state_;
   state.writing = false;
-  while (state.interrupting != 0) std::this_thread::yield();
+  if (state.interrupting != 0) const std::lock_guard until_done(state.interrupt_mutex);
 }
 
 void WriteWatchdog::Write::Progress(size_t written) {
@@ -119,6 +119,7 @@ void WriteWatchdog::Write::Progress(size_t written) {
 void WriteWatchdog::InterruptWrite() { state_->InterruptWriter(); }
 
 void WriteWatchdog::State::InterruptWriter() {
+  const std::lock_guard lock(interrupt_mutex);
   ++interrupting;
   if (writing) os::InterruptThread(writer);
   --interrupting;

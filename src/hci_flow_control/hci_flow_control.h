@@ -25,7 +25,7 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
   static constexpr size_t kMaxQueuedCommands = 8192;
 
   // Connects the consumers to the path. They run without the lock. `owner` is the path's.
-  HciFlowControl(const Consumers& consumers, const H4Owner& owner = {});
+  explicit HciFlowControl(const Consumers& consumers, const H4Owner& owner = {});
   HciFlowControl(const HciFlowControl&) = delete;
   HciFlowControl& operator=(const HciFlowControl&) = delete;
   ~HciFlowControl();

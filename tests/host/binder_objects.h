@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -23,13 +24,44 @@ using Hci = ::aidl::android::hardware::bluetooth::IBluetoothHci;
 using HciStatus = ::aidl::android::hardware::bluetooth::Status;
 using ::ndk::ScopedAStatus;
 
+// A function that one thread may replace while another calls it.
+template <typename Signature>
+class Handler;
+template <typename Result, typename... Arguments>
+class Handler<Result(Arguments...)> {
+ public:
+  using Function = std::function<Result(Arguments...)>;
+
+  template <typename Body>
+  Handler(Body body) : function_(std::move(body)) {}  // NOLINT(google-explicit-constructor): reads as a function does
+
+  template <typename Body>
+  Handler& operator=(Body body) {
+    const std::lock_guard lock(mutex_);
+    function_ = std::move(body);
+    return *this;
+  }
+
+  Result operator()(Arguments... arguments) const {
+    Function function;
+    {
+      const std::lock_guard lock(mutex_);
+      function = function_;
+    }
+    return function(std::forward<Arguments>(arguments)...);
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  Function function_;
+};
+
 class FakeHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci {
  public:
-  std::function<ScopedAStatus()> on_close = [] { return ScopedAStatus::ok(); };
-  std::function<ScopedAStatus(const std::shared_ptr<Callbacks>&)> on_initialize = [](const auto&) {
-    return ScopedAStatus::ok();
-  };
-  std::function<ScopedAStatus(const Bytes&)> on_command = [](const auto&) { return ScopedAStatus::ok(); };
+  Handler<ScopedAStatus()> on_close{[] { return ScopedAStatus::ok(); }};
+  Handler<ScopedAStatus(const std::shared_ptr<Callbacks>&)> on_initialize{
+      [](const auto&) { return ScopedAStatus::ok(); }};
+  Handler<ScopedAStatus(const Bytes&)> on_command{[](const auto&) { return ScopedAStatus::ok(); }};
 
   ScopedAStatus close() override { return on_close(); }
   ScopedAStatus initialize(const std::shared_ptr<Callbacks>& callbacks) override { return on_initialize(callbacks); }

@@ -29,7 +29,7 @@ class UartTransport {
   static int Deaths();
 
  private:
-  android::hardware::bluetooth::hci::HciFlowControl* flow_ = nullptr;
+  std::atomic<android::hardware::bluetooth::hci::HciFlowControl*> flow_{nullptr};
   mutable std::mutex mutex_;
   std::vector<std::vector<uint8_t>> events_;
 };

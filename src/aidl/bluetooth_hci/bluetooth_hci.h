@@ -92,7 +92,8 @@ class BluetoothHci : public ::aidl::android::hardware::bluetooth::BnBluetoothHci
   ::ndk::ScopedAStatus perform_init(Turn& turn);
   ::ndk::ScopedAStatus RefuseDoubleAttempt(Turn& turn);
   hci::HciFlowControl* OpenChannel();
-  void TellFailedInit(Turn& turn, const char* kill_message, bool record_failed_call);
+  // False when the client that was told has died meanwhile, and its successor has come.
+  bool TellFailedInit(Turn& turn, const char* kill_message, bool record_failed_call);
   void setup_signal_handler();
   bool open_coex_dev();
   void resetBtCallback();

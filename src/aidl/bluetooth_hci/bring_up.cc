@@ -109,8 +109,9 @@ void BluetoothHci::thread_perform_init(Turn& turn) {
     hci::channel::Deinitialize();
     set_hci_handle(nullptr);
     thread_dispatcher_.reset();
-    TellFailedInit(turn, "Calling kill due to an error", /*record_failed_call=*/true);
-    CoexDevice::Get().DeviceClose();
+    if (TellFailedInit(turn, "Calling kill due to an error", /*record_failed_call=*/true)) {
+      CoexDevice::Get().DeviceClose();
+    }
     return InitFailed();
   }
   setup_signal_handler();
@@ -155,12 +156,13 @@ hci::HciFlowControl* BluetoothHci::OpenChannel() {
 }
 
 // A client is told and forgotten; without one the process starts afresh.
-void BluetoothHci::TellFailedInit(Turn& turn, const char* kill_message, bool record_failed_call) {
+bool BluetoothHci::TellFailedInit(Turn& turn, const char* kill_message, bool record_failed_call) {
+  const uint64_t session = session_;
   const auto cb = ConnectedClient();
   if (cb == nullptr) {
     LOG(ERROR) << kill_message;
     os::KillSelf();
-    return;
+    return true;
   }
   if (!TellClient(turn, cb, Status::HARDWARE_INITIALIZATION_ERROR)) {
     LOG(ERROR) << "VendorInterface -> Unable to call initializationComplete(ERR)";
@@ -169,9 +171,11 @@ void BluetoothHci::TellFailedInit(Turn& turn, const char* kill_message, bool rec
                                        "perform_init: Unable to call initializationComplete(ERR)");
     }
   }
+  if (session != session_) return false;
   ++session_;
   session_client_ = nullptr;
   DisconnectClient();
+  return true;
 }
 
 void BluetoothHci::setup_signal_handler() {

@@ -72,7 +72,7 @@ std::string rfkill_state_finder() {
     if (type[length - 1] == '\n') type[length - 1] = '\0';
     LOG(DEBUG) << __func__ << ": rfkill candidate " << type_path << " is [" << type << "]";
     if (strcmp(type, kRfkillBluetooth) == 0) {
-      const std::string state_path = entry + "/state";
+      std::string state_path = entry + "/state";
       LOG(INFO) << __func__ << ": Use rfkill " << state_path << ".";
       LogRfkillName(entry);
       return state_path;

@@ -54,9 +54,12 @@ class HciClient::Inbox {
   }
 
   void PutDeath() {
+    {
+      // First of all: whoever reads that it has died may ask for its successor at once.
+      const std::lock_guard lock(mutex_);
+      died_ = true;
+    }
     observer_.on_death();
-    const std::lock_guard lock(mutex_);
-    died_ = true;
     changed_.notify_all();
   }
 
