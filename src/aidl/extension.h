@@ -22,11 +22,11 @@ class Extension : public Interface {
   using HciFlowControl = hci::HciFlowControl;
   using HciPacket = hci::HciPacket;
 
-  Extension() { instance_ = static_cast<Service*>(this); }
+  Extension() { instance_ = this; }
   ~Extension() override { instance_ = nullptr; }
 
   // The process's one instance, null where none was made.
-  static Service* GetInstance() { return instance_; }
+  static Service* GetInstance() { return static_cast<Service*>(instance_.load()); }
 
   void OnBluetoothEnabled(HciFlowControl* flow_control) {
     os::LogAs(Service::kLogTag, ::android::base::DEBUG, __func__);
@@ -48,7 +48,8 @@ class Extension : public Interface {
   ExtensionHandle hci_handle_;
 
  private:
-  inline static std::atomic<Service*> instance_{nullptr};
+  // Not yet, and no longer, a Service while it is made and unmade.
+  inline static std::atomic<Extension*> instance_{nullptr};
 };
 
 // An extension service that sends commands of one opcode while Bluetooth is on and claims exactly the answers to its
