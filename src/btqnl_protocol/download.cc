@@ -94,7 +94,7 @@ bool BtQnlProtocol::download_direct(int fd, bool fast) {
 
   PatchReader reader(patch);
   PatchRecord record;
-  PatchReader::Result result;
+  auto result = PatchReader::Result::kEnd;
   while ((result = reader.Next(&record)) == PatchReader::Result::kRecord) {
     const bool launch = record.opcode == kOpcodeLaunchRam;
     if (launch) {
@@ -150,7 +150,7 @@ bool BtQnlProtocol::download_passthrough(int fd) {
 
   PatchReader reader(patch);
   PatchRecord record;
-  PatchReader::Result result;
+  auto result = PatchReader::Result::kEnd;
   while ((result = reader.Next(&record)) == PatchReader::Result::kRecord) {
     if (record.opcode != kOpcodeLaunchRam) {
       batch->Append(record);

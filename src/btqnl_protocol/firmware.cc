@@ -122,7 +122,7 @@ std::vector<std::string> BtQnlProtocol::firmware_candidates() {
 // Returns the bare directory when there is no candidate.
 std::string BtQnlProtocol::find_firmware_file() {
   for (const std::string& name : firmware_candidates()) {
-    const std::string path = kFirmwareDirectory + name;
+    std::string path = kFirmwareDirectory + name;
     LOG(INFO) << "Check Firmware file:" << path;
     if (access(os::DevicePath(path).c_str(), F_OK) != 0) continue;
     LOG(INFO) << "Firmware file:" << path << " be used";

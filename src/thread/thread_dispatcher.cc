@@ -141,7 +141,7 @@ void ThreadDispatcher::ReceiveFromClients() {
     if (poll(watched, std::size(watched), -1) < 0) continue;
     if (notification.revents != 0) {
       LOG(INFO) << __func__ << ": [bthal.thread_dispatcher] Server is terminated by notification...";
-      char stop;
+      char stop = 0;
       (void)TEMP_FAILURE_RETRY(read(notification.fd, &stop, sizeof(stop)));
       DropClient();
       // Whatever running_ says: a restart that waits for this thread's end has set it again by now.
@@ -210,7 +210,7 @@ void ThreadDispatcher::SendThreadPacket(const HciPacket& frame) {
     Warn(not_running, "SendThreadPacket: [bthal.thread_dispatcher] Dispatcher is not running.");
   } else if (!client_connected_) {
     Warn(not_connected, "SendThreadPacket: [bthal.thread_dispatcher] Thread HAL is not connected.");
-  } else if (frame.size() == 0) {
+  } else if (frame.empty()) {
     Warn(empty, "SendThreadPacket: [bthal.thread_dispatcher] Data is empty.");
   } else {
     socket_processor_.Send(ExtractFromVendorPacket(frame));
