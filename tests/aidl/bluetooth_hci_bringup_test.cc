@@ -220,6 +220,7 @@ TEST_F(HostedServiceTest, ALateNoticeOfADeathFindsItsSessionClosed) {
   death.Announce();
   death.WaitUntilTold();
   EXPECT_EQ(log_.Count("BluetoothHci::close() Done"), 1u);
+  EXPECT_EQ(g_aborts, 0);
 }
 
 TEST_F(HostedServiceTest, ALateNoticeOfADeathLeavesTheSuccessorAlone) {
