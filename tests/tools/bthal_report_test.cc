@@ -21,6 +21,7 @@ using test::Bthal;
 using test::ProgramResult;
 using test::TempRoot;
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 
 using Bytes = std::vector<uint8_t>;
@@ -223,6 +224,17 @@ TEST(BtsnoopReaderTest, StopsAtWhatIsNoRecord) {
   EXPECT_TRUE(garbage.Next());
   EXPECT_FALSE(garbage.Next());
   EXPECT_THAT(garbage.error(), HasSubstr("no record at offset 44"));
+}
+
+TEST(BtsnoopReaderTest, AnyTimeReadsAsATimeOfDay) {
+  constexpr uint64_t kEpoch = 0x00DCDDB30F2F8000;
+  for (const uint64_t time : {uint64_t{0}, kEpoch - 1, uint64_t{1} << 63, kEpoch + (uint64_t{1} << 63), ~uint64_t{0}}) {
+    BtsnoopReader reader;
+    Feed(reader, kHeader + Record(2, 1, {0x03, 0x0C, 0x00}, time));
+    const std::optional<SnoopRecord> record = reader.Next();
+    ASSERT_TRUE(record);
+    EXPECT_THAT(SnoopLine(*record), ContainsRegex("^[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}  "));
+  }
 }
 
 TEST(BtsnoopReaderTest, RunsOfOneCommandAreFolded) {

@@ -25,8 +25,9 @@ constexpr size_t kIncludedLengthAt = 4;
 constexpr size_t kFlagsAt = 8;
 constexpr size_t kTimeAt = 16;
 constexpr uint32_t kFlagFromController = 1;
+constexpr int64_t kUsPerSecond = 1000000;
 // Microseconds from 1 January of year 0 to the Unix epoch.
-constexpr int64_t kEpochOffsetUs = 0x00DCDDB30F2F8000;
+constexpr uint64_t kEpochOffsetUs = 0x00DCDDB30F2F8000;
 // The largest packet that HCI can carry is far below this; a length beyond it means that this is no record.
 constexpr uint32_t kLargestRecord = 1 << 17;
 
@@ -70,7 +71,7 @@ std::optional<SnoopRecord> BtsnoopReader::Next() {
   SnoopRecord record;
   record.original_length = Be32(header);
   record.from_controller = (Be32(header + kFlagsAt) & kFlagFromController) != 0;
-  record.unix_us = static_cast<int64_t>(Be64(header + kTimeAt)) - kEpochOffsetUs;
+  record.unix_us = static_cast<int64_t>(Be64(header + kTimeAt) - kEpochOffsetUs);
   record.kind = header[kRecordHeaderSize];
   record.packet.assign(header + kRecordHeaderSize + 1, header + kRecordHeaderSize + included);
   at_ += kRecordHeaderSize + included;
@@ -114,11 +115,16 @@ std::vector<std::string> FoldedSnoopLines(std::span<const SnoopRecord> records) 
 }
 
 std::string SnoopLine(const SnoopRecord& record) {
-  const time_t seconds = static_cast<time_t>(record.unix_us / 1000000);
+  time_t seconds = record.unix_us / kUsPerSecond;
+  int64_t fraction = record.unix_us % kUsPerSecond;
+  if (fraction < 0) {  // before 1970
+    fraction += kUsPerSecond;
+    --seconds;
+  }
   tm local = {};
   localtime_r(&seconds, &local);
-  const std::string time = StringPrintf("%02d:%02d:%02d.%06d", local.tm_hour, local.tm_min, local.tm_sec,
-                                        static_cast<int>(record.unix_us % 1000000));
+  const std::string time =
+      StringPrintf("%02d:%02d:%02d.%06d", local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(fraction));
   return time + "  " +
          PacketLine(record.from_controller ? Direction::kFromController : Direction::kToController, record.kind,
                     record.packet, time.size() + 2);
