@@ -14,11 +14,16 @@ void SetUpProcess() {}
 #include <cxxabi.h>
 #include <dlfcn.h>
 #include <execinfo.h>
+#include <limits.h>
+#include <poll.h>
 #include <signal.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -54,8 +59,43 @@ std::string Now() {
                                        local.tm_min, local.tm_sec, now.tv_nsec / 1000000);
 }
 
-// One write for each line, so that lines of several threads and processes do not mix.
-void WriteLine(const std::string& line) { (void)TEMP_FAILURE_RETRY(write(STDERR_FILENO, line.data(), line.size())); }
+// A pager that waits, or a terminal that is stopped, must not stop the service: stderr is waited for once, and from
+// then on gets what it takes. The lines that it did not take are counted.
+class StandardError {
+ public:
+  // One write for each line, so that lines of several threads and processes do not mix; beyond what a pipe takes whole
+  // or not at all, several.
+  static void Write(std::string_view line) {
+    for (; !line.empty(); line.remove_prefix(std::min(line.size(), kPiece))) {
+      if (!TakesAPiece()) {
+        ++left_out_;
+        return;
+      }
+      if (const uint64_t left_out = left_out_.exchange(0); left_out > 0) {
+        WriteNow(std::to_string(left_out) + " lines were left out here: nothing read them.\n");
+      }
+      WriteNow(line.substr(0, kPiece));
+    }
+  }
+
+ private:
+  static constexpr int kPatienceMs = 1000;
+  static constexpr size_t kPiece = PIPE_BUF;
+
+  static bool TakesAPiece() {
+    pollfd error{STDERR_FILENO, POLLOUT, 0};
+    if (TEMP_FAILURE_RETRY(poll(&error, 1, stalled_ ? 0 : kPatienceMs)) != 0) return true;
+    stalled_ = true;
+    return false;
+  }
+
+  static void WriteNow(std::string_view text) {
+    (void)TEMP_FAILURE_RETRY(write(STDERR_FILENO, text.data(), text.size()));
+  }
+
+  static inline std::atomic<bool> stalled_ = false;
+  static inline std::atomic<uint64_t> left_out_ = 0;
+};
 
 void LogToStderr(::android::base::LogId, LogSeverity severity, const char* tag, const char*, unsigned int,
                  const char* message) {
@@ -67,7 +107,7 @@ void LogToStderr(::android::base::LogId, LogSeverity severity, const char* tag, 
   size_t end = 0;
   do {
     end = rest.find('\n');
-    WriteLine(head + std::string(rest.substr(0, end)) + '\n');
+    StandardError::Write(head + std::string(rest.substr(0, end)) + '\n');
     rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
   } while (end != std::string_view::npos);
 }
@@ -97,8 +137,10 @@ std::string DescribeFrame(size_t number, void* address) {
 [[noreturn]] void AbortWithTrace(const char* message) {
   std::array<void*, kMaxFrames> frames{};
   const int count = backtrace(frames.data(), static_cast<int>(frames.size()));
-  WriteLine(::android::base::StringPrintf("Abort message: '%s'\nbacktrace of thread %d:\n", message, gettid()));
-  for (int i = 0; i < count; ++i) WriteLine(DescribeFrame(static_cast<size_t>(i), frames[static_cast<size_t>(i)]));
+  StandardError::Write(
+      ::android::base::StringPrintf("Abort message: '%s'\nbacktrace of thread %d:\n", message, gettid()));
+  for (int i = 0; i < count; ++i)
+    StandardError::Write(DescribeFrame(static_cast<size_t>(i), frames[static_cast<size_t>(i)]));
   std::abort();
 }
 

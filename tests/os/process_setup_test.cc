@@ -8,7 +8,13 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <string>
+
+#include <android-base/file.h>
+
+#include "support/child_process.h"
 
 namespace process_setup_test {
 
@@ -20,6 +26,8 @@ __attribute__((noinline)) void FailOnPurpose(const std::string& why) { LOG(FATAL
 namespace android::hardware::bluetooth::os {
 namespace {
 
+using ::bthal::test::ChildProcess;
+using ::bthal::test::Gate;
 using ::testing::AllOf;
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
@@ -65,6 +73,36 @@ TEST(ProcessSetupTest, UnknownSeverityIsNamedAndInfoUsed) {
   LOG(DEBUG) << "debugged";
   const std::string text = ::testing::internal::GetCapturedStderr();
   EXPECT_THAT(text, AllOf(HasSubstr("BTHAL_LOG=chatty"), HasSubstr("informed"), Not(HasSubstr("debugged"))));
+}
+
+// A pager that waits, a terminal that is stopped.
+TEST(ProcessSetupTest, WhoeverLogsDoesNotWaitForWhoeverReads) {
+  constexpr int kLines = 2000;
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const Gate drained;
+  const Gate logged;
+  ChildProcess child([&] {
+    dup2(ends[1], STDERR_FILENO);
+    SetUpProcess();
+    for (int i = 0; i < kLines; ++i) LOG(INFO) << std::string(100, 'x');
+    logged.Open();
+    drained.Pass();
+    LOG(INFO) << "read again";
+    LOG(INFO) << std::string(10000, 'y') << "whole";
+    return 0;
+  });
+  close(ends[1]);
+  logged.Pass();
+  std::string text(size_t{1} << 16, '\0');
+  text.resize(static_cast<size_t>(read(ends[0], text.data(), text.size())));
+  const auto written = std::ranges::count(text, '\n');
+  drained.Open();
+  EXPECT_EQ(child.Wait(), 0);
+  android::base::ReadFdToString(ends[0], &text);
+  close(ends[0]);
+  EXPECT_THAT(text, HasSubstr(std::to_string(kLines - written) + " lines were left out here: nothing read them.\n"));
+  EXPECT_THAT(text, AllOf(HasSubstr(": read again\n"), HasSubstr("ywhole\n")));
 }
 
 TEST(ProcessSetupTest, WritingToAPeerThatHasGoneIsAnErrorOnly) {
