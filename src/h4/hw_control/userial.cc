@@ -89,11 +89,13 @@ unique_fd userial_tty_open() {
   DebugCentral::Get().SetBtUartDebugPort(path);
   DebugCentral::Get().UpdateRecord(AnchorType::kUserialTtyOpen, StringPrintf("%s: open %s", __func__, path.c_str()));
   LOG(INFO) << __func__ << ": open " << path;
-  unique_fd fd(TEMP_FAILURE_RETRY(open(os::DevicePath(path).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)));
+  // O_NONBLOCK for the opening alone: a driver that minds the modem lines would wait for a carrier there.
+  unique_fd fd(TEMP_FAILURE_RETRY(open(os::DevicePath(path).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)));
   if (!fd.ok()) {
     LOG(ERROR) << StringPrintf("%s: Can't open Bluetooth UART port: %s (%d)", __func__, strerror(errno), errno);
     return fd;
   }
+  fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
   ConfigureNewTty(fd.get());
   return fd;
 }
