@@ -5,6 +5,7 @@
 #include <android-base/logging.h>
 #include <android-base/stringprintf.h>
 #include <errno.h>
+#include <poll.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -115,6 +116,7 @@ void H4Protocol::OnDataReady(int fd) {
     LOG(ERROR) << __func__ << ": Unexpected EOF reading the packet type!";
     DebugCentral::Get().UpdateRecord(AnchorType::kUartReceive,
                                      StringPrintf("%s: Unexpected EOF reading the packet type!", __func__));
+    if (ReportHangUp(fd)) return;
   } else {
     const std::string reason = strerror(errno);
     if (owner_.is_initialized && owner_.is_initialized()) {
@@ -127,6 +129,16 @@ void H4Protocol::OnDataReady(int fd) {
                                      StringPrintf("%s: read failed (%s), not reay to read!", __func__, reason.c_str()));
   }
   async::AsyncFdWatcher::WaitOnWatcherThread(kReadErrorPause);
+}
+
+// The port itself is gone: no later read will find more, and no write arrives. While nothing is sent nobody else would
+// notice before the next client does.
+bool H4Protocol::ReportHangUp(int fd) const {
+  pollfd port{fd, 0, 0};
+  if (poll(&port, 1, 0) <= 0 || (port.revents & (POLLHUP | POLLERR)) == 0) return false;
+  if (!owner_.is_ready || !owner_.is_ready() || !owner_.catch_exception) return false;
+  owner_.catch_exception(BqrErrorCode::kHosHcitH4TxError, "Host HCI H4 TX Error: the port has hung up");
+  return true;
 }
 
 // Kept apart from the walk, so that bytes in the middle of a packet do not pay for what the walk needs.

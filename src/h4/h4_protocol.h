@@ -18,6 +18,9 @@ namespace android::hardware::bluetooth::hci {
 struct H4Owner {
   // Whether the transport is in service: a failed read then ends the process.
   std::function<bool()> is_initialized;
+  // Whether the controller is up and nobody but the receive thread would notice that the line is gone. A bring-up
+  // notices by itself, and may open the port anew.
+  std::function<bool()> is_ready;
   // The transport failed beyond repair. Called on the receive thread, which stands on the protocol until it returns, or
   // on the timer's thread that watches the writes.
   std::function<void(BqrErrorCode code, const std::string& info)> catch_exception;
@@ -42,8 +45,9 @@ class H4Protocol {
   // until no Send is left inside. Any thread.
   void GiveUpWriting();
 
-  // Reads once from `fd` and dispatches what arrived. A read error on an initialised transport ends the process; end of
-  // file and errors during set-up are logged and waited out for five seconds, or until the watcher is stopped.
+  // Reads once from `fd` and dispatches what arrived. A read error on an initialised transport ends the process. End of
+  // file on a port that has hung up under a controller in service is reported to the owner, as kind 0x84. Any other end
+  // of file and errors during set-up are logged and waited out for five seconds, or until the watcher is stopped.
   void OnDataReady(int fd);
 
   // Dispatches received bytes: the part of OnDataReady behind the read. `data` need only live during the call.
@@ -56,6 +60,7 @@ class H4Protocol {
   void OnPacketReady();
 
  private:
+  bool ReportHangUp(int fd) const;
   void Walk(const uint8_t* data, size_t length);
   void ReportUnimplementedType(const uint8_t* data, size_t length);
 

@@ -19,6 +19,7 @@ struct Channel {
   std::mutex mutex;  // guards what follows; never held across a call out of this file
   std::shared_ptr<HciFlowControl> flow;
   std::function<void()> on_exception;
+  bool ready = false;
 };
 
 Channel& GetChannel() {
@@ -31,16 +32,22 @@ std::shared_ptr<HciFlowControl> CurrentFlow() {
   return GetChannel().flow;
 }
 
+bool IsReady() {
+  const std::lock_guard lock(GetChannel().mutex);
+  return GetChannel().ready;
+}
+
 }  // namespace
 
 HciFlowControl* InitializeHciHandle(const Consumers& consumers, std::function<void()> on_exception) {
   if (!shim::InitializeController()) return nullptr;
-  const H4Owner owner{.is_initialized = IsInitialized, .catch_exception = CatchException};
+  const H4Owner owner{.is_initialized = IsInitialized, .is_ready = IsReady, .catch_exception = CatchException};
   auto flow = std::make_shared<HciFlowControl>(consumers, owner);
   {
     const std::lock_guard lock(GetChannel().mutex);
     GetChannel().flow = flow;
     GetChannel().on_exception.swap(on_exception);
+    GetChannel().ready = false;
   }
   if (!shim::StartReceiving(flow)) {
     Deinitialize();
@@ -56,6 +63,7 @@ void Deinitialize(std::chrono::milliseconds patience) {
   {
     const std::lock_guard lock(GetChannel().mutex);
     flow = std::exchange(GetChannel().flow, nullptr);
+    GetChannel().ready = false;
   }
   if (flow != nullptr) {
     HciFlowControl::Halt();
@@ -79,6 +87,11 @@ bool ReopenController() {
 }
 
 bool IsInitialized() { return CurrentFlow() != nullptr && shim::IsUserialReady(); }
+
+void MarkReady() {
+  const std::lock_guard lock(GetChannel().mutex);
+  GetChannel().ready = GetChannel().flow != nullptr;
+}
 
 void CatchException(BqrErrorCode code, const std::string& info) {
   std::function<void()> on_exception;

@@ -33,6 +33,9 @@ bool ReopenController();
 // Whether a flow control is on an open path.
 bool IsInitialized();
 
+// The controller is up. From here on, and until the channel is closed, a port that hangs up is reported at once.
+void MarkReady();
+
 // The transport failed beyond repair: lets the opener's observer know, reports the error, tears the channel down. What
 // the calling receive thread stands on stays alive until its callback returns.
 void CatchException(BqrErrorCode code, const std::string& info);

@@ -93,6 +93,14 @@ TEST_F(SessionEdgesTest, AClientThatDoesNotReturnKeepsNoFailedBringUpAlive) {
   blocked.wait();
 }
 
+// A port that hangs up under the first reset is opened anew, as after any failure of that reset.
+TEST_F(SessionEdgesTest, AHangUpDuringABringUpIsTheBringUpsToMend) {
+  ASSERT_NO_FATAL_FAILURE(Start(false, {"hang-up,opcode=reset"}));
+  ASSERT_TRUE(hal_->initialize(client_).isOk());
+  EXPECT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+  EXPECT_EQ(service_->CountInLog("first_hci_reset: return ret (1), count:1"), 1u);
+}
+
 TEST_F(SessionEdgesTest, ABigHammerWaitsForNoClient) {
   ASSERT_NO_FATAL_FAILURE(Start(true));
   ASSERT_EQ(other_.Initialize(), static_cast<int>(Status::SUCCESS));

@@ -45,7 +45,9 @@ using Received = std::vector<std::pair<uint8_t, Bytes>>;
 struct Recorder {
   explicit Recorder(int fd = -1, bool with_thread = true)
       : h4(fd, {To(0x04), To(0x02), To(0x03), To(0x05), with_thread ? To(0x70) : nullptr},
-           {.is_initialized = channel::IsInitialized, .catch_exception = channel::CatchException}) {}
+           {.is_initialized = channel::IsInitialized,
+            .is_ready = nullptr,
+            .catch_exception = channel::CatchException}) {}
 
   HciPacketCallback To(uint8_t type) {
     return [this, type](const HciPacket& packet) { received.emplace_back(type, packet); };

@@ -62,13 +62,19 @@ TEST_F(WireFaultsTest, AnEventTooShortForItsOpcodeIsReportedAndEndsTheService) {
   EXPECT_THAT(service_->Log(), HasSubstr("Invalid HCI event: [4]{14, 2, 1, 3}"));
 }
 
-TEST_F(WireFaultsTest, TheEndOfTheLineIsToldAndTheServiceLives) {
+// Nobody sends anything. With a client, and without one under a controller that is kept up for the next.
+TEST_F(WireFaultsTest, AHangUpWhileIdleIsReportedAndEndsTheService) {
   board_->HangUpUart();
-  EXPECT_TRUE(service_->WaitForLog("OnDataReady: Unexpected EOF reading the packet type!"));
-  // A close does not wait for the pause after it; the reset that it asks for cannot succeed any more.
-  hal_->close();
   EXPECT_EQ(service_->WaitForEndText(), Signal(SIGABRT));
-  EXPECT_THAT(service_->Log(), HasSubstr("debug::HostAccelatedBtShutdownFailed"));
+  EXPECT_TRUE(client_->WaitForEvent({0xFF, 4, 0x58, 5, 0, 0x84}));
+  EXPECT_EQ(service_->CountInLog("OnDataReady: Unexpected EOF reading the packet type!"), 1U);
+  EXPECT_EQ(service_->CountInLog("(132), error_info: Host HCI H4 TX Error: the port has hung up"), 1U);
+
+  ASSERT_NO_FATAL_FAILURE(OpenSession());
+  ASSERT_TRUE(hal_->close().isOk());
+  board_->HangUpUart();
+  EXPECT_EQ(service_->WaitForEndText(), Signal(SIGKILL));
+  EXPECT_EQ(service_->CountInLog("(132), error_info: Host HCI H4 TX Error: the port has hung up"), 2U);
 }
 
 // A root inflammation or another cry of the controller: what the stack sees of it and what is kept.

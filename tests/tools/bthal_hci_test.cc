@@ -130,6 +130,21 @@ TEST_F(OnBoard, ADeadServiceIsNoticedAndItsSuccessorFound) {
   EXPECT_EQ(holder_.End(), 0);
 }
 
+TEST_F(OnBoard, WhoWaitsWhenTheServiceDiesIsServedByItsSuccessor) {
+  sim::BoardOptions options = SmallBoard();
+  options.faults = {"no-answer,opcode=reset"};  // a bring-up of two seconds to wait for
+  ASSERT_NO_FATAL_FAILURE(StartBoard(options));
+  StartService("info");
+  ASSERT_TRUE(holder_.Start("hci"));
+  holder_.talk.Say("read_bd_addr");
+  ASSERT_TRUE(service_->WaitForLog("Init thread is running. Waiting for it to exit"));
+  service_->Signal(SIGKILL);
+  StartService("error");
+  EXPECT_TRUE(holder_.Says("Read BD_ADDR, success"));
+  holder_.talk.HangUp();
+  EXPECT_EQ(holder_.End(), 0);
+}
+
 TEST_F(OnBoard, ASecondClientIsRefusedOrTakesOver) {
   Start();
   TakeHal();

@@ -115,6 +115,7 @@ void BluetoothHci::thread_perform_init(Turn& turn) {
     return InitFailed();
   }
   setup_signal_handler();
+  hci::channel::MarkReady();
   LOG(INFO) << __func__ << ": BTQNL controller is ready";
   DebugCentral::Get().UpdateRecord(AnchorType::kControllerReady,
                                    StringPrintf("%s: BTQNL controller is ready", __func__));

@@ -38,12 +38,14 @@ class HciClient::Inbox {
     ReceivedPacket packet{kind, bytes};
     observer_.on_packet(packet);
     const std::lock_guard lock(mutex_);
+    spoken_to_ = true;
     packets_.push_back(std::move(packet));
     changed_.notify_all();
   }
 
   void PutStatus(Status status) {
     const std::lock_guard lock(mutex_);
+    spoken_to_ = true;
     status_ = status;
     changed_.notify_all();
   }
@@ -66,6 +68,11 @@ class HciClient::Inbox {
   bool died() const {
     const std::lock_guard lock(mutex_);
     return died_;
+  }
+
+  bool spoken_to() const {
+    const std::lock_guard lock(mutex_);
+    return spoken_to_;
   }
 
   void Forget() {
@@ -97,6 +104,7 @@ class HciClient::Inbox {
   std::deque<ReceivedPacket> packets_;
   std::optional<Status> status_;
   bool died_ = false;
+  bool spoken_to_ = false;
 };
 
 class HciClient::Callbacks : public BnBluetoothHciCallbacks {
@@ -160,6 +168,7 @@ bool HciClient::Connect(milliseconds patience, std::string* error) {
 }
 
 bool HciClient::Initialize(milliseconds patience, std::string* error) {
+  died_unheard_ = false;
   // On a thread of its own: a service that never comes back must not keep the user from leaving.
   auto call = std::make_shared<std::promise<::ndk::ScopedAStatus>>();
   std::future<::ndk::ScopedAStatus> done = call->get_future();
@@ -170,7 +179,9 @@ bool HciClient::Initialize(milliseconds patience, std::string* error) {
     *error = Interrupted() ? "interrupted" : "initialize: no answer from the service";
     return false;
   }
-  if (!CallWorked(done.get(), "initialize", error)) return false;
+  const ::ndk::ScopedAStatus called = done.get();
+  died_unheard_ = called.getStatus() == STATUS_DEAD_OBJECT && !inbox_->spoken_to();
+  if (!CallWorked(called, "initialize", error)) return false;
   std::optional<Status> status;
   WaitUntil([&] { return (status = inbox_->TakeStatus()) || inbox_->died(); }, patience);
   if (!status) {

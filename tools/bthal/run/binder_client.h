@@ -47,6 +47,9 @@ class HciClient {
 
   bool initialized() const { return initialized_; }
   bool ServiceDied() const;
+  // Whether Initialize has failed because the service died while this client waited for it, without a word: it died of
+  // somebody else's trouble, and its successor may serve.
+  bool died_unheard() const { return died_unheard_; }
 
  private:
   class Inbox;
@@ -57,6 +60,7 @@ class HciClient {
   std::shared_ptr<Inbox> inbox_;  // one for each connection
   std::unique_ptr<Service> service_;
   bool initialized_ = false;
+  bool died_unheard_ = false;
 };
 
 // Has the service write its report to `fd`, which stays the caller's.

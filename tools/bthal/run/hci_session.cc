@@ -60,21 +60,32 @@ bool HciSession::Fail(const std::string& why) const {
   return false;
 }
 
+// A service that dies before it has taken us has died of what its last client left behind, or was ended: the next one
+// is asked.
 bool HciSession::Open() {
+  const auto deadline = std::chrono::steady_clock::now() + options_.service_patience;
   std::string error;
-  if (!claim_.Take(options_.take_over, &error)) return Fail(error);
-  if (!client_.Connect(options_.service_patience, &error)) return Fail(error);
-  opened_ = true;
-  return Initialize();
+  do {
+    if (!claim_.Take(options_.take_over, &error)) return Fail(error);
+    if (!client_.Connect(options_.service_patience, &error)) return Fail(error);
+    opened_ = true;
+    if (TryToInitialize(&error)) return true;
+  } while (client_.died_unheard() && !Interrupted() && std::chrono::steady_clock::now() < deadline);
+  return Fail(error);
 }
 
 bool HciSession::Initialize() {
-  constexpr milliseconds kBringUpPatience = std::chrono::seconds(60);
   if (!opened_ || client_.ServiceDied()) return Open();
   if (client_.initialized()) return Fail("initialize: the HAL is already ours");
   std::string error;
   if (!claim_.Take(options_.take_over, &error)) return Fail(error);
-  if (!client_.Initialize(kBringUpPatience, &error)) return Fail(error);
+  if (TryToInitialize(&error)) return true;
+  return client_.died_unheard() ? Open() : Fail(error);
+}
+
+bool HciSession::TryToInitialize(std::string* error) {
+  constexpr milliseconds kBringUpPatience = std::chrono::seconds(60);
+  if (!client_.Initialize(kBringUpPatience, error)) return false;
   Print(Note("hal", "initialised: SUCCESS"));
   return true;
 }

@@ -39,6 +39,7 @@ class HciSession {
   bool Scan(double seconds);
   bool Open();
   bool Initialize();
+  bool TryToInitialize(std::string* error);
   bool Fail(const std::string& why) const;
   void Print(const std::string& line) const;
 
