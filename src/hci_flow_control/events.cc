@@ -92,18 +92,26 @@ void HciFlowControl::OnHciEventReady(const HciPacket& event, const HciPacketCall
 bool HciFlowControl::HciEventPreProcess(const HciPacket& event) {
   const uint8_t code = event[0];
   const uint16_t opcode = hci_event_extract_command_opcode(event);
-  std::lock_guard lock(flow_control_mutex);
   if (Refuses(__func__)) return false;
+  const bool handled = watched_codes_[code] && ShowToWatchers(event, opcode);
+  LOG(VERBOSE) << __func__ << ": HCI Event " << StringPrintf("%#hx", code) << " Opcode " << StringPrintf("%#x ", opcode)
+               << HandledText(handled) << " <" << toString(event) << ">";
+  return handled;
+}
+
+bool HciFlowControl::ShowToWatchers(const HciPacket& event, uint16_t opcode) {
+  const uint8_t code = event[0];
+  std::lock_guard lock(flow_control_mutex);
+  if (Refuses("HciEventPreProcess")) return false;
   bool handled = false;
   for (HciEventWatcher* watcher : event_watchers_) {
     if (!Concerns(*watcher, code, opcode)) continue;
     const bool claimed = watcher->OnEventReceive(event);
     handled |= claimed;
-    LOG(INFO) << __func__ << ": HCI Event " << StringPrintf("%#hx", code) << " Opcode " << StringPrintf("%#x", opcode)
-              << " Length " << event.size() << " " << HandledText(claimed) << " by " << watcher->name();
+    LOG(INFO) << "HciEventPreProcess: HCI Event " << StringPrintf("%#hx", code) << " Opcode "
+              << StringPrintf("%#x", opcode) << " Length " << event.size() << " " << HandledText(claimed) << " by "
+              << watcher->name();
   }
-  LOG(VERBOSE) << __func__ << ": HCI Event " << StringPrintf("%#hx", code) << " Opcode " << StringPrintf("%#x ", opcode)
-               << HandledText(handled) << " <" << toString(event) << ">";
   return handled;
 }
 
@@ -113,6 +121,8 @@ void HciFlowControl::HciEventPostProcess(const HciPacket& event) {
   LOG(VERBOSE) << __func__ << ": HCI Event " << StringPrintf("%#hx", event[0]) << " Opcode "
                << StringPrintf("%#x", opcode) << " credits " << static_cast<int>(credits) << " <" << toString(event)
                << ">";
+  if (Refuses(__func__)) return;
+  if (opcode == 0 && credits == 0) return;  // nothing for the queue
   std::lock_guard lock(flow_control_mutex);
   if (Refuses(__func__)) return;
   if (cmd_queue_.empty()) return;

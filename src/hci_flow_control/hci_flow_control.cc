@@ -24,8 +24,8 @@ constexpr size_t kBatchHeaderSize = 4;
 
 std::atomic<bool> halted{false};
 std::atomic<uint64_t> refused_sends{0};
-// The instance that the transport serves; the last one made. Guarded by flow_control_mutex.
-HciFlowControl* live_instance = nullptr;
+// The instance that the transport serves; the last one made. Set under flow_control_mutex.
+std::atomic<HciFlowControl*> live_instance{nullptr};
 // Orders the connecting of a new instance and the disconnecting of an old one whose last user left late. Taken before
 // flow_control_mutex.
 std::mutex connection_mutex;
@@ -137,8 +137,9 @@ void HciFlowControl::Halt() {
     LOG(WARNING) << __func__ << ": called after being halted!";
     return;
   }
-  if (live_instance == nullptr) return;
-  for (HciEventWatcher* watcher : live_instance->event_watchers_) watcher->OnHalt();
+  const HciFlowControl* const live = live_instance;
+  if (live == nullptr) return;
+  for (HciEventWatcher* watcher : live->event_watchers_) watcher->OnHalt();
 }
 
 void HciFlowControl::RegisterEventWatcher(HciEventWatcher* watcher) {
@@ -146,12 +147,16 @@ void HciFlowControl::RegisterEventWatcher(HciEventWatcher* watcher) {
   if (Refuses(__func__)) return;
   if (std::find(event_watchers_.begin(), event_watchers_.end(), watcher) != event_watchers_.end()) return;
   event_watchers_.push_back(watcher);
+  watched_codes_[watcher->event_code()] = true;
 }
 
 void HciFlowControl::UnregisterEventWatcher(HciEventWatcher* watcher) {
   std::lock_guard lock(flow_control_mutex);
   if (Refuses(__func__)) return;
   std::erase(event_watchers_, watcher);
+  const uint8_t code = watcher->event_code();
+  watched_codes_[code] =
+      std::ranges::find(event_watchers_, code, &HciEventWatcher::event_code) != event_watchers_.end();
 }
 
 void HciFlowControl::DropPendingCommands() {

@@ -1,6 +1,8 @@
 // The single gate for HCI traffic to the controller, and the event watchers.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -16,8 +18,9 @@ namespace android::hardware::bluetooth::hci {
 // Lets one HCI command be outstanding at a time and shows every event to the watchers before the stack. One instance
 // per open transport, owned by the channel, which keeps it alive while it delivers an event; its lock and its halted
 // flag are process-wide. The lock is held across transport writes and watcher calls on purpose: that is what keeps
-// packets of one sender in order and watchers alive while called. An instance that has a successor behaves as halted.
-// All operations may be called from any thread, but from no watcher.
+// packets of one sender in order and watchers alive while called. An event that nobody watches and that frees no
+// command does not wait for it, and so not for a write. An instance that has a successor behaves as halted. All
+// operations may be called from any thread, but from no watcher.
 class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
  public:
   // How many commands may wait behind each other. Nobody who listens to the controller comes near it; who goes on
@@ -75,6 +78,7 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
   size_t SendOneByOne(const uint8_t* data, size_t length);
 
   bool HciEventPreProcess(const HciPacket& event);
+  bool ShowToWatchers(const HciPacket& event, uint16_t opcode);
   void HciEventPostProcess(const HciPacket& event);
   // False when the outstanding command is another one and stays.
   bool FinishOutstanding(uint16_t opcode, const HciPacket& event);
@@ -82,6 +86,7 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
 
   std::deque<HciCmdFrame> cmd_queue_;
   std::vector<HciEventWatcher*> event_watchers_;
+  std::array<std::atomic<bool>, 256> watched_codes_{};  // those of event_watchers_; read without the lock
   bool send_batch_fallback_ = false;
 };
 

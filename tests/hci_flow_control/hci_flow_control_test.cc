@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -174,6 +176,27 @@ TEST_F(HciFlowControlTest, TheQueueIsBoundedAndSaysSo) {
   const Bytes next = H4(1, kReadVersion);
   wire.insert(wire.end(), next.begin(), next.end());
   ExpectOnWire(wire);
+}
+
+// A sender is stuck in its write, with the lock held that orders it among the others.
+TEST_F(HciFlowControlTest, AnEventOfNobodysWaitsForNoWrite) {
+  constexpr size_t kSent = 64;
+  const Bytes packet(4096, 0x55);
+  std::atomic<size_t> sent = 0;
+  std::thread sender([&] {
+    for (; sent < kSent; ++sent) flow_->SendNoAck(0x02, packet.data(), packet.size());
+  });
+  size_t before = 0;
+  EXPECT_TRUE(WaitFor([&] { return std::exchange(before, sent) == sent && sent != 0; }));
+  EXPECT_LT(sent, kSent);
+  auto received = std::async(std::launch::async, [&] {
+    Receive({0x3E, 0x02, 0x02, 0x00});
+    Receive({0x13, 0x05, 0x01, 0x40, 0x00, 0x01, 0x00});
+  });
+  EXPECT_EQ(received.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  EXPECT_EQ(Events().size(), 2u);
+  EXPECT_EQ(uart_.Read(kSent * (packet.size() + 1)).size(), kSent * (packet.size() + 1));
+  sender.join();
 }
 
 TEST_F(HciFlowControlTest, AnswersToOtherCommandsReleaseNothing) {
