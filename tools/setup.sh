@@ -4,6 +4,15 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 say() { printf '%s\n' "$*" >&2; }
 
+# usage TEXT ARGUMENT...: prints it and ends, if that is all that is asked.
+usage() {
+  case ${2:-} in -h | --help)
+    printf '%s\n' "$1"
+    exit 0
+    ;;
+  esac
+}
+
 # install PACKAGE...: apt-get for those that are not there yet, as root or through sudo.
 install() {
   local missing=()
@@ -32,9 +41,38 @@ install() {
   rm -f "$log"
 }
 
-# build FOLDER TARGET... -- CMAKE_OPTION...: configures once, builds quietly, shows the output of a build that fails.
+# What a failed configure or build said first: its log up to the next step, without the compiler's own command line.
+first_error() {
+  local log=$1
+  awk '/^CMake Error/ { found = 1 }
+       /^FAILED:/ { found = 1; print; getline; next }
+       found && /^\[[0-9]+\/[0-9]+\]/ { exit }
+       found' "$log" | head -n 40 | grep . || tail -n 40 "$log"
+}
+
+# watch_build LOG LAST: reads what the build says and shows how far it is: a bar on a terminal, else a line now and then.
+# LAST tells how long the last time took.
+watch_build() {
+  local line done all shown=0 drawn='' bar
+  while IFS= read -r line; do
+    printf '%s\n' "$line" >>"$1"
+    [[ $line =~ ^\[([0-9]+)/([0-9]+)\] ]] || continue
+    done=${BASH_REMATCH[1]} all=${BASH_REMATCH[2]}
+    if [ -t 2 ]; then
+      printf -v bar '%*s' $((30 * done / all)) ''
+      printf '\r  [%-30s] %d/%d files, %d s%s\e[K' "${bar// /#}" "$done" "$all" "$SECONDS" "$2" >&2
+      drawn=yes
+    elif [ $((10 * done / all)) -gt "$shown" ] && [ "$all" -ge 20 ]; then
+      shown=$((10 * done / all))
+      say "  $done/$all files, $SECONDS s$2"
+    fi
+  done
+  [ -z "$drawn" ] || printf '\r\e[K' >&2
+}
+
+# build FOLDER TARGET... -- CMAKE_OPTION...: configures, builds, and shows how far it is, or the first error.
 build() {
-  local folder=$1 targets=()
+  local folder=$1 targets=() last='' log
   shift
   while [ $# -gt 0 ] && [ "$1" != -- ]; do
     targets+=("$1")
@@ -42,13 +80,18 @@ build() {
   done
   [ $# -gt 0 ] && shift
   mkdir -p "$folder"
-  local log="$folder/build.log"
-  [ -f "$folder/build.ninja" ] || say "Building in $folder (the first time takes some minutes)"
-  if ! { cmake -S . -B "$folder" -G Ninja "$@" && cmake --build "$folder" --target "${targets[@]}"; } >"$log" 2>&1; then
-    grep -E -A 12 'error|FAILED' "$log" | head -n 60 >&2 || tail -n 40 "$log" >&2
+  log="$folder/build.log"
+  [ ! -f "$folder/build.took" ] || last=" (last time $(cat "$folder/build.took"))"
+  SECONDS=0
+  if ! cmake -S . -B "$folder" -G Ninja "$@" >"$log" 2>&1 ||
+    ! NINJA_STATUS='[%f/%t] ' cmake --build "$folder" --target "${targets[@]}" 2>&1 | watch_build "$log" "$last"; then
+    first_error "$log" >&2
     say "The build failed; its whole output is in $log"
     exit 1
   fi
+  local files
+  files=$(sed -nE 's/^\[[0-9]+\/([0-9]+)\].*/\1/p' "$log" | tail -n 1)
+  [ -z "$files" ] || echo "$files files in $SECONDS s" >"$folder/build.took"
 }
 
 BUILD_PACKAGES=(g++ cmake ninja-build ccache android-libbase-dev android-liblog-dev libcli11-dev nlohmann-json3-dev)

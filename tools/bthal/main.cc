@@ -1,9 +1,11 @@
 #include <android-base/logging.h>
-#include <CLI/CLI.hpp>
 
 #include <csignal>
 #include <cstdlib>
+#include <exception>
+#include <string>
 
+#include "bthal/cli/program.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
@@ -27,47 +29,23 @@ void LogErrorsOnly(android::base::LogId, android::base::LogSeverity severity, co
 }
 
 // For every command but those that choose a root themselves.
-void RefuseForeignRoot(const CLI::App& app) {
+int RefuseForeignRoot(const std::string& command) {
   const char* root = getenv(bthal::tool::kRootVariable);
   std::string error;
-  if (root == nullptr || *root == '\0' || app.got_subcommand("demo") || app.got_subcommand("board")) return;
-  if (bthal::tool::RootIsOurs(root, &error)) return;
-  throw CLI::RuntimeError(bthal::tool::Complain(error));
-}
-
-int ReportBadInput(const CLI::App& app, const CLI::ParseError& error) {
-  std::string command = "bthal";
-  for (const CLI::App* sub : app.get_subcommands()) command += " " + sub->get_name();
-  std::string line = error.what();
-  // A word that is no subcommand counts as none at all there; people want to know which word.
-  if (error.get_name() == "RequiredError" && !app.remaining().empty()) {
-    line = "there is no subcommand '" + app.remaining().front() + "'";
-  }
-  for (char& c : line) c = c == '\n' ? ' ' : c;
-  bthal::tool::Complain(line + " (see '" + command + " --help')");
-  return 2;
+  if (root == nullptr || *root == '\0' || command == "demo" || command == "board") return 0;
+  return bthal::tool::RootIsOurs(root, &error) ? 0 : bthal::tool::Complain(error);
 }
 
 int Run(int argc, char** argv) {
   using namespace bthal::tool;
-  CLI::App app(kAbout, "bthal");
-  app.require_subcommand(1);
-  int status = 0;
+  Program program("bthal", kAbout);
+  Command root = program.Root();
   for (auto* add : {AddDemo, AddBoard, AddSupervise, AddHci, AddDump, AddTimeline, AddSnoop, AddServices, AddProp,
                     AddConf, AddCheck, AddThread, AddFinder, AddAfh}) {
-    add(app, &status);
+    add(root);
   }
-  app.parse_complete_callback([&app] { RefuseForeignRoot(app); });
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::Success& help) {
-    return app.exit(help);
-  } catch (const CLI::RuntimeError& refused) {
-    return refused.get_exit_code();
-  } catch (const CLI::ParseError& error) {
-    return ReportBadInput(app, error);
-  }
-  return status;
+  program.Before(RefuseForeignRoot);
+  return program.Run(argc, argv);
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
 // bthal afh: which channels the controller may use.
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/hci/hex.h"
 #include "bthal/run/extension_clients.h"
@@ -30,18 +30,17 @@ int Run(const AfhOptions& options) {
 
 }  // namespace
 
-void AddAfh(CLI::App& app, int* status) {
+void AddAfh(Command& app) {
   auto options = std::make_shared<AfhOptions>();
-  CLI::App* sub = app.add_subcommand("afh", "Tell the controller which of the 79 channels to avoid");
-  sub->add_option("map", options->map, "10 bytes in hex, bit n set: channel n may be used");
-  sub->add_option("--avoid", options->avoid, "channels to avoid, as 0-10,37; all others may be used")
-      ->type_name("CHANNELS");
-  sub->footer(
+  Command sub = app.Add("afh", "Tell the controller which of the 79 channels to avoid");
+  sub.Take("map", &options->map, "10 bytes in hex, bit n set: channel n may be used");
+  sub.Take("--avoid", &options->avoid, "channels to avoid, as 0-10,37; all others may be used").Type("CHANNELS");
+  sub.Footer(
       "Bluetooth must be on: some client must have the HAL.\n"
       "\nExamples:\n"
       "  bthal afh ffffffffffffffffff7f\n"
       "  bthal afh --avoid 0-21");
-  sub->callback([options, status] { *status = Run(*options); });
+  sub.Run([options] { return Run(*options); });
 }
 
 }  // namespace bthal::tool

@@ -1,12 +1,12 @@
 // bthal board: the virtual board alone.
 #include <android-base/unique_fd.h>
 #include <host/property_store.h>
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/board_options.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
@@ -72,17 +72,14 @@ int Run(BoardCommand& command) {
 
 }  // namespace
 
-void AddBoard(CLI::App& app, int* status) {
+void AddBoard(Command& app) {
   auto command = std::make_shared<BoardCommand>();
-  CLI::App* sub = app.add_subcommand("board", "Play the device: controller, power, wake lines, drivers and files");
-  sub->add_option("--root", command->board.root,
-                  "the folder that is furnished as the device's root (default: BTHAL_ROOT)")
-      ->type_name("DIR");
-  AddBoardOptions(*sub, &command->board);
-  sub->add_option("--only", command->only, "play nothing but this")
-      ->check(CLI::IsMember({"coex"}).description(""))
-      ->type_name("coex");
-  sub->footer(
+  Command sub = app.Add("board", "Play the device: controller, power, wake lines, drivers and files");
+  sub.Take("--root", &command->board.root, "the folder that is furnished as the device's root (default: BTHAL_ROOT)")
+      .Type("DIR");
+  AddBoardOptions(sub, &command->board);
+  sub.Take("--only", &command->only, "play nothing but this").OneOf({"coex"}).Type("coex");
+  sub.Footer(
       "Prints everything that happens at the board, one line each, until Ctrl-C.\n"
       "\nExample, in three terminals, each with BTHAL_ROOT=~/board:\n"
       "  bthal board\n"
@@ -90,7 +87,7 @@ void AddBoard(CLI::App& app, int* status) {
       "  bthal hci 'le_scan 2'\n"
       "\nFaults:\n" +
       sim::FaultHelp());
-  sub->callback([command, status] { *status = Run(*command); });
+  sub.Run([command] { return Run(*command); });
 }
 
 }  // namespace bthal::tool

@@ -5,15 +5,13 @@
 
 #include "sim/board.h"
 
-namespace CLI {
-class App;
-}
-
 namespace bthal::tool {
+
+class Command;
 
 // Adds --chip-id, --otp-written, --local-name, --address, --patch-records, --pace, --backend and --fault. `options`
 // must live until the command line has been parsed.
-void AddBoardOptions(CLI::App& sub, sim::BoardOptions* options);
+void AddBoardOptions(Command& sub, sim::BoardOptions* options);
 
 // Whether every fault can be understood; if not, one line in `error`.
 bool FaultsAreClear(const sim::BoardOptions& options, std::string* error);

@@ -1,8 +1,8 @@
 // bthal check: what this machine lacks.
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/machine_check.h"
 #include "bthal/show/terminal.h"
@@ -33,12 +33,12 @@ int Run() {
 
 }  // namespace
 
-void AddCheck(CLI::App& app, int* status) {
-  CLI::App* sub = app.add_subcommand("check", "Say what this machine lacks to run the service, and how to provide it");
-  sub->footer(
+void AddCheck(Command& app) {
+  Command sub = app.Add("check", "Say what this machine lacks to run the service, and how to provide it");
+  sub.Footer(
       "Looks only, changes nothing. Run it as the user that will run the service. Exit status 0 when everything that\n"
       "bring-up needs is there; what is merely useful does not count.");
-  sub->callback([status] { *status = Run(); });
+  sub.Run(Run);
 }
 
 }  // namespace bthal::tool

@@ -1,26 +1,24 @@
 // The subcommands. Each function adds its own to `app`, with its options and its help; when the user asks for it, it
-// runs as the command line is parsed and leaves the program's exit status in *status. One file each.
+// runs, and what it returns is the program's exit status. One file each.
 #pragma once
-
-namespace CLI {
-class App;
-}
 
 namespace bthal::tool {
 
-void AddDemo(CLI::App& app, int* status);
-void AddBoard(CLI::App& app, int* status);
-void AddSupervise(CLI::App& app, int* status);
-void AddHci(CLI::App& app, int* status);
-void AddDump(CLI::App& app, int* status);
-void AddTimeline(CLI::App& app, int* status);
-void AddSnoop(CLI::App& app, int* status);
-void AddServices(CLI::App& app, int* status);
-void AddProp(CLI::App& app, int* status);
-void AddConf(CLI::App& app, int* status);
-void AddCheck(CLI::App& app, int* status);
-void AddThread(CLI::App& app, int* status);
-void AddFinder(CLI::App& app, int* status);
-void AddAfh(CLI::App& app, int* status);
+class Command;
+
+void AddDemo(Command& app);
+void AddBoard(Command& app);
+void AddSupervise(Command& app);
+void AddHci(Command& app);
+void AddDump(Command& app);
+void AddTimeline(Command& app);
+void AddSnoop(Command& app);
+void AddServices(Command& app);
+void AddProp(Command& app);
+void AddConf(Command& app);
+void AddCheck(Command& app);
+void AddThread(Command& app);
+void AddFinder(Command& app);
+void AddAfh(Command& app);
 
 }  // namespace bthal::tool

@@ -1,9 +1,9 @@
 // bthal conf: the settings in force.
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cstdio>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/show/terminal.h"
 #include "conf/conf.h"
@@ -33,15 +33,15 @@ int Run(bool only_set) {
 
 }  // namespace
 
-void AddConf(CLI::App& app, int* status) {
-  CLI::App* sub = app.add_subcommand("conf", "Show the vendor settings in force, and where each comes from");
+void AddConf(Command& app) {
+  Command sub = app.Add("conf", "Show the vendor settings in force, and where each comes from");
   auto only_set = std::make_shared<bool>(false);
-  sub->add_flag("--set", *only_set, "only those that a file sets");
-  sub->footer(
+  sub.Flag("--set", only_set.get(), "only those that a file sets");
+  sub.Footer(
       "A service reads them when it starts: what is shown is what the next start will use. The later file wins:\n"
       "  /vendor/etc/bluetooth/bt_vendor.conf\n"
       "  /vendor/etc/bluetooth/bt_vendor_overlay.conf");
-  sub->callback([=] { *status = Run(*only_set); });
+  sub.Run([=] { return Run(*only_set); });
 }
 
 }  // namespace bthal::tool

@@ -3,10 +3,10 @@
 #include <fcntl.h>
 #include <string.h>
 #include <unistd.h>
-#include <CLI/CLI.hpp>
 
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/binder_client.h"
 #include "bthal/show/terminal.h"
@@ -27,16 +27,15 @@ int Run(const std::string& path) {
 
 }  // namespace
 
-void AddDump(CLI::App& app, int* status) {
+void AddDump(Command& app) {
   auto path = std::make_shared<std::string>();
-  CLI::App* sub =
-      app.add_subcommand("dump", "Print the service's own report: firmware, records, crash files, activity");
-  sub->add_option("-o,--output", *path, "write it to FILE")->type_name("FILE");
-  sub->footer(
+  Command sub = app.Add("dump", "Print the service's own report: firmware, records, crash files, activity");
+  sub.Take("-o,--output", path.get(), "write it to FILE").Type("FILE");
+  sub.Footer(
       "Examples:\n"
       "  bthal dump\n"
       "  bthal dump -o report.txt && bthal timeline report.txt");
-  sub->callback([path, status] { *status = Run(*path); });
+  sub.Run([path] { return Run(*path); });
 }
 
 }  // namespace bthal::tool

@@ -1,11 +1,11 @@
 // bthal finder: lets the controller be found while the device is off.
 #include <android-base/file.h>
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <cstring>
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/extension_clients.h"
 #include "bthal/show/terminal.h"
@@ -36,11 +36,11 @@ int Run(const std::string& path) {
 
 }  // namespace
 
-void AddFinder(CLI::App& app, int* status) {
+void AddFinder(Command& app) {
   auto path = std::make_shared<std::string>();
-  CLI::App* sub = app.add_subcommand("finder", "Give the powered-off finder its keys, and switch it on or off");
-  sub->add_option("file", *path, "keys of 20 bytes in hex, one a line, and 'mode on' or 'mode off'")->required();
-  sub->footer(
+  Command sub = app.Add("finder", "Give the powered-off finder its keys, and switch it on or off");
+  sub.Take("file", path.get(), "keys of 20 bytes in hex, one a line, and 'mode on' or 'mode off'").Required();
+  sub.Footer(
       "Keys are added to those given before. With the mode on, a SIGTERM to the service sends them to the controller,\n"
       "which stays powered and can be found; the service ends once the controller has confirmed.\n"
       "\nExample:\n"
@@ -48,7 +48,7 @@ void AddFinder(CLI::App& app, int* status) {
       "  mode on\n"
       "  000102030405060708090a0b0c0d0e0f10111213   # one key\n"
       "  $ bthal finder keys.txt");
-  sub->callback([path, status] { *status = Run(*path); });
+  sub.Run([path] { return Run(*path); });
 }
 
 }  // namespace bthal::tool

@@ -4,11 +4,11 @@
 #include <android-base/strings.h>
 #include <poll.h>
 #include <unistd.h>
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/hci/script.h"
 #include "bthal/run/hci_session.h"
@@ -126,23 +126,22 @@ int Run(const HciOptions& options) {
 
 }  // namespace
 
-void AddHci(CLI::App& app, int* status) {
+void AddHci(Command& app) {
   auto options = std::make_shared<HciOptions>();
-  CLI::App* sub = app.add_subcommand("hci", "Send HCI commands and data to the controller, and show what comes back");
-  sub->add_option("line", options->lines, "what to send, one quoted argument a line; without any, lines are read");
-  sub->add_option("--script", options->script, "read the lines from FILE ('-' or nothing: standard input)")
-      ->type_name("FILE");
-  sub->add_option("--timeout", options->timeout, "seconds to wait for the answer to a command")
-      ->capture_default_str()
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.001, 3600.0).description(""));
-  sub->add_option("--wait-service", options->service_timeout, "seconds to wait for the service to be published")
-      ->capture_default_str()
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 3600.0).description(""));
-  sub->add_flag("--take-over", options->take_over, "end another bthal hci that has the HAL");
-  sub->add_flag("--no-times", options->no_times, "leave the time column out, so that two runs compare");
-  sub->footer(
+  Command sub = app.Add("hci", "Send HCI commands and data to the controller, and show what comes back");
+  sub.Take("line", &options->lines, "what to send, one quoted argument a line; without any, lines are read");
+  sub.Take("--script", &options->script, "read the lines from FILE ('-' or nothing: standard input)").Type("FILE");
+  sub.Take("--timeout", &options->timeout, "seconds to wait for the answer to a command")
+      .ShowDefault()
+      .Type("SECONDS")
+      .Within(0.001, 3600.0);
+  sub.Take("--wait-service", &options->service_timeout, "seconds to wait for the service to be published")
+      .ShowDefault()
+      .Type("SECONDS")
+      .Within(0.0, 3600.0);
+  sub.Flag("--take-over", &options->take_over, "end another bthal hci that has the HAL");
+  sub.Flag("--no-times", &options->no_times, "leave the time column out, so that two runs compare");
+  sub.Footer(
       std::string("Lines:\n") + kScriptHelp +
       "\nThe HAL is taken at the first line that is about the controller, and given back at the end. One client has it "
       "at\n"
@@ -154,7 +153,7 @@ void AddHci(CLI::App& app, int* status) {
       "  bthal hci 'le_scan 2'\n"
       "  bthal hci reset 'expect success' 'cmd 01 10 00' 'expect HCI 12'\n"
       "  bthal hci --script smoke.hci");
-  sub->callback([options, status] { *status = Run(*options); });
+  sub.Run([options] { return Run(*options); });
 }
 
 }  // namespace bthal::tool

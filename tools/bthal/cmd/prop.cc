@@ -1,12 +1,12 @@
 // bthal prop: system properties.
 #include <android-base/properties.h>
 #include <host/property_store.h>
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cstdio>
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/show/terminal.h"
 
@@ -55,29 +55,29 @@ int List(const PropOptions& options) {
 
 }  // namespace
 
-void AddProp(CLI::App& app, int* status) {
+void AddProp(Command& app) {
   auto options = std::make_shared<PropOptions>();
-  CLI::App* prop = app.add_subcommand("prop", "Read and set system properties");
-  prop->require_subcommand(1);
+  Command prop = app.Add("prop", "Read and set system properties");
+  prop.NeedsSubcommand();
 
-  CLI::App* get = prop->add_subcommand("get", "Print the value of NAME");
-  get->add_option("name", options->name)->required();
-  CLI::Option* fallback = get->add_option("default", options->fallback, "printed where it is not set");
-  get->callback([=] {
-    options->has_fallback = fallback->count() != 0;
-    *status = Get(*options);
+  Command get = prop.Add("get", "Print the value of NAME");
+  get.Take("name", &options->name, "").Required();
+  const Parameter fallback = get.Take("default", &options->fallback, "printed where it is not set");
+  get.Run([=] {
+    options->has_fallback = fallback.Given();
+    return Get(*options);
   });
 
-  CLI::App* set = prop->add_subcommand("set", "Set NAME to VALUE; other processes see it at once");
-  set->add_option("name", options->name)->required();
-  set->add_option("value", options->value)->required();
-  set->callback([=] { *status = Set(*options); });
+  Command set = prop.Add("set", "Set NAME to VALUE; other processes see it at once");
+  set.Take("name", &options->name, "").Required();
+  set.Take("value", &options->value, "").Required();
+  set.Run([=] { return Set(*options); });
 
-  CLI::App* list = prop->add_subcommand("list", "Print all that are set");
-  list->add_option("prefix", options->name, "only those whose name begins so");
-  list->callback([=] { *status = List(*options); });
+  Command list = prop.Add("list", "Print all that are set");
+  list.Take("prefix", &options->name, "only those whose name begins so");
+  list.Run([=] { return List(*options); });
 
-  prop->footer(
+  prop.Footer(
       "'persist.' properties outlive a reboot, 'ro.' ones are set once, a value has at most 91 bytes.\n"
       "\nExamples:\n"
       "  bthal prop set persist.bluetooth.vendor.btsnoop true     log all packets from the next start on\n"

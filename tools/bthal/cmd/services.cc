@@ -7,12 +7,12 @@
 #include <aidl/vendor/tovani/bluetooth_ext/IBluetoothFinder.h>
 #include <aidl/vendor/tovani/bluetooth_ext/IBluetoothSar.h>
 #include <host/service_registry.h>
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/show/terminal.h"
 
@@ -53,10 +53,10 @@ int Run() {
 
 }  // namespace
 
-void AddServices(CLI::App& app, int* status) {
-  CLI::App* sub = app.add_subcommand("services", "List the Binder services that the HAL publishes, and their process");
-  sub->footer("Exit status 0 when all seven are alive, 1 otherwise.");
-  sub->callback([status] { *status = Run(); });
+void AddServices(Command& app) {
+  Command sub = app.Add("services", "List the Binder services that the HAL publishes, and their process");
+  sub.Footer("Exit status 0 when all seven are alive, 1 otherwise.");
+  sub.Run(Run);
 }
 
 }  // namespace bthal::tool

@@ -1,9 +1,9 @@
 // bthal snoop: the vendor packet log, one line a packet.
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
@@ -43,19 +43,19 @@ int Run(const SnoopOptions& options) {
 
 }  // namespace
 
-void AddSnoop(CLI::App& app, int* status) {
+void AddSnoop(Command& app) {
   auto options = std::make_shared<SnoopOptions>();
-  CLI::App* sub = app.add_subcommand("snoop", "Follow the vendor packet log, one line a packet");
-  sub->add_option("file", options->file, "another btsnoop file")->type_name("FILE");
-  sub->add_flag("--once", options->once, "print what is there and end, instead of following it");
-  sub->footer(
+  Command sub = app.Add("snoop", "Follow the vendor packet log, one line a packet");
+  sub.Take("file", &options->file, "another btsnoop file").Type("FILE");
+  sub.Flag("--once", &options->once, "print what is there and end, instead of following it");
+  sub.Footer(
       "The service writes the log when it is opened with persist.bluetooth.vendor.btsnoop true, on a userdebug or eng\n"
       "build (ro.build.type) or with persist.bluetooth.btsnooplogmode set. Ctrl-C ends.\n"
       "\nExamples:\n"
       "  bthal prop set persist.bluetooth.vendor.btsnoop true\n"
       "  bthal snoop\n"
       "  bthal snoop --once saved.log");
-  sub->callback([options, status] { *status = Run(*options); });
+  sub.Run([options] { return Run(*options); });
 }
 
 }  // namespace bthal::tool

@@ -1,8 +1,8 @@
 // bthal supervise: what init does on a device.
-#include <CLI/CLI.hpp>
 
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
@@ -29,15 +29,15 @@ int Run(const SuperviseOptions& options) {
 
 }  // namespace
 
-void AddSupervise(CLI::App& app, int* status) {
+void AddSupervise(Command& app) {
   auto options = std::make_shared<SuperviseOptions>();
-  CLI::App* sub = app.add_subcommand("supervise", "Run the service, restart it when it dies, and say why it died");
-  sub->add_option("program", options->program, "another program and its arguments, after '--'");
-  sub->add_flag("--once", options->once, "do not restart; end with the program's exit status (128 + signal)");
-  sub->add_option("--max-restarts", options->max_restarts, "give up (exit status 1) after so many restarts")
-      ->type_name("N")
-      ->check(CLI::Range(0, 1000000000).description(""));
-  sub->footer(
+  Command sub = app.Add("supervise", "Run the service, restart it when it dies, and say why it died");
+  sub.Take("program", &options->program, "another program and its arguments, after '--'");
+  sub.Flag("--once", &options->once, "do not restart; end with the program's exit status (128 + signal)");
+  sub.Take("--max-restarts", &options->max_restarts, "give up (exit status 1) after so many restarts")
+      .Type("N")
+      .Within(0, 1000000000);
+  sub.Footer(
       "The service is meant to die whenever the controller can only be helped by a fresh start: it is restarted at\n"
       "once. Deaths of one kind (signal or exit status) in a row within a minute are answered more slowly: the second\n"
       "after 0.1 s, the third after 1 s, then twice as long each time, up to 5 s. The wake lock \"bthal_wakelock\" "
@@ -50,7 +50,7 @@ void AddSupervise(CLI::App& app, int* status) {
       "  bthal supervise\n"
       "  BTHAL_ROOT=~/board bthal supervise --max-restarts 3\n"
       "  bthal supervise --once -- ./my-service --flag");
-  sub->callback([options, status] { *status = Run(*options); });
+  sub.Run([options] { return Run(*options); });
 }
 
 }  // namespace bthal::tool

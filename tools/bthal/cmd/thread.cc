@@ -1,12 +1,12 @@
 // bthal thread: Thread radio frames, by hand.
 #include <poll.h>
 #include <unistd.h>
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <iostream>
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/hci/hex.h"
 #include "bthal/run/device_names.h"
@@ -76,22 +76,22 @@ int Run(const ThreadOptions& options) {
 
 }  // namespace
 
-void AddThread(CLI::App& app, int* status) {
+void AddThread(Command& app) {
   auto options = std::make_shared<ThreadOptions>();
-  CLI::App* sub = app.add_subcommand("thread", "Send Thread radio frames to the controller, and print those that come");
-  sub->add_option("frame", options->frames, "frames to send, each as hex bytes in one argument");
-  sub->add_option("--count", options->count, "end once so many frames have come (without: at Ctrl-C)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 1000000000).description(""));
-  sub->add_option("--wait", options->wait, "end after so many seconds; fails if --count frames have not come")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 86400.0).description(""));
-  sub->footer(
+  Command sub = app.Add("thread", "Send Thread radio frames to the controller, and print those that come");
+  sub.Take("frame", &options->frames, "frames to send, each as hex bytes in one argument");
+  sub.Take("--count", &options->count, "end once so many frames have come (without: at Ctrl-C)")
+      .Type("N")
+      .Within(0, 1000000000);
+  sub.Take("--wait", &options->wait, "end after so many seconds; fails if --count frames have not come")
+      .Type("SECONDS")
+      .Within(0.0, 86400.0);
+  sub.Footer(
       "The frame 80 01 04 asks for a reset of the hardware: the service ends at once.\n"
       "\nExamples:\n"
       "  bthal thread 'aa bb cc' --count 1 --wait 2\n"
       "  bthal thread");
-  sub->callback([options, status] { *status = Run(*options); });
+  sub.Run([options] { return Run(*options); });
 }
 
 }  // namespace bthal::tool

@@ -1,11 +1,11 @@
 // bthal timeline: where the time went.
 #include <android-base/file.h>
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <cstring>
 #include <memory>
 
+#include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/show/record_dump.h"
 #include "bthal/show/terminal.h"
@@ -43,21 +43,20 @@ int Run(const TimelineOptions& options) {
 
 }  // namespace
 
-void AddTimeline(CLI::App& app, int* status) {
+void AddTimeline(Command& app) {
   auto options = std::make_shared<TimelineOptions>();
-  CLI::App* sub = app.add_subcommand("timeline", "Draw the scoped records of a service report over time");
-  sub->add_option("file", options->file, "a report of 'bthal dump'; '-' reads standard input")->required();
-  sub->add_option("-o,--output", options->output, "also write trace-event JSON, as trace viewers open it")
-      ->type_name("FILE");
-  sub->add_option("--min", options->least_ms, "leave out what took less than so many milliseconds")
-      ->type_name("MS")
-      ->check(CLI::Range(0, 1000000000).description(""));
-  sub->footer(
+  Command sub = app.Add("timeline", "Draw the scoped records of a service report over time");
+  sub.Take("file", &options->file, "a report of 'bthal dump'; '-' reads standard input").Required();
+  sub.Take("-o,--output", &options->output, "also write trace-event JSON, as trace viewers open it").Type("FILE");
+  sub.Take("--min", &options->least_ms, "leave out what took less than so many milliseconds")
+      .Type("MS")
+      .Within(0, 1000000000);
+  sub.Footer(
       "The table keeps the last 400 records, so take the report soon after what is of interest.\n"
       "\nExamples:\n"
       "  bthal dump -o report.txt && bthal timeline report.txt -o trace.json\n"
       "  bthal dump | bthal timeline - --min 5");
-  sub->callback([options, status] { *status = Run(*options); });
+  sub.Run([options] { return Run(*options); });
 }
 
 }  // namespace bthal::tool
