@@ -1,12 +1,9 @@
 // Peers that do not keep to the rules: it costs them their connection, and nobody else anything.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -18,6 +15,7 @@
 #include "host/binder_objects.h"
 #include "support/child_process.h"
 #include "support/log_capture.h"
+#include "support/raw_peer.h"
 #include "support/temp_root.h"
 #include "support/wait_for.h"
 
@@ -27,113 +25,10 @@ namespace {
 using ::android::base::unique_fd;
 using ::ndk::SharedRefBase;
 
-constexpr uint16_t kCall = 1;
-constexpr uint16_t kReply = 2;
-constexpr uint16_t kRelease = 3;
-constexpr int32_t kFindService = 1;
-constexpr int32_t kPing = '_' << 24 | 'P' << 16 | 'N' << 8 | 'G';
-constexpr int32_t kDump = '_' << 24 | 'D' << 16 | 'M' << 8 | 'P';
-constexpr uint32_t kWithDescriptor = 1;
-
-// As laid out on the wire.
-struct Header {
-  uint32_t size = 0;
-  uint16_t type = kCall;
-  uint16_t objects = 0;
-  uint64_t call = 1;
-  uint64_t target = 0;
-  uint64_t nested = 0;
-  int32_t code = kPing;
-  uint32_t flags = 0;
-};
-
-// A process's end of a connection, without any manners.
-class RawPeer {
- public:
-  explicit RawPeer(const TempRoot& root) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    for (const auto& entry : std::filesystem::directory_iterator(root.path() + "/run/bthal/binder")) {
-      strncpy(address.sun_path, entry.path().c_str(), sizeof(address.sun_path) - 1);
-    }
-    connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-  }
-
-  void Send(const void* bytes, size_t size) const { send(socket_.get(), bytes, size, MSG_NOSIGNAL); }
-  void Send(const Header& header, const std::vector<uint32_t>& body = {}) const {
-    const auto* head = reinterpret_cast<const uint8_t*>(&header);
-    const auto* rest = reinterpret_cast<const uint8_t*>(body.data());
-    std::vector<uint8_t> bytes(head, head + sizeof(header));
-    bytes.insert(bytes.end(), rest, rest + body.size() * sizeof(uint32_t));
-    Send(bytes.data(), bytes.size());
-  }
-  void SendWithDescriptors(const Header& header, const std::vector<int>& descriptors,
-                           const std::vector<uint32_t>& body = {}) const {
-    iovec parts[] = {{const_cast<Header*>(&header), sizeof(header)},
-                     {const_cast<uint32_t*>(body.data()), body.size() * sizeof(uint32_t)}};
-    std::vector<char> control(CMSG_SPACE(descriptors.size() * sizeof(int)));
-    msghdr message{};
-    message.msg_iov = parts;
-    message.msg_iovlen = 2;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    cmsghdr* rights = CMSG_FIRSTHDR(&message);
-    rights->cmsg_level = SOL_SOCKET;
-    rights->cmsg_type = SCM_RIGHTS;
-    rights->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
-    memcpy(CMSG_DATA(rights), descriptors.data(), descriptors.size() * sizeof(int));
-    sendmsg(socket_.get(), &message, MSG_NOSIGNAL);
-  }
-
-  // The next message's header, its body skipped; type 0 at the end of the connection.
-  Header Receive() const {
-    Header header;
-    if (recv(socket_.get(), &header, sizeof(header), MSG_WAITALL) != sizeof(header)) return {.type = 0};
-    std::vector<char> body(header.size);
-    if (!body.empty()) recv(socket_.get(), body.data(), body.size(), MSG_WAITALL);
-    return header;
-  }
-  bool IsEnded() const { return Receive().type == 0; }
-  bool Answers() const {
-    Send(Header{.call = 77});
-    const Header answer = Receive();
-    return answer.type == kReply && answer.call == 77 && answer.code == STATUS_OK;
-  }
-
- private:
-  unique_fd socket_;
-};
-
 int CountDescriptors() {
   int count = 0;
   for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
   return count;
-}
-
-// The words of a string as a parcel has it.
-std::vector<uint32_t> Words(const std::string& text) {
-  std::vector<uint32_t> words((text.size() + 3) / 4 + 1);
-  words[0] = static_cast<uint32_t>(text.size());
-  memcpy(&words[1], text.data(), text.size());
-  return words;
-}
-
-// Connects and asks for the service as a client does; its object is number 1 of this connection then.
-RawPeer Client(const TempRoot& root) {
-  RawPeer peer(root);
-  const std::vector<uint32_t> name = Words(HciInstance());
-  peer.Send(Header{.size = static_cast<uint32_t>(4 * name.size()), .code = kFindService}, name);
-  const Header answer = peer.Receive();
-  EXPECT_EQ(answer.type, kReply);
-  EXPECT_EQ(answer.objects, 1);
-  return peer;
-}
-
-// Calls a method of the service that takes one array of bytes, an empty one here.
-void Call(const RawPeer& peer, uint64_t call, int32_t code) {
-  std::vector<uint32_t> body = Words(Hci::descriptor);
-  body.push_back(0);
-  peer.Send(Header{.size = static_cast<uint32_t>(4 * body.size()), .call = call, .target = 1, .code = code}, body);
 }
 
 class BinderHostileTest : public ::testing::Test {
@@ -143,7 +38,7 @@ class BinderHostileTest : public ::testing::Test {
     EXPECT_EQ(Publish(hci_), EX_NONE);
   }
 
-  RawPeer Client() const { return test::Client(root_); }
+  RawPeer Client() const { return FoundBy(root_.path(), HciInstance()); }
 
   const LogCapture log_;
   const TempRoot root_;
@@ -180,14 +75,14 @@ TEST_F(BinderHostileTest, MalformedMessagesCostTheConnection) {
       {"objects on one another", {.size = 36, .objects = 2}, {1, 5, 0, 0, 0, 0, 0, 0, 4}},
   };
   for (const auto& [what, header, body] : cases) {
-    const RawPeer peer(root_);
+    const RawPeer peer(root_.path());
     ASSERT_TRUE(peer.Answers()) << what;
     peer.Send(header, body);
     EXPECT_TRUE(peer.IsEnded()) << what;
   }
   // The rest of a message that never comes costs nothing before the peer hangs up.
   {
-    const RawPeer peer(root_);
+    const RawPeer peer(root_.path());
     peer.Send(Header{.size = 1 << 20}, {1, 2, 3});
   }
   EXPECT_TRUE(bystander.Answers());
@@ -229,7 +124,7 @@ TEST_F(BinderHostileTest, DescriptorsThatNobodyAskedForAreClosed) {
   EXPECT_EQ(peer.Receive().code, STATUS_OK);
   // And one whose message is never completed goes with the connection.
   {
-    const RawPeer other(root_);
+    const RawPeer other(root_.path());
     other.SendWithDescriptors(Header{.size = 400, .target = 0, .code = kDump, .flags = kWithDescriptor}, {ends[1]});
   }
   EXPECT_TRUE(WaitFor([&] { return CountDescriptors() == before; })) << CountDescriptors() - before;
@@ -245,12 +140,12 @@ TEST(BinderFloodTest, AFloodOfCallsCostsTheConnection) {
   const TempRoot root;
   ASSERT_EQ(Publish(SharedRefBase::make<FakeHci>()), EX_NONE);
   // More calls than any process has threads, all there before the first is looked at.
-  const RawPeer peer(root);
+  const RawPeer peer(root.path());
   const std::vector<Header> calls(300);
   peer.Send(calls.data(), calls.size() * sizeof(Header));
   ABinderProcess_startThreadPool();
   EXPECT_TRUE(peer.IsEnded());
-  EXPECT_TRUE(RawPeer(root).Answers());
+  EXPECT_TRUE(RawPeer(root.path()).Answers());
 }
 
 // Two processes ask and do not read. One thread serves everybody.
@@ -264,13 +159,13 @@ TEST(BinderDeafPeersTest, TheirAnswersWaitForThemAndNobodyElseDoes) {
   const Gate read;
   const auto deaf = [&] {
     ask.Pass();
-    const RawPeer peer = Client(root);
-    for (uint64_t call = 1; call <= kAsked; ++call) Call(peer, call, kSendHciCommand);
+    const RawPeer peer = FoundBy(root.path(), HciInstance());
+    for (uint64_t call = 1; call <= kAsked; ++call) Call(peer, call, Hci::descriptor, kSendHciCommand);
     read.Pass();
     for (uint64_t call = 1; call <= kAsked; ++call) {
       if (peer.Receive().call != call) return 1;
     }
-    for (uint64_t call = 1; call <= kTooMany; ++call) Call(peer, call, kSendHciCommand);
+    for (uint64_t call = 1; call <= kTooMany; ++call) Call(peer, call, Hci::descriptor, kSendHciCommand);
     ask.Pass();
     // What had been sent before the end can still be read.
     for (uint64_t call = 1; call <= kTooMany; ++call) {
@@ -342,7 +237,7 @@ TEST(BinderUserTest, AUserHasAShareAndAStrangerNone) {
   ChildProcess stranger([&] {
     if (setuid(kStranger) != 0) return 1;
     come.Pass();
-    if (RawPeer(root).Answers()) return 2;
+    if (RawPeer(root.path()).Answers()) return 2;
     const LogCapture log;
     const ::ndk::SpAIBinder found(AServiceManager_checkService(HciInstance().c_str()));
     if (found.get() != nullptr) return 3;
@@ -361,10 +256,10 @@ TEST(BinderUserTest, AUserHasAShareAndAStrangerNone) {
   }
   std::vector<std::unique_ptr<RawPeer>> peers;
   for (int i = 0; i < 48; ++i) {
-    peers.push_back(std::make_unique<RawPeer>(root));
+    peers.push_back(std::make_unique<RawPeer>(root.path()));
     ASSERT_TRUE(peers.back()->Answers()) << i;
   }
-  EXPECT_FALSE(RawPeer(root).Answers());
+  EXPECT_FALSE(RawPeer(root.path()).Answers());
   EXPECT_TRUE(log.Has("process " + std::to_string(getpid()) + " of user 65534, who may have 48 of 64"));
   come.Open();
   come.Open();
@@ -374,7 +269,7 @@ TEST(BinderUserTest, AUserHasAShareAndAStrangerNone) {
   EXPECT_TRUE(log.Has(" of user 65533"));
   EXPECT_TRUE(peers.front()->Answers());
   peers.pop_back();
-  EXPECT_TRUE(RawPeer(root).Answers());
+  EXPECT_TRUE(RawPeer(root.path()).Answers());
   EXPECT_EQ(seteuid(0), 0);
 }
 
