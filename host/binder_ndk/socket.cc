@@ -9,7 +9,9 @@
 #include <string.h>
 #include <sys/random.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -29,6 +31,7 @@ using bthal::host::BelowDeviceRoot;
 constexpr int kBacklog = 64;
 // A socket has this suffix until it takes connections, so that nobody sweeps it up before.
 constexpr std::string_view kUnfinishedSuffix = ".new";
+constexpr time_t kLongestToFinish = 60;  // seconds, for a few system calls
 
 unique_fd OpenDirectory() {
   if (!bthal::host::IsOwnDirectory(kSocketDirectory)) return {};
@@ -50,13 +53,20 @@ std::string NewName() {
   return std::to_string(getpid()) + "-" + std::to_string(number);
 }
 
+// Whether a socket that does not take connections yet will never do so, its process having been killed meanwhile.
+bool IsAbandoned(int directory, const std::string& name) {
+  struct stat info {};
+  return name.ends_with(kUnfinishedSuffix) && fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+         time(nullptr) - info.st_mtime > kLongestToFinish;
+}
+
 // Removes the sockets at which nobody listens any more.
 void Sweep(int directory, const std::string& own) {
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(BelowDeviceRoot(kSocketDirectory).c_str()), closedir);
   if (entries == nullptr) return;
   while (const dirent* entry = readdir(entries.get())) {
     const std::string name = entry->d_name;
-    if (PidOf(name) == 0 || name == own) continue;
+    if (name == own || (PidOf(name) == 0 && !IsAbandoned(directory, name))) continue;
     if (ConnectSocket(name).get() < 0 && errno == ECONNREFUSED) unlinkat(directory, name.c_str(), 0);
   }
 }

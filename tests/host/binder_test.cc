@@ -1,7 +1,12 @@
 // Calls between real processes.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <host/service_registry.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +19,8 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/unique_fd.h>
+
 #include "host/binder_objects.h"
 #include "support/child_process.h"
 #include "support/temp_root.h"
@@ -22,6 +29,7 @@
 namespace bthal::test {
 namespace {
 
+using ::android::base::unique_fd;
 using ::ndk::SharedRefBase;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -353,11 +361,22 @@ TEST(BinderTest, AServiceThatComesBackIsFound) {
   EXPECT_EQ(AServiceManager_checkService(HciInstance().c_str()), nullptr);
   EXPECT_FALSE(host::ListServices()[0].alive);
   EXPECT_EQ(sockets(), 1);
+  // So does what a process has left that was killed before it listened, long ago, but not what is about to listen.
+  const auto unfinished = [&](const char* name, time_t age) {
+    const unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof(address.sun_path), "%s/run/bthal/binder/%s", root.path().c_str(), name);
+    const timespec times[2] = {{0, UTIME_OMIT}, {time(nullptr) - age, 0}};
+    return bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
+           utimensat(AT_FDCWD, address.sun_path, times, 0) == 0;
+  };
+  ASSERT_TRUE(unfinished("1-1.new", 3600) && unfinished("1-2.new", 1));
   go.Open();
   hci = FindHci();
   EXPECT_TRUE(hci->close().isOk());
   EXPECT_EQ(host::ListServices()[0].pid, second.pid());
-  EXPECT_TRUE(WaitFor([&] { return sockets() == 1; }));
+  EXPECT_TRUE(WaitFor([&] { return sockets() == 2; }));
 }
 
 TEST(BinderTest, ALongDeviceRootIsNoHindrance) {
