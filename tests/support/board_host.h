@@ -1,19 +1,11 @@
 // The host's side of the virtual board, played by hand: nodes, terminal and packets, without a line of the service.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "sim/board.h"
-#include "support/temp_root.h"
+#include "support/board_journal.h"
 
 namespace bthal::test {
 
-using Packet = std::vector<uint8_t>;  // H4: type byte first
+using Packet = Bytes;  // H4: type byte first
 
 inline constexpr uint16_t kReset = 0x0C03;
 inline constexpr uint16_t kReadLocalName = 0x0C14;
@@ -33,9 +25,6 @@ inline constexpr int kSoonMs = 100;
 class BoardHost {
  public:
   explicit BoardHost(const TempRoot& root) : root_(root) {}
-  ~BoardHost();
-  BoardHost(const BoardHost&) = delete;
-  BoardHost& operator=(const BoardHost&) = delete;
 
   // Writes to a node as a driver's user does.
   void WriteNode(const std::string& device_path, const std::string& text) const;
@@ -61,11 +50,11 @@ class BoardHost {
   // From power-on to a running patch at 4 Mbit/s.
   void BringUp(const std::string& file = "QNL_188_U.hcd");
 
-  int fd() const { return fd_; }
+  int fd() const { return fd_.get(); }
 
  private:
   const TempRoot& root_;
-  int fd_ = -1;
+  unique_fd fd_;
   Packet buffer_;
 };
 
@@ -77,24 +66,18 @@ Packet Status(uint16_t opcode, uint8_t status);
 Packet Complete(uint16_t opcode, const Packet& return_parameters);
 // The records of a patch file, as command packets.
 std::vector<Packet> Records(const std::string& content);
-// How many entries of this kind the board's journal has.
-size_t Count(const sim::Board& board, sim::WireEvent event);
-// Waits for so many entries of this kind.
-bool Await(const sim::Board& board, sim::WireEvent event, size_t count = 1);
-// The texts of all entries of this kind.
-std::vector<std::string> Texts(const sim::Board& board, sim::WireEvent event);
 
 // A board on a root of its own, whose host the test plays.
 class BoardTest : public testing::Test {
  protected:
-  sim::Board& Start(sim::BoardOptions options);
-  sim::Board& Start() { return Start(SmallBoard(root_)); }
+  Board& Start(sim::BoardOptions options);
+  Board& Start() { return Start(SmallBoard(root_)); }
   // Switches it on as well, and resets it.
-  sim::Board& Play(sim::BoardOptions options);
-  sim::Board& Play() { return Play(SmallBoard(root_)); }
+  Board& Play(sim::BoardOptions options);
+  Board& Play() { return Play(SmallBoard(root_)); }
 
   TempRoot root_;
-  std::unique_ptr<sim::Board> board_;
+  std::unique_ptr<Board> board_;
   BoardHost host_{root_};
 };
 

@@ -2,25 +2,27 @@
 
 #include <android/binder_process.h>
 
-#include <utility>
-
-#include "support/wait_for.h"
-
 namespace bthal::test {
 
-using HalStatus = ::aidl::android::hardware::bluetooth::Status;
+void Accelerate(bool on) { SetProperty("persist.bluetooth.disable.accelerate.bt.on", on ? "false" : "true"); }
 
-sim::BoardOptions BoardSessionTest::SmallBoard() {
+sim::BoardOptions BoardSessionTest::SmallBoard(std::vector<std::string> faults) {
   sim::BoardOptions options;
   options.patch_records = 3;
+  options.faults = std::move(faults);
   return options;
 }
 
 void BoardSessionTest::StartBoard(sim::BoardOptions options) {
   options.root = root_.path();
-  board_ = std::make_unique<sim::Board>(std::move(options));
+  board_ = std::make_unique<Board>(std::move(options));
   std::string error;
   ASSERT_TRUE(board_->Start(&error)) << error;
+}
+
+void BoardSessionTest::AddFault(const std::string& fault) {
+  std::string error;
+  ASSERT_TRUE(board_->AddFault(fault, &error)) << error;
 }
 
 void BoardSessionTest::StartService(const std::string& log_level) {
@@ -38,6 +40,10 @@ void BoardSessionTest::FindHal() {
 void BoardSessionTest::OpenSession(const std::string& log_level) {
   StartService(log_level);
   ASSERT_NO_FATAL_FAILURE(FindHal());
+  Initialize();
+}
+
+void BoardSessionTest::Initialize() {
   ASSERT_TRUE(hal_->initialize(client_).isOk());
   ASSERT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
 }

@@ -1,11 +1,7 @@
 // A btsnoop file, read back without the logger's help.
 #pragma once
 
-#include <cstdint>
-#include <cstring>
-#include <optional>
-#include <string>
-#include <vector>
+#include "support/test.h"
 
 namespace bthal::test {
 

@@ -1,13 +1,6 @@
 #include "support/child_process.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <stdio.h>
 #include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <stdexcept>
 
 namespace bthal::test {
 

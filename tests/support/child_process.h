@@ -1,9 +1,7 @@
 // A real process beside the test's own.
 #pragma once
 
-#include <sys/types.h>
-
-#include <functional>
+#include "support/test.h"
 
 namespace bthal::test {
 

@@ -1,25 +1,25 @@
-// What the diagnostics' tests share: debug central's report as text, and files found by prefix.
+// What the diagnostics' tests share: debug central's report as text, files found by prefix, and a flow control that is
+// monitored.
 #pragma once
 
-#include <stdio.h>
-#include <unistd.h>
+#include <android-base/strings.h>
+#include <sys/mman.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
-
+#include "aidl/bluetooth_hci/diagnostics.h"
 #include "debug_central/debug_central.h"
+#include "hci_flow_control/debug_monitor.h"
+#include "hci_flow_control/hci_flow_control.h"
+#include "support/test.h"
 
 namespace bthal::test {
 
 // The report that `dump` prints.
 inline std::string DumpText() {
-  FILE* const file = tmpfile();
-  android::hardware::bluetooth::DebugCentral::Get().Dump(fileno(file));
-  std::string text(static_cast<size_t>(lseek(fileno(file), 0, SEEK_END)), '\0');
-  if (pread(fileno(file), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) text.clear();
-  fclose(file);
+  const unique_fd file(memfd_create("report", MFD_CLOEXEC));
+  android::hardware::bluetooth::DebugCentral::Get().Dump(file.get());
+  lseek(file.get(), 0, SEEK_SET);
+  std::string text;
+  android::base::ReadFdToString(file.get(), &text);
   return text;
 }
 
@@ -28,16 +28,11 @@ inline std::vector<std::string> DumpSection(const std::string& title) {
   const std::string rule = std::string(45, '=') + "\n";
   const std::string report = DumpText();
   const std::string heading = rule + title + "\n" + rule;
-  size_t at = report.find(heading);
-  std::vector<std::string> lines;
-  if (at == std::string::npos) return lines;
-  at += heading.size();
-  const size_t end = std::min(report.find(rule, at), report.size());
-  while (at < end) {
-    const size_t line_end = report.find('\n', at);
-    lines.push_back(report.substr(at, line_end - at));
-    at = line_end + 1;
-  }
+  const size_t at = report.find(heading);
+  if (at == std::string::npos) return {};
+  const std::string rest = report.substr(at + heading.size());
+  auto lines = android::base::Split(rest.substr(0, rest.find(rule)), "\n");
+  lines.pop_back();  // behind the last line's end
   return lines;
 }
 
@@ -52,5 +47,46 @@ inline std::vector<std::string> NamesIn(const std::string& folder, const std::st
   std::ranges::sort(names);
   return names;
 }
+
+inline std::vector<std::string> CoreDumps(const TempRoot& root, const std::string& prefix = "") {
+  return NamesIn(root.path() + "/data/vendor/ssrdump/coredump", prefix);
+}
+inline std::vector<std::string> CrashInfos(const TempRoot& root) {
+  return NamesIn(root.path() + "/data/vendor/ssrdump", "crashinfo_bt_");
+}
+
+// A flow control that the diagnostics watch, and what they leave of the events that it gets.
+class MonitoredTest : public ::testing::Test {
+ protected:
+  using HciPacket = android::hardware::bluetooth::hci::HciPacket;
+  using Monitor = android::hardware::bluetooth::V1_1::qnlbtlinux::debug::DebugMonitor;
+
+  MonitoredTest() {
+    android::hardware::bluetooth::aidl::qnlbtlinux::RegisterDiagnostics();
+    Monitor::Get().StartMonitor(flow_.get());
+  }
+  ~MonitoredTest() override { Monitor::Get().StopMonitor(); }
+
+  static std::shared_ptr<android::hardware::bluetooth::hci::HciFlowControl> MakeFlow() {
+    const auto ignore = [](const HciPacket&) {};
+    return std::make_shared<android::hardware::bluetooth::hci::HciFlowControl>(
+        android::hardware::bluetooth::hci::Consumers{ignore, ignore, ignore, ignore, ignore});
+  }
+  void MakeFolders() { std::filesystem::create_directories(root_.path() + kCoreDumpDir); }
+  // Whether the stack sees the event, as it is.
+  bool Reaches(const HciPacket& event) {
+    bool seen = false;
+    flow_->OnHciEventReady(event, [&](const HciPacket& delivered) { seen = delivered == event; });
+    return seen;
+  }
+
+  static constexpr char kCrashInfoDir[] = "/data/vendor/ssrdump/";
+  static constexpr char kCoreDumpDir[] = "/data/vendor/ssrdump/coredump/";
+
+  TempRoot root_;
+  LogCapture log_;
+  android::hardware::bluetooth::DebugCentral& central_ = android::hardware::bluetooth::DebugCentral::Get();
+  std::shared_ptr<android::hardware::bluetooth::hci::HciFlowControl> flow_ = MakeFlow();
+};
 
 }  // namespace bthal::test

@@ -1,16 +1,7 @@
 // A node of the kernel that remembers what is written to it, which a file does not.
 #pragma once
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <stdexcept>
-#include <string>
-
-#include <android-base/unique_fd.h>
-
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace bthal::test {
 
@@ -38,7 +29,7 @@ class FifoNode {
   void CloseReader() { fd_.reset(); }
 
  private:
-  android::base::unique_fd fd_;
+  unique_fd fd_;
   std::string history_;
 };
 

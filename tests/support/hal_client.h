@@ -4,58 +4,57 @@
 #include <aidl/android/hardware/bluetooth/BnBluetoothHciCallbacks.h>
 #include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
 #include <android/binder_manager.h>
-#include <sys/types.h>
 
-#include <android-base/unique_fd.h>
-
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <vector>
+#include "support/child_process.h"
+#include "support/test.h"
 
 namespace bthal::test {
 
-using Bytes = std::vector<uint8_t>;
+using HalStatus = ::aidl::android::hardware::bluetooth::Status;
 
 // Keeps what it is told. Made with ndk::SharedRefBase::make.
 class RecordingCallbacks : public ::aidl::android::hardware::bluetooth::BnBluetoothHciCallbacks {
  public:
-  using Status = ::aidl::android::hardware::bluetooth::Status;
   // What is done with a packet or status from inside the call that brings it.
   using Reaction = std::function<void(const Bytes&)>;
-  using StatusReaction = std::function<void(Status)>;
+  using StatusReaction = std::function<void(HalStatus)>;
 
-  ndk::ScopedAStatus aclDataReceived(const Bytes& data) override;
+  ndk::ScopedAStatus aclDataReceived(const Bytes& data) override { return Keep(acl_, data); }
   ndk::ScopedAStatus hciEventReceived(const Bytes& event) override;
-  ndk::ScopedAStatus initializationComplete(Status status) override;
-  ndk::ScopedAStatus isoDataReceived(const Bytes& data) override;
-  ndk::ScopedAStatus scoDataReceived(const Bytes& data) override;
+  ndk::ScopedAStatus initializationComplete(HalStatus status) override;
+  ndk::ScopedAStatus isoDataReceived(const Bytes& data) override { return Keep(iso_, data); }
+  ndk::ScopedAStatus scoDataReceived(const Bytes& data) override { return Keep(sco_, data); }
 
-  std::vector<Status> Statuses() const;
-  std::vector<Bytes> Events() const;
-  std::vector<Bytes> Acl() const;
-  std::vector<Bytes> Sco() const;
-  std::vector<Bytes> Iso() const;
+  std::vector<HalStatus> Statuses() const { return Copy(statuses_); }
+  std::vector<Bytes> Events() const { return Copy(events_); }
+  std::vector<Bytes> Acl() const { return Copy(acl_); }
+  std::vector<Bytes> Sco() const { return Copy(sco_); }
+  std::vector<Bytes> Iso() const { return Copy(iso_); }
   // Wait for one that came at any time; false after 20 s.
-  bool WaitForStatus(Status status) const;
+  bool WaitForStatus(HalStatus status) const;
   bool WaitForEvent(const Bytes& event) const;
 
-  void OnEvent(Reaction reaction);
-  void OnStatus(StatusReaction reaction);
+  void OnEvent(Reaction reaction) { Set(on_event_, std::move(reaction)); }
+  void OnStatus(StatusReaction reaction) { Set(on_status_, std::move(reaction)); }
   // Whether the calls from now on fail.
-  void Fail(bool fail);
+  void Fail(bool fail) { Set(fail_, fail); }
 
  private:
   ndk::ScopedAStatus Keep(std::vector<Bytes>& kind, const Bytes& packet);
+  template <typename T>
+  T Copy(const T& member) const {
+    const std::lock_guard lock(mutex_);
+    return member;
+  }
+  template <typename T>
+  void Set(T& member, T value) {
+    const std::lock_guard lock(mutex_);
+    member = std::move(value);
+  }
 
   mutable std::mutex mutex_;
-  std::vector<Status> statuses_;
-  std::vector<Bytes> events_;
-  std::vector<Bytes> acl_;
-  std::vector<Bytes> sco_;
-  std::vector<Bytes> iso_;
+  std::vector<HalStatus> statuses_;
+  std::vector<Bytes> events_, acl_, sco_, iso_;
   Reaction on_event_;
   StatusReaction on_status_;
   bool fail_ = false;
@@ -76,25 +75,21 @@ std::string ReportOf(::aidl::android::hardware::bluetooth::IBluetoothHci& hal);
 class ClientProcess {
  public:
   ClientProcess();
-  ClientProcess(const ClientProcess&) = delete;
-  ClientProcess& operator=(const ClientProcess&) = delete;
-  ~ClientProcess();
 
   // Calls initialize and returns what initializationComplete was told; -1 if the call failed, -2 if nothing was told.
-  int Initialize();
-  bool Close();
+  int Initialize() { return Order('i'); }
   // From now on never returns from hciEventReceived; the second waits until it is there, false if that takes for ever.
-  void BlockInNextEvent();
-  bool WaitUntilBlocked();
+  void BlockInNextEvent() { Order('b'); }
+  bool WaitUntilBlocked() { return Outcome() == 1; }
 
-  void Kill();
-  pid_t pid() const { return pid_; }
+  void Kill() { process_->Kill(); }
 
  private:
   int Order(char order);
+  int Outcome() const;
 
-  pid_t pid_ = -1;
-  android::base::unique_fd orders_;
+  unique_fd orders_;
+  std::optional<ChildProcess> process_;
 };
 
 }  // namespace bthal::test

@@ -1,12 +1,6 @@
 #include "support/pty.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <stdlib.h>
 #include <termios.h>
-#include <unistd.h>
-
-#include <stdexcept>
 
 namespace bthal::test {
 
@@ -22,7 +16,7 @@ Pty::Pty() : controller_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
   tcsetattr(keeper_.get(), TCSANOW, &attributes);
 }
 
-void Pty::Write(const std::vector<uint8_t>& bytes) const {
+void Pty::Write(const Bytes& bytes) const {
   size_t done = 0;
   while (done < bytes.size()) {
     const ssize_t n = TEMP_FAILURE_RETRY(write(controller_.get(), bytes.data() + done, bytes.size() - done));
@@ -31,9 +25,9 @@ void Pty::Write(const std::vector<uint8_t>& bytes) const {
   }
 }
 
-std::vector<uint8_t> Pty::Read(size_t count) const {
+Bytes Pty::Read(size_t count) const {
   constexpr int kPatienceMs = 10000;
-  std::vector<uint8_t> bytes(count);
+  Bytes bytes(count);
   size_t done = 0;
   while (done < count) {
     pollfd ready{controller_.get(), POLLIN, 0};

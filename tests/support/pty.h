@@ -1,11 +1,7 @@
 // A pseudo-terminal pair: the service opens one end by path, the test plays the controller on the other.
 #pragma once
 
-#include <android-base/unique_fd.h>
-
-#include <cstdint>
-#include <string>
-#include <vector>
+#include "support/test.h"
 
 namespace bthal::test {
 
@@ -16,15 +12,15 @@ class Pty {
   int controller() const { return controller_.get(); }
   const std::string& host_path() const { return host_path_; }
 
-  void Write(const std::vector<uint8_t>& bytes) const;
+  void Write(const Bytes& bytes) const;
   // Reads until `count` bytes have come; fewer only after ten seconds without one.
-  std::vector<uint8_t> Read(size_t count) const;
+  Bytes Read(size_t count) const;
   // Ends the line: the host reads end of file from now on.
   void HangUp();
 
  private:
-  android::base::unique_fd controller_;
-  android::base::unique_fd keeper_;
+  unique_fd controller_;
+  unique_fd keeper_;
   std::string host_path_;
 };
 

@@ -1,9 +1,8 @@
 // Runs a program to its end and keeps what it printed.
 #pragma once
 
-#include <chrono>
-#include <string>
-#include <vector>
+#include "bthal/run/process.h"
+#include "support/test.h"
 
 namespace bthal::test {
 
@@ -14,10 +13,29 @@ struct ProgramResult {
 };
 
 // `input` becomes its standard input.
-ProgramResult RunProgram(const std::vector<std::string>& arguments, const std::string& input = "",
-                         std::chrono::seconds patience = std::chrono::seconds(60));
+inline ProgramResult RunProgram(const std::vector<std::string>& arguments, const std::string& input = "") {
+  const TemporaryFile in, out, error;
+  ::android::base::WriteStringToFile(input, in.path);
+  std::string failure;
+  tool::Child child = tool::Child::Spawn({.arguments = arguments,
+                                          .environment = {},
+                                          .standard_input = in.fd,
+                                          .standard_output = out.fd,
+                                          .standard_error = error.fd},
+                                         &failure);
+  if (!child.running()) throw std::runtime_error(failure);
+  const std::optional<int> status = child.Wait(seconds(60));
+  ProgramResult result;
+  if (status) result.status = WIFSIGNALED(*status) ? 128 + WTERMSIG(*status) : WEXITSTATUS(*status);
+  ::android::base::ReadFileToString(out.path, &result.out);
+  ::android::base::ReadFileToString(error.path, &result.error);
+  return result;
+}
 
 // The same of bthal with these arguments.
-ProgramResult Bthal(std::vector<std::string> arguments, const std::string& input = "");
+inline ProgramResult Bthal(std::vector<std::string> arguments, const std::string& input = "") {
+  arguments.insert(arguments.begin(), BTHAL_PROGRAM);
+  return RunProgram(arguments, input);
+}
 
 }  // namespace bthal::test

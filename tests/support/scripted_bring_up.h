@@ -1,20 +1,8 @@
 // The bring-up of a controller that says what the test tells it to.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstdint>
-#include <functional>
-#include <future>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "btqnl_protocol/btqnl_protocol.h"
-#include "support/log_capture.h"
-#include "support/scripted_controller.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 #include "support/uart_transport.h"
 
 namespace bthal::test {
@@ -34,7 +22,7 @@ inline constexpr uint16_t kDownloadConfig = 0xFE72;
 inline constexpr uint8_t kDisallowed = 0x0C;  // a status
 inline constexpr uint8_t kPlainChip = 12;     // neither OTP nor fast download nor a patch of its own
 
-class ScriptedBringUpTest : public ::testing::Test {
+class ScriptedBringUpTest : public TransportTest {
  protected:
   using StatusOf = std::function<uint8_t(uint16_t opcode)>;
 
@@ -49,19 +37,15 @@ class ScriptedBringUpTest : public ::testing::Test {
   // Answers every command of a running step until it is over. Returns the opcodes.
   std::vector<uint16_t> Play(
       std::future<bool>& step, const StatusOf& status_of = [](uint16_t) { return uint8_t{0}; },
-      const std::vector<uint8_t>& parameters = {kPlainChip, 'n', 'a', 'm', 'e', 0}) {
-    return controller_.CompleteAll([&] { return step.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
-                                   status_of, parameters);
+      const Bytes& parameters = {kPlainChip, 'n', 'a', 'm', 'e', 0}) {
+    return controller_.CompleteAll([&] { return step.wait_for(seconds(0)) == std::future_status::ready; }, status_of,
+                                   parameters);
   }
   // Refuses the `nth` (from 1) of `opcode`, and nothing else.
   static StatusOf Refusal(uint16_t opcode, int nth = 1) {
     return [=](uint16_t seen) mutable { return seen == opcode && --nth == 0 ? kDisallowed : uint8_t{0}; };
   }
 
-  TempRoot root_;
-  LogCapture log_;
-  ScriptedController controller_{root_};
-  UartTransport transport_;
   android::hardware::bluetooth::BtQnlProtocol& protocol_ = android::hardware::bluetooth::BtQnlProtocol::GetInstacne();
 };
 

@@ -1,11 +1,5 @@
 #include "support/scripted_controller.h"
 
-#include <poll.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
-
 namespace bthal::test {
 namespace {
 
@@ -23,9 +17,9 @@ ScriptedController::ScriptedController(const TempRoot& root) {
 }
 
 // Reads until `size` bytes are there.
-bool ScriptedController::Fill(size_t size, std::chrono::steady_clock::time_point deadline) {
+bool ScriptedController::Fill(size_t size, steady_clock::time_point deadline) {
   while (received_.size() < size) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
     if (left.count() < 0) return false;
     pollfd ready{pty_.controller(), POLLIN, 0};
     if (TEMP_FAILURE_RETRY(poll(&ready, 1, static_cast<int>(left.count()))) <= 0) return false;
@@ -37,20 +31,19 @@ bool ScriptedController::Fill(size_t size, std::chrono::steady_clock::time_point
   return true;
 }
 
-std::vector<uint8_t> ScriptedController::NextCommand(std::chrono::milliseconds patience) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
+Bytes ScriptedController::NextCommand(milliseconds patience) {
+  const auto deadline = steady_clock::now() + patience;
   if (!Fill(kHeaderSize, deadline)) return {};
   const size_t size = kHeaderSize + received_[kHeaderSize - 1];
   // Anything but a command is shown as it is, and fails the comparison it is meant for.
   if (received_[0] != kCommandType || !Fill(size, deadline)) return received_;
-  const std::vector<uint8_t> command(received_.begin() + 1, received_.begin() + static_cast<ptrdiff_t>(size));
+  const Bytes command(received_.begin() + 1, received_.begin() + static_cast<ptrdiff_t>(size));
   received_.erase(received_.begin(), received_.begin() + static_cast<ptrdiff_t>(size));
   return command;
 }
 
-void ScriptedController::Complete(uint16_t opcode, uint8_t status, const std::vector<uint8_t>& parameters) {
-  std::vector<uint8_t> event = {0x0E,  static_cast<uint8_t>(4 + parameters.size()), 1, Low(opcode), High(opcode),
-                                status};
+void ScriptedController::Complete(uint16_t opcode, uint8_t status, const Bytes& parameters) {
+  Bytes event = {0x0E, static_cast<uint8_t>(4 + parameters.size()), 1, Low(opcode), High(opcode), status};
   event.insert(event.end(), parameters.begin(), parameters.end());
   SendEvent(event);
 }
@@ -59,16 +52,16 @@ void ScriptedController::CommandStatus(uint16_t opcode, uint8_t status) {
   SendEvent({0x0F, 4, status, 1, Low(opcode), High(opcode)});
 }
 
-void ScriptedController::SendEvent(const std::vector<uint8_t>& event) {
-  std::vector<uint8_t> packet = {kEventType};
+void ScriptedController::SendEvent(const Bytes& event) {
+  Bytes packet = {kEventType};
   packet.insert(packet.end(), event.begin(), event.end());
   pty_.Write(packet);
 }
 
 std::vector<uint16_t> ScriptedController::CompleteAll(const std::function<bool()>& over,
                                                       const std::function<uint8_t(uint16_t)>& status_of,
-                                                      const std::vector<uint8_t>& parameters) {
-  constexpr std::chrono::milliseconds kGlance(2);
+                                                      const Bytes& parameters) {
+  constexpr milliseconds kGlance(2);
   std::vector<uint16_t> opcodes;
   while (!over()) {
     const uint16_t opcode = OpcodeOf(NextCommand(kGlance));
@@ -79,13 +72,13 @@ std::vector<uint16_t> ScriptedController::CompleteAll(const std::function<bool()
   return opcodes;
 }
 
-std::vector<uint8_t> Command(uint16_t opcode, const std::vector<uint8_t>& parameters) {
-  std::vector<uint8_t> command = {Low(opcode), High(opcode), static_cast<uint8_t>(parameters.size())};
+Bytes Command(uint16_t opcode, const Bytes& parameters) {
+  Bytes command = {Low(opcode), High(opcode), static_cast<uint8_t>(parameters.size())};
   command.insert(command.end(), parameters.begin(), parameters.end());
   return command;
 }
 
-uint16_t OpcodeOf(const std::vector<uint8_t>& command) {
+uint16_t OpcodeOf(const Bytes& command) {
   return command.size() < 2 ? 0 : static_cast<uint16_t>(command[0] | command[1] << 8);
 }
 

@@ -1,10 +1,10 @@
 // The real service as a process of its own.
 #pragma once
 
-#include <sys/types.h>
-
 #include <optional>
 #include <string>
+
+#include "bthal/run/process.h"
 
 namespace bthal::test {
 
@@ -16,22 +16,18 @@ class ServiceProcess {
   // `program`: SERVICE_PROGRAM. `root`: the device root that it gets as BTHAL_ROOT; its log, of `log_level` and above,
   // is <root>/service.log, to which a second process of the same root appends.
   ServiceProcess(const std::string& program, const std::string& root, const std::string& log_level = "verbose");
-  ServiceProcess(const ServiceProcess&) = delete;
-  ServiceProcess& operator=(const ServiceProcess&) = delete;
   ~ServiceProcess();
 
-  pid_t pid() const { return pid_; }
+  pid_t pid() const { return process_.pid(); }
 
   // Waits until IBluetoothHci can be found; false if it cannot after 20 s, or the process ended.
   bool WaitUntilPublished();
 
-  void Signal(int signal) const;
+  void Signal(int signal) const { process_.Signal(signal); }
 
-  // Waits for the process's end and returns its wait status (see waitpid); nothing if it still lives after 20 s.
-  std::optional<int> WaitForEnd();
-  // The same, as "signal 9" or "exit 0"; "alive" if it still lives.
+  // Waits for the process's end and says how it was: "signal 9", "exit 0"; "alive" if it still lives after 20 s.
   std::string WaitForEndText();
-  bool IsAlive();
+  bool IsAlive() { return !WaitForEnd(std::chrono::seconds(0)); }
 
   // What this process, and its predecessors on the same root, logged.
   std::string Log() const;
@@ -40,8 +36,10 @@ class ServiceProcess {
   bool WaitForLog(const std::string& text, size_t times = 1) const;
 
  private:
-  pid_t pid_ = -1;
+  std::optional<int> WaitForEnd(std::chrono::milliseconds patience);
+
   std::string log_path_;
+  tool::Child process_;
   std::optional<int> status_;
 };
 

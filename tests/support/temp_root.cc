@@ -1,5 +1,7 @@
 #include "support/temp_root.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -37,6 +39,11 @@ std::string TempRoot::Read(const std::string& device_path) const {
   std::ostringstream content;
   content << file.rdbuf();
   return content.str();
+}
+
+unsigned TempRoot::ModeOf(const std::string& device_path) const {
+  struct stat status {};
+  return stat((path_ + device_path).c_str(), &status) == 0 ? status.st_mode & ALLPERMS : 0;
 }
 
 }  // namespace bthal::test

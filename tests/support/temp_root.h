@@ -19,6 +19,8 @@ class TempRoot {
   void Write(const std::string& device_path, const std::string& content) const;
   // Reads it back; empty when absent.
   std::string Read(const std::string& device_path) const;
+  // Its permissions; 0 when absent.
+  unsigned ModeOf(const std::string& device_path) const;
 
  private:
   std::string path_;

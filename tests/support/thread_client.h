@@ -1,18 +1,11 @@
 // The Thread service's end of the dispatcher's socket.
 #pragma once
 
-#include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <cstdint>
 #include <cstring>
-#include <string>
-#include <vector>
 
-#include <android-base/unique_fd.h>
-
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 
@@ -20,34 +13,54 @@ class ThreadClient {
  public:
   static constexpr size_t kLargestFrame = 8192;
 
-  // Connects as soon as the service below device root `root` listens.
-  explicit ThreadClient(const std::string& root) : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
-    const std::string path = root + "/data/vendor/bluetooth/thread_dispatcher_socket";
+  // Connects as soon as the service below device root `root`, whose path may be too long for an address, listens. In a
+  // stream (SOCK_STREAM) each frame is behind a byte 0x40 and its length.
+  explicit ThreadClient(const std::string& root, int type = SOCK_SEQPACKET)
+      : is_stream_(type == SOCK_STREAM), fd_(socket(AF_UNIX, type | SOCK_CLOEXEC, 0)) {
+    const std::string link = "/tmp/bthal-thread-" + std::to_string(getpid());
+    (void)!symlink((root + "/data/vendor/bluetooth/thread_dispatcher_socket").c_str(), link.c_str());
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    link.copy(address.sun_path, sizeof(address.sun_path) - 1);
     connected_ =
         WaitFor([&] { return connect(fd_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0; });
+    unlink(link.c_str());
   }
 
   bool connected() const { return connected_; }
 
-  bool Send(const std::vector<uint8_t>& frame) const {
-    return send(fd_.get(), frame.data(), frame.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(frame.size());
+  bool Send(const Bytes& frame) const {
+    if (!is_stream_) return SendRaw(frame);
+    Bytes framed = {0x40, static_cast<uint8_t>(frame.size()), static_cast<uint8_t>(frame.size() >> 8)};
+    framed.insert(framed.end(), frame.begin(), frame.end());
+    return SendRaw(framed);
+  }
+  bool SendRaw(const Bytes& bytes) const {
+    return send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
   }
 
-  // One frame; empty when the line has ended.
-  std::vector<uint8_t> Receive() const {
-    std::vector<uint8_t> frame(kLargestFrame + 1);
-    const ssize_t size = TEMP_FAILURE_RETRY(recv(fd_.get(), frame.data(), frame.size(), 0));
-    frame.resize(size < 0 ? 0 : static_cast<size_t>(size));
-    return frame;
+  // The next frame; empty at the end of the conversation, or after a long silence.
+  Bytes Receive() const {
+    if (!is_stream_) return ReceiveRaw(65536, 0);
+    const Bytes head = ReceiveRaw(3, MSG_WAITALL);
+    if (head.size() < 3 || head[0] != 0x40) return {};
+    return ReceiveRaw(head[1] | head[2] << 8, MSG_WAITALL);
   }
 
   void HangUp() const { shutdown(fd_.get(), SHUT_RDWR); }
 
  private:
-  android::base::unique_fd fd_;
+  Bytes ReceiveRaw(size_t size, int flags) const {
+    constexpr int kPatienceMs = 20000;
+    pollfd readable{fd_.get(), POLLIN, 0};
+    Bytes bytes(size);
+    const ssize_t length = poll(&readable, 1, kPatienceMs) == 1 ? recv(fd_.get(), bytes.data(), size, flags) : 0;
+    bytes.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    return bytes;
+  }
+
+  bool is_stream_;
+  unique_fd fd_;
   bool connected_ = false;
 };
 

@@ -1,7 +1,5 @@
 #include "support/uart_transport.h"
 
-#include <stdexcept>
-
 #include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
 
@@ -36,7 +34,7 @@ void UartTransport::Close() {
   hci::channel::Deinitialize();
 }
 
-std::vector<std::vector<uint8_t>> UartTransport::Events() const {
+std::vector<Bytes> UartTransport::Events() const {
   const std::lock_guard lock(mutex_);
   return events_;
 }

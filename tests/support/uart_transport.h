@@ -1,12 +1,9 @@
 // The service's transport, open on a scripted controller's line, and what comes out of it.
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-#include <mutex>
-#include <vector>
-
 #include "hci_flow_control/hci_flow_control.h"
+#include "support/scripted_controller.h"
+#include "support/test.h"
 
 namespace bthal::test {
 
@@ -24,14 +21,27 @@ class UartTransport {
   void Close();
 
   // The events that reached the stack, in order.
-  std::vector<std::vector<uint8_t>> Events() const;
+  std::vector<Bytes> Events() const;
   // How often the service has ended itself quietly.
   static int Deaths();
 
  private:
   std::atomic<android::hardware::bluetooth::hci::HciFlowControl*> flow_{nullptr};
   mutable std::mutex mutex_;
-  std::vector<std::vector<uint8_t>> events_;
+  std::vector<Bytes> events_;
+};
+
+// The transport, with a scripted controller at its other end.
+class TransportTest : public ::testing::Test {
+ protected:
+  bool EventsReach(size_t count) {
+    return WaitFor([&] { return transport_.Events().size() == count; });
+  }
+
+  TempRoot root_;
+  LogCapture log_;
+  ScriptedController controller_{root_};
+  UartTransport transport_;
 };
 
 }  // namespace bthal::test
