@@ -1,53 +1,24 @@
 // What the service does after a step of its bring-up has failed and the report of it, which would end the process, has
 // been kept from ending it.
-#include <android-base/logging.h>
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <signal.h>
-
-#include <atomic>
-#include <chrono>
-#include <filesystem>
-#include <functional>
-#include <future>
-#include <memory>
-#include <optional>
-#include <string>
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "aidl/bluetooth_hci/termination.h"
 #include "host/binder_objects.h"
 #include "os/kill_self.h"
-#include "sim/board.h"
-#include "support/hal_client.h"
-#include "support/log_capture.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/board_session.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
 namespace {
 
-using ::aidl::android::hardware::bluetooth::Status;
-using ::bthal::sim::Board;
-using ::bthal::sim::BoardOptions;
-using ::bthal::sim::JournalEntry;
-using ::bthal::sim::WireEvent;
-using ::bthal::test::Bytes;
-using ::bthal::test::ClientProcess;
-using ::bthal::test::FakeHci;
-using ::bthal::test::LogCapture;
-using ::bthal::test::RecordingCallbacks;
-using ::bthal::test::TempRoot;
-using ::bthal::test::WaitFor;
-using ::testing::ElementsAre;
+using namespace ::bthal::test;
+
 using ::testing::UnorderedElementsAre;
 
 std::atomic<int> g_kills{0};
 std::atomic<int> g_aborts{0};
 
-class BringUpFailureTest : public ::testing::Test {
+class BringUpFailureTest : public BoardSessionTest {
  protected:
   BringUpFailureTest() {
     os::SetKillSelfForTest([] { ++g_kills; });
@@ -60,33 +31,25 @@ class BringUpFailureTest : public ::testing::Test {
   }
 
   void Start(bool accelerated, std::vector<std::string> faults, bool with_uart = true) {
-    ::android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", accelerated ? "false" : "true");
-    BoardOptions options;
-    options.root = root_.path();
-    options.patch_records = 3;
-    options.faults = std::move(faults);
-    board_.emplace(options);
-    std::string error;
-    ASSERT_TRUE(board_->Start(&error)) << error;
+    Accelerate(accelerated);
+    ASSERT_NO_FATAL_FAILURE(StartBoard(SmallBoard(std::move(faults))));
     if (!with_uart) std::filesystem::remove(root_.path() + "/dev/ttySAC16");
     hci_ = ndk::SharedRefBase::make<BluetoothHci>();
   }
 
   bool IsOff() const {
     return WaitFor([&] {
-      const auto journal = board_->Journal();
-      for (auto entry = journal.rbegin(); entry != journal.rend(); ++entry) {
-        if (entry->event == WireEvent::kPowerOff) return true;
-        if (entry->event == WireEvent::kPowerOn) return false;
+      bool off = true;
+      for (const auto& entry : board_->Journal()) {
+        if (entry.event == WireEvent::kPowerOff || entry.event == WireEvent::kPowerOn) {
+          off = entry.event == WireEvent::kPowerOff;
+        }
       }
-      return true;
+      return off;
     });
   }
 
   LogCapture log_;
-  TempRoot root_;
-  std::optional<Board> board_;
-  std::shared_ptr<RecordingCallbacks> client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
   std::shared_ptr<BluetoothHci> hci_;
 };
 
@@ -96,7 +59,7 @@ TEST_F(BringUpFailureTest, AClientHearsOfAControllerThatFailsAndOfNothingAfterIt
   Start(/*accelerated=*/false, {"wrong-status,opcode=reset,count=always"});
   EXPECT_TRUE(hci_->initialize(client_).isOk());
   EXPECT_THAT(client_->Events(), ElementsAre(ErrorEvent(0x93)));
-  EXPECT_THAT(client_->Statuses(), ElementsAre(Status::HARDWARE_INITIALIZATION_ERROR));
+  EXPECT_THAT(client_->Statuses(), ElementsAre(HalStatus::HARDWARE_INITIALIZATION_ERROR));
   EXPECT_TRUE(log_.Has("Initialize() failed"));
   EXPECT_TRUE(log_.Has("HasClientConnectWith: has_client: 0"));
   EXPECT_EQ(g_aborts, 1);
@@ -106,13 +69,13 @@ TEST_F(BringUpFailureTest, AClientHearsOfAControllerThatFailsAndOfNothingAfterIt
   // Whoever comes next is the first client again.
   EXPECT_TRUE(hci_->initialize(client_).isOk());
   EXPECT_THAT(client_->Statuses(),
-              ElementsAre(Status::HARDWARE_INITIALIZATION_ERROR, Status::HARDWARE_INITIALIZATION_ERROR));
+              ElementsAre(HalStatus::HARDWARE_INITIALIZATION_ERROR, HalStatus::HARDWARE_INITIALIZATION_ERROR));
 }
 
 TEST_F(BringUpFailureTest, AClientHearsOfAChannelThatCannotBeOpened) {
   Start(/*accelerated=*/false, {}, /*with_uart=*/false);
   EXPECT_TRUE(hci_->initialize(client_).isOk());
-  EXPECT_THAT(client_->Statuses(), ElementsAre(Status::HARDWARE_INITIALIZATION_ERROR));
+  EXPECT_THAT(client_->Statuses(), ElementsAre(HalStatus::HARDWARE_INITIALIZATION_ERROR));
   EXPECT_FALSE(log_.Has("DeviceClose")) << "the coexistence device stays open for the next attempt";
   EXPECT_TRUE(IsOff());
 }
@@ -139,7 +102,7 @@ class HostedServiceTest : public BringUpFailureTest {
     door_->on_initialize = [this](const auto& client) { return hci_->initialize(client); };
   }
   // No bring-up for those who come after the clients.
-  ~HostedServiceTest() override { ::android::base::SetProperty("sys.shutdown.requested", "0"); }
+  ~HostedServiceTest() override { SetProperty("sys.shutdown.requested", "0"); }
 
   void Serve(bool accelerated, std::vector<std::string> faults = {}) {
     ASSERT_NO_FATAL_FAILURE(Start(accelerated, std::move(faults)));
@@ -147,7 +110,7 @@ class HostedServiceTest : public BringUpFailureTest {
     ABinderProcess_startThreadPool();
     ASSERT_EQ(Publish(door_), EX_NONE);
   }
-  static Status Initialize(ClientProcess& client) { return static_cast<Status>(client.Initialize()); }
+  static HalStatus Initialize(ClientProcess& client) { return static_cast<HalStatus>(client.Initialize()); }
 
   ClientProcess clients_[3];
   const std::shared_ptr<FakeHci> door_ = ndk::SharedRefBase::make<FakeHci>();
@@ -155,14 +118,14 @@ class HostedServiceTest : public BringUpFailureTest {
 
 TEST_F(HostedServiceTest, OfClientsThatWaitForTheSameBringUpOneIsServed) {
   ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/true, {"late-answer,opcode=reset,ms=500"}));
-  std::vector<std::future<Status>> calls;
+  std::vector<std::future<HalStatus>> calls;
   for (ClientProcess& client : clients_) {
     calls.push_back(std::async(std::launch::async, [&] { return Initialize(client); }));
   }
-  std::vector<Status> statuses;
+  std::vector<HalStatus> statuses;
   for (auto& call : calls) statuses.push_back(call.get());
   EXPECT_THAT(statuses,
-              UnorderedElementsAre(Status::SUCCESS, Status::ALREADY_INITIALIZED, Status::ALREADY_INITIALIZED));
+              UnorderedElementsAre(HalStatus::SUCCESS, HalStatus::ALREADY_INITIALIZED, HalStatus::ALREADY_INITIALIZED));
   EXPECT_TRUE(WaitFor([] { return g_kills == 1; }));
 }
 
@@ -175,7 +138,7 @@ TEST_F(HostedServiceTest, ExtensionsDoNotStartBehindTheClose) {
   };
   std::string expected;
   for (int round = 0; round < 10; ++round) {
-    ASSERT_EQ(Initialize(clients_[0]), Status::SUCCESS);
+    ASSERT_EQ(Initialize(clients_[0]), HalStatus::SUCCESS);
     expected += "ED";
   }
   std::string switched;
@@ -191,7 +154,7 @@ TEST_F(HostedServiceTest, ExtensionsDoNotStartBehindTheClose) {
 class LateDeath {
  public:
   // Through this, the client to be initialises.
-  ndk::ScopedAStatus Initialize(BluetoothHci& hci, const std::shared_ptr<bthal::test::Callbacks>& client) {
+  ndk::ScopedAStatus Initialize(BluetoothHci& hci, const std::shared_ptr<Callbacks>& client) {
     AIBinder_linkToDeath(client->asBinder().get(), recipient_.get(), &first_);
     auto initialized = hci.initialize(client);
     AIBinder_linkToDeath(client->asBinder().get(), recipient_.get(), &last_);
@@ -213,7 +176,7 @@ TEST_F(HostedServiceTest, ALateNoticeOfADeathFindsItsSessionClosed) {
   LateDeath death;
   ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
   door_->on_initialize = [&](const auto& client) { return death.Initialize(*hci_, client); };
-  ASSERT_EQ(Initialize(clients_[0]), Status::SUCCESS);
+  ASSERT_EQ(Initialize(clients_[0]), HalStatus::SUCCESS);
   clients_[0].Kill();
   death.Wait();
   EXPECT_TRUE(hci_->close().isOk());  // the last thing that the client had asked for
@@ -227,17 +190,16 @@ TEST_F(HostedServiceTest, ALateNoticeOfADeathLeavesTheSuccessorAlone) {
   LateDeath death;
   ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
   door_->on_initialize = [&](const auto& client) { return death.Initialize(*hci_, client); };
-  ASSERT_EQ(Initialize(clients_[0]), Status::SUCCESS);
+  ASSERT_EQ(Initialize(clients_[0]), HalStatus::SUCCESS);
   clients_[0].Kill();
   death.Wait();
 
-  std::string error;
-  ASSERT_TRUE(board_->AddFault("no-answer,opcode=reset", &error)) << error;  // a bring-up of two seconds
+  ASSERT_NO_FATAL_FAILURE(AddFault("no-answer,opcode=reset"));  // a bring-up of two seconds
   door_->on_initialize = [this](const auto& client) { return hci_->initialize(client); };
   auto successor = std::async(std::launch::async, [this] { return Initialize(clients_[1]); });
   EXPECT_TRUE(WaitFor([this] { return log_.Count("HasClientConnectWith: has_client: 1") == 2; }));
   death.Announce();
-  EXPECT_EQ(successor.get(), Status::SUCCESS);
+  EXPECT_EQ(successor.get(), HalStatus::SUCCESS);
   death.WaitUntilTold();
   EXPECT_FALSE(log_.Has("BluetoothHci::close()"));
 }

@@ -1,33 +1,18 @@
 // What the service has dropped stands in its report.
 #include "aidl/bluetooth_hci/diagnostics.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "hci_flow_control/hci_flow_control.h"
 #include "support/diagnostics.h"
-#include "support/log_capture.h"
 #include "support/pty.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 #include "support/uart_transport.h"
-#include "support/wait_for.h"
 #include "thread/thread_dispatcher.h"
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
 namespace {
 
-using ::bthal::test::DumpText;
-using ::bthal::test::LogCapture;
-using ::bthal::test::Pty;
-using ::bthal::test::TempRoot;
-using ::bthal::test::UartTransport;
-using ::bthal::test::WaitFor;
-using ::testing::HasSubstr;
+using namespace ::bthal::test;
 
 TEST(DiagnosticsTest, TheReportHoldsWhatWasDroppedOnAnyWay) {
   const TempRoot root;

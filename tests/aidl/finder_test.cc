@@ -1,36 +1,19 @@
 #include "aidl/bluetooth_pof.h"
 
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <iterator>
 #include <numeric>
-#include <vector>
 
 #include "support/btsnoop_file.h"
 #include "support/hal_client.h"
-#include "support/log_capture.h"
-#include "support/scripted_controller.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 #include "support/uart_transport.h"
-#include "support/wait_for.h"
 #include "vnd_snoop_logger.h"
 
 namespace vendor::tovani::bluetooth_ext::finder::aidl::implementation {
 namespace {
 
+using namespace ::bthal::test;
+
 using ::android::hardware::bluetooth::VndSnoopLogger;
-using ::bthal::test::Bytes;
-using ::bthal::test::LogCapture;
-using ::bthal::test::ParseSnoopFile;
-using ::bthal::test::ScriptedController;
-using ::bthal::test::TempRoot;
-using ::bthal::test::UartTransport;
-using ::bthal::test::WaitFor;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 const Bytes kStart = {0x62, 0xFD, 9, 2, 0x40, 6, 0x0A, 0, 4, 0, 0, 0x50};
 
@@ -50,14 +33,10 @@ Bytes KeysCommand(const Bytes& store, size_t offset, uint8_t count) {
 // Command Complete of the finder command, with the form echoed.
 Bytes Answer(uint8_t status, uint8_t form) { return {0x0E, 5, 1, 0x62, 0xFD, status, form}; }
 
-class FinderTest : public ::testing::Test {
+class FinderTest : public TransportTest {
  protected:
   void Send(const Bytes& keys) { EXPECT_TRUE(finder_->sendPrecomputedKeys(keys).isOk()); }
 
-  TempRoot root_;
-  LogCapture log_;
-  ScriptedController controller_{root_};
-  UartTransport transport_;
   std::shared_ptr<BluetoothFinder> finder_ = ndk::SharedRefBase::make<BluetoothFinder>();
 };
 
@@ -93,8 +72,8 @@ TEST_F(FinderTest, APartKeyStaysBehindAndARefusedKeyDoesNotEndTheMode) {
 // Whatever the controller says to the start, the process ends, and the log that was being written holds the answer.
 TEST_F(FinderTest, AFailedStartIsLoggedAndEndsTheProcessToo) {
   root_.Below("/data/vendor/bluetooth/x");
-  ::android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "true");
-  ::android::base::SetProperty("persist.bluetooth.btsnooplogmode", "full");
+  SetProperty("persist.bluetooth.vendor.btsnoop", "true");
+  SetProperty("persist.bluetooth.btsnooplogmode", "full");
   VndSnoopLogger::Get().Start();
   Send(Keys(20));
   finder_->OnBluetoothEnabled(transport_.flow());
@@ -168,7 +147,7 @@ TEST_F(FinderTest, AnswersToOthersReachTheStack) {
   finder_->OnBluetoothEnabled(transport_.flow());
   controller_.SendEvent(Answer(0, 2));
   controller_.SendEvent({0x0E, 3, 1, 0x62, 0xFD});
-  EXPECT_TRUE(WaitFor([&] { return transport_.Events().size() == 2; }));
+  EXPECT_TRUE(EventsReach(2));
   EXPECT_EQ(UartTransport::Deaths(), 0);
 }
 

@@ -1,32 +1,15 @@
 #include "aidl/bluetooth_hci/callbacks.h"
 
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "support/btsnoop_file.h"
 #include "support/diagnostics.h"
 #include "support/hal_client.h"
-#include "support/log_capture.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 #include "vnd_snoop_logger.h"
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
 namespace {
 
-using ::bthal::test::Bytes;
-using ::bthal::test::DumpSection;
-using ::bthal::test::LogCapture;
-using ::bthal::test::ParseSnoopFile;
-using ::bthal::test::RecordingCallbacks;
-using ::bthal::test::TempRoot;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
+using namespace ::bthal::test;
 
 // As the file shows a packet: its flags (bit 0: from the controller, bit 1: command or event), its type and its bytes.
 struct Logged {
@@ -49,8 +32,8 @@ class PacketCallbacksTest : public ::testing::Test {
 
   void SwitchSnoopLog(bool on) {
     root_.Below("/data/vendor/bluetooth/x");
-    ::android::base::SetProperty("persist.bluetooth.vendor.btsnoop", on ? "true" : "false");
-    ::android::base::SetProperty("persist.bluetooth.btsnooplogmode", "full");
+    SetProperty("persist.bluetooth.vendor.btsnoop", on ? "true" : "false");
+    SetProperty("persist.bluetooth.btsnooplogmode", "full");
     VndSnoopLogger::Get().Start();
     ASSERT_EQ(VndSnoopLogger::Get().is_logging(), on);
   }

@@ -1,25 +1,11 @@
 // What happens at the edges of a session: callers that are nobody yet, or no longer, and clients and controllers that
 // keep a dying service waiting.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-
-#include <algorithm>
-#include <future>
-#include <string>
-#include <vector>
-
-#include <android-base/properties.h>
 
 #include "support/board_session.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using ::aidl::android::hardware::bluetooth::Status;
-using ::testing::Contains;
-using ::testing::Not;
 
 const Bytes kReset = {0x03, 0x0C, 0};
 const Bytes kUnknownCommand = {0x99, 0xFC, 0};
@@ -27,10 +13,8 @@ const Bytes kUnknownCommand = {0x99, 0xFC, 0};
 class SessionEdgesTest : public BoardSessionTest {
  protected:
   void Start(bool accelerated, const std::vector<std::string>& faults = {}) {
-    ::android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", accelerated ? "false" : "true");
-    sim::BoardOptions options = SmallBoard();
-    options.faults = faults;
-    StartBoard(options);
+    Accelerate(accelerated);
+    StartBoard(SmallBoard(faults));
     StartService();
     ASSERT_NO_FATAL_FAILURE(FindHal());
   }
@@ -46,8 +30,7 @@ TEST_F(SessionEdgesTest, WhoHasNoSessionCannotSend) {
   ASSERT_NO_FATAL_FAILURE(Start(true));
   ASSERT_TRUE(service_->WaitForLog("perform_init: BTQNL controller is ready"));
   EXPECT_TRUE(hal_->sendHciCommand(kUnknownCommand).isOk());
-  ASSERT_TRUE(hal_->initialize(client_).isOk());
-  ASSERT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+  ASSERT_NO_FATAL_FAILURE(Initialize());
   ASSERT_TRUE(hal_->close().isOk());
   EXPECT_TRUE(hal_->sendHciCommand(kUnknownCommand).isOk());
   ASSERT_TRUE(hal_->initialize(client_).isOk());
@@ -62,8 +45,7 @@ TEST_F(SessionEdgesTest, ACallerThatDiesWhileItWaitsIsNobody) {
   auto doomed = std::async(std::launch::async, [&] { return other_.Initialize(); });
   ASSERT_TRUE(service_->WaitForLog("Init thread is running. Waiting for it to exit"));
   other_.Kill();
-  EXPECT_TRUE(hal_->initialize(client_).isOk());
-  EXPECT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+  ASSERT_NO_FATAL_FAILURE(Initialize());
   EXPECT_TRUE(Exchange(kReset));
   EXPECT_TRUE(service_->IsAlive());
   doomed.wait();
@@ -71,9 +53,9 @@ TEST_F(SessionEdgesTest, ACallerThatDiesWhileItWaitsIsNobody) {
 
 TEST_F(SessionEdgesTest, ASecondClientThatDoesNotReturnDelaysNothing) {
   ASSERT_NO_FATAL_FAILURE(Start(true));
-  ASSERT_EQ(other_.Initialize(), static_cast<int>(Status::SUCCESS));
+  ASSERT_EQ(other_.Initialize(), static_cast<int>(HalStatus::SUCCESS));
   std::promise<void> leave;
-  client_->OnStatus([left = leave.get_future().share()](Status) { left.wait(); });
+  client_->OnStatus([left = leave.get_future().share()](HalStatus) { left.wait(); });
   EXPECT_TRUE(hal_->initialize(client_).isOk());
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_EQ(service_->CountInLog("thread_perform_self_kill self kill"), 1u);
@@ -103,7 +85,7 @@ TEST_F(SessionEdgesTest, AHangUpDuringABringUpIsTheBringUpsToMend) {
 
 TEST_F(SessionEdgesTest, ABigHammerWaitsForNoClient) {
   ASSERT_NO_FATAL_FAILURE(Start(true));
-  ASSERT_EQ(other_.Initialize(), static_cast<int>(Status::SUCCESS));
+  ASSERT_EQ(other_.Initialize(), static_cast<int>(HalStatus::SUCCESS));
   other_.BlockInNextEvent();
   board_->SendPacket(4, {0x3E, 2, 0x7F, 0x01});
   ASSERT_TRUE(other_.WaitUntilBlocked());
@@ -116,12 +98,10 @@ TEST_F(SessionEdgesTest, ABigHammerWaitsForNoClient) {
 
 TEST_F(SessionEdgesTest, SigtermWaitsForNoSilentController) {
   ASSERT_NO_FATAL_FAILURE(Start(false));
-  ASSERT_TRUE(hal_->initialize(client_).isOk());
-  ASSERT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+  ASSERT_NO_FATAL_FAILURE(Initialize());
   ASSERT_TRUE(hal_->close().isOk());
   const auto resets = std::ranges::count(board_->Commands(), kReset);
-  std::string error;
-  ASSERT_TRUE(board_->AddFault("no-answer,opcode=reset,count=always", &error)) << error;
+  ASSERT_NO_FATAL_FAILURE(AddFault("no-answer,opcode=reset,count=always"));
   auto later = std::async(std::launch::async, [&] { return hal_->initialize(client_).isOk(); });
   ASSERT_TRUE(BoardGotResets(resets + 1));
   service_->Signal(SIGTERM);
