@@ -1,34 +1,15 @@
-#include <android-base/properties.h>
-#include <android-base/unique_fd.h>
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <functional>
-#include <future>
 #include <numeric>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "btqnl_protocol/btqnl_protocol.h"
 #include "btqnl_protocol/patch_reader.h"
 #include "support/scripted_bring_up.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth {
 namespace {
 
-using ::android::base::GetProperty;
-using ::android::base::SetProperty;
-using ::android::base::unique_fd;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using Bytes = std::vector<uint8_t>;
-
-using namespace bthal::test;
+using namespace ::bthal::test;
 
 const Bytes kWrite = Command(kWriteRam, {0x11, 0x22, 0x33});
 const Bytes kEmptyRecord = Command(0xFC90);
@@ -83,31 +64,6 @@ class BtqnlFirmwareTest : public ScriptedBringUpTest {
 
   std::vector<uint16_t> opcodes_;  // of the last ChosenFile
 };
-
-TEST_F(BtqnlFirmwareTest, ChoosesThePatchByChip) {
-  for (const char* name : {"QNL_174.hcd", "QNL_181.hcd", "QNL_185.hcd", "QNL_200.hcd", "QNL_175.hcd", "QNL_12.hcd"}) {
-    root_.Write(std::string("/vendor/firmware/qnlr/") + name, Text({kLaunch}));
-  }
-  const struct {
-    uint8_t chip_id;
-    const char* file;
-    std::vector<uint16_t> opcodes;
-  } kChips[] = {
-      {12, "QNL.hcd", {kMinidriver}},
-      {170, "QNL.hcd", {kMinidriver}},
-      {174, "QNL_174.hcd", {kDownloadConfig, kMinidriver}},
-      {175, "QNL.hcd", {kDownloadConfig, kMinidriver}},
-      {181, "QNL_181.hcd", {kDownloadConfig, kMinidriver}},
-      {185, "QNL_185.hcd", {kDownloadConfig, kMinidriver}},
-      {200, "QNL_200.hcd", {kDownloadConfig, kMinidriver}},
-  };
-  for (const auto& chip : kChips) {
-    EXPECT_EQ(ChosenFile(chip.chip_id), chip.file) << int{chip.chip_id};
-    EXPECT_EQ(opcodes_, chip.opcodes) << int{chip.chip_id};
-  }
-  // Chip 170 knows fast download without being asked for it.
-  EXPECT_EQ(log_.Count("firmware_download: Fast download is not supported"), 2u);  // chip 12, at bring-up and here
-}
 
 TEST_F(BtqnlFirmwareTest, ChoosesThePatchByOtpAndRemembersAWrittenOne) {
   root_.Write("/vendor/firmware/qnlr/QNL_188_U.hcd", Text({kLaunch}));

@@ -1,12 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
-#include <future>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "bluetooth_Activity.h"
 #include "btqnl_protocol/btqnl_protocol.h"
@@ -15,18 +7,14 @@
 #include "shim/shim.h"
 #include "support/fifo_node.h"
 #include "support/scripted_bring_up.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth {
 namespace {
 
+using namespace ::bthal::test;
+
 using hci::shim::LowPowerLink;
-
-using std::chrono::milliseconds;
-using ::testing::HasSubstr;
-using Bytes = std::vector<uint8_t>;
-
-using namespace bthal::test;
 
 constexpr milliseconds kWakeInterval(800);
 
@@ -116,8 +104,7 @@ TEST_F(BtqnlLpmTest, TearDownReleasesWhatIsHeldAndALateExpiryFindsNothing) {
   EXPECT_EQ(driver_.History(), "10");
   EXPECT_EQ(released_.History(), lock_ + lock_) << "bring-up's by name, and the link's";
   const std::string line = wake_line_.History();
-  sigval timer{};
-  timer.sival_int = 1;
+  const sigval timer{.sival_int = 1};
   LowPowerLink::Get().LpmWakeUpTimeout(timer);
   Send(kReset);  // without low-power mode: straight to the wire
   ASSERT_EQ(controller_.NextCommand(), Command(kReset));

@@ -1,30 +1,14 @@
 #include "btqnl_protocol/btqnl_protocol.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <functional>
-#include <future>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "btqnl_protocol/commands.h"
 #include "shim/shim.h"
 #include "support/scripted_bring_up.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using Bytes = std::vector<uint8_t>;
-
-using namespace bthal::test;
+using namespace ::bthal::test;
 
 // 4000000 bit/s.
 const Bytes kBaudRateCommand = Command(kBaudRate, {0, 0, 0x00, 0x09, 0x3D, 0x00});
@@ -94,42 +78,6 @@ TEST_F(BtQnlProtocolTest, BringsTheControllerUpInOrder) {
   EXPECT_EQ(UartTransport::Deaths(), 0);
 }
 
-TEST_F(BtQnlProtocolTest, ReportsTheStepThatFailsAndSendsNothingMore) {
-  const struct {
-    uint16_t opcode;
-    int nth;
-    const char* report;
-    std::vector<uint16_t> opcodes;
-  } kCases[] = {
-      {kBaudRate,
-       1,
-       "(146), error_info: Unable to change to 4M baud rate before downloading firmware",
-       {kReset, kVerboseConfig, kBaudRate}},
-      {kMinidriver,
-       1,
-       "(148), error_info: Unable to download firmware patchram",
-       {kReset, kVerboseConfig, kBaudRate, kMinidriver}},
-      {kReset,
-       2,
-       "(149), error_info: HCI Reset error after firmware downloaded",
-       {kReset, kVerboseConfig, kBaudRate, kMinidriver, kLaunchRam, kReset}},
-      {kBaudRate,
-       2,
-       "(146), error_info: Unable to change to 4M baud rate after firmware downloaded",
-       {kReset, kVerboseConfig, kBaudRate, kMinidriver, kLaunchRam, kReset, kVerboseConfig, kBaudRate}},
-  };
-  int deaths = 0;
-  for (const auto& failure : kCases) {
-    SCOPED_TRACE(failure.report);
-    auto ready = Initialize();
-    EXPECT_EQ(Play(ready, Refusal(failure.opcode, failure.nth)), failure.opcodes);
-    EXPECT_FALSE(ready.get());
-    EXPECT_TRUE(log_.Has(std::string("error_code: ") + failure.report));
-    EXPECT_EQ(UartTransport::Deaths(), ++deaths);
-    EXPECT_FALSE(protocol_.read_local_name()) << "still holds the flow control";
-  }
-}
-
 TEST_F(BtQnlProtocolTest, GoesOnWithoutALocalNameAndWithoutSleepMode) {
   auto ready = Initialize();
   EXPECT_EQ(Play(ready, Refusal(kLocalName)).back(), kLocalName);  // and no Set Sleep Mode without the kernel's driver
@@ -155,6 +103,8 @@ TEST_F(BtQnlProtocolTest, FirstResetRecoversByPowerCyclesTwiceAtMost) {
     EXPECT_TRUE(log_.Has("first_hci_reset: return ret (1), count:1"));
     controller_.Complete(kBaudRate, 0x0C);
     EXPECT_FALSE(ready.get());
+    EXPECT_THAT(controller_.NextCommand(milliseconds(0)), IsEmpty());
+    EXPECT_FALSE(protocol_.read_local_name()) << "still holds the flow control";
   }
   {
     auto ready = Initialize();
@@ -189,7 +139,7 @@ TEST_F(BtQnlProtocolTest, ACommandEndsWithItsStatusAndClaimsItsAnswerOnce) {
   }
   EXPECT_THAT(transport_.Events(), IsEmpty());
   controller_.Complete(0xFC99, 0);
-  EXPECT_TRUE(WaitFor([this] { return transport_.Events().size() == 1; }));
+  EXPECT_TRUE(EventsReach(1));
 
   EXPECT_EQ(btqnl_send_command_wait_complete(nullptr, 0xFC99, 0, nullptr), kStatusNoFlowControl);
   EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: Unable to send command"));
@@ -204,7 +154,7 @@ TEST_F(BtQnlProtocolTest, OfTwoAnswersTheFirstCounts) {
     ASSERT_EQ(controller_.NextCommand(), Command(0xFC99));
     controller_.SendEvent({0x0E, 4, 1, 0x99, 0xFC, 0x12, /*another packet:*/ 0x04, 0x0E, 4, 1, 0x99, 0xFC, 0});
     ASSERT_EQ(status.get(), 0x12);
-    ASSERT_TRUE(WaitFor([&] { return transport_.Events().size() == round; }));
+    ASSERT_TRUE(EventsReach(round));
   }
 }
 
@@ -227,7 +177,7 @@ TEST_F(BtQnlProtocolTest, TheLastAnswerIsThatOfTheLastWaitAlone) {
   EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: 0xfc99 LEN 0x00 Result 0x03"));
 
   controller_.Complete(0xFC99, 0);  // late: nobody waits any more
-  EXPECT_TRUE(WaitFor([this] { return transport_.Events().size() == 1; }));
+  EXPECT_TRUE(EventsReach(1));
 }
 
 TEST_F(BtQnlProtocolTest, AHaltEndsTheWaitAtOnceAndADeadHandleIsNone) {
