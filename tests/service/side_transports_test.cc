@@ -1,26 +1,15 @@
 // Coexistence messages, Thread frames and channel avoidance of the real service, across the ways in which a session
 // ends.
 #include <aidl/vendor/tovani/bluetooth_ext/IBTChannelAvoidance.h>
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-
-#include <string>
-#include <vector>
 
 #include "support/board_session.h"
+#include "support/test.h"
 #include "support/thread_client.h"
-#include "support/wait_for.h"
 
 namespace bthal::test {
 namespace {
 
 using ::aidl::vendor::tovani::bluetooth_ext::IBTChannelAvoidance;
-using sim::JournalEntry;
-using sim::WireEvent;
-using ::testing::ElementsAre;
-using HalStatus = ::aidl::android::hardware::bluetooth::Status;
 
 const Bytes kReadAddress = {0x09, 0x10, 0};
 
@@ -28,18 +17,12 @@ const Bytes kReadAddress = {0x09, 0x10, 0};
 class SideTransportsTest : public BoardSessionTest, public ::testing::WithParamInterface<bool> {
  protected:
   void SetUp() override {
-    ASSERT_NO_FATAL_FAILURE(StartBoard(SmallBoard()));
+    ASSERT_NO_FATAL_FAILURE(StartBoard());
     root_.Write("/vendor/etc/bluetooth/bt_vendor_overlay.conf", "ThreadDispatcherEnabled = true\n");
-    android::base::SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
-    android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", GetParam() ? "false" : "true");
+    SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
+    Accelerate(GetParam());
     StartService();
     ASSERT_NO_FATAL_FAILURE(FindHal());
-  }
-
-  void Initialize() {
-    client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
-    ASSERT_TRUE(hal_->initialize(client_).isOk());
-    ASSERT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
   }
 
   // Whether both side services reach the controller. They are started behind the client's back, so they may take a
@@ -68,6 +51,7 @@ class SideTransportsTest : public BoardSessionTest, public ::testing::WithParamI
 
 TEST_P(SideTransportsTest, WorkInEverySessionAndInNoneBetween) {
   for (int session = 0; session < 3; ++session) {
+    client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
     ASSERT_NO_FATAL_FAILURE(Initialize());
     EXPECT_TRUE(SidesWork());
     ASSERT_TRUE(hal_->close().isOk());
@@ -89,8 +73,7 @@ TEST_P(SideTransportsTest, EveryPowerChangeIsToldToTheDriverInOrder) {
 
 TEST_P(SideTransportsTest, SigtermEndsTheServiceWhileACommandIsNeverAnswered) {
   ASSERT_NO_FATAL_FAILURE(Initialize());
-  std::string error;
-  ASSERT_TRUE(board_->AddFault("no-answer,count=always", &error)) << error;
+  ASSERT_NO_FATAL_FAILURE(AddFault("no-answer,count=always"));
   ASSERT_TRUE(hal_->sendHciCommand(kReadAddress).isOk());
   ASSERT_TRUE(hal_->sendHciCommand(kReadAddress).isOk());
   service_->Signal(SIGTERM);

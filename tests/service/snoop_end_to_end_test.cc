@@ -1,26 +1,14 @@
 // The vendor snoop log of a whole session, against what the board saw and what the usual readers make of it.
 #include <aidl/vendor/tovani/bluetooth_ext/IBTChannelAvoidance.h>
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <stdio.h>
-
-#include <array>
-#include <string>
-#include <vector>
 
 #include "support/board_session.h"
 #include "support/btsnoop_file.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
 
 using ::aidl::vendor::tovani::bluetooth_ext::IBTChannelAvoidance;
-using sim::JournalEntry;
-using sim::WireEvent;
-using ::testing::ElementsAreArray;
-using ::testing::HasSubstr;
 
 constexpr char kLog[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
 constexpr uint8_t kCommand = 1;
@@ -65,10 +53,10 @@ class SnoopEndToEndTest : public BoardSessionTest {
 
 TEST_F(SnoopEndToEndTest, AWholeSessionIsInTheLogAsItWasOnTheWireAndReadersTakeIt) {
   StartBoard(SmallBoard());
-  android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "true");
-  android::base::SetProperty("persist.bluetooth.btsnooplogmode", "full");
+  SetProperty("persist.bluetooth.vendor.btsnoop", "true");
+  SetProperty("persist.bluetooth.btsnooplogmode", "full");
   // With the bring-up made for the client, it is in the log as well.
-  android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", "true");
+  SetProperty("persist.bluetooth.disable.accelerate.bt.on", "true");
   ASSERT_NO_FATAL_FAILURE(OpenSession());
   // One command at a time, so that the log's order is the wire's. The last one is refused.
   ASSERT_TRUE(Exchange({0x03, 0x0C, 0}));
@@ -99,7 +87,7 @@ TEST_F(SnoopEndToEndTest, AWholeSessionIsInTheLogAsItWasOnTheWireAndReadersTakeI
   EXPECT_THAT(capinfos.text, HasSubstr(std::to_string(logged.size())));
   const Output malformed = RunReader("tshark -r '" + path + "' -Y '_ws.malformed || _ws.short'");
   EXPECT_EQ(malformed.status, 0);
-  EXPECT_THAT(malformed.text, ::testing::Not(HasSubstr("HCI")));
+  EXPECT_THAT(malformed.text, Not(HasSubstr("HCI")));
   // Every command but the patch records has the answer that the reader, on its second pass, pairs with it.
   const Output unanswered = RunReader("tshark -2 -r '" + path +
                                       "' -Y 'bthci_cmd && !bthci_cmd.response_in_frame && bthci_cmd.opcode != 0xfc4c' "

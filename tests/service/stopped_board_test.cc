@@ -1,33 +1,17 @@
 // A controller that takes no more bytes: the board's process is stopped, so that its side of the line fills up, while
 // the real service and a client go on.
 #include <android/binder_process.h>
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/mman.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
 
 #include "bthal/run/process.h"
 #include "support/hal_client.h"
 #include "support/service_harness.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
 
 using ::aidl::android::hardware::bluetooth::IBluetoothHci;
-using ::aidl::android::hardware::bluetooth::Status;
-using ::testing::HasSubstr;
 
 const Bytes kReset = {0x03, 0x0C, 0x00};
 const Bytes kResetDone = {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
@@ -46,7 +30,7 @@ Bytes AclPacket() {
 class StuckWriteTest : public ::testing::Test {
  protected:
   void Start(bool accelerated) {
-    ::android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", accelerated ? "false" : "true");
+    SetProperty("persist.bluetooth.disable.accelerate.bt.on", accelerated ? "false" : "true");
     std::string error;
     board_ = tool::Child::Spawn({.arguments = {BTHAL_PROGRAM, "board", "--root", root_.path()},
                                  .environment = {},
@@ -64,7 +48,7 @@ class StuckWriteTest : public ::testing::Test {
     hal_ = FindService<IBluetoothHci>();
     client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
     ASSERT_TRUE(hal_->initialize(client_).isOk());
-    ASSERT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+    ASSERT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
   }
 
   // From here on the controller takes nothing, and a sender is stuck, or will be.
@@ -84,7 +68,7 @@ class StuckWriteTest : public ::testing::Test {
   }
 
   TempRoot root_;
-  ::android::base::unique_fd null_{memfd_create("board", MFD_CLOEXEC)};
+  unique_fd null_{memfd_create("board", MFD_CLOEXEC)};
   tool::Child board_;
   std::unique_ptr<ServiceProcess> service_;
   std::shared_ptr<IBluetoothHci> hal_;
@@ -109,7 +93,7 @@ TEST_P(StoppedBoardTest, ACloseEndsAndTheNextClientIsServed) {
     EXPECT_EQ(service_->CountInLog("BluetoothHci::close() Done"), 1u);
     ASSERT_TRUE(hal_->initialize(client_).isOk());
     ASSERT_TRUE(WaitFor([&] { return client_->Statuses().size() == 2; }));
-    EXPECT_EQ(client_->Statuses().back(), Status::SUCCESS);
+    EXPECT_EQ(client_->Statuses().back(), HalStatus::SUCCESS);
   } else {
     EXPECT_EQ(service_->WaitForEndText(), "signal 6");
     EXPECT_EQ(service_->CountInLog("error_code: (153), error_info: Accelerated shutdown failed"), 1u);
@@ -128,8 +112,8 @@ TEST_F(StuckWriteTest, FiveSecondsWithoutProgressAreADeadController) {
   EXPECT_EQ(service_->WaitForEndText(), "signal 6");
   sender_.join();
   EXPECT_THAT(service_->Log(),
-              ::testing::ContainsRegex("error_code: \\(132\\), error_info: Host HCI H4 TX Error: ACL packet of handle "
-                                       "0x040: [0-9]+/1029 bytes written, no progress for 5000 ms"));
+              ContainsRegex("error_code: \\(132\\), error_info: Host HCI H4 TX Error: ACL packet of handle "
+                            "0x040: [0-9]+/1029 bytes written, no progress for 5000 ms"));
   EXPECT_EQ(service_->CountInLog("ReportBqrError: root inflamed event with error_code: (132)"), 1u);
 }
 

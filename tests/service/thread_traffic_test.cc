@@ -1,17 +1,10 @@
 // Thread frames by the ten thousand, beside HCI traffic, through the real service.
-#include <android-base/properties.h>
-#include <gtest/gtest.h>
 
-#include <atomic>
 #include <condition_variable>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
 
 #include "support/board_session.h"
+#include "support/test.h"
 #include "support/thread_client.h"
-#include "support/wait_for.h"
 
 namespace bthal::test {
 namespace {
@@ -35,7 +28,7 @@ class ThreadTrafficTest : public BoardSessionTest {
     options.journal_data_bytes = 1024 * 1024;
     ASSERT_NO_FATAL_FAILURE(StartBoard(options));
     root_.Write("/vendor/etc/bluetooth/bt_vendor_overlay.conf", "ThreadDispatcherEnabled = true\n");
-    android::base::SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
+    SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
     ASSERT_NO_FATAL_FAILURE(OpenSession("info"));
     thread_client_ = std::make_unique<ThreadClient>(root_.path());
     ASSERT_TRUE(thread_client_->connected());
@@ -55,7 +48,7 @@ TEST_F(ThreadTrafficTest, EveryFrameComesBackInOrderBesideHciTraffic) {
     for (uint32_t number = 0; number < kFrames; ++number) {
       const Bytes frame = thread_client_->Receive();
       const std::lock_guard lock(mutex);
-      if (frame != sim::Board::ThreadPayload(number, kSmallest, kLargest)) ++wrong;
+      if (frame != Board::ThreadPayload(number, kSmallest, kLargest)) ++wrong;
       ended = frame.empty();
       back = number + 1;
       changed.notify_one();
@@ -74,7 +67,7 @@ TEST_F(ThreadTrafficTest, EveryFrameComesBackInOrderBesideHciTraffic) {
         changed.wait_for(lock, std::chrono::seconds(60), [&] { return ended || number - back < kWindow; });
     if (!moves || ended) break;
     lock.unlock();
-    if (!thread_client_->Send(sim::Board::ThreadPayload(number, kSmallest, kLargest))) break;
+    if (!thread_client_->Send(Board::ThreadPayload(number, kSmallest, kLargest))) break;
   }
   {
     std::unique_lock lock(mutex);
@@ -98,7 +91,7 @@ TEST_F(ThreadTrafficTest, AClientThatStopsReadingDelaysNoHciTraffic) {
   for (int i = 0; i < 20; ++i) ASSERT_TRUE(Exchange(kReadAddress));
   // What the socket took is whole and in order.
   for (uint32_t number = 0; number < 10; ++number) {
-    EXPECT_EQ(thread_client_->Receive(), sim::Board::ThreadPayload(number, kLargest, kLargest));
+    EXPECT_EQ(thread_client_->Receive(), Board::ThreadPayload(number, kLargest, kLargest));
   }
 }
 

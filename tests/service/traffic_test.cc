@@ -1,24 +1,11 @@
 // A great many packets of every kind, both ways at once, through the real service.
 #include <aidl/android/hardware/bluetooth/BnBluetoothHciCallbacks.h>
-#include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "support/board_session.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using sim::JournalEntry;
-using sim::WireEvent;
-using HalStatus = ::aidl::android::hardware::bluetooth::Status;
 
 // Sanitizers make every packet some twenty times as dear.
 #ifdef BTHAL_SANITIZED

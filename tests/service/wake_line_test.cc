@@ -1,18 +1,10 @@
 // The low-power link of the real service, judged by the order of events at the board.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 
 #include "support/board_session.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using sim::JournalEntry;
-using sim::WireEvent;
-using ::testing::ContainsRegex;
 
 const Bytes kReadAddress = {0x09, 0x10, 0};
 constexpr size_t kSleeps = 3;

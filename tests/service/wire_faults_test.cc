@@ -1,63 +1,38 @@
 // What a broken controller does to the real service, and what the service makes of it.
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-
-#include <filesystem>
-#include <ostream>
-#include <string>
 
 #include "support/board_session.h"
-#include "support/wait_for.h"
+#include "support/diagnostics.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
 
-using ::testing::Contains;
-using ::testing::HasSubstr;
-using ::testing::Not;
-
 const Bytes kReadAddress = {0x09, 0x10, 0};
 constexpr uint8_t kEventType = 4;
-
-std::string Signal(int number) { return "signal " + std::to_string(number); }
-
-// How many files of a folder begin with `prefix`.
-size_t CountFiles(const std::string& folder, const std::string& prefix) {
-  size_t count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    if (entry.path().filename().string().starts_with(prefix)) ++count;
-  }
-  return count;
-}
 
 class WireFaultsTest : public BoardSessionTest {
  protected:
   void SetUp() override {
-    ASSERT_NO_FATAL_FAILURE(StartBoard(SmallBoard()));
+    ASSERT_NO_FATAL_FAILURE(StartBoard());
     ASSERT_NO_FATAL_FAILURE(OpenSession());
   }
-
-  size_t CrashInfos() const { return CountFiles(root_.path() + "/data/vendor/ssrdump", "crashinfo_bt_"); }
-  size_t CoreDumps() const { return CountFiles(root_.path() + "/data/vendor/ssrdump/coredump", "coredump_bt_"); }
 };
 
 TEST_F(WireFaultsTest, AnUnknownPacketTypeIsReportedAndEndsTheService) {
   board_->SendRaw({0x06, 0xAA, 0xBB});
-  EXPECT_EQ(service_->WaitForEndText(), Signal(SIGABRT));
+  EXPECT_EQ(service_->WaitForEndText(), "signal 6");
   EXPECT_TRUE(client_->WaitForEvent({0xFF, 4, 0x58, 5, 0, 0x83}));
   EXPECT_THAT(service_->Log(), HasSubstr("OnDataReady: Unimplemented Packet Type: 6 detected!"));
   EXPECT_THAT(service_->Log(),
               HasSubstr("Host Received Unimplemented Packet Type: 6, bytes_read: 3, packet: 06, aa, bb, "
                         "00, 00, 00, 00"));
   EXPECT_THAT(service_->Log(), HasSubstr("debug::HostUnimplementedPacketType"));
-  EXPECT_EQ(CrashInfos(), 1U);
+  EXPECT_EQ(CrashInfos(root_).size(), 1U);
 }
 
 TEST_F(WireFaultsTest, AnEventTooShortForItsOpcodeIsReportedAndEndsTheService) {
   board_->SendPacket(kEventType, {0x0E, 2, 1, 3});
-  EXPECT_EQ(service_->WaitForEndText(), Signal(SIGABRT));
+  EXPECT_EQ(service_->WaitForEndText(), "signal 6");
   EXPECT_TRUE(client_->WaitForEvent({0xFF, 4, 0x58, 5, 0, 0x82}));
   EXPECT_THAT(service_->Log(), HasSubstr("Invalid HCI event: [4]{14, 2, 1, 3}"));
 }
@@ -65,7 +40,7 @@ TEST_F(WireFaultsTest, AnEventTooShortForItsOpcodeIsReportedAndEndsTheService) {
 // Nobody sends anything. With a client, and without one under a controller that is kept up for the next.
 TEST_F(WireFaultsTest, AHangUpWhileIdleIsReportedAndEndsTheService) {
   board_->HangUpUart();
-  EXPECT_EQ(service_->WaitForEndText(), Signal(SIGABRT));
+  EXPECT_EQ(service_->WaitForEndText(), "signal 6");
   EXPECT_TRUE(client_->WaitForEvent({0xFF, 4, 0x58, 5, 0, 0x84}));
   EXPECT_EQ(service_->CountInLog("OnDataReady: Unexpected EOF reading the packet type!"), 1U);
   EXPECT_EQ(service_->CountInLog("(132), error_info: Host HCI H4 TX Error: the port has hung up"), 1U);
@@ -73,7 +48,7 @@ TEST_F(WireFaultsTest, AHangUpWhileIdleIsReportedAndEndsTheService) {
   ASSERT_NO_FATAL_FAILURE(OpenSession());
   ASSERT_TRUE(hal_->close().isOk());
   board_->HangUpUart();
-  EXPECT_EQ(service_->WaitForEndText(), Signal(SIGKILL));
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_EQ(service_->CountInLog("(132), error_info: Host HCI H4 TX Error: the port has hung up"), 2U);
 }
 
@@ -100,23 +75,27 @@ TEST_P(CryTest, LeavesItsFilesAndTheServiceLives) {
   } else {
     EXPECT_THAT(client_->Events(), Not(Contains(cry.event)));
   }
-  EXPECT_EQ(CrashInfos(), cry.crash_infos);
-  EXPECT_EQ(CoreDumps(), cry.core_dumps);
+  EXPECT_EQ(CrashInfos(root_).size(), cry.crash_infos);
+  EXPECT_EQ(CoreDumps(root_).size(), cry.core_dumps);
   EXPECT_TRUE(service_->IsAlive());
 }
 
-INSTANTIATE_TEST_SUITE_P(Controller, CryTest,
-                         ::testing::Values(Cry{"RootInflammation", {0xFF, 4, 0x58, 5, 0, 0x30}, true, 1, 1},
-                                           Cry{"QuietMajorFault", {0xFF, 4, 0x58, 5, 0, 0x20}, false, 0, 0},
-                                           Cry{"QuietBigHammer", {0xFF, 4, 0x58, 5, 0, 0x7F}, false, 0, 0},
-                                           Cry{"FirstOfTheSensorHub", {0xFF, 4, 0x58, 5, 0, 0xC0}, true, 0, 1},
-                                           Cry{"LastOfTheSensorHub", {0xFF, 4, 0x58, 5, 0, 0xDF}, true, 0, 1},
-                                           Cry{"Arbitrator", {0xFF, 4, 0x58, 5, 0, 0xE0}, true, 1, 1},
-                                           Cry{"HardwareError", {0x10, 1, 0x42}, true, 1, 1},
-                                           // The dump and the fragments' own file.
-                                           Cry{"DebugInformation", {0xFF, 7, 0x57, 0, 0, 1, 2, 3, 4}, false, 1, 2},
-                                           Cry{"DebugInformationTooShort", {0xFF, 6, 0x57, 0, 0, 1, 2, 3}, false, 0, 0},
-                                           Cry{"MemoryDumpFragment", {0xFF, 6, 0x58, 19, 0, 1, 2, 3}, false, 1, 2}),
+const Cry kCries[] = {
+    {"RootInflammation", {0xFF, 4, 0x58, 5, 0, 0x30}, true, 1, 1},
+    {"QuietMajorFault", {0xFF, 4, 0x58, 5, 0, 0x20}, false, 0, 0},
+    {"QuietBigHammer", {0xFF, 4, 0x58, 5, 0, 0x7F}, false, 0, 0},
+    {"LastBeforeTheSensorHub", {0xFF, 4, 0x58, 5, 0, 0xBF}, true, 1, 1},
+    {"FirstOfTheSensorHub", {0xFF, 4, 0x58, 5, 0, 0xC0}, true, 0, 1},
+    {"LastOfTheSensorHub", {0xFF, 4, 0x58, 5, 0, 0xDF}, true, 0, 1},
+    {"Arbitrator", {0xFF, 4, 0x58, 5, 0, 0xE0}, true, 1, 1},
+    {"HardwareError", {0x10, 1, 0x42}, true, 1, 1},
+    // The dump and the fragments' own file.
+    {"DebugInformation", {0xFF, 7, 0x57, 0, 0, 1, 2, 3, 4}, false, 1, 2},
+    {"DebugInformationTooShort", {0xFF, 6, 0x57, 0, 0, 1, 2, 3}, false, 0, 0},
+    {"MemoryDumpFragment", {0xFF, 6, 0x58, 19, 0, 1, 2, 3}, false, 1, 2},
+};
+
+INSTANTIATE_TEST_SUITE_P(Controller, CryTest, ::testing::ValuesIn(kCries),
                          [](const auto& info) { return info.param.name; });
 
 }  // namespace
