@@ -1,27 +1,11 @@
 #include "coex_device/coex_device.h"
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <termios.h>
-#include <unistd.h>
-
-#include <android-base/unique_fd.h>
-
-#include <atomic>
-#include <filesystem>
-#include <future>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "debug_central/debug_central.h"
 #include "os/kill_self.h"
-#include "support/log_capture.h"
 #include "support/pty.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 // A thread that is stuck for good is ended from its signal handler, at the price that TSan rightly names. Everything
 // else is still checked.
@@ -30,12 +14,7 @@ extern "C" const char* __tsan_default_options() { return "report_signal_unsafe=0
 namespace android::hardware::bluetooth::coex_device {
 namespace {
 
-using bthal::test::LogCapture;
-using bthal::test::Pty;
-using bthal::test::TempRoot;
-using bthal::test::WaitFor;
-using ::testing::IsEmpty;
-using Bytes = std::vector<uint8_t>;
+using namespace ::bthal::test;
 
 const Bytes kBigHammer = {1, 0, 1, 0x42};
 const Bytes kBigHammerWithAck = {1, 0, 1, 0x43};
@@ -121,7 +100,7 @@ TEST_F(CoexDeviceTest, TheQuietRestartIsARealDeath) {
         driver_.Write(kBigHammer);
         WaitFor([] { return false; });
       },
-      ::testing::KilledBySignal(SIGKILL), "");
+      KilledBySignal(SIGKILL), "");
 }
 
 TEST_F(CoexDeviceTest, ReplacesHandlerAndPauseOnAnOpenDevice) {
@@ -174,10 +153,8 @@ TEST_F(CoexDeviceTest, AbsentOrHungUpItIsClosedAndCanBeOpenedAgain) {
 }
 
 TEST_F(CoexDeviceTest, AStuckPollThreadIsEndedByForce) {
-  int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const ::android::base::unique_fd nobody_writes(ends[1]);
-  const ::android::base::unique_fd reader(ends[0]);
+  unique_fd reader, nobody_writes;
+  ASSERT_TRUE(::android::base::Pipe(&reader, &nobody_writes));
   std::promise<void> stuck;
   const auto handler = [&] {
     stuck.set_value();
@@ -200,16 +177,13 @@ TEST_F(CoexDeviceTest, AStuckPollThreadIsEndedByForce) {
 }
 
 TEST_F(CoexDeviceTest, ClosesAtOnceWhenNothingIsStuckAndLeavesNothingBehind) {
-  const auto descriptors = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-  };
   device_.DeviceClose();  // nothing open: harmless
-  const auto before = descriptors();
+  const size_t before = CountEntries("/proc/self/fd");
   for (int i = 0; i < 50; ++i) {
     ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
     device_.DeviceClose();
   }
-  EXPECT_TRUE(WaitFor([&] { return descriptors() == before; }));
+  EXPECT_TRUE(WaitFor([&] { return CountEntries("/proc/self/fd") == before; }));
   EXPECT_FALSE(log_.Has("coex_close_timeout"));
   EXPECT_EQ(log_.Count("PollEventThread: Thread done"), 50u);
 }
@@ -225,7 +199,7 @@ TEST_F(CoexDeviceTest, AForeignSignalEndsNoThread) {
 
 TEST_F(CoexDeviceTest, ABlockedWriteDoesNotHoldUpTheClose) {
   ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
-  const ::android::base::unique_fd line(open(driver_.host_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  const unique_fd line(open(driver_.host_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   ASSERT_EQ(tcflow(line.get(), TCOOFF), 0);  // from here on a write waits
   auto sent = std::async(std::launch::async, [this] { return IsOpen(); });
   ASSERT_TRUE(log_.WaitFor("WriteEvent"));
