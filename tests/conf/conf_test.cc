@@ -1,25 +1,13 @@
 #include "conf/conf.h"
 #include "conf/properties.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <filesystem>
-
-#include <android-base/properties.h>
-
 #include "shim/shim.h"
-#include "support/log_capture.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::conf {
 namespace {
 
-using ::android::base::GetProperty;
-using ::android::base::SetProperty;
-using ::testing::ElementsAre;
+using namespace ::bthal::test;
 
 constexpr char kOffloadCap[] = "persist.bluetooth.a2dp_offload.cap";
 constexpr char kEventMask[] = "persist.bluetooth.bqr.event_mask";
@@ -39,8 +27,8 @@ class ConfTest : public ::testing::Test {
     return Config::Preview();
   }
 
-  bthal::test::TempRoot root_;
-  bthal::test::LogCapture log_;
+  TempRoot root_;
+  LogCapture log_;
 };
 
 TEST_F(ConfTest, WithoutFilesEverythingIsDefault) {
