@@ -1,71 +1,17 @@
 // Crash dumps as the hardware-error watcher takes them, and the saved files in the service's report.
-#include <sys/stat.h>
 
-#include <filesystem>
-#include <memory>
-
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "aidl/bluetooth_hci/diagnostics.h"
-#include "debug_central/debug_central.h"
 #include "debug_central/saved_dumps.h"
-#include "hci_flow_control/debug_monitor.h"
-#include "hci_flow_control/hci_flow_control.h"
 #include "support/diagnostics.h"
-#include "support/log_capture.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth {
 namespace {
 
-using aidl::qnlbtlinux::RegisterDiagnostics;
-using ::bthal::test::DumpSection;
-using ::bthal::test::DumpText;
-using ::bthal::test::LogCapture;
-using ::bthal::test::NamesIn;
-using ::bthal::test::TempRoot;
-using hci::Consumers;
-using hci::HciFlowControl;
-using hci::HciPacket;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
-using V1_1::qnlbtlinux::debug::DebugMonitor;
+using namespace ::bthal::test;
 
-constexpr char kCrashInfoDir[] = "/data/vendor/ssrdump/";
-constexpr char kCoreDumpDir[] = "/data/vendor/ssrdump/coredump/";
-const HciPacket kHardwareError = {0x10, 0x01, 0x2A};
+const hci::HciPacket kHardwareError = {0x10, 0x01, 0x2A};
 
-mode_t ModeOf(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & ALLPERMS : 0;
-}
-
-class CrashDumpTest : public ::testing::Test {
- protected:
-  CrashDumpTest() {
-    const auto ignore = [](const HciPacket&) {};
-    flow_ = std::make_shared<HciFlowControl>(
-        Consumers{[this](const HciPacket& event) { stack_.push_back(event); }, ignore, ignore, ignore, ignore});
-    RegisterDiagnostics();
-    DebugMonitor::Get().StartMonitor(flow_.get());
-  }
-  ~CrashDumpTest() override { DebugMonitor::Get().StopMonitor(); }
-
-  void MakeFolders() { std::filesystem::create_directories(root_.path() + kCoreDumpDir); }
-  void Receive(const HciPacket& event) {
-    flow_->OnHciEventReady(event, [this](const HciPacket& seen) { stack_.push_back(seen); });
-  }
-  std::vector<std::string> CoreDumps() { return NamesIn(root_.path() + kCoreDumpDir); }
-  std::vector<std::string> CrashInfos() { return NamesIn(root_.path() + kCrashInfoDir, "crashinfo_bt_"); }
-
-  TempRoot root_;
-  LogCapture log_;
-  DebugCentral& central_ = DebugCentral::Get();
-  std::vector<HciPacket> stack_;
-  std::shared_ptr<HciFlowControl> flow_;
-};
+using CrashDumpTest = MonitoredTest;
 
 TEST_F(CrashDumpTest, AHardwareErrorLeavesBothFilesAndReachesTheStack) {
   MakeFolders();
@@ -73,25 +19,22 @@ TEST_F(CrashDumpTest, AHardwareErrorLeavesBothFilesAndReachesTheStack) {
   root_.Write("/dev/logbuffer_btlpm", "lpm history");
   central_.SetBtUartDebugPort("/dev/ttySAC16");
   const mode_t mask = umask(077);
-  Receive(kHardwareError);
+  EXPECT_TRUE(Reaches(kHardwareError));
   umask(mask);
-  EXPECT_THAT(stack_, ::testing::ElementsAre(kHardwareError));
 
-  ASSERT_EQ(CoreDumps().size(), 1u);
-  ASSERT_EQ(CrashInfos().size(), 1u);
-  const std::string core = CoreDumps()[0];
+  ASSERT_EQ(CoreDumps(root_).size(), 1u);
+  const std::string core = CoreDumps(root_)[0];
   ASSERT_THAT(core,
               MatchesRegex("coredump_bt_20[0-9][0-9]-[01][0-9]-[0-3][0-9]_[0-2][0-9]-[0-5][0-9]-[0-6][0-9][.]bin"));
   const std::string time = core.substr(std::string("coredump_bt_").size(), 19);
-  EXPECT_EQ(CrashInfos()[0], "crashinfo_bt_" + time + ".txt");
+  const std::string info = kCrashInfoDir + ("crashinfo_bt_" + time + ".txt");
   const std::string rule(45, '=');
   EXPECT_EQ(root_.Read(kCoreDumpDir + core), "DUMP REASON: ControllerHwError - occurred at " + time + rule +
                                                  "\nDebugfs:/dev/logbuffer_ttySAC16\n" + rule + "\nuart history\n\n" +
                                                  rule + "\nDebugfs:dev/logbuffer_btlpm\n" + rule + "\nlpm history\n\n");
-  EXPECT_EQ(root_.Read(kCrashInfoDir + CrashInfos()[0]),
-            "crash_reason: ControllerHwError\ncrash_count: 1\ntimestamp: " + time + "\n");
-  EXPECT_EQ(ModeOf(root_.Below(kCoreDumpDir + core)), 0644u);
-  EXPECT_EQ(ModeOf(root_.Below(kCrashInfoDir + CrashInfos()[0])), 0644u);
+  EXPECT_EQ(root_.Read(info), "crash_reason: ControllerHwError\ncrash_count: 1\ntimestamp: " + time + "\n");
+  EXPECT_EQ(root_.ModeOf(kCoreDumpDir + core), 0644u);
+  EXPECT_EQ(root_.ModeOf(info), 0644u);
 
   EXPECT_TRUE(log_.Has("Received Hardware error event!"));
   EXPECT_TRUE(log_.Has("Error code=2A"));
@@ -103,23 +46,20 @@ TEST_F(CrashDumpTest, AHardwareErrorLeavesBothFilesAndReachesTheStack) {
   EXPECT_TRUE(log_.Has("start_crash_dump: Request to get Transport Layer Debug Dump"));
   EXPECT_THAT(DumpSection("Anchors' Last Appear").at(0), HasSubstr("operator(): Received Hardware error event!"));
 
-  Receive({0x10, 0x00});  // without a code, and no second dump
-  EXPECT_EQ(stack_.size(), 2u);
+  EXPECT_TRUE(Reaches({0x10, 0x00}));  // without a code, and no second dump
   EXPECT_EQ(log_.Count("Error code="), 1u);
   EXPECT_EQ(log_.Count("start_crash_dump: reason"), 1u);
-  EXPECT_EQ(CrashInfos().size(), 1u);
+  EXPECT_EQ(CrashInfos(root_).size(), 1u);
 }
 
 TEST_F(CrashDumpTest, WithoutItsFoldersADumpIsToldAndTakenOnce) {
-  Receive(kHardwareError);
+  EXPECT_TRUE(Reaches(kHardwareError));
   EXPECT_TRUE(log_.Has("start_crash_dump: Failed to open coredump file: /data/vendor/ssrdump/coredump/coredump_bt_"));
   EXPECT_TRUE(log_.Has("start_crash_dump: Failed to open crashinfo file: /data/vendor/ssrdump/crashinfo_bt_"));
   EXPECT_EQ(log_.Count("failed: No such file or directory (2)"), 2u);
-  EXPECT_EQ(stack_.size(), 1u);
-
   MakeFolders();
-  Receive(kHardwareError);
-  EXPECT_EQ(CrashInfos().size(), 0u);
+  Reaches(kHardwareError);
+  EXPECT_EQ(CrashInfos(root_).size(), 0u);
 }
 
 // The disk of a service that dies again and again holds its newest dumps, each with all that belongs to it.
@@ -140,8 +80,8 @@ TEST_F(CrashDumpTest, TheOldestDumpsMakeRoomForTheNewest) {
   }
   const std::string foreign = std::string(kCoreDumpDir) + "coredump_bt_1.bin";
   root_.Write(foreign, "not a dump's name");
-  Receive(kHardwareError);
-  EXPECT_EQ(CrashInfos().size(), 8u);
+  Reaches(kHardwareError);
+  EXPECT_EQ(CrashInfos(root_).size(), 8u);
   for (int day = 1; day <= 9; ++day) {
     for (const std::string& file : files(time(day))) EXPECT_EQ(root_.Read(file), day <= 2 ? "" : "dump") << file;
   }
@@ -163,29 +103,27 @@ TEST_F(CrashDumpTest, ADumpWaitsForNoFileThatIsNone) {
   MakeFolders();
   ASSERT_EQ(mkfifo(root_.Below("/data/vendor/bluetooth/btsnoop_hci_vnd.log").c_str(), 0600), 0);
   central_.HasClientConnectWith(true);
-  Receive({0xFF, 0x04, 0x58, 0x05, 0x00, 0x15});
+  Reaches({0xFF, 0x04, 0x58, 0x05, 0x00, 0x15});
   EXPECT_TRUE(log_.Has("/data/vendor/bluetooth/btsnoop_hci_vnd.log: No such device or address (6)"));
-  EXPECT_EQ(CoreDumps().size(), 1u);
+  EXPECT_EQ(CoreDumps(root_).size(), 1u);
 }
 
 TEST_F(CrashDumpTest, TheMonitorEndsWithStop) {
   MakeFolders();
-  DebugMonitor::Get().StartMonitor(nullptr);
+  Monitor::Get().StartMonitor(nullptr);
   EXPECT_TRUE(log_.Has("StartMonitor: Invalid handle!"));
-  DebugMonitor::Get().StopMonitor();
-  DebugMonitor::Get().StopMonitor();
-  Receive(kHardwareError);
+  Monitor::Get().StopMonitor();
+  Monitor::Get().StopMonitor();
+  EXPECT_TRUE(Reaches(kHardwareError));
   EXPECT_FALSE(log_.Has("Received Hardware error event!"));
-  EXPECT_EQ(stack_.size(), 1u);
 
   // A flow control that goes while it is monitored, and its successor.
-  DebugMonitor::Get().StartMonitor(flow_.get());
-  HciFlowControl::Halt();
+  Monitor::Get().StartMonitor(flow_.get());
+  hci::HciFlowControl::Halt();
   flow_.reset();
-  const auto ignore = [](const HciPacket&) {};
-  flow_ = std::make_shared<HciFlowControl>(Consumers{ignore, ignore, ignore, ignore, ignore});
-  DebugMonitor::Get().StartMonitor(flow_.get());
-  Receive(kHardwareError);
+  flow_ = MakeFlow();
+  Monitor::Get().StartMonitor(flow_.get());
+  Reaches(kHardwareError);
   EXPECT_EQ(log_.Count("Received Hardware error event!"), 1u);
 }
 

@@ -1,19 +1,12 @@
 #include "debug_central/catalogue.h"
 
-#include <signal.h>
-
-#include <string>
-
-#include <android-base/logging.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "os/process_setup.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 namespace {
 
-using ::testing::KilledBySignal;
+using namespace ::bthal::test;
 
 // The kinds as crash reports know them.
 const struct {

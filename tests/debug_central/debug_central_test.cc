@@ -2,38 +2,17 @@
 #include "aidl/bluetooth_hci/diagnostics.h"
 
 #include <malloc.h>
-#include <signal.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <condition_variable>
-#include <filesystem>
-#include <mutex>
-#include <set>
-#include <thread>
-
-#include <android-base/logging.h>
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "os/kill_self.h"
 #include "support/diagnostics.h"
-#include "support/log_capture.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth {
 namespace {
 
-using ::android::base::SetProperty;
-using ::bthal::test::DumpSection;
-using ::bthal::test::DumpText;
-using ::bthal::test::LogCapture;
-using ::bthal::test::NamesIn;
-using ::bthal::test::TempRoot;
-using ::testing::HasSubstr;
-using ::testing::KilledBySignal;
-using ::testing::MatchesRegex;
+using namespace ::bthal::test;
 
 constexpr char kLastAppear[] = "Anchors' Last Appear";
 constexpr char kHistory[] = "Anchors' History";
@@ -85,9 +64,9 @@ TEST_F(DebugCentralTest, AnAnchorMarksBothEndsOfItsScope) {
   std::vector<std::string> texts;
   for (const auto& line : DumpSection(kHistory)) texts.push_back(TextOf(line).substr(0, 68));
   texts.resize(5);
-  EXPECT_THAT(texts,
-              ::testing::ElementsAre(
-                  "perform_init [ IN]", "btqnl_reset: a text that is longer than a string keeps inside [ IN]", "chip",
+  EXPECT_THAT(
+      texts,
+      ElementsAre("perform_init [ IN]", "btqnl_reset: a text that is longer than a string keeps inside [ IN]", "chip",
                   "btqnl_reset: a text that is longer than a string keeps inside [OUT]", "perform_init [OUT]"));
 }
 
@@ -166,16 +145,6 @@ TEST_F(DebugCentralTest, FindsTheKernelsLogOfTheUart) {
   EXPECT_THAT(report, HasSubstr("lpm history"));
 }
 
-TEST_F(DebugCentralTest, AReaderThatGoesAwayEndsTheReportQuietly) {
-  signal(SIGPIPE, SIG_IGN);
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  close(ends[0]);
-  central_.Dump(ends[1]);
-  close(ends[1]);
-  EXPECT_EQ(log_.Count("Failed to write the report"), 0u);
-}
-
 // How a report ends. The process really dies; what the stack was told and the files are looked at afterwards.
 TEST_F(DebugCentralTest, AReportThatNobodyReadsIsGivenUp) {
   central_.UpdateRecord(AnchorType::kClose, std::string(200 * 1024, 'x'));
@@ -208,9 +177,7 @@ class ReportTest : public DebugCentralTest {
     central_.ReportBqrError(static_cast<BqrErrorCode>(code), info);
   }
 
-  std::vector<std::string> CoreDumps() { return NamesIn(root_.path() + "/data/vendor/ssrdump/coredump"); }
-  std::vector<std::string> CrashInfos() { return NamesIn(root_.path() + "/data/vendor/ssrdump", "crashinfo_bt_"); }
-  std::string OnlyCrashInfo() { return root_.Read("/data/vendor/ssrdump/" + CrashInfos().at(0)); }
+  std::string OnlyCrashInfo() { return root_.Read("/data/vendor/ssrdump/" + CrashInfos(root_).at(0)); }
 };
 
 TEST_F(ReportTest, WithAClientItDumpsAndAbortsInTheKindsName) {
@@ -222,10 +189,10 @@ TEST_F(ReportTest, WithAClientItDumpsAndAbortsInTheKindsName) {
               "(.|\n)*start_crash_dump: reason: Host HCI Command Timeout, slient_report:0"
               "(.|\n)*Bluetooth HAL crash with error code 0, vendor error code 129, extra info: opcode 0xFC18");
   EXPECT_EQ(root_.Read("/told"), "[6]{255, 4, 88, 5, 0, 129}");
-  ASSERT_EQ(CoreDumps().size(), 1u);
-  ASSERT_EQ(CrashInfos().size(), 1u);
+  ASSERT_EQ(CoreDumps(root_).size(), 1u);
+  ASSERT_EQ(CrashInfos(root_).size(), 1u);
   EXPECT_THAT(OnlyCrashInfo(), HasSubstr("crash_reason: Host HCI Command Timeout\ncrash_count: 1\ntimestamp: "));
-  const std::string suffix = CrashInfos()[0].substr(std::string("crashinfo_bt_").size(), 19);
+  const std::string suffix = CrashInfos(root_)[0].substr(std::string("crashinfo_bt_").size(), 19);
   EXPECT_EQ(root_.Read("/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log" + suffix), "packets");
   EXPECT_EQ(root_.Read("/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log.last" + suffix), "older packets");
 }
@@ -244,13 +211,10 @@ TEST_F(ReportTest, OnlySensorHubErrorsHaveNoCrashInfo) {
     EXPECT_EXIT(Report(one.code, "", true), KilledBySignal(SIGABRT),
                 std::string("reason: ") + one.reason + ", slient_report:" + (one.silent ? "1" : "0") +
                     "(.|\n)*vendor error code " + std::to_string(one.code) + "\n");
-    EXPECT_EQ(CoreDumps().size(), 1u);
-    EXPECT_EQ(CrashInfos().size(), one.silent ? 0u : 1u);
-    for (const char* folder : {"/data/vendor/ssrdump", "/data/vendor/ssrdump/coredump"}) {
-      for (const auto& name : NamesIn(root_.path() + folder, "c")) {
-        if (name != "coredump") std::filesystem::remove(root_.path() + folder + "/" + name);
-      }
-    }
+    EXPECT_EQ(CoreDumps(root_).size(), 1u);
+    EXPECT_EQ(CrashInfos(root_).size(), one.silent ? 0u : 1u);
+    std::filesystem::remove_all(root_.path() + "/data/vendor/ssrdump");
+    std::filesystem::create_directories(root_.path() + "/data/vendor/ssrdump/coredump");
   }
 }
 
@@ -262,8 +226,8 @@ TEST_F(ReportTest, QuietKindsNoClientAndUnsupportedStagesDieWithoutADump) {
   root_.Write("/vendor/etc/bluetooth/bt_vendor.conf", "HwStageWithOldChipFwNoLongerSupport = EVT1.0-PROTO1.0\n");
   SetProperty("ro.boot.hardware.revision", "PROTO1.0");
   EXPECT_EXIT(Report(0x81, "", true), KilledBySignal(SIGKILL), "ReportBqrError: slient recover!");
-  EXPECT_EQ(CoreDumps().size(), 0u);
-  EXPECT_EQ(CrashInfos().size(), 0u);
+  EXPECT_EQ(CoreDumps(root_).size(), 0u);
+  EXPECT_EQ(CrashInfos(root_).size(), 0u);
 }
 
 TEST_F(ReportTest, ABlockedClientDoesNotKeepItAlive) {
@@ -298,22 +262,12 @@ TEST_F(ReportTest, TheFirstReporterWins) {
 class ReplacedEndingTest : public ReportTest {
  protected:
   ReplacedEndingTest() {
-    LogHere();
     ::android::base::SetAborter([](const char* message) { fatal_ = message; });
     os::SetKillSelfForTest([] { ++killed_; });
   }
   ~ReplacedEndingTest() override { os::SetKillSelfForTest(nullptr); }
 
-  static void LogHere() {
-    ::android::base::SetLogger([](::android::base::LogId, ::android::base::LogSeverity, const char*, const char*,
-                                  unsigned int, const char* message) {
-      const std::lock_guard lock(mutex_);
-      logged_.append(message) += '\n';
-    });
-  }
-
-  static inline std::mutex mutex_;
-  static inline std::string logged_;
+  LogCapture here_;  // where ReportTest leaves the log to the process that dies
   static inline std::string fatal_;
   static inline std::atomic<int> killed_{0};
 };
@@ -327,7 +281,7 @@ TEST_F(ReplacedEndingTest, TheRecordKeeps127CharactersAndTheFatalMessageAll) {
 
   central_.ReportBqrError(BqrErrorCode::kUartIncompletePacket, "");
   EXPECT_EQ(fatal_, "Bluetooth HAL crash with error code 0, vendor error code 2");
-  EXPECT_EQ(CoreDumps().size(), 1u);  // one dump a process
+  EXPECT_EQ(CoreDumps(root_).size(), 1u);  // one dump a process
   central_.HasClientConnectWith(false);
   central_.ReportBqrError(BqrErrorCode::kUartIncompletePacket, "");
   EXPECT_EQ(killed_, 1);
@@ -339,7 +293,7 @@ TEST_F(ReplacedEndingTest, AStepOfAReportThatFailsDoesNotReportAnew) {
   central_.SetHooks(hooks);
   central_.HasClientConnectWith(true);
   central_.ReportBqrError(BqrErrorCode::kUartParsing, "outer");
-  EXPECT_THAT(logged_, HasSubstr("ReportBqrError: error_code (144) while reporting, error_info: inner"));
+  EXPECT_TRUE(here_.Has("ReportBqrError: error_code (144) while reporting, error_info: inner"));
   EXPECT_THAT(fatal_, HasSubstr("extra info: outer"));
 }
 
@@ -368,10 +322,11 @@ TEST_F(ReplacedEndingTest, LaterReportersWaitForTheFirstToEnd) {
   });
   first.join();
   second.join();
-  EXPECT_THAT(told, ::testing::ElementsAre(0x94, 0x90));
+  EXPECT_THAT(told, ElementsAre(0x94, 0x90));
   EXPECT_EQ(killed_, 2);
-  const std::lock_guard lock(mutex_);
-  EXPECT_LT(logged_.find("slient recover!"), logged_.find("error_info: second"));
+  std::string logged;
+  for (const auto& line : here_.Lines()) logged += line.text;
+  EXPECT_LT(logged.find("slient recover!"), logged.find("error_info: second"));
 }
 
 }  // namespace

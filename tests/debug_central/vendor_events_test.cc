@@ -1,40 +1,16 @@
 // What becomes of the controller's vendor events: which of them the stack sees, and which files they leave.
-#include <stdlib.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <memory>
-
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "aidl/bluetooth_hci/diagnostics.h"
 #include "bluetooth_bqr.h"
-#include "debug_central/debug_central.h"
-#include "hci_flow_control/debug_monitor.h"
-#include "hci_flow_control/hci_flow_control.h"
 #include "support/diagnostics.h"
-#include "support/log_capture.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth {
 namespace {
 
-using aidl::qnlbtlinux::RegisterDiagnostics;
-using ::bthal::test::DumpSection;
-using ::bthal::test::LogCapture;
-using ::bthal::test::NamesIn;
-using ::bthal::test::TempRoot;
-using hci::Consumers;
-using hci::HciFlowControl;
-using hci::HciPacket;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using V1_1::qnlbtlinux::debug::DebugMonitor;
+using namespace ::bthal::test;
 
-constexpr char kCrashInfoDir[] = "/data/vendor/ssrdump/";
-constexpr char kCoreDumpDir[] = "/data/vendor/ssrdump/coredump/";
+using hci::HciPacket;
+
 constexpr char kSnoop[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
 constexpr char kBackup[] = "/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log";
 
@@ -62,77 +38,48 @@ struct RootInMemory {
   }
 };
 
-class VendorEventsTest : public ::testing::Test {
+class VendorEventsTest : public RootInMemory, public MonitoredTest {
  protected:
   VendorEventsTest() {
-    std::filesystem::create_directories(root_.path() + kCoreDumpDir);
-    const auto ignore = [](const HciPacket&) {};
-    flow_ = std::make_shared<HciFlowControl>(Consumers{ignore, ignore, ignore, ignore, ignore});
-    RegisterDiagnostics();
-    DebugMonitor::Get().StartMonitor(flow_.get());
+    MakeFolders();
     central_.HasClientConnectWith(true);
   }
-  ~VendorEventsTest() override { DebugMonitor::Get().StopMonitor(); }
 
-  // Whether the stack sees the event.
-  bool Reaches(const HciPacket& event) {
-    bool seen = false;
-    flow_->OnHciEventReady(event, [&](const HciPacket& delivered) { seen = delivered == event; });
-    return seen;
-  }
-
-  std::vector<std::string> CoreDumps(const std::string& prefix = "coredump_bt_2") {
-    return NamesIn(root_.path() + kCoreDumpDir, prefix);
-  }
-  std::vector<std::string> CrashInfos() { return NamesIn(root_.path() + kCrashInfoDir, "crashinfo_bt_"); }
   std::string ReadOnly(const std::string& prefix) {
-    const auto names = CoreDumps(prefix);
+    const auto names = CoreDumps(root_, prefix);
     EXPECT_EQ(names.size(), 1u) << prefix;
     return names.empty() ? "" : root_.Read(kCoreDumpDir + names[0]);
   }
-  std::string Reason() { return CrashInfos().empty() ? "" : root_.Read(kCrashInfoDir + CrashInfos()[0]); }
-
-  RootInMemory in_memory_;
-  TempRoot root_;
-  LogCapture log_;
-  DebugCentral& central_ = DebugCentral::Get();
-  std::shared_ptr<HciFlowControl> flow_;
+  std::string Reason() { return root_.Read(kCrashInfoDir + CrashInfos(root_).at(0)); }
 };
 
 TEST_F(VendorEventsTest, OnlyWhatIsTheStacksReachesIt) {
-  const struct {
-    HciPacket event;
-    bool reaches;
-  } kCases[] = {
-      {VendorEvent({}), true},
-      {VendorEvent({0x1B}), false},
-      {VendorEvent({0x1B, 1, 2, 3}), false},
-      {VendorEvent({0x6A, 1}), false},
-      {VendorEvent({0x57}), false},  // too short, and still not the stack's
-      {VendorEvent({0x57, 0, 0, 0, 0, 0}), false},
-      {VendorEvent({0x58}), true},
-      {VendorEvent({0x58, 0x05}), true},        // too short for its codes: let through
-      {VendorEvent({0x58, 0x05, 0x00}), true},  // likewise
-      {VendorEvent({0x58, 0x00, 1, 2}), true},
-      {VendorEvent({0x58, 0x01, 1, 2}), true},
-      {VendorEvent({0x58, 0x02, 1, 2}), true},
-      {VendorEvent({0x58, 0x03, 1, 2}), true},
-      {VendorEvent({0x58, 0x04, 1, 2}), true},
-      {VendorEvent({0x58, 0x06, 1, 2}), false},
-      {VendorEvent({0x58, 0x07, 1, 2}), true},
-      {VendorEvent({0x58, 0x08, 1, 2}), true},
-      {VendorEvent({0x58, 0x10, 1, 2}), true},
-      {VendorEvent({0x58, 0x20, 1, 2}), true},
-      {VendorEvent({0x58, 0x21, 1, 2}), true},
-      {VendorEvent({0x58, 0xFF, 1, 2}), true},
-      {VendorEvent({0x59, 0x05, 0x00, 0x15}), true},
-  };
-  for (const auto& one : kCases) {
-    EXPECT_EQ(Reaches(one.event), one.reaches) << toString(one.event);
-    EXPECT_TRUE(Reaches({0xFF, 0x01, 0x99})) << "hidden after " << toString(one.event);
+  const std::vector<Bytes> hidden = {{0x1B}, {0x1B, 1, 2, 3}, {0x6A, 1}, {0x57, 0, 0, 0, 0, 0}, {0x58, 0x06, 1, 2},
+                                     {0x57}};  // too short, and still not the stack's
+  const std::vector<Bytes> seen = {{},
+                                   {0x58},
+                                   {0x58, 0x00, 1, 2},
+                                   {0x58, 0x01, 1, 2},
+                                   {0x58, 0x02, 1, 2},
+                                   {0x58, 0x03, 1, 2},
+                                   {0x58, 0x04, 1, 2},
+                                   {0x58, 0x07, 1, 2},
+                                   {0x58, 0x08, 1, 2},
+                                   {0x58, 0x10, 1, 2},
+                                   {0x58, 0x20, 1, 2},
+                                   {0x58, 0x21, 1, 2},
+                                   {0x58, 0xFF, 1, 2},
+                                   {0x59, 0x05, 0x00, 0x15},
+                                   {0x58, 0x05},
+                                   {0x58, 0x05, 0x00}};  // too short for its codes: let through
+  for (const auto& [payloads, reaches] : {std::pair(hidden, false), std::pair(seen, true)}) {
+    for (const Bytes& payload : payloads) {
+      EXPECT_EQ(Reaches(VendorEvent(payload)), reaches) << ::testing::PrintToString(payload);
+      EXPECT_TRUE(Reaches({0xFF, 0x01, 0x99})) << "hidden after " << ::testing::PrintToString(payload);
+    }
   }
-  EXPECT_EQ(CoreDumps("").size(), 0u);
-  EXPECT_EQ(CrashInfos().size(), 0u);
+  EXPECT_EQ(CoreDumps(root_).size(), 0u);
+  EXPECT_EQ(CrashInfos(root_).size(), 0u);
   EXPECT_EQ(log_.Count("Invalid length of BQR event!"), 3u);
   EXPECT_EQ(log_.Count("Invalid length of debug info event!"), 2u);
   const std::string kept = BluetoothBqr::Get().Report();
@@ -154,20 +101,20 @@ TEST_F(VendorEventsTest, ARootInflammationDumpsBacksUpAndReachesTheStack) {
   std::filesystem::permissions(root_.Below(kSnoop), std::filesystem::perms(0640));
   EXPECT_TRUE(Reaches(RootInflammation(0x15)));
   EXPECT_TRUE(log_.Has("Received Root Inflammation event! (0x0015)"));
-  ASSERT_EQ(CoreDumps().size(), 1u);
+  ASSERT_EQ(CoreDumps(root_).size(), 1u);
   const std::string reason =
       "ControllerRootInflammed: error_code: 0x00, vendor_error: 0x15, Firmware Crash due to Assertion failure";
-  EXPECT_THAT(ReadOnly("coredump_bt_2"), ::testing::StartsWith("DUMP REASON: " + reason + " - occurred at "));
+  EXPECT_THAT(ReadOnly("coredump_bt_2"), StartsWith("DUMP REASON: " + reason + " - occurred at "));
   EXPECT_THAT(Reason(), HasSubstr("crash_reason: " + reason + "\ncrash_count: 1\n"));
-  const std::string suffix = CrashInfos().at(0).substr(13, 19);
+  const std::string suffix = CrashInfos(root_).at(0).substr(13, 19);
   EXPECT_EQ(root_.Read(kBackup + suffix), "packets");
   EXPECT_EQ(root_.Read(std::string(kBackup) + ".last" + suffix), "older packets");
-  EXPECT_EQ(std::filesystem::status(root_.Below(kBackup + suffix)).permissions(), std::filesystem::perms(0640));
+  EXPECT_EQ(root_.ModeOf(kBackup + suffix), 0640u);
   EXPECT_EQ(root_.Read(kSnoop), "packets");
 
   // The next one takes no second dump, but is the stack's to see.
   EXPECT_TRUE(Reaches(RootInflammation(0x16)));
-  EXPECT_EQ(CoreDumps().size(), 1u);
+  EXPECT_EQ(CoreDumps(root_).size(), 1u);
   EXPECT_EQ(log_.Count("start_crash_dump: reason"), 1u);
   // And a quiet one is hidden, dump or not.
   EXPECT_FALSE(Reaches(RootInflammation(0x20)));
@@ -180,32 +127,16 @@ TEST_F(VendorEventsTest, QuietRootInflammationsLeaveNoTrace) {
   EXPECT_FALSE(Reaches(RootInflammation(0x15)));
   central_.HasClientConnectWith(true);
   EXPECT_EQ(log_.Count("Received Root Inflammation event!"), 3u);
-  EXPECT_EQ(CoreDumps("").size() + CrashInfos().size(), 0u);
+  EXPECT_EQ(CoreDumps(root_).size() + CrashInfos(root_).size(), 0u);
 }
 
 TEST_F(VendorEventsTest, AnUnsupportedHardwareStageTakesNoDump) {
   root_.Write("/vendor/etc/bluetooth/bt_vendor.conf", "HwStageWithOldChipFwNoLongerSupport = EVT1.0-PROTO1.0\n");
-  ::android::base::SetProperty("ro.boot.hardware.revision", "EVT1.0");
+  SetProperty("ro.boot.hardware.revision", "EVT1.0");
   EXPECT_TRUE(central_.hw_stage_firmware_no_longer_supported());
   EXPECT_FALSE(Reaches(RootInflammation(0x15)));
-  EXPECT_EQ(CoreDumps("").size() + CrashInfos().size(), 0u);
+  EXPECT_EQ(CoreDumps(root_).size() + CrashInfos(root_).size(), 0u);
 }
-
-class SilenceTest : public VendorEventsTest, public ::testing::WithParamInterface<std::pair<uint8_t, bool>> {};
-
-TEST_P(SilenceTest, OnlyTheSensorHubsErrorsHaveNoCrashInfo) {
-  const auto [vendor_error, silent] = GetParam();
-  EXPECT_TRUE(Reaches(RootInflammation(vendor_error)));
-  EXPECT_EQ(CoreDumps().size(), 1u);
-  EXPECT_EQ(CrashInfos().size(), silent ? 0u : 1u);
-  // No snoop log: told, and nothing is left behind.
-  EXPECT_EQ(log_.Count("backup_logging_files_before_crash: Error opening source file"), 2u);
-  EXPECT_EQ(NamesIn(root_.path() + "/data/vendor/bluetooth").size(), 0u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Edges, SilenceTest,
-                         ::testing::Values(std::pair(0xBF, false), std::pair(0xC0, true), std::pair(0xDF, true),
-                                           std::pair(0xE0, false)));
 
 TEST_F(VendorEventsTest, DebugInformationIsGatheredInOneFileAndStartsADump) {
   const HciPacket first = Fragment({0x57, 0x10, 0x20, 0}, 0, 9, 1);
@@ -213,7 +144,7 @@ TEST_F(VendorEventsTest, DebugInformationIsGatheredInOneFileAndStartsADump) {
   EXPECT_FALSE(Reaches(Fragment({0x57, 0, 0, 0}, 1, 8, 0)));
   EXPECT_TRUE(log_.Has("Invalid length of debug info event!"));
   EXPECT_FALSE(log_.Has("Last soc dump fragment has been received"));
-  EXPECT_EQ(CoreDumps("").size(), 0u);
+  EXPECT_EQ(CoreDumps(root_).size(), 0u);
 
   EXPECT_FALSE(Reaches(first));
   EXPECT_TRUE(log_.Has("Received Debug Info event!"));
@@ -222,9 +153,9 @@ TEST_F(VendorEventsTest, DebugInformationIsGatheredInOneFileAndStartsADump) {
   EXPECT_TRUE(log_.Has("Last soc dump fragment has been received"));
   EXPECT_EQ(ReadOnly("coredump_bt_socdump_"), Text(first) + Text(second));
   EXPECT_THAT(Reason(), HasSubstr("crash_reason: Debug Info Event\n"));
-  EXPECT_EQ(CoreDumps("coredump_bt_socdump_")[0], "coredump_bt_socdump_" + CrashInfos()[0].substr(13, 19) + ".bin");
-  EXPECT_EQ(std::filesystem::status(root_.path() + kCoreDumpDir + CoreDumps("coredump_bt_socdump_")[0]).permissions(),
-            std::filesystem::perms(0640));
+  EXPECT_EQ(CoreDumps(root_, "coredump_bt_socdump_")[0],
+            "coredump_bt_socdump_" + CrashInfos(root_)[0].substr(13, 19) + ".bin");
+  EXPECT_EQ(root_.ModeOf(kCoreDumpDir + CoreDumps(root_, "coredump_bt_socdump_")[0]), 0640u);
 }
 
 TEST_F(VendorEventsTest, FragmentsWithoutARootInflammationStartTheDumpThemselves) {
@@ -264,6 +195,9 @@ TEST_F(VendorEventsTest, SensorHubFragmentsThatCannotBeSavedAreCounted) {
 
 TEST_F(VendorEventsTest, FourMegabytesOfBothKindsInTurnAreKeptByteForByte) {
   EXPECT_TRUE(Reaches(RootInflammation(0x10)));
+  // No snoop log: told, and nothing is left behind.
+  EXPECT_EQ(log_.Count("backup_logging_files_before_crash: Error opening source file"), 2u);
+  EXPECT_EQ(NamesIn(root_.path() + "/data/vendor/bluetooth").size(), 0u);
   constexpr size_t kEach = 4 * 1024 * 1024 / 257;
   std::string soc;
   std::string chre;
