@@ -1,40 +1,18 @@
 #include "h4/async_fd_watcher.h"
 
-#include <android-base/logging.h>
-#include <android-base/unique_fd.h>
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <filesystem>
-#include <future>
-#include <mutex>
-#include <thread>
-#include <vector>
-
-#include "support/log_capture.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::async {
 namespace {
 
-using ::android::base::unique_fd;
-using ::bthal::test::WaitFor;
-using ::testing::ElementsAre;
+using namespace ::bthal::test;
+
 using namespace std::chrono_literals;
 
 struct Pipe {
-  Pipe() {
-    int ends[2];
-    CHECK_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-    read_end.reset(ends[0]);
-    write_end.reset(ends[1]);
-  }
+  Pipe() { CHECK(::android::base::Pipe(&read_end, &write_end, O_CLOEXEC | O_NONBLOCK)); }
   void Write() const { ASSERT_EQ(write(write_end.get(), "x", 1), 1); }
   int fd() const { return read_end.get(); }
 
@@ -47,10 +25,6 @@ void Take(int fd) {
   (void)!read(fd, &byte, 1);
 }
 
-size_t CountEntries(const char* directory) {
-  return std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator());
-}
-
 // Stops at the end of its scope, so declared behind what its callbacks use.
 class Watcher : public AsyncFdWatcher {
  public:
@@ -59,7 +33,7 @@ class Watcher : public AsyncFdWatcher {
 
 class AsyncFdWatcherTest : public ::testing::Test {
  private:
-  bthal::test::LogCapture log_;
+  LogCapture log_;
 };
 
 TEST_F(AsyncFdWatcherTest, CallsTheLowerDescriptorFirst) {

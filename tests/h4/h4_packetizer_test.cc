@@ -1,19 +1,12 @@
 #include "h4/h4_packetizer.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include "support/h4_stream.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
 
-using ::bthal::test::Bytes;
-using ::bthal::test::MakePacket;
-using ::testing::ElementsAre;
-using ::testing::SizeIs;
+using namespace ::bthal::test;
 
 class H4PacketizerTest : public ::testing::Test {
  protected:
@@ -35,15 +28,6 @@ class H4PacketizerTest : public ::testing::Test {
     places_.push_back(packetizer_.GetPacket().data());
   }};
 };
-
-TEST_F(H4PacketizerTest, EventByteByByte) {
-  const Bytes event = {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
-  for (const uint8_t byte : event) {
-    EXPECT_THAT(packets_, SizeIs(0));
-    EXPECT_EQ(Feed(HciPacketType::kEvent, {byte}), 1u);
-  }
-  EXPECT_THAT(packets_, ElementsAre(event));
-}
 
 TEST_F(H4PacketizerTest, PacketWithoutPayloadWaitsForTheNextCall) {
   EXPECT_EQ(Feed(HciPacketType::kEvent, {0x0E, 0x00}), 2u);
@@ -86,15 +70,6 @@ TEST_F(H4PacketizerTest, LengthFieldOfEachType) {
   }
 }
 
-TEST_F(H4PacketizerTest, NeverConsumesBeyondHeaderOrPayload) {
-  Bytes two = MakePacket(0x02, 3, 0x11);
-  const Bytes second = MakePacket(0x02, 2, 0x22);
-  two.insert(two.end(), second.begin(), second.end());
-  EXPECT_EQ(Feed(HciPacketType::kAclData, two), 4u);
-  EXPECT_EQ(Feed(HciPacketType::kAclData, {two.begin() + 4, two.end()}), 3u);
-  EXPECT_THAT(packets_, ElementsAre(MakePacket(0x02, 3, 0x11)));
-}
-
 TEST_F(H4PacketizerTest, ShortCutsRefuseInTheMiddleOfAPacket) {
   const Bytes event = {0x0E, 0x01, 0x77};
   ASSERT_EQ(Feed(HciPacketType::kEvent, {0x0E}), 1u);
@@ -129,7 +104,7 @@ TEST_F(H4PacketizerTest, WholePacketsAreLentAndPiecesGatheredInOnePlace) {
   EXPECT_EQ(packetizer_.GetPacket().data(), whole.data());
   for (const size_t payload : {1, 65535, 7}) FeedAll(HciPacketType::kAclData, MakePacket(0x02, payload, 1));
   ASSERT_THAT(places_, SizeIs(3));
-  EXPECT_THAT(places_, ::testing::Each(places_[0]));
+  EXPECT_THAT(places_, Each(places_[0]));
 }
 
 }  // namespace

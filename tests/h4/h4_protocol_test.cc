@@ -1,43 +1,19 @@
 #include "h4/h4_protocol.h"
 
-#include <android-base/logging.h>
-#include <android-base/unique_fd.h>
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <stdio.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <random>
-#include <thread>
-#include <utility>
-#include <vector>
 
-#include "debug_central/debug_central.h"
 #include "h4/async_fd_watcher.h"
 #include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
+#include "support/diagnostics.h"
 #include "support/h4_stream.h"
-#include "support/log_capture.h"
 #include "support/pty.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
 
-using ::android::base::unique_fd;
-using ::bthal::test::AppendH4;
-using ::bthal::test::Bytes;
-using ::bthal::test::LogCapture;
-using ::bthal::test::MakePacket;
-using ::bthal::test::TempRoot;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Pair;
+using namespace ::bthal::test;
 
 using Received = std::vector<std::pair<uint8_t, Bytes>>;
 
@@ -59,14 +35,6 @@ struct Recorder {
   H4Protocol h4;
 };
 
-std::string RecordedText() {
-  const unique_fd file(memfd_create("dump", MFD_CLOEXEC));
-  DebugCentral::Get().Dump(file.get());
-  std::string text(static_cast<size_t>(lseek(file.get(), 0, SEEK_END)), '\0');
-  EXPECT_EQ(pread(file.get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-  return text;
-}
-
 // Lets the process outlive its own reports, to see what comes after them.
 class Survivor {
  public:
@@ -81,12 +49,7 @@ class Survivor {
 };
 
 struct Pipe {
-  explicit Pipe(int flags = 0) {
-    int ends[2];
-    CHECK_EQ(pipe2(ends, O_CLOEXEC | flags), 0);
-    read_end.reset(ends[0]);
-    write_end.reset(ends[1]);
-  }
+  explicit Pipe(int flags = 0) { CHECK(base::Pipe(&read_end, &write_end, O_CLOEXEC | flags)); }
   unique_fd read_end;
   unique_fd write_end;
 };
@@ -98,7 +61,7 @@ TEST(H4ProtocolReceive, AnyChunkingYieldsTheSamePackets) {
     Received sent;
     for (int i = 0; i < 60; ++i) {
       const uint8_t type = bthal::test::kH4ReceivedTypes[random() % std::size(bthal::test::kH4ReceivedTypes)];
-      sent.emplace_back(type, bthal::test::RandomPacket(type, random));
+      sent.emplace_back(type, RandomPacket(type, random));
       AppendH4(stream, type, sent.back().second);
     }
     // A packet without payload at the very end comes out with the read after it only.
@@ -106,7 +69,7 @@ TEST(H4ProtocolReceive, AnyChunkingYieldsTheSamePackets) {
     sent.emplace_back(0x04, MakePacket(0x04, 1, 0));
     for (const size_t largest : {1, 2, 7, 64, 65, 200, 4096, 1 << 20}) {
       Recorder recorder;
-      for (const Bytes& piece : bthal::test::RandomPieces(stream, largest, random)) recorder.OnBytes(piece);
+      for (const Bytes& piece : RandomPieces(stream, largest, random)) recorder.OnBytes(piece);
       ASSERT_TRUE(recorder.received == sent) << "seed " << seed << ", pieces of up to " << largest;
     }
   }
@@ -139,63 +102,49 @@ TEST(H4ProtocolReceive, ThreadFramesWithoutConsumerAreDroppedInSync) {
   EXPECT_THAT(recorder.received, ElementsAre(Pair(0x04, MakePacket(0x04, 2, 0)), Pair(0x04, MakePacket(0x04, 2, 0))));
 }
 
-TEST(H4ProtocolReceive, UnknownTypeIsReportedAndTheRestNotTrusted) {
-  TempRoot root;
-  LogCapture log;
-  Survivor survivor;
-  Recorder recorder;
-  recorder.OnBytes({0x04, 0xFF, 0x01, 0x01, 0x06, 0x04, 0xFF, 0x01, 0x02});
-  recorder.OnBytes({0x04, 0xFF, 0x01, 0x03});
-  EXPECT_THAT(recorder.received, ElementsAre(Pair(0x04, Bytes{0xFF, 0x01, 0x01})));
-  EXPECT_EQ(log.Count("OnDataReady: Unimplemented Packet Type: 6 detected!"), 1u);
-  EXPECT_THAT(RecordedText(), HasSubstr("Host Received Unimplemented Packet Type: 6, bytes_read: 5, packet: "
-                                        "06, 04, ff, 01, 02, 00, 00"));
+class H4ProtocolBadType : public ::testing::Test {
+ protected:
+  TempRoot root_;
+  LogCapture log_;
+  Survivor survivor_;
+  Recorder recorder_;
+};
+
+TEST_F(H4ProtocolBadType, UnknownIsReportedAndTheRestNotTrusted) {
+  recorder_.OnBytes({0x04, 0xFF, 0x01, 0x01, 0x06, 0x04, 0xFF, 0x01, 0x02});
+  recorder_.OnBytes({0x04, 0xFF, 0x01, 0x03});
+  EXPECT_THAT(recorder_.received, ElementsAre(Pair(0x04, Bytes{0xFF, 0x01, 0x01})));
+  EXPECT_EQ(log_.Count("OnDataReady: Unimplemented Packet Type: 6 detected!"), 1u);
+  EXPECT_THAT(DumpText(), HasSubstr("Host Received Unimplemented Packet Type: 6, bytes_read: 5, packet: "
+                                    "06, 04, ff, 01, 02, 00, 00"));
 }
 
-TEST(H4ProtocolReceive, TypeZeroIsReportedAndSkipped) {
-  TempRoot root;
-  LogCapture log;
-  Survivor survivor;
-  Recorder recorder;
-  recorder.OnBytes({0x00, 0x04, 0xFF, 0x01, 0x01});
-  EXPECT_TRUE(log.Has("OnDataReady: Unimplemented Packet Type: 0 detected!"));
-  EXPECT_THAT(recorder.received, ElementsAre(Pair(0x04, Bytes{0xFF, 0x01, 0x01})));
+TEST_F(H4ProtocolBadType, ZeroIsReportedAndSkipped) {
+  recorder_.OnBytes({0x00, 0x04, 0xFF, 0x01, 0x01});
+  EXPECT_TRUE(log_.Has("OnDataReady: Unimplemented Packet Type: 0 detected!"));
+  EXPECT_THAT(recorder_.received, ElementsAre(Pair(0x04, Bytes{0xFF, 0x01, 0x01})));
 }
 
-TEST(H4ProtocolReceive, ReceivedCommandIsFramedAndFatal) {
-  TempRoot root;
-  LogCapture log;
-  Survivor survivor;
-  Recorder recorder;
-  recorder.OnBytes({0x01, 0x03, 0x0C, 0x01});
-  EXPECT_TRUE(log.Has("OnDataReady: Unimplemented Packet Type: 1 detected!"));
-  EXPECT_FALSE(log.Has("OnPacketReady"));
-  recorder.OnBytes({0x55});
-  EXPECT_TRUE(log.Has("OnPacketReady: Unimplemented packet type 1"));
-  EXPECT_THAT(recorder.received, IsEmpty());
-}
-
-TEST(H4ProtocolDeathTest, UnknownTypeEndsTheProcess) {
-  const auto receive = [] {
-    TempRoot root;
-    Recorder recorder;
-    recorder.OnBytes({0x71});
-  };
-  EXPECT_EXIT(receive(), ::testing::KilledBySignal(SIGKILL), "OnDataReady: Unimplemented Packet Type: 113 detected!");
+TEST_F(H4ProtocolBadType, ACommandIsFramedAndFatal) {
+  recorder_.OnBytes({0x01, 0x03, 0x0C, 0x01});
+  EXPECT_TRUE(log_.Has("OnDataReady: Unimplemented Packet Type: 1 detected!"));
+  EXPECT_FALSE(log_.Has("OnPacketReady"));
+  recorder_.OnBytes({0x55});
+  EXPECT_TRUE(log_.Has("OnPacketReady: Unimplemented packet type 1"));
+  EXPECT_THAT(recorder_.received, IsEmpty());
 }
 
 TEST(H4ProtocolDeathTest, ReadErrorOnALiveTransportEndsTheProcess) {
   const auto receive = [] {
     TempRoot root;
-    bthal::test::Pty pty;
+    Pty pty;
     CHECK_EQ(symlink(pty.host_path().c_str(), root.Below("/dev/ttySAC16").c_str()), 0);
     const auto ignore = [](const HciPacket&) {};
     CHECK(channel::InitializeHciHandle({ignore, ignore, ignore, ignore, nullptr}) != nullptr);
     Recorder recorder;
     recorder.h4.OnDataReady(-1);
   };
-  EXPECT_EXIT(receive(), ::testing::KilledBySignal(SIGABRT),
-              "OnDataReady: Read packet type error: Bad file descriptor");
+  EXPECT_EXIT(receive(), KilledBySignal(SIGABRT), "OnDataReady: Read packet type error: Bad file descriptor");
 }
 
 // On the watcher's thread, as in life: the five-second pauses there end with the watcher.
@@ -215,7 +164,7 @@ TEST(H4ProtocolReceive, EndOfFileAndEarlyErrorsAreRecordedAndWaitedOut) {
     watcher.StopWatchingFileDescriptors();
   }
   EXPECT_EQ(log.Count("Unexpected EOF"), 1u) << "the pause keeps it from spinning";
-  const std::string record = RecordedText();
+  const std::string record = DumpText();
   EXPECT_THAT(record, HasSubstr("OnDataReady: Unexpected EOF reading the packet type!"));
   EXPECT_THAT(record, HasSubstr("OnDataReady: read failed (Bad file descriptor), not reay to read!"));
 }
@@ -254,7 +203,7 @@ TEST(H4ProtocolSend, ShortWritesAreContinued) {
   controller.join();
   EXPECT_EQ(arrived[0], 0x02);
   EXPECT_TRUE(std::equal(packet.begin(), packet.end(), arrived.begin() + 1));
-  EXPECT_THAT(RecordedText(), HasSubstr("Send: 65536/65540 bytes written - retrying remaining 4 bytes"));
+  EXPECT_THAT(DumpText(), HasSubstr("Send: 65536/65540 bytes written - retrying remaining 4 bytes"));
 }
 
 TEST(H4ProtocolSend, WriteErrorIsLoggedRecordedAndReturned) {
@@ -267,7 +216,7 @@ TEST(H4ProtocolSend, WriteErrorIsLoggedRecordedAndReturned) {
   const Bytes reset = {0x03, 0x0C, 0x00};
   EXPECT_EQ(recorder.h4.Send(0x01, reset.data(), reset.size()), 0u);
   EXPECT_EQ(log.Count("Send error writing to UART (Broken pipe)"), 1u);
-  EXPECT_THAT(RecordedText(), HasSubstr("Send: error writing to UART (Broken pipe)"));
+  EXPECT_THAT(DumpText(), HasSubstr("Send: error writing to UART (Broken pipe)"));
 }
 
 }  // namespace

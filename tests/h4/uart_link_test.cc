@@ -1,32 +1,14 @@
 // The line of the UART being taken away under those who stand on it.
 #include "h4/uart_link.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-
-#include <atomic>
-#include <chrono>
-#include <future>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <android-base/logging.h>
-#include <android-base/unique_fd.h>
-
 #include "h4/write_watchdog.h"
-#include "support/log_capture.h"
 #include "support/pty.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
 
-using ::android::base::unique_fd;
-using ::bthal::test::WaitFor;
-using std::chrono::milliseconds;
+using namespace ::bthal::test;
 
 constexpr uint8_t kAcl = 0x02;
 const std::vector<uint8_t> kLarge(16384, 0x55);
@@ -47,7 +29,7 @@ struct DeafLine {
     }
   }
 
-  bthal::test::Pty pty;
+  Pty pty;
   unique_fd host;
   unique_fd peer;
 };
@@ -59,7 +41,7 @@ class DeafLineTest : public ::testing::TestWithParam<bool> {
     link_.StopReceiving();
   }
 
-  bthal::test::LogCapture log_;
+  LogCapture log_;
   DeafLine line_{GetParam()};
   UartLink& link_ = UartLink::Get();
 };
@@ -79,8 +61,8 @@ TEST_P(DeafLineTest, AStuckSenderIsLetGo) {
 INSTANTIATE_TEST_SUITE_P(SocketOrNot, DeafLineTest, ::testing::Bool());
 
 TEST(UartLinkTest, AConsumerThatDoesNotReturnIsNotWaitedForAndReadsNoMore) {
-  bthal::test::LogCapture log;
-  const bthal::test::Pty line;
+  LogCapture log;
+  const Pty line;
   const unique_fd host(open(line.host_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   std::promise<void> entered;
   std::promise<void> leave;
