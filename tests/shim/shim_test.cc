@@ -2,38 +2,20 @@
 #include "conf/userial_type.h"
 #include "hci_flow_control/hci_channel.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <filesystem>
-#include <mutex>
-#include <thread>
-#include <vector>
-
-#include <android-base/properties.h>
 
 #include "conf/conf.h"
 #include "hci_flow_control/hci_flow_control.h"
 #include "os/kill_self.h"
-#include "support/log_capture.h"
 #include "support/pty.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::hci::shim {
 namespace {
 
-using ::android::base::GetProperty;
-using ::android::base::SetProperty;
-using ::bthal::test::WaitFor;
+using namespace ::bthal::test;
+
 using conf::Config;
-using ::testing::ElementsAreArray;
-using Bytes = std::vector<uint8_t>;
 
 constexpr uint8_t kCommand = static_cast<uint8_t>(HciPacketType::kCommand);
 constexpr uint8_t kAcl = static_cast<uint8_t>(HciPacketType::kAclData);
@@ -61,7 +43,7 @@ class ShimTest : public ::testing::Test {
     os::SetKillSelfForTest(nullptr);
   }
 
-  void UseLine(const bthal::test::Pty& line) {
+  void UseLine(const Pty& line) {
     const std::string port = root_.Below("/dev/ttyTest");
     std::filesystem::remove(port);
     std::filesystem::create_symlink(line.host_path(), port);
@@ -85,9 +67,9 @@ class ShimTest : public ::testing::Test {
     return events_;
   }
 
-  bthal::test::TempRoot root_;
-  bthal::test::LogCapture log_;
-  bthal::test::Pty line_;
+  TempRoot root_;
+  LogCapture log_;
+  Pty line_;
   std::mutex mutex_;
   std::vector<Bytes> events_;
 };
@@ -147,7 +129,7 @@ TEST_F(ShimTest, SensorHubPathRefusesWhatNeedsTheHub) {
 
 TEST_F(ShimTest, EarlySocRevisionsDriveTheSensorHubPathFaster) {
   const auto required = [](const char* path, const char* soc_revision) {
-    const bthal::test::TempRoot device;  // a device has one revision
+    const TempRoot device;  // a device has one revision
     SetProperty(kOverride, path);
     SetProperty(kSocRevision, soc_revision);
     InitializeController();
@@ -215,7 +197,7 @@ TEST_F(ShimTest, PowerCycleUnderALiveHandleForgetsWhatTheOldControllerOwed) {
   EXPECT_EQ(root_.Read(kPowerState), "0");
   EXPECT_EQ(flow->Send(kAcl, kReset.data(), kReset.size()), 0u);
 
-  const bthal::test::Pty fresh;
+  const Pty fresh;
   UseLine(fresh);
   ASSERT_TRUE(channel::ReopenController());
   EXPECT_TRUE(channel::IsInitialized());
@@ -253,18 +235,6 @@ TEST_F(ShimTest, UnknownPacketTypeIsReportedAndClosesTheTransport) {
   EXPECT_TRUE(told_first);
   EXPECT_TRUE(log_.Has("error_code: (131)"));
   EXPECT_FALSE(channel::IsInitialized());
-}
-
-TEST_F(ShimTest, LastUserOfAnOldHandleDoesNotDisturbTheNext) {
-  std::shared_ptr<HciFlowControl> old = MakeHandle(Initialize()).lock();
-  ASSERT_NE(old, nullptr);
-  channel::Deinitialize();
-  HciFlowControl* next = Initialize();
-  ASSERT_NE(next, nullptr);
-  old->Send(kAcl, kReset.data(), kReset.size());
-  old.reset();
-  EXPECT_EQ(next->Send(kCommand, kReset.data(), kReset.size()), 4u);
-  EXPECT_THAT(line_.Read(4), ElementsAreArray(kResetOnWire));
 }
 
 TEST_F(ShimTest, ControllerThatTakesNoBytesDoesNotHoldUpTheTeardown) {
