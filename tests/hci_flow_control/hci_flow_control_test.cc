@@ -1,38 +1,15 @@
 #include "hci_flow_control/hci_flow_control.h"
 
-#include <android-base/logging.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <future>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
 #include "shim/shim.h"
-#include "support/log_capture.h"
 #include "support/pty.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
 
-using ::bthal::test::LogCapture;
-using ::bthal::test::Pty;
-using ::bthal::test::TempRoot;
-using ::bthal::test::WaitFor;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using Bytes = std::vector<uint8_t>;
+using namespace ::bthal::test;
 
 const Bytes kReset = {0x03, 0x0C, 0x00};
 const Bytes kReadVersion = {0x01, 0x10, 0x00};
@@ -364,53 +341,6 @@ TEST_F(HciFlowControlTest, TheStackMaySendFromInsideItsEvent) {
   EXPECT_EQ(uart_.Read(4), H4(1, kReset));
   uart_.Write(H4(0x02, {0x40, 0x20, 0x01, 0x00, 0x77}));
   EXPECT_TRUE(WaitFor([&] { return (std::lock_guard(mutex_), others_.size() == 1); }));
-}
-
-// Whatever is thrown at it from several threads: the controller never has two commands, and nothing is lost or changes
-// its order within a thread. Each command carries thread and number.
-TEST_F(HciFlowControlTest, ManySendersOneOutstanding) {
-  constexpr int kSenders = 4;
-  constexpr int kCommands = 300;
-  const auto command = [](int sender, int number) {
-    return Bytes{static_cast<uint8_t>(sender), 0xFC, 0x02, static_cast<uint8_t>(number),
-                 static_cast<uint8_t>(number >> 8)};
-  };
-  std::vector<std::thread> senders;
-  for (int sender = 0; sender < kSenders; ++sender) {
-    senders.emplace_back([&, sender] {
-      const Bytes acl = {static_cast<uint8_t>(sender), 0x00, 0x01, 0x00, 0x55};
-      for (int number = 0; number < kCommands; ++number) {
-        Send(command(sender, number));
-        flow_->Send(0x02, acl.data(), acl.size());
-      }
-    });
-  }
-  int next[kSenders] = {};
-  int data = 0;
-  bool outstanding = false;
-  const auto answer = [&](uint8_t sender) {
-    uart_.Write({0x04, 0x0E, 0x04, 0x01, sender, 0xFC, 0x00});
-    outstanding = false;
-  };
-  uint8_t unanswered = 0;
-  for (int i = 0; i < 2 * kSenders * kCommands; ++i) {
-    const Bytes packet = uart_.Read(6);
-    ASSERT_EQ(packet.size(), 6u);
-    if (packet[0] == 0x02) {
-      ++data;
-    } else {
-      ASSERT_EQ(packet[0], 0x01);
-      ASSERT_FALSE(outstanding);
-      ASSERT_EQ(packet, H4(1, command(packet[1], next[packet[1]]++)));
-      outstanding = true;
-      unanswered = packet[1];
-    }
-    // With every second packet, so that data gets between a command and its answer.
-    if (outstanding && (i % 2 == 0 || data == kSenders * kCommands)) answer(unanswered);
-  }
-  for (std::thread& sender : senders) sender.join();
-  EXPECT_THAT(next, ::testing::Each(kCommands));
-  EXPECT_EQ(data, kSenders * kCommands);
 }
 
 }  // namespace
