@@ -1,25 +1,13 @@
 // What is seen of a process that dies, by those who were connected to it.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <memory>
-#include <mutex>
-#include <thread>
-#include <vector>
 
 #include "host/binder_objects.h"
 #include "support/child_process.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
 
 using ::ndk::ScopedAIBinder_DeathRecipient;
-using ::ndk::SharedRefBase;
 using ::ndk::SpAIBinder;
 
 #if defined(__has_feature)
@@ -29,6 +17,8 @@ constexpr bool kUnderThreadSanitizer = true;
 #else
 constexpr bool kUnderThreadSanitizer = false;
 #endif
+
+using BinderDeathTest = BinderTest;
 
 // Counts what is told with it as cookie.
 struct Witness {
@@ -54,15 +44,8 @@ ScopedAIBinder_DeathRecipient MakeRecipient() {
   return recipient;
 }
 
-int CountDescriptors() {
-  int count = 0;
-  for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
-  return count;
-}
-
-TEST(BinderDeathTest, AServicesDeathIsToldOnceToThoseWhoStillWantToKnow) {
-  const TempRoot root;
-  ChildProcess service([] { return ServeHci(SharedRefBase::make<FakeHci>()); });
+TEST_F(BinderDeathTest, AServicesDeathIsToldOnceToThoseWhoStillWantToKnow) {
+  ServiceChild service;
   const auto hci = FindHci();
   AIBinder* binder = hci->asBinder().get();
   Witness told;
@@ -97,8 +80,7 @@ TEST(BinderDeathTest, AServicesDeathIsToldOnceToThoseWhoStillWantToKnow) {
   EXPECT_EQ(hci->close().getStatus(), STATUS_DEAD_OBJECT);
 }
 
-TEST(BinderDeathTest, ACallUnderWayEndsWithTheService) {
-  const TempRoot root;
+TEST_F(BinderDeathTest, ACallUnderWayEndsWithTheService) {
   const ChildProcess service([] {
     const auto hci = SharedRefBase::make<FakeHci>();
     hci->on_command = [](const Bytes&) {
@@ -117,8 +99,7 @@ TEST(BinderDeathTest, ACallUnderWayEndsWithTheService) {
   EXPECT_EQ(dead, 3);
 }
 
-TEST(BinderDeathTest, AClientsDeathIsToldAlthoughAllThreadsAreBusy) {
-  const TempRoot root;
+TEST_F(BinderDeathTest, AClientsDeathIsToldAlthoughAllThreadsAreBusy) {
   ChildProcess client([] {
     ABinderProcess_startThreadPool();
     FindHci()->initialize(SharedRefBase::make<FakeCallbacks>());
@@ -147,8 +128,7 @@ TEST(BinderDeathTest, AClientsDeathIsToldAlthoughAllThreadsAreBusy) {
   EXPECT_FALSE(witness.was_alive);
 }
 
-TEST(BinderDeathTest, AForkedChildDoesNotHideItsParentsDeath) {
-  const TempRoot root;
+TEST_F(BinderDeathTest, AForkedChildDoesNotHideItsParentsDeath) {
   const Gate stay;
   const Gate checked;
   ChildProcess client([&] {
@@ -164,33 +144,29 @@ TEST(BinderDeathTest, AForkedChildDoesNotHideItsParentsDeath) {
   });
   Witness witness;
   const auto recipient = MakeRecipient();
-  const auto hci = SharedRefBase::make<FakeHci>();
-  hci->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
+  hci_->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
     witness.watched = callbacks->asBinder();
     AIBinder_linkToDeath(callbacks->asBinder().get(), recipient.get(), &witness);
     return ScopedAStatus::ok();
   };
-  ABinderProcess_startThreadPool();
-  ASSERT_EQ(Publish(hci), EX_NONE);
+  ASSERT_NO_FATAL_FAILURE(Serve());
   EXPECT_EQ(client.Wait(), -SIGKILL);
   EXPECT_TRUE(WaitFor([&] { return witness.deaths == 1; }));
   EXPECT_EQ(checked.Pass(), 'd');  // nothing of the parent's is of use to the child
   stay.Open();
 }
 
-TEST(BinderDeathTest, AForkedChildMayBeginAnew) {
+TEST_F(BinderDeathTest, AForkedChildMayBeginAnew) {
   if (kUnderThreadSanitizer) GTEST_SKIP() << "it ends a forked child of a process with threads that starts one itself";
-  const TempRoot root;
-  const ChildProcess service([] { return ServeHci(SharedRefBase::make<FakeHci>()); });
+  const ServiceChild service;
   ASSERT_TRUE(FindHci()->close().isOk());
   ChildProcess child([] { return FindHci()->close().isOk() ? 0 : 1; });
   EXPECT_EQ(child.Wait(), 0);
   EXPECT_TRUE(FindHci()->close().isOk());
 }
 
-TEST(BinderDeathTest, AClientThatComesBackFindsItsOldSelfGone) {
+TEST_F(BinderDeathTest, AClientThatComesBackFindsItsOldSelfGone) {
   constexpr int kRounds = 40;
-  const TempRoot root;
   // One process after the other; each calls and dies, and the next begins at once.
   static const Gate coming;
   ChildProcess clients([] {
@@ -217,24 +193,20 @@ TEST(BinderDeathTest, AClientThatComesBackFindsItsOldSelfGone) {
   std::atomic<int> met_another{0};
   std::mutex mutex;
   std::vector<std::shared_ptr<Callbacks>> kept;
-  const auto hci = SharedRefBase::make<FakeHci>();
-  hci->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
+  hci_->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
     met_another += present++ == 0 ? 0 : 1;
     if (AIBinder_linkToDeath(callbacks->asBinder().get(), recipient.get(), nullptr) != STATUS_OK) ++met_another;
     const std::lock_guard lock(mutex);
     kept.push_back(callbacks);
     return ScopedAStatus::ok();
   };
-  ABinderProcess_setThreadPoolMaxThreadCount(3);
-  ABinderProcess_startThreadPool();
-  ASSERT_EQ(Publish(hci), EX_NONE);
+  ASSERT_NO_FATAL_FAILURE(Serve(3));
   EXPECT_EQ(clients.Wait(), 0);
   EXPECT_TRUE(WaitFor([&] { return deaths == kRounds; }));
   EXPECT_EQ(met_another, 0);
 }
 
-TEST(BinderDeathTest, ARecipientThatDoesNotReturnKeepsNobodyOut) {
-  const TempRoot root;
+TEST_F(BinderDeathTest, ARecipientThatDoesNotReturnKeepsNobodyOut) {
   const Gate go;
   ChildProcess first([] {
     FindHci()->initialize(SharedRefBase::make<FakeCallbacks>());
@@ -253,14 +225,12 @@ TEST(BinderDeathTest, ARecipientThatDoesNotReturnKeepsNobodyOut) {
     blocked = false;
   }));
   std::shared_ptr<Callbacks> client;
-  const auto hci = SharedRefBase::make<FakeHci>();
-  hci->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
+  hci_->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
     client = callbacks;
     AIBinder_linkToDeath(callbacks->asBinder().get(), recipient.get(), nullptr);
     return ScopedAStatus::ok();
   };
-  ABinderProcess_startThreadPool();
-  ASSERT_EQ(Publish(hci), EX_NONE);
+  ASSERT_NO_FATAL_FAILURE(Serve());
   ASSERT_TRUE(WaitFor([] { return blocked.load(); }));
   go.Open();
   EXPECT_EQ(second.Wait(), 0);
@@ -269,8 +239,7 @@ TEST(BinderDeathTest, ARecipientThatDoesNotReturnKeepsNobodyOut) {
   EXPECT_TRUE(WaitFor([] { return !blocked; }));
 }
 
-TEST(BinderDeathTest, ReferencesKeepAClientsObjectAndLetItGo) {
-  const TempRoot root;
+TEST_F(BinderDeathTest, ReferencesKeepAClientsObjectAndLetItGo) {
   const Gate destroyed;
   const Gate stay;
   ChildProcess client([&] {
@@ -310,8 +279,7 @@ TEST(BinderDeathTest, ReferencesKeepAClientsObjectAndLetItGo) {
   EXPECT_EQ(destroyed.Pass(), 'd');
 }
 
-TEST(BinderDeathTest, DeadClientsLeaveNothingOpen) {
-  const TempRoot root;
+TEST_F(BinderDeathTest, DeadClientsLeaveNothingOpen) {
   ChildProcess clients([] {
     for (int i = 0; i < 100; ++i) {
       ChildProcess client([] {
@@ -322,14 +290,14 @@ TEST(BinderDeathTest, DeadClientsLeaveNothingOpen) {
     }
     return 0;
   });
-  const auto hci = SharedRefBase::make<FakeHci>();
   ABinderProcess_startThreadPool();
-  const int before = CountDescriptors();
-  ASSERT_EQ(Publish(hci), EX_NONE);
+  const size_t before = CountEntries("/proc/self/fd");
+  ASSERT_NO_FATAL_FAILURE(Serve());
   EXPECT_EQ(clients.Wait(), 0);
   // One more: the socket that takes connections. References: the list of services, and the one being asked.
-  EXPECT_TRUE(WaitFor([&] { return CountDescriptors() == before + 1; })) << CountDescriptors() - before;
-  EXPECT_TRUE(WaitFor([&] { return AIBinder_debugGetRefCount(hci->asBinder().get()) == 2; }));
+  EXPECT_TRUE(WaitFor([&] { return CountEntries("/proc/self/fd") == before + 1; }))
+      << CountEntries("/proc/self/fd") - before;
+  EXPECT_TRUE(WaitFor([&] { return AIBinder_debugGetRefCount(hci_->asBinder().get()) == 2; }));
 }
 
 }  // namespace

@@ -1,35 +1,11 @@
 // Peers that do not keep to the rules: it costs them their connection, and nobody else anything.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <android-base/properties.h>
-#include <android-base/unique_fd.h>
-
 #include "host/binder_objects.h"
 #include "support/child_process.h"
-#include "support/log_capture.h"
 #include "support/raw_peer.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using ::android::base::unique_fd;
-using ::ndk::SharedRefBase;
-
-int CountDescriptors() {
-  int count = 0;
-  for (int fd = 0; fd < 1024; ++fd) count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
-  return count;
-}
 
 class BinderHostileTest : public ::testing::Test {
  protected:
@@ -112,11 +88,11 @@ TEST_F(BinderHostileTest, DescriptorsThatNobodyAskedForAreClosed) {
   const RawPeer peer = Client();
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const int before = CountDescriptors();
+  const size_t before = CountEntries("/proc/self/fd");
   for (int i = 0; i < 10; ++i) {
     peer.SendWithDescriptors(Header{.call = 5}, {ends[1], ends[1], ends[1]});
     EXPECT_EQ(peer.Receive().call, 5u);
-    EXPECT_EQ(CountDescriptors(), before);
+    EXPECT_EQ(CountEntries("/proc/self/fd"), before);
   }
   // Of a dump's, one is used.
   peer.SendWithDescriptors(Header{.size = 4, .target = 1, .code = kDump, .flags = kWithDescriptor}, {ends[1], ends[1]},
@@ -127,7 +103,8 @@ TEST_F(BinderHostileTest, DescriptorsThatNobodyAskedForAreClosed) {
     const RawPeer other(root_.path());
     other.SendWithDescriptors(Header{.size = 400, .target = 0, .code = kDump, .flags = kWithDescriptor}, {ends[1]});
   }
-  EXPECT_TRUE(WaitFor([&] { return CountDescriptors() == before; })) << CountDescriptors() - before;
+  EXPECT_TRUE(WaitFor([&] { return CountEntries("/proc/self/fd") == before; }))
+      << CountEntries("/proc/self/fd") - before;
   close(ends[1]);
   char text[64] = {};
   EXPECT_EQ(read(ends[0], text, sizeof(text)), 6);
@@ -242,7 +219,7 @@ TEST(BinderUserTest, AUserHasAShareAndAStrangerNone) {
     const ::ndk::SpAIBinder found(AServiceManager_checkService(HciInstance().c_str()));
     if (found.get() != nullptr) return 3;
     // Nor does he publish or set anything there.
-    if (Publish(SharedRefBase::make<FakeHci>()) == EX_NONE || ::android::base::SetProperty("a", "b")) return 4;
+    if (Publish(SharedRefBase::make<FakeHci>()) == EX_NONE || SetProperty("a", "b")) return 4;
     return log.Has("/run/bthal belongs to user 65534, not to user 65533 or root: it is not used") ? 0 : 5;
   });
   ASSERT_EQ(seteuid(kUser), 0);

@@ -5,24 +5,17 @@
 #include <aidl/android/hardware/bluetooth/BnBluetoothHciCallbacks.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
-#include <unistd.h>
 
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
+#include "support/child_process.h"
+#include "support/test.h"
 
 namespace bthal::test {
 
-using Bytes = std::vector<uint8_t>;
 using Callbacks = ::aidl::android::hardware::bluetooth::IBluetoothHciCallbacks;
 using Hci = ::aidl::android::hardware::bluetooth::IBluetoothHci;
 using HciStatus = ::aidl::android::hardware::bluetooth::Status;
 using ::ndk::ScopedAStatus;
+using ::ndk::SharedRefBase;
 
 // A function that one thread may replace while another calls it.
 template <typename Signature>
@@ -111,5 +104,24 @@ inline int ServeHci(const std::shared_ptr<FakeHci>& hci, uint32_t threads = 1) {
   ABinderProcess_joinThreadPool();
   return 1;
 }
+
+// A service of this process, on a root of its own.
+class BinderTest : public ::testing::Test {
+ protected:
+  // Publishes it, to be served by `threads` threads; 0: by as many as the pool has.
+  void Serve(uint32_t threads = 0) {
+    if (threads != 0) ABinderProcess_setThreadPoolMaxThreadCount(threads);
+    ABinderProcess_startThreadPool();
+    ASSERT_EQ(Publish(hci_), EX_NONE);
+  }
+
+  const TempRoot root_;
+  const std::shared_ptr<FakeHci> hci_ = SharedRefBase::make<FakeHci>();
+};
+
+// A process that publishes a service and serves it.
+struct ServiceChild : ChildProcess {
+  ServiceChild() : ChildProcess([] { return ServeHci(SharedRefBase::make<FakeHci>()); }) {}
+};
 
 }  // namespace bthal::test

@@ -1,38 +1,14 @@
 // Calls between real processes.
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <host/service_registry.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <time.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <filesystem>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <android-base/unique_fd.h>
 
 #include "host/binder_objects.h"
 #include "support/child_process.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using ::android::base::unique_fd;
-using ::ndk::SharedRefBase;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 ScopedAStatus Refuse(const std::string& why) {
   return ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_STATE, why.c_str());
@@ -45,8 +21,7 @@ std::string ReadAll(int fd) {
   return text;
 }
 
-TEST(BinderTest, ArgumentsAndStatusesCross) {
-  const TempRoot root;
+TEST_F(BinderTest, ArgumentsAndStatusesCross) {
   const ChildProcess service([] {
     const auto hci = SharedRefBase::make<FakeHci>();
     hci->on_command = [](const Bytes& command) {
@@ -97,7 +72,7 @@ TEST(BinderTest, ArgumentsAndStatusesCross) {
   EXPECT_EQ(AIBinder_ping(hci->asBinder().get()), STATUS_OK);
 }
 
-TEST(BinderTest, ParcelsAreReadAsFarAsTheyGo) {
+TEST_F(BinderTest, ParcelsAreReadAsFarAsTheyGo) {
   const ::ndk::ScopedAParcel parcel(AParcel_create());
   AParcel_writeByte(parcel.get(), -7);
   ::ndk::AParcel_writeData(parcel.get(), Bytes{1, 2, 3});
@@ -127,8 +102,7 @@ TEST(BinderTest, ParcelsAreReadAsFarAsTheyGo) {
   EXPECT_EQ(AParcel_readByte(parcel.get(), &byte), STATUS_NOT_ENOUGH_DATA);
 }
 
-TEST(BinderTest, ACallBackIsServedByTheThreadThatAwaitsTheReply) {
-  const TempRoot root;
+TEST_F(BinderTest, ACallBackIsServedByTheThreadThatAwaitsTheReply) {
   const ChildProcess service([] {
     const auto hci = SharedRefBase::make<FakeHci>();
     static std::thread::id serving;
@@ -163,8 +137,7 @@ TEST(BinderTest, ACallBackIsServedByTheThreadThatAwaitsTheReply) {
   EXPECT_THAT(heard, ElementsAre("TRANSPORT_ERROR", "2", "TRANSPORT_ERROR", "2"));
 }
 
-TEST(BinderTest, AThreadOfTheServicesOwnIsCalledBackToo) {
-  const TempRoot root;
+TEST_F(BinderTest, AThreadOfTheServicesOwnIsCalledBackToo) {
   const ChildProcess service([] {
     // One thread serves, and it is busy: only the thread that calls out is left to be called back.
     const auto hci = SharedRefBase::make<FakeHci>();
@@ -190,61 +163,7 @@ TEST(BinderTest, AThreadOfTheServicesOwnIsCalledBackToo) {
   EXPECT_TRUE(outcome.isOk()) << outcome.getDescription();
 }
 
-TEST(BinderTest, ClientsAndThreadsDoNotDisturbOneAnother) {
-  constexpr int kThreads = 4;
-  constexpr int kCalls = 500;
-  const TempRoot root;
-  const ChildProcess service([] {
-    const auto hci = SharedRefBase::make<FakeHci>();
-    static std::shared_ptr<Callbacks> client;
-    hci->on_initialize = [](const auto& callbacks) {
-      client = callbacks;
-      return ScopedAStatus::ok();
-    };
-    // Every other command is answered by way of a callback.
-    hci->on_command = [](const Bytes& command) {
-      if (command[0] % 2 == 1 && client != nullptr) return client->hciEventReceived(command);
-      return Refuse(std::to_string(command[0]) + " " + std::to_string(command.size()));
-    };
-    return ServeHci(hci, 3);
-  });
-  const auto run = [](const std::shared_ptr<Hci>& hci) {
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-      threads.emplace_back([&, t] {
-        for (int i = 0; i < kCalls; ++i) {
-          const Bytes command(static_cast<size_t>(1 + i), static_cast<uint8_t>(t));
-          const std::string expected = std::to_string(t) + " " + std::to_string(1 + i);
-          if (hci->sendHciCommand(command).getMessage() != expected) ++wrong;
-        }
-      });
-    }
-    for (auto& thread : threads) thread.join();
-    return wrong.load();
-  };
-  ChildProcess other([&] {
-    ABinderProcess_startThreadPool();
-    const auto hci = FindHci();
-    const auto callbacks = SharedRefBase::make<FakeCallbacks>();
-    callbacks->on_event = [](const Bytes& event) {
-      return Refuse(std::to_string(event[0]) + " " + std::to_string(event.size()));
-    };
-    if (!hci->initialize(callbacks).isOk()) return 101;
-    return std::min(run(hci), 100);
-  });
-  EXPECT_EQ(other.Wait(), 0);
-  const auto hci = FindHci();
-  const auto callbacks = SharedRefBase::make<FakeCallbacks>();
-  callbacks->on_event = [](const Bytes& event) {
-    return Refuse(std::to_string(event[0]) + " " + std::to_string(event.size()));
-  };
-  ASSERT_TRUE(hci->initialize(callbacks).isOk());
-  EXPECT_EQ(run(hci), 0);
-}
-
-TEST(BinderTest, ThePoolHasNoMoreThreadsThanItMay) {
-  const TempRoot root;
+TEST_F(BinderTest, ThePoolHasNoMoreThreadsThanItMay) {
   const Gate go;
   const Gate arrived;
   const auto client = [&] {
@@ -255,17 +174,14 @@ TEST(BinderTest, ThePoolHasNoMoreThreadsThanItMay) {
   for (int i = 0; i < 4; ++i) clients.push_back(std::make_unique<ChildProcess>(client));
   std::atomic<int> running{0};
   std::atomic<int> most{0};
-  const auto hci = SharedRefBase::make<FakeHci>();
-  hci->on_command = [&](const Bytes&) {
+  hci_->on_command = [&](const Bytes&) {
     const int now = ++running;
     for (int seen = most; now > seen && !most.compare_exchange_weak(seen, now);) continue;
     go.Pass();
     --running;
     return ScopedAStatus::ok();
   };
-  ABinderProcess_setThreadPoolMaxThreadCount(2);
-  ABinderProcess_startThreadPool();
-  ASSERT_EQ(Publish(hci), EX_NONE);
+  ASSERT_NO_FATAL_FAILURE(Serve(2));
   EXPECT_TRUE(WaitFor([&] { return running == 2; }));
   for (int i = 0; i < 4; ++i) arrived.Pass();
   for (int i = 0; i < 4; ++i) go.Open();
@@ -273,9 +189,8 @@ TEST(BinderTest, ThePoolHasNoMoreThreadsThanItMay) {
   EXPECT_EQ(most, 2);
 }
 
-TEST(BinderTest, ADumpGoesToTheCallersDescriptor) {
-  const TempRoot root;
-  const ChildProcess service([] { return ServeHci(SharedRefBase::make<FakeHci>()); });
+TEST_F(BinderTest, ADumpGoesToTheCallersDescriptor) {
+  const ServiceChild service;
   const auto hci = FindHci();
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
@@ -289,8 +204,7 @@ TEST(BinderTest, ADumpGoesToTheCallersDescriptor) {
   EXPECT_EQ(hci->dump(-1, nullptr, 0), STATUS_BAD_VALUE);
 }
 
-TEST(BinderTest, LocalObjectsNeedNoOtherProcess) {
-  const TempRoot root;
+TEST_F(BinderTest, LocalObjectsNeedNoOtherProcess) {
   EXPECT_EQ(AServiceManager_checkService("nobody"), nullptr);
   const auto hci = SharedRefBase::make<FakeHci>();
   hci->on_command = [](const Bytes& command) { return Refuse(std::to_string(command.size())); };
@@ -321,9 +235,8 @@ TEST(BinderTest, LocalObjectsNeedNoOtherProcess) {
   EXPECT_EQ(AServiceManager_addService(nullptr, "a"), EX_ILLEGAL_ARGUMENT);
 }
 
-TEST(BinderTest, AnObjectOfAThirdProcessIsNotSentOn) {
-  const TempRoot root;
-  const ChildProcess service([] { return ServeHci(SharedRefBase::make<FakeHci>()); });
+TEST_F(BinderTest, AnObjectOfAThirdProcessIsNotSentOn) {
+  const ServiceChild service;
   const ChildProcess third([] {
     const auto callbacks = SharedRefBase::make<FakeCallbacks>();
     if (AServiceManager_addService(callbacks->asBinder().get(), "third") != EX_NONE) return 1;
@@ -336,11 +249,10 @@ TEST(BinderTest, AnObjectOfAThirdProcessIsNotSentOn) {
   EXPECT_TRUE(hci->initialize(SharedRefBase::make<FakeCallbacks>()).isOk());
 }
 
-TEST(BinderTest, AServiceThatComesBackIsFound) {
-  const TempRoot root;
+TEST_F(BinderTest, AServiceThatComesBackIsFound) {
   const auto serve = [] { return ServeHci(SharedRefBase::make<FakeHci>()); };
   const auto sockets = [&] {
-    const std::filesystem::directory_iterator entries(root.path() + "/run/bthal/binder");
+    const std::filesystem::directory_iterator entries(root_.path() + "/run/bthal/binder");
     return std::distance(begin(entries), end(entries));
   };
   ChildProcess first(serve);
@@ -379,11 +291,10 @@ TEST(BinderTest, AServiceThatComesBackIsFound) {
   EXPECT_TRUE(WaitFor([&] { return sockets() == 2; }));
 }
 
-TEST(BinderTest, ALongDeviceRootIsNoHindrance) {
-  const TempRoot root;
-  const std::string deep = root.path() + "/" + std::string(120, 'd') + "/" + std::string(120, 'e');
+TEST_F(BinderTest, ALongDeviceRootIsNoHindrance) {
+  const std::string deep = root_.path() + "/" + std::string(120, 'd') + "/" + std::string(120, 'e');
   setenv("BTHAL_ROOT", deep.c_str(), 1);
-  const ChildProcess service([] { return ServeHci(SharedRefBase::make<FakeHci>()); });
+  const ServiceChild service;
   EXPECT_TRUE(FindHci()->close().isOk());
 }
 

@@ -1,19 +1,11 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <hardware_legacy/power.h>
 #include <hidl/HidlSupport.h>
 
-#include <cstdint>
-#include <utility>
-#include <vector>
-
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
 
 using ::android::hardware::hidl_vec;
-using ::testing::ElementsAre;
 
 TEST(HidlVecTest, LentMemoryIsNeitherCopiedNorFreed) {
   uint8_t bytes[] = {1, 2, 3};
@@ -50,26 +42,10 @@ TEST(HidlVecTest, OwnedMemoryIsFreedOnce) {
   EXPECT_EQ(other.data(), &byte);
 }
 
-TEST(HidlVecTest, TextForm) {
-  EXPECT_EQ(toString(hidl_vec<uint8_t>{}), "[0]{}");
-  EXPECT_EQ(toString(hidl_vec<uint8_t>{3, 12, 255}), "[3]{3, 12, 255}");
-}
-
 TEST(HidlVecDeathTest, TooManyElementsEndTheProcess) {
   uint8_t byte = 0;
   hidl_vec<uint8_t> vec;
   EXPECT_DEATH(vec.setToExternal(&byte, size_t{1} << 32), "hidl_vec can't hold more than 2\\^32 elements");
-}
-
-TEST(WakeLockTest, NamesGoToTheKernelsNodes) {
-  const TempRoot root;
-  EXPECT_EQ(acquire_wake_lock(PARTIAL_WAKE_LOCK, "a"), -ENOENT);
-  root.Write("/sys/power/wake_lock", "");
-  root.Write("/sys/power/wake_unlock", "");
-  EXPECT_GT(acquire_wake_lock(PARTIAL_WAKE_LOCK, "bthal_wakelock"), 0);
-  EXPECT_GT(release_wake_lock("bthal_wakelock"), 0);
-  EXPECT_EQ(root.Read("/sys/power/wake_lock"), "bthal_wakelock\n");
-  EXPECT_EQ(root.Read("/sys/power/wake_unlock"), "bthal_wakelock\n");
 }
 
 }  // namespace

@@ -1,29 +1,14 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <host/property_store.h>
-#include <sys/stat.h>
-
-#include <android-base/properties.h>
-#include <filesystem>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "support/child_process.h"
-#include "support/log_capture.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
 
 using ::android::base::GetBoolProperty;
 using ::android::base::GetIntProperty;
-using ::android::base::GetProperty;
 using ::android::base::GetUintProperty;
-using ::android::base::SetProperty;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Pair;
 
 TEST(PropertiesTest, WhatOneProcessSetsAnotherReads) {
   const TempRoot root;
