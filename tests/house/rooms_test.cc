@@ -1,20 +1,15 @@
 // The house as it stands: which room includes which, and that no include runs back up. The build refuses what a room
 // does not see; this shows the whole, and looks where a build cannot: at relative paths, at the other folders, at their
 // size.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
-#include <map>
 #include <regex>
-#include <set>
-#include <string>
-#include <vector>
+
+#include "support/test.h"
 
 namespace {
+
+using namespace ::bthal::test;
 
 namespace fs = std::filesystem;
 
