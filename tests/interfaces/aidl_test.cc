@@ -14,24 +14,13 @@
 #include <aidl/vendor/tovani/bluetooth_ext/BpBluetoothExt.h>
 #include <aidl/vendor/tovani/bluetooth_ext/BpBluetoothFinder.h>
 #include <aidl/vendor/tovani/bluetooth_ext/BpBluetoothSar.h>
-#include <android-base/file.h>
 #include <android-base/strings.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <array>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <memory>
 #include <regex>
-#include <stdexcept>
-#include <string>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
 #include "host/binder_objects.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
@@ -42,7 +31,6 @@ namespace ext = ::aidl::vendor::tovani::bluetooth_ext;
 using ::android::base::Join;
 using ::android::base::Split;
 using ::android::base::Trim;
-using ::ndk::SharedRefBase;
 
 const fs::path kInterfaces = fs::path(SOURCE_TREE) / "interfaces";
 
