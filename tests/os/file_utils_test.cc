@@ -1,23 +1,13 @@
 #include "os/file_utils.h"
 
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
-#include <filesystem>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "support/log_capture.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::os {
 namespace {
 
-using ::bthal::test::LogCapture;
-using ::bthal::test::LogLine;
-using ::bthal::test::TempRoot;
+using namespace ::bthal::test;
 
 constexpr char kLog[] = "/data/vendor/bluetooth/activity.log";
 constexpr char kLast[] = "/data/vendor/bluetooth/activity.log.last";
@@ -67,8 +57,8 @@ TEST_F(FileUtilsTest, AFreshLogBeginsWithItsCreationTimeAndKeepsOneOlderLog) {
   EXPECT_EQ(ModeOf(root_.Below(kLog)), 0644u);
   EXPECT_EQ(log_.Lines().front().text, std::string("CreateLogFile: log_file_path:") + kLog);
   // Numbers without leading zeros, and already on the disk although the stream is still open.
-  EXPECT_THAT(root_.Read(kLog), ::testing::MatchesRegex("20[0-9][0-9]-[1-9][0-9]?-[1-9][0-9]?_"
-                                                        "(0|[1-9][0-9]?)-(0|[1-9][0-9]?)-(0|[1-9][0-9]?)\n"));
+  EXPECT_THAT(root_.Read(kLog), MatchesRegex("20[0-9][0-9]-[1-9][0-9]?-[1-9][0-9]?_"
+                                             "(0|[1-9][0-9]?)-(0|[1-9][0-9]?)-(0|[1-9][0-9]?)\n"));
   stream << "line\n";
   CloseLogFileStream(stream);
   EXPECT_FALSE(stream.is_open());
@@ -77,7 +67,7 @@ TEST_F(FileUtilsTest, AFreshLogBeginsWithItsCreationTimeAndKeepsOneOlderLog) {
   EXPECT_TRUE(stream.good());
 
   CreateLogFile(kLog, stream);
-  EXPECT_THAT(root_.Read(kLast), ::testing::HasSubstr("line\n"));
+  EXPECT_THAT(root_.Read(kLast), HasSubstr("line\n"));
 }
 
 TEST_F(FileUtilsTest, AnUnwritableFolderIsToldAndFailsTheStream) {
@@ -101,7 +91,7 @@ TEST_F(FileUtilsTest, ALogThatCannotBecomeTheLastOneIsToldAndWrittenOver) {
   EXPECT_EQ(log_.Count("Unabled to rename existing snoop log from \"/data/vendor/bluetooth/activity.log\" to "
                        "\"/data/vendor/bluetooth/activity.log.last\""),
             1u);
-  EXPECT_THAT(root_.Read(kLog), ::testing::Not(::testing::HasSubstr("last run")));
+  EXPECT_THAT(root_.Read(kLog), Not(HasSubstr("last run")));
 }
 
 TEST_F(FileUtilsTest, AFailedCloseShowsInTheStream) {

@@ -1,24 +1,11 @@
 #include "os/log_throttle.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <optional>
-#include <thread>
-#include <vector>
-
-#include "support/log_capture.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::os {
 namespace {
 
-using ::bthal::test::LogCapture;
-using ::bthal::test::WaitFor;
-using std::chrono::milliseconds;
+using namespace ::bthal::test;
 
 TEST(LogThrottleTest, TheFirstIsLoggedAndThenOneASecondWithTheCountOfTheRest) {
   LogThrottle throttle;
