@@ -1,22 +1,13 @@
 // What an Android build, init, the framework and the policy are told of the service, held against the service.
-#include <android-base/file.h>
-#include <android-base/properties.h>
 #include <android-base/strings.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <host/service_registry.h>
 #include <tinyxml2.h>
 
-#include <filesystem>
-#include <map>
 #include <regex>
-#include <set>
-#include <string>
-#include <vector>
 
 #include "support/run_program.h"
 #include "support/service_harness.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
@@ -107,7 +98,7 @@ TEST(AndroidPackagingTest, TheVendorsInterfacesAreBuiltAndFrozen) {
 
 TEST(AndroidPackagingTest, WhatIsPublishedIsWhatEverybodyIsTold) {
   const TempRoot root;
-  ::android::base::SetProperty("persist.bluetooth.disable.accelerate.bt.on", "true");
+  SetProperty("persist.bluetooth.disable.accelerate.bt.on", "true");
   ServiceProcess service(SERVICE_PROGRAM, root.path());
   ASSERT_TRUE(service.WaitUntilPublished());
   Names published;
