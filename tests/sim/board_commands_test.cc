@@ -1,17 +1,10 @@
 // The standard commands that the virtual board obeys, and those that it refuses.
-#include <gmock/gmock.h>
 
-#include <utility>
-
-#include "sim/board.h"
 #include "support/board_host.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using sim::Board;
-using sim::WireEvent;
-using testing::IsEmpty;
 
 using BoardCommandsTest = BoardTest;
 

@@ -1,23 +1,15 @@
 // What goes wrong on the virtual board on purpose.
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <unistd.h>
 
-#include "sim/board.h"
 #include "sim/controller/faults/faults.h"
 #include "support/board_host.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
 
-using sim::Board;
 using sim::Fault;
 using sim::FaultKind;
 using sim::ParseFault;
-using sim::WireEvent;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 std::string WhyNot(const std::string& text) {
   Fault fault;
@@ -85,27 +77,6 @@ class BoardFaultsTest : public BoardTest {
   }
 };
 
-TEST_F(BoardFaultsTest, StrikeAtTheirCommandAsOftenAsTheySay) {
-  Board& board = StartWith({"no-answer,opcode=reset,after=1,count=2", "wrong-status,opcode=version,status=0x1F"});
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
-  host_.Send(kReset);
-  host_.Send(kReset);
-  ASSERT_TRUE(Await(board, WireEvent::kFault, 2));
-  EXPECT_EQ(Complete(kVersion, {0x1F}), host_.Command(kVersion)) << "and no answer to a Reset";
-  EXPECT_EQ(188, host_.Command(kVersion).at(7));
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
-  EXPECT_EQ(3u, Count(board, WireEvent::kFault));
-  EXPECT_THAT(Texts(board, WireEvent::kProtocolError), IsEmpty()) << "an ignored command takes no credit";
-}
-
-TEST_F(BoardFaultsTest, ARefusedCommandHasNoEffect) {
-  Board& board = StartWith({"wrong-status,opcode=speed", "wrong-status,opcode=0x0405,status=0x0D"});
-  EXPECT_EQ(Complete(0xFC18, {0x0C}), host_.Command(0xFC18, {0, 0, 0x00, 0x09, 0x3D, 0x00}));
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset)) << "still at 115200";
-  EXPECT_EQ(0u, Count(board, WireEvent::kSpeed));
-  EXPECT_EQ(Status(0x0405, 0x0D), host_.Command(0x0405, Packet(13, 0))) << "by status";
-}
-
 TEST_F(BoardFaultsTest, ARecordRefusedInFastModeShowsAtTheLaunch) {
   StartWith({"wrong-status,opcode=record,after=3"});
   host_.Command(0xFE72, {0, 1});
@@ -113,20 +84,6 @@ TEST_F(BoardFaultsTest, ARecordRefusedInFastModeShowsAtTheLaunch) {
   const std::vector<Packet> records = Records(root_.Read("/vendor/firmware/qnlr/QNL_188_U.hcd"));
   for (const Packet& record : records) host_.Write(record);
   EXPECT_EQ(Complete(0xFC4E, {0x0C}), host_.Read());
-}
-
-TEST_F(BoardFaultsTest, ALateAnswerComesBehindOthersAndDiesWithThePower) {
-  Board& board = StartWith({"late-answer,opcode=version,ms=200", "late-answer,opcode=0x1009,ms=3600000"});
-  host_.Send(kVersion);
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
-  EXPECT_EQ(188, host_.Read().at(7));
-  EXPECT_EQ(1u, Count(board, WireEvent::kProtocolError)) << "the Reset came too early";
-  host_.Send(0x1009);
-  ASSERT_TRUE(Await(board, WireEvent::kFault, 2));
-  host_.PowerOff();
-  host_.PowerOn();
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
-  EXPECT_EQ(1u, Count(board, WireEvent::kProtocolError)) << "what went with the power is no longer awaited";
 }
 
 TEST_F(BoardFaultsTest, ZeroCreditsAreMadeGoodLater) {
@@ -206,16 +163,6 @@ TEST_F(BoardFaultsTest, HangUpsReadAsEndOfFileAndTheDeviceComesBack) {
   EXPECT_EQ(0, read(coex, bytes.data(), bytes.size()));
   close(coex);
   EXPECT_EQ(3u, Count(board, WireEvent::kFault));
-}
-
-TEST_F(BoardFaultsTest, CanBeAddedAndCleared) {
-  StartWith({"no-answer,count=always"});
-  host_.Send(kReset);
-  EXPECT_THAT(host_.Read(kSoonMs), IsEmpty());
-  board_->ClearFaults();
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
-  Add("wrong-status,opcode=reset,status=3");
-  EXPECT_EQ(Complete(kReset, {3}), host_.Command(kReset));
 }
 
 }  // namespace

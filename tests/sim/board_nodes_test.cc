@@ -1,30 +1,12 @@
 // What the virtual board puts below the device root, and what becomes of it.
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <signal.h>
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <filesystem>
-#include <fstream>
-#include <thread>
-
-#include "sim/board.h"
 #include "sim/controller/firmware/patch_file.h"
 #include "support/board_host.h"
 #include "support/child_process.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using sim::Board;
-using sim::WireEvent;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 using BoardNodesTest = BoardTest;
 
@@ -59,23 +41,6 @@ TEST_F(BoardNodesTest, KeepsTheOrderOfWritesAcrossNodes) {
   for (const auto& entry : board.Journal()) seen.push_back(entry.event);
   EXPECT_EQ(expected, seen);
   EXPECT_EQ("first", Texts(board, WireEvent::kWakeUnlock)[0]);
-  close(coex);
-}
-
-TEST_F(BoardNodesTest, SpeaksToTheCoexistenceDevicesUser) {
-  Board& board = Start();
-  const std::string path = root_.path() + "/dev/wbrc";
-  int coex = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  board.SendCoexEvent({0x01, 0x00, 0x01, 0x43});
-  Packet event(8);
-  ASSERT_EQ(4, read(coex, event.data(), event.size()));
-  EXPECT_THAT(event, ElementsAre(1, 0, 1, 0x43, 0, 0, 0, 0));
-  board.HangUpCoex();
-  EXPECT_EQ(0, read(coex, event.data(), event.size())) << "end of file";
-  close(coex);
-  coex = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  ASSERT_EQ(4, write(coex, "\x02\x02\x04\x81", 4));
-  ASSERT_TRUE(Await(board, WireEvent::kCoexMessage));
   close(coex);
 }
 

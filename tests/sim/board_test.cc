@@ -1,79 +1,17 @@
 // The virtual board from power-on to a sleeping controller, brought up by hand.
-#include "sim/board.h"
-
-#include <gmock/gmock.h>
 
 #include "sim/controller/firmware/patch_file.h"
 #include "support/board_host.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using sim::Board;
-using sim::WireEvent;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 const Packet kSleepParameters{0x01, 0x18, 0x18, 0x01, 0x01, 0x01, 0x01, 0, 0, 0, 0, 0};
 const Packet kOtpParameters{0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
 
 std::string NameIn(const Packet& complete) {
   return complete.size() < 8 ? "no answer" : reinterpret_cast<const char*>(complete.data() + 7);
-}
-
-TEST_F(BoardTest, ComesUpAndSaysWhoItIs) {
-  sim::BoardOptions options = SmallBoard(root_);
-  options.local_name = "Kitchen";
-  Board& board = Play(options);
-  EXPECT_EQ(Complete(kVersion, {0, 188, 0, 0, 0, 0, 0}), host_.Command(kVersion));
-  EXPECT_EQ("QNL188 ROM", NameIn(host_.Command(kReadLocalName)));
-  host_.ChangeSpeed(4000000);
-  EXPECT_EQ(Complete(kCheckOtp, {0}), host_.Command(kCheckOtp, kOtpParameters));
-  host_.Download("QNL_188_U.hcd", true);
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
-  EXPECT_NE(Complete(kVersion, {0, 188, 0, 0, 0, 0, 0}), host_.Command(kVersion)) << "the patch has a build number";
-  host_.ChangeSpeed(4000000);
-  EXPECT_EQ("Kitchen", NameIn(host_.Command(kReadLocalName)));
-  EXPECT_EQ(Complete(kSetSleepMode, {0}), host_.Command(kSetSleepMode, kSleepParameters));
-
-  ASSERT_TRUE(Await(board, WireEvent::kSleepModeSet));
-  EXPECT_THAT(Texts(board, WireEvent::kPatchLaunched), ElementsAre("QNL_188_U.hcd"));
-  EXPECT_EQ(12u, Count(board, WireEvent::kPatchRecord));
-  EXPECT_THAT(Texts(board, WireEvent::kProtocolError), IsEmpty());
-  EXPECT_THAT(Texts(board, WireEvent::kLostBytes), IsEmpty());
-  std::vector<uint64_t> speeds;
-  for (const auto& entry : board.Journal()) {
-    if (entry.event == WireEvent::kSpeed) speeds.push_back(entry.value);
-  }
-  EXPECT_THAT(speeds, ElementsAre(4000000, 115200, 4000000));
-}
-
-TEST_F(BoardTest, AnswersForItsChip) {
-  sim::BoardOptions options = SmallBoard(root_);
-  options.chip_id = 12;
-  options.otp_written = true;
-  Start(options);
-  host_.PowerOn();
-  EXPECT_EQ(12, host_.Command(kVersion)[7]);
-  EXPECT_EQ(Complete(kCheckOtp, {0x0C}), host_.Command(kCheckOtp, kOtpParameters))
-      << "a written OTP is not to be asked";
-  EXPECT_EQ(Complete(kDownloadConfig, {0x01}), host_.Command(kDownloadConfig, {0, 1})) << "too old for fast mode";
-  host_.ChangeSpeed(4000000);
-  host_.Download("QNL.hcd", false);
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
-}
-
-TEST_F(BoardTest, Chip170AcknowledgesARecordForAHostThatWaits) {
-  sim::BoardOptions options = SmallBoard(root_);
-  options.chip_id = 170;
-  Start(options);
-  host_.PowerOn();
-  host_.ChangeSpeed(4000000);
-  host_.Download("QNL.hcd", false);
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
 }
 
 TEST_F(BoardTest, IsSilentWithoutPower) {
@@ -120,7 +58,7 @@ TEST_F(BoardTest, TwoSpeedsLoseWhatIsSent) {
   const Packet event{0x04, 0x10, 0x01, 0x00};
   board.SendRaw(event);
   const Packet garbage = host_.ReadRaw();
-  EXPECT_THAT(garbage, testing::Not(IsEmpty()));
+  EXPECT_THAT(garbage, Not(IsEmpty()));
   EXPECT_NE(event, garbage);
 
   host_.SetSpeed(115200);

@@ -1,26 +1,11 @@
 // The virtual board's traffic: loopback, back-pressure, Thread frames, the air around it, an emulator behind it.
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <map>
-#include <thread>
-
-#include "sim/board.h"
 #include "support/board_host.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using sim::Board;
-using sim::WireEvent;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr uint16_t kWriteLoopback = 0x1802;
 
@@ -36,60 +21,6 @@ class BoardTrafficTest : public BoardTest {
     ASSERT_EQ(Complete(kWriteLoopback, {0}), host_.Read());
   }
 };
-
-// A packet of its own for each kind and number: 0x02, 0x03, 0x05 are data, 0x01 is a command.
-Packet Numbered(uint8_t type, uint32_t number) {
-  Packet payload;
-  for (int i = 0; i < 4; ++i) payload.push_back(static_cast<uint8_t>(number >> 8 * i));
-  payload.resize(4 + number % 60, static_cast<uint8_t>(number));
-  const auto length = static_cast<uint8_t>(payload.size());
-  Packet packet{type, 0x01, 0x00};
-  if (type == 0x01) packet = {type, 0x27, 0xFC};
-  packet.push_back(length);
-  if (type == 0x02 || type == 0x05) packet.push_back(0);
-  packet.insert(packet.end(), payload.begin(), payload.end());
-  return packet;
-}
-
-TEST_F(BoardTrafficTest, LoopbackReturnsEverythingOnceAndInOrder) {
-  Board& board = Play();
-  host_.ChangeSpeed(4000000);
-  ASSERT_NO_FATAL_FAILURE(EnterLoopback());
-  constexpr uint32_t kEach = 25000;
-  constexpr uint8_t kTypes[] = {0x01, 0x02, 0x03, 0x05};
-  std::map<uint8_t, uint32_t> sent;
-  std::map<uint8_t, uint32_t> back;
-  uint32_t credits = 0;
-  // Writes without ever waiting for an answer, but for commands, of which one at a time is allowed; reads in between.
-  std::thread writer([&] {
-    for (uint32_t i = 0; i < kEach; ++i) {
-      for (const uint8_t type : {0x02, 0x03, 0x05}) host_.Write(Numbered(type, i));
-    }
-  });
-  while (back[0x02] < kEach || back[0x03] < kEach || back[0x05] < kEach || credits < 2 * kEach) {
-    const Packet packet = host_.Read();
-    ASSERT_FALSE(packet.empty()) << "after " << back[0x02] << " " << back[0x03] << " " << back[0x05];
-    if (packet[0] == 0x04) {
-      ASSERT_EQ(0x13, packet[1]);  // Number Of Completed Packets: one handle, how many packets
-      credits += packet[6];
-    } else {
-      ASSERT_EQ(Numbered(packet[0], back[packet[0]]), packet);
-      ++back[packet[0]];
-    }
-  }
-  writer.join();
-  EXPECT_EQ(2 * kEach, credits) << "ACL and ISO data; SCO data has no credits without flow control";
-  for (uint32_t i = 0; i < kEach / 10; ++i) {
-    const Packet command = Numbered(kTypes[0], i);
-    host_.Write(command);
-    Packet expected{0x04, 0x19, static_cast<uint8_t>(command.size() - 1)};
-    expected.insert(expected.end(), command.begin() + 1, command.end());
-    ASSERT_EQ(expected, host_.Read());
-  }
-  EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset)) << "obeyed even here, and ends the loopback";
-  EXPECT_EQ(Complete(0x1801, {0, 0}), host_.Command(0x1801));
-  EXPECT_THAT(Texts(board, WireEvent::kProtocolError), IsEmpty());
-}
 
 // The headset's link, and beside it one for its voice.
 TEST_F(BoardTrafficTest, SynchronousFlowControlDecidesWhoseCreditsAreToldOf) {
@@ -166,27 +97,6 @@ TEST_F(BoardTrafficTest, NoticesASecondCommandBeforeTheAnswer) {
   for (const uint8_t last : {0, 0, 1}) EXPECT_EQ(last, host_.Read().at(6));
   EXPECT_EQ(Complete(kReset, {0}), host_.Command(kReset));
   EXPECT_EQ(1u, Count(board, WireEvent::kProtocolError));
-}
-
-TEST_F(BoardTrafficTest, ThreadFramesComeBackAndStream) {
-  Board& board = Play();
-  const Packet frame{0x70, 0, 0, 3, 0, 0xAA, 0xBB, 0xCC};
-  host_.Write(frame);
-  EXPECT_EQ(frame, host_.Read());
-  constexpr uint32_t kFrames = 2000;
-  board.StreamThreadFrames(kFrames, 1, 8192);
-  size_t shortest = SIZE_MAX;
-  size_t longest = 0;
-  for (uint32_t i = 0; i < kFrames; ++i) {
-    const Packet packet = host_.Read();
-    const Packet payload = Board::ThreadPayload(i, 1, 8192);
-    ASSERT_EQ(0x70, packet.at(0));
-    ASSERT_EQ(payload, Packet(packet.begin() + 5, packet.end())) << i;
-    shortest = std::min(shortest, payload.size());
-    longest = std::max(longest, payload.size());
-  }
-  EXPECT_LT(shortest, 100u);
-  EXPECT_GT(longest, 8000u);
 }
 
 // Only a lower bound: the wire cannot be faster than its bit rate.
