@@ -1,105 +1,27 @@
 #include "thread/thread_dispatcher.h"
 
-#include <gmock/gmock.h>
 #include <grp.h>
-#include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstring>
-#include <filesystem>
-#include <future>
-#include <memory>
 #include <semaphore>
-#include <string>
-
-#include <android-base/unique_fd.h>
 
 #include "conf/conf.h"
 #include "hci_flow_control/hci_channel.h"
 #include "os/device_path.h"
 #include "os/kill_self.h"
-#include "support/log_capture.h"
 #include "support/pty.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
+#include "support/thread_client.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
 
-using ::android::base::unique_fd;
-using ::bthal::test::WaitFor;
-using ::testing::ElementsAre;
-using Bytes = std::vector<uint8_t>;
-
-constexpr int kPatienceMs = 20000;
-
-// The Thread service: a client of the socket at `path`, which may be too long for an address.
-class Client {
- public:
-  Client(SocketMode mode, const std::string& path) : mode_(mode), fd_(socket(AF_UNIX, static_cast<int>(mode), 0)) {
-    const std::string link = "/tmp/bthal-thread-" + std::to_string(getpid());
-    symlink(path.c_str(), link.c_str());
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    link.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    connected_ = WaitFor([&] {  // the server may still be starting
-      return connect(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-    });
-    unlink(link.c_str());
-  }
-
-  bool connected() const { return connected_; }
-  int fd() const { return fd_.get(); }
-
-  void Send(const Bytes& frame) const {
-    if (mode_ == SocketMode::kPacket) return SendRaw(frame);
-    const auto length = static_cast<uint16_t>(frame.size());
-    Bytes framed = {0x40, 0, 0};
-    memcpy(&framed[1], &length, sizeof(length));
-    framed.insert(framed.end(), frame.begin(), frame.end());
-    SendRaw(framed);
-  }
-  void SendRaw(const Bytes& bytes) const {
-    EXPECT_EQ(send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-  }
-  // The next frame; empty at the end of the conversation (or after a long silence).
-  Bytes Receive() const {
-    if (mode_ == SocketMode::kPacket) return ReceiveRaw(65536, 0);
-    const Bytes head = ReceiveRaw(3, MSG_WAITALL);
-    if (head.size() < 3 || head[0] != 0x40) return {};
-    uint16_t length = 0;
-    memcpy(&length, &head[1], sizeof(length));
-    return ReceiveRaw(length, MSG_WAITALL);
-  }
-
- private:
-  Bytes ReceiveRaw(size_t size, int flags) const {
-    pollfd readable{fd_.get(), POLLIN, 0};
-    Bytes bytes(size);
-    const ssize_t length = poll(&readable, 1, kPatienceMs) == 1 ? recv(fd_.get(), bytes.data(), size, flags) : 0;
-    bytes.resize(length > 0 ? static_cast<size_t>(length) : 0);
-    return bytes;
-  }
-
-  SocketMode mode_;
-  unique_fd fd_;
-  bool connected_ = false;
-};
+using namespace ::bthal::test;
 
 HciPacket FromController(const Bytes& payload) {
   Bytes frame = {0x00, 0x00, static_cast<uint8_t>(payload.size()), static_cast<uint8_t>(payload.size() >> 8)};
   frame.insert(frame.end(), payload.begin(), payload.end());
   return frame;
-}
-
-size_t CountEntries(const char* folder) {
-  const std::filesystem::directory_iterator entries(folder);
-  return static_cast<size_t>(std::distance(begin(entries), end(entries)));
 }
 
 class ThreadDispatcherTest : public ::testing::TestWithParam<SocketMode> {
@@ -117,42 +39,44 @@ class ThreadDispatcherTest : public ::testing::TestWithParam<SocketMode> {
   }
 
   static std::string SocketPath() { return os::DevicePath(kThreadDispatcherSocketPath); }
-  static Client Connect(SocketMode mode = SocketMode::kPacket) { return Client(mode, SocketPath()); }
+  static ThreadClient Connect(SocketMode mode = SocketMode::kPacket) {
+    return ThreadClient(os::DevicePath(""), static_cast<int>(mode));
+  }
   bool AcceptedClients(size_t count) {
     return WaitFor([&] { return log_.Count("Accepted new client successfully.") == count; });
   }
 
-  bthal::test::TempRoot root_;
-  bthal::test::LogCapture log_;
-  bthal::test::Pty line_;
+  TempRoot root_;
+  LogCapture log_;
+  Pty line_;
   ThreadDispatcher dispatcher_;
 };
 
 TEST_F(ThreadDispatcherTest, FramesGoBothWaysOverH4) {
   ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(OpenTransport()));
-  const Client client = Connect();
+  const ThreadClient client = Connect();
   ASSERT_TRUE(AcceptedClients(1));
-  client.Send({0x80, 0x01, 0x05});  // nearly the reset request
+  EXPECT_TRUE(client.Send({0x80, 0x01, 0x05}));  // nearly the reset request
   EXPECT_THAT(line_.Read(8), ElementsAre(0x70, 0x00, 0x00, 0x03, 0x00, 0x80, 0x01, 0x05));
   line_.Write({0x70, 0x00, 0x00, 0x03, 0x00, 0xAA, 0xBB, 0xCC});
   EXPECT_THAT(client.Receive(), ElementsAre(0xAA, 0xBB, 0xCC));
 
   const Bytes largest(8192, 0x5A);
-  client.Send(Bytes(8193, 0x5A));  // not cut to what a frame may hold
-  client.Send(largest);
+  EXPECT_TRUE(client.Send(Bytes(8193, 0x5A)));  // not cut to what a frame may hold
+  EXPECT_TRUE(client.Send(largest));
   const Bytes wire = line_.Read(5 + largest.size());
   ASSERT_EQ(wire.size(), 5 + largest.size());
   EXPECT_THAT(Bytes(wire.begin(), wire.begin() + 5), ElementsAre(0x70, 0x00, 0x00, 0x00, 0x20));
   EXPECT_EQ(Bytes(wire.begin() + 5, wire.end()), largest);
   EXPECT_TRUE(log_.Has("A frame of 8193 bytes is refused: at most 8192 are taken."));
   EXPECT_EQ(ThreadDispatcher::DroppedFrames(), 1u);
-  client.Send({0x42});
+  EXPECT_TRUE(client.Send({0x42}));
   EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x42)) << "the refused frame came after all";
 }
 
 TEST_F(ThreadDispatcherTest, FramesThatContradictTheirLengthAreNamed) {
   ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
-  const Client client = Connect();
+  const ThreadClient client = Connect();
   ASSERT_TRUE(AcceptedClients(1));
   dispatcher_.SendThreadPacket({0x00, 0x00, 0x05, 0x00, 0xAA, 0xBB, 0xCC});
   EXPECT_TRUE(log_.Has("ExtractFromVendorPacket: [bthal.thread_dispatcher] Data size does not match with the actual "));
@@ -174,19 +98,19 @@ TEST_F(ThreadDispatcherTest, WithoutTransportClientOrStartFramesAreDroppedWithAL
   EXPECT_TRUE(log_.Has("OnBluetoothEnabled: [bthal.thread_dispatcher] Thread Dispatcher is started, close first and "));
   dispatcher_.SendThreadPacket(FromController({0x01}));
   EXPECT_TRUE(log_.Has("SendThreadPacket: [bthal.thread_dispatcher] Thread HAL is not connected."));
-  const Client client = Connect();
-  client.Send({0x01});
+  const ThreadClient client = Connect();
+  EXPECT_TRUE(client.Send({0x01}));
   EXPECT_TRUE(log_.WaitFor("OnThreadPacketReady: [bthal.thread_dispatcher] Unable to send Thread frames to the contr"));
 }
 
 TEST_F(ThreadDispatcherTest, FirstClientKeepsTheLine) {
   ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(OpenTransport()));
-  const Client first = Connect();
+  const ThreadClient first = Connect();
   ASSERT_TRUE(AcceptedClients(1));
-  const Client second = Connect();
+  const ThreadClient second = Connect();
   EXPECT_TRUE(second.Receive().empty());  // its end
   EXPECT_TRUE(log_.Has("AcceptClient: [bthal.thread_dispatcher] Already connected with another client."));
-  first.Send({0x42});
+  EXPECT_TRUE(first.Send({0x42}));
   EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x42));
 }
 
@@ -194,8 +118,8 @@ TEST_F(ThreadDispatcherTest, DeadClientMakesRoomForTheNext) {
   // The client is a process of its own, forked before there are threads, and is killed once connected.
   const pid_t pid = fork();
   if (pid == 0) {
-    const Client client = Connect();
-    client.Send({0x01});
+    const ThreadClient client = Connect();
+    EXPECT_TRUE(client.Send({0x01}));
     pause();
     _exit(0);
   }
@@ -204,9 +128,9 @@ TEST_F(ThreadDispatcherTest, DeadClientMakesRoomForTheNext) {
   kill(pid, SIGKILL);
   waitpid(pid, nullptr, 0);
   EXPECT_TRUE(log_.WaitFor("Server receives from client failed..."));
-  const Client next = Connect();
+  const ThreadClient next = Connect();
   ASSERT_TRUE(AcceptedClients(2));
-  next.Send({0x02});
+  EXPECT_TRUE(next.Send({0x02}));
   EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x02));
 }
 
@@ -217,9 +141,9 @@ TEST_F(ThreadDispatcherTest, ResetRequestKillsTheProcess) {
     dispatcher.OnBluetoothEnabled(nullptr);
     for (;;) pause();
   }
-  const Client client = Connect();
+  const ThreadClient client = Connect();
   ASSERT_TRUE(client.connected());
-  client.Send({0x80, 0x01, 0x04});
+  EXPECT_TRUE(client.Send({0x80, 0x01, 0x04}));
   int status = 0;
   ASSERT_EQ(waitpid(service, &status, 0), service);
   EXPECT_TRUE(WIFSIGNALED(status));
@@ -229,7 +153,7 @@ TEST_F(ThreadDispatcherTest, ResetRequestKillsTheProcess) {
 TEST_P(ThreadDispatcherTest, ClientThatStopsReadingCostsItsFramesAndNothingElse) {
   ThreadDispatcher dispatcher(GetParam());
   ASSERT_TRUE(dispatcher.OnBluetoothEnabled(nullptr));
-  const Client client = Connect(GetParam());
+  const ThreadClient client = Connect(GetParam());
   ASSERT_TRUE(AcceptedClients(1));
   constexpr uint16_t kFrames = 3000;
   const auto frame = [](uint16_t number) {
@@ -260,9 +184,9 @@ TEST_P(ThreadDispatcherTest, StartStopAndRestartLeaveNothingBehind) {
   const size_t threads = CountEntries("/proc/self/task"), descriptors = CountEntries("/proc/self/fd");
   for (size_t round = 1; round <= 3; ++round) {
     ASSERT_TRUE(dispatcher.OnBluetoothEnabled(flow));
-    const Client client = Connect(GetParam());
+    const ThreadClient client = Connect(GetParam());
     ASSERT_TRUE(AcceptedClients(round));
-    client.Send({0x07});
+    EXPECT_TRUE(client.Send({0x07}));
     EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x07));
     if (GetParam() == SocketMode::kStream) client.SendRaw({0x40, 0x09});  // half a length: must not hold up the stop
     EXPECT_TRUE(dispatcher.OnBluetoothDisabled());
@@ -280,25 +204,25 @@ TEST_F(ThreadDispatcherTest, StreamThatLosesItsFramingCostsTheConnection) {
   ThreadDispatcher dispatcher(SocketMode::kStream);
   ASSERT_TRUE(dispatcher.OnBluetoothEnabled(OpenTransport()));
   {
-    const Client client = Connect(SocketMode::kStream);
-    client.SendRaw({0x41});
+    const ThreadClient client = Connect(SocketMode::kStream);
+    EXPECT_TRUE(client.SendRaw({0x41}));
     EXPECT_TRUE(client.Receive().empty());
     EXPECT_TRUE(log_.Has("RecvStream: [bthal.socket_processor] Invalid header type."));
   }
   {
-    const Client client = Connect(SocketMode::kStream);
-    client.SendRaw({0x40, 0x00, 0x00});
+    const ThreadClient client = Connect(SocketMode::kStream);
+    EXPECT_TRUE(client.SendRaw({0x40, 0x00, 0x00}));
     EXPECT_TRUE(client.Receive().empty());
     EXPECT_TRUE(log_.Has("RecvStream: [bthal.socket_processor] Invalid payload size."));
   }
   {
-    const Client client = Connect(SocketMode::kStream);
-    client.SendRaw({0x40, 0x05, 0x00, 0x01});  // leaves in the middle of a frame
+    const ThreadClient client = Connect(SocketMode::kStream);
+    EXPECT_TRUE(client.SendRaw({0x40, 0x05, 0x00, 0x01}));  // leaves in the middle of a frame
   }
   EXPECT_TRUE(
       log_.WaitFor("PrintSocketErr: [bthal.socket_processor] Client connection is close or send buffer is full, "
                    "dir: 1"));
-  const Client client = Connect(SocketMode::kStream);
+  const ThreadClient client = Connect(SocketMode::kStream);
   ASSERT_TRUE(AcceptedClients(4));
   for (const uint8_t piece : {0x40, 0x02, 0x00, 0x0A, 0x0B}) client.SendRaw({piece});
   EXPECT_THAT(line_.Read(7), ElementsAre(0x70, 0x00, 0x00, 0x02, 0x00, 0x0A, 0x0B));
@@ -319,14 +243,14 @@ TEST_F(ThreadDispatcherTest, ADispatcherStoppedOnItsOwnThreadStartsAgain) {
   });
   HciFlowControl* flow = OpenTransport();
   ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(flow));
-  Connect().Send({0x80, 0x01, 0x04});
+  EXPECT_TRUE(Connect().Send({0x80, 0x01, 0x04}));
   stopped.acquire();
   auto started = std::async(std::launch::async, [&] { return dispatcher_.OnBluetoothEnabled(flow); });
   EXPECT_TRUE(WaitFor([&] { return log_.Count("OnBluetoothEnabled: [bthal.thread_dispatcher]") == 4; }));
   restarting.release();
   ASSERT_TRUE(started.get());
-  const Client client = Connect();
-  client.Send({0x42});
+  const ThreadClient client = Connect();
+  EXPECT_TRUE(client.Send({0x42}));
   EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x42));
   os::SetKillSelfForTest(nullptr);
 }
@@ -356,7 +280,7 @@ TEST_F(ThreadDispatcherTest, SocketFileHasItsModeAndGroupAlsoUnderALongRoot) {
   setenv("BTHAL_ROOT", long_root.c_str(), 1);
   std::filesystem::create_directories(long_root + "/data/vendor/bluetooth");
   ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
-  const Client client = Connect();
+  const ThreadClient client = Connect();
   ASSERT_TRUE(AcceptedClients(1));
   struct stat status {};
   ASSERT_EQ(stat(SocketPath().c_str(), &status), 0);
