@@ -1,31 +1,15 @@
 // bthal as a client of the real service, on the virtual board.
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-
-#include <algorithm>
 
 #include "bthal/run/conversation.h"
 #include "support/board_session.h"
 #include "support/run_program.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal {
 namespace {
 
-using std::chrono::seconds;
-using test::Bthal;
-using test::ProgramResult;
-using test::WaitFor;
-using ::testing::AllOf;
-using ::testing::ContainsRegex;
-using ::testing::HasSubstr;
-using ::testing::Not;
-using ::testing::StartsWith;
+using namespace ::bthal::test;
 
-using Bytes = std::vector<uint8_t>;
 using Journal = std::vector<sim::JournalEntry>;
 
 // A bthal that goes on while the test does.
@@ -46,13 +30,11 @@ struct Companion {
   tool::Conversation talk{[this](const std::string& line) { lines.push_back(line); }};
 };
 
-class OnBoard : public test::BoardSessionTest {
+class OnBoard : public BoardSessionTest {
  protected:
   // Before the service starts a test may still set properties and write files.
   void Start(const std::vector<std::string>& faults = {}) {
-    sim::BoardOptions options = SmallBoard();
-    options.faults = faults;
-    ASSERT_NO_FATAL_FAILURE(StartBoard(options));
+    ASSERT_NO_FATAL_FAILURE(StartBoard(SmallBoard(faults)));
     StartService("error");
   }
 
@@ -63,57 +45,16 @@ class OnBoard : public test::BoardSessionTest {
     ASSERT_TRUE(holder_.Says("initialised: SUCCESS"));
   }
 
-  bool BoardGot(const Bytes& command, uint8_t kind = 0x01) const {
-    return board_->WaitFor(
-        [&](const Journal& journal) {
-          return std::ranges::any_of(journal, [&](const sim::JournalEntry& entry) {
-            return entry.event == sim::WireEvent::kReceived && entry.packet_type == kind && entry.bytes == command;
-          });
-        },
-        seconds(20));
-  }
-
   Companion holder_;
 };
 
-TEST_F(OnBoard, CommandsAndTheirAnswersInWordsAndBytes) {
-  Start();
-  const ProgramResult result = Bthal({"hci", "--no-times", "reset", "expect success", "cmd 09 10 00",
-                                      "expect_bytes 0e 0a .. 09 10 00 33 22 11 cc bb aa", "cmd 99 fc 00",
-                                      "expect unknown command", "le_scan 0.2"});
-  EXPECT_EQ(result.status, 0) << result.error;
-  EXPECT_THAT(result.out, StartsWith("* hal      initialised: SUCCESS\n> command  Reset "));
-  EXPECT_THAT(result.out, HasSubstr("Read BD_ADDR, success, AA:BB:CC:11:22:33"));
-  EXPECT_THAT(result.out, HasSubstr("opcode 0xFC99, unknown command (0x01)"));
-  EXPECT_THAT(result.out, AllOf(HasSubstr("LE Set Scan Enable, on"), HasSubstr("< event    LE Advertising Report: "),
-                                HasSubstr("LE Set Scan Enable, off"), ::testing::EndsWith("* hal      closed\n")));
-}
-
 TEST_F(OnBoard, AScriptFailsAtTheLineThatIsNotAnswered) {
   Start({"no-answer,opcode=0x1001"});
-  const ProgramResult unexpected = Bthal({"hci", "--script", "-"}, "read_bd_addr\nexpect 11:11:11\nreset\n");
-  EXPECT_EQ(unexpected.status, 1);
-  EXPECT_THAT(unexpected.error, HasSubstr("expected '11:11:11', got 'Command Complete: Read BD_ADDR, success"));
-  EXPECT_THAT(unexpected.out, Not(HasSubstr("Reset")));
-  EXPECT_THAT(unexpected.out, HasSubstr("closed"));
-
-  const ProgramResult nothing = Bthal({"hci", "wait hardware_error 0.05"});
-  EXPECT_EQ(nothing.status, 1);
-  EXPECT_THAT(nothing.error, HasSubstr("no hardware_error within 0.05 s"));
-
-  // Behind an unanswered command no other gets through, so this comes last.
   root_.Write("/smoke.hci", "reset\n\n# the next one stays unanswered\nread_local_version\n");
   const ProgramResult silent = Bthal({"hci", "--timeout", "0.3", "--script", root_.path() + "/smoke.hci"});
   EXPECT_EQ(silent.status, 1);
   EXPECT_THAT(silent.error, HasSubstr("bthal: no answer to Read Local Version within 0.3 s\n"));
   EXPECT_THAT(silent.error, HasSubstr("/smoke.hci, line 4: read_local_version"));
-}
-
-TEST_F(OnBoard, TheServiceRefusesHalfACommand) {
-  Start();
-  const ProgramResult result = Bthal({"hci", "cmd 03"});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(result.error, HasSubstr("sendHciCommand: the service refuses: Wrong Command Size!"));
 }
 
 TEST_F(OnBoard, ADeadServiceIsNoticedAndItsSuccessorFound) {
@@ -175,20 +116,14 @@ TEST_F(OnBoard, ASecondClientIsRefusedOrTakesOver) {
   EXPECT_TRUE(service_->IsAlive());
 }
 
-TEST_F(OnBoard, ReportAndServicesAreThere) {
+TEST_F(OnBoard, TheReportIsThereAndTheRootStaysTheServices) {
   Start();
   TakeHal();
-  const ProgramResult services = Bthal({"services"});
-  EXPECT_EQ(services.status, 0) << services.out;
-  EXPECT_THAT(services.out, HasSubstr(std::to_string(service_->pid()) + "  android.hardware.bluetooth.IBluetoothHci"));
   // A root with a life of its own is none for a demo, and keeps what it has.
-  ASSERT_TRUE(::android::base::SetProperty("vendor.kept", "yes"));
+  ASSERT_TRUE(SetProperty("vendor.kept", "yes"));
   EXPECT_THAT(Bthal({"demo", "--root", root_.path()}).error, HasSubstr("a service runs below " + root_.path()));
-  EXPECT_EQ(::android::base::GetProperty("vendor.kept", ""), "yes");
-  const ProgramResult dump = Bthal({"dump"});
-  EXPECT_EQ(dump.status, 0) << dump.error;
-  EXPECT_THAT(dump.out, AllOf(HasSubstr("QNL188 Virtual Controller"), HasSubstr("Anchors' History")));
-  const ProgramResult chart = Bthal({"timeline", "-"}, dump.out);
+  EXPECT_EQ(GetProperty("vendor.kept", ""), "yes");
+  const ProgramResult chart = Bthal({"timeline", "-"}, Bthal({"dump"}).out);
   EXPECT_EQ(chart.status, 0) << chart.error;
   EXPECT_THAT(chart.out, AllOf(ContainsRegex("perform_init +0 "), ContainsRegex("\n  firmware_download +[0-9]+ "),
                                ContainsRegex("\ninitialize_impl ")));
@@ -196,15 +131,15 @@ TEST_F(OnBoard, ReportAndServicesAreThere) {
 }
 
 TEST_F(OnBoard, ThePacketLogIsFollowedLive) {
-  ASSERT_TRUE(::android::base::SetProperty("ro.build.type", "userdebug"));
-  ASSERT_TRUE(::android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "true"));
+  ASSERT_TRUE(SetProperty("ro.build.type", "userdebug"));
+  ASSERT_TRUE(SetProperty("persist.bluetooth.vendor.btsnoop", "true"));
   Start();
   Companion snoop;
   ASSERT_TRUE(snoop.Start("snoop"));
   TakeHal();
   holder_.talk.Say("read_local_name");
   EXPECT_TRUE(snoop.Says("< event    Command Complete: Read Local Name, success"));
-  EXPECT_THAT(snoop.lines, ::testing::Contains(HasSubstr("> command  Write BD_ADDR, AA:BB:CC:11:22:33")));
+  EXPECT_THAT(snoop.lines, Contains(HasSubstr("> command  Write BD_ADDR, AA:BB:CC:11:22:33")));
   kill(snoop.talk.pid(), SIGINT);
   EXPECT_EQ(snoop.End(), 0);
 }
@@ -222,36 +157,21 @@ TEST_F(OnBoard, TheExtensionsReachTheController) {
   TakeHal();
   // The extensions are started behind the client's back: ask until they are.
   ASSERT_TRUE(WaitFor([] { return Bthal({"afh", "--avoid", "0-7"}).status == 0; }));
-  EXPECT_TRUE(BoardGot({0x3F, 0x0C, 0x0A, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}));
+  EXPECT_TRUE(Receives(*board_, 1, {0x3F, 0x0C, 0x0A, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}));
 
   root_.Write("/keys", "mode on\n000102030405060708090a0b0c0d0e0f10111213\n");
   const ProgramResult finder = Bthal({"finder", root_.path() + "/keys"});
   EXPECT_EQ(finder.status, 0) << finder.error;
   EXPECT_EQ(finder.out, "1 key given\npowered-off mode on\n");
   service_->Signal(SIGTERM);
-  EXPECT_TRUE(BoardGot({0x62, 0xFD, 23,   0x01, 0,    1,    0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06,
-                        0x07, 0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x13}));
-  EXPECT_TRUE(BoardGot({0x62, 0xFD, 9, 0x02, 0x40, 0x06, 0x0A, 0x00, 0x04, 0x00, 0x00, 0x50}));
+  EXPECT_TRUE(Receives(*board_, 1, {0x62, 0xFD, 23,   0x01, 0,    1,    0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06,
+                                    0x07, 0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x13}));
+  EXPECT_TRUE(Receives(*board_, 1, {0x62, 0xFD, 9, 0x02, 0x40, 0x06, 0x0A, 0x00, 0x04, 0x00, 0x00, 0x50}));
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
 }
 
-TEST_F(OnBoard, ThreadFramesPass) {
-  root_.Write("/vendor/etc/bluetooth/bt_vendor.conf", "UartPort = /dev/ttySAC16\nThreadDispatcherEnabled = true\n");
-  ASSERT_TRUE(::android::base::SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true"));
-  Start();
-  TakeHal();
-  // The dispatcher opens its socket on a thread of its own.
-  ProgramResult result;
-  ASSERT_TRUE(WaitFor([&] {
-    result = Bthal({"thread", "aa bb", "--wait", "0.2"});
-    return result.status == 0;
-  })) << result.error;
-  EXPECT_THAT(result.out, StartsWith(">     2  AA BB\n"));
-  EXPECT_TRUE(BoardGot({0x00, 0x00, 0x02, 0x00, 0xAA, 0xBB}, 0x70));
-}
-
 TEST_F(OnBoard, TheSupervisorBringsTheServiceBack) {
-  StartBoard(SmallBoard());
+  StartBoard();
   Companion supervisor;
   ASSERT_TRUE(supervisor.Start("supervise"));
   ASSERT_TRUE(supervisor.Says("BTQNL controller is ready"));
@@ -265,7 +185,7 @@ TEST_F(OnBoard, TheSupervisorBringsTheServiceBack) {
   // The service's own end after SIGTERM is a SIGKILL to itself, the controller off.
   kill(supervisor.talk.pid(), SIGTERM);
   EXPECT_EQ(supervisor.End(), 0);
-  EXPECT_THAT(supervisor.lines, ::testing::Contains(HasSubstr("supervise: ending pid ")));
+  EXPECT_THAT(supervisor.lines, Contains(HasSubstr("supervise: ending pid ")));
   EXPECT_TRUE(board_->WaitFor(
       [](const Journal& journal) {
         const auto last = std::find_if(journal.rbegin(), journal.rend(), [](const sim::JournalEntry& entry) {

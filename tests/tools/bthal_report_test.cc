@@ -1,10 +1,5 @@
 // What bthal makes of a service's report and of its packet log.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "bthal/show/btsnoop_reader.h"
@@ -12,19 +7,12 @@
 #include "bthal/show/snoop_follower.h"
 #include "bthal/show/trace_json.h"
 #include "support/run_program.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 
 namespace bthal::tool {
 namespace {
 
-using test::Bthal;
-using test::ProgramResult;
-using test::TempRoot;
-using ::testing::AllOf;
-using ::testing::ContainsRegex;
-using ::testing::HasSubstr;
-
-using Bytes = std::vector<uint8_t>;
+using namespace ::bthal::test;
 
 const std::string kRule(45, '=');
 
@@ -157,17 +145,8 @@ TEST(ChartTest, BarsShareOneScale) {
   const std::string chart = BarChart(spans, 94, 0);  // 40 columns are left for the bars
   EXPECT_THAT(chart, HasSubstr("       0      100  " + std::string(40, '#') + "\n"));
   EXPECT_THAT(chart, HasSubstr("      50       50  " + std::string(20, ' ') + std::string(20, '#') + "\n"));
-  EXPECT_THAT(BarChart(spans, 94, 60), ::testing::Not(HasSubstr("half")));
+  EXPECT_THAT(BarChart(spans, 94, 60), Not(HasSubstr("half")));
   EXPECT_EQ(BarChart({}, 80, 0), "no scoped record\n");
-}
-
-TEST(TimelineTest, WritesTheTraceBesideTheChart) {
-  const TempRoot root;
-  root.Write("/report", Report("00:00:00:000: perform_init [ IN]\n00:00:01:000: perform_init [OUT]\n"));
-  const ProgramResult result = Bthal({"timeline", root.path() + "/report", "-o", root.path() + "/trace.json"});
-  EXPECT_EQ(result.status, 0) << result.error;
-  EXPECT_THAT(result.out, HasSubstr("perform_init                              0     1000  ####"));
-  EXPECT_TRUE(nlohmann::json::accept(root.Read("/trace.json")));
 }
 
 // --- the packet log ---

@@ -1,29 +1,17 @@
 // Programs that really die, and what supervises them.
 #include <android-base/strings.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <fstream>
 
 #include "bthal/run/process.h"
 #include "bthal/show/last_words.h"
 #include "support/run_program.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal {
 namespace {
 
+using namespace ::bthal::test;
+
 using ::android::base::Split;
-using ::android::base::unique_fd;
-using test::ProgramResult;
-using test::WaitFor;
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 // Dead, if only as the zombie of someone who does not reap.
 bool Dead(pid_t pid) {
@@ -42,7 +30,7 @@ class SuperviseTest : public ::testing::Test {
   }
 
   static ProgramResult Supervise(const std::vector<std::string>& options, const std::string& script) {
-    return test::RunProgram(CommandLine(options, script));
+    return RunProgram(CommandLine(options, script));
   }
 
   // Until the script has written its pid, which is returned.
@@ -67,7 +55,7 @@ class SuperviseTest : public ::testing::Test {
     EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << tool::ExitWords(*status);
   }
 
-  const test::TempRoot root_;
+  const TempRoot root_;
   tool::Child supervisor_;
 };
 
@@ -84,15 +72,15 @@ TEST_F(SuperviseTest, RestartsAndSlowsDownForTheSameDeathAgainAndAgain) {
       if (const size_t at = line.find(what); at != std::string::npos) told += line.substr(at) + "\n";
     }
   }
-  EXPECT_THAT(told, ::testing::MatchesRegex("was killed by SIGKILL after [^\n]*\nrestarting at once\n"
-                                            "exited with status 3 after [^\n]*\nrestarting at once\n"
-                                            "was killed by SIGKILL after [^\n]*\nrestarting at once\n"
-                                            "was killed by SIGSEGV[^\n]* after [^\n]*\nrestarting at once\n"
-                                            "was killed by SIGSEGV[^\n]* after [^\n]*\nrestarting in 0.1 s\n"
-                                            "was killed by SIGSEGV[^\n]* after [^\n]*\n"
-                                            "the same death 3 times within a minute: slowing down; [^\n]*\n"
-                                            "restarting in 1 s\n"
-                                            "was killed by SIGSEGV[^\n]* after [^\n]*\ngave up after 6 restarts\n"));
+  EXPECT_THAT(told, MatchesRegex("was killed by SIGKILL after [^\n]*\nrestarting at once\n"
+                                 "exited with status 3 after [^\n]*\nrestarting at once\n"
+                                 "was killed by SIGKILL after [^\n]*\nrestarting at once\n"
+                                 "was killed by SIGSEGV[^\n]* after [^\n]*\nrestarting at once\n"
+                                 "was killed by SIGSEGV[^\n]* after [^\n]*\nrestarting in 0.1 s\n"
+                                 "was killed by SIGSEGV[^\n]* after [^\n]*\n"
+                                 "the same death 3 times within a minute: slowing down; [^\n]*\n"
+                                 "restarting in 1 s\n"
+                                 "was killed by SIGSEGV[^\n]* after [^\n]*\ngave up after 6 restarts\n"));
 }
 
 TEST_F(SuperviseTest, OnceGivesTheProgramsOwnStatus) {

@@ -2,20 +2,18 @@
 //
 // A page's commands run one after another, in one folder, with the service on a virtual board. A line "..." stands for
 // any lines; numbers, runs of blanks and of '#' count as equal whatever their length.
-#include <android-base/file.h>
 #include <android-base/strings.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cctype>
-#include <filesystem>
-#include <fstream>
 
 #include "support/board_session.h"
 #include "support/run_program.h"
+#include "support/test.h"
 
 namespace bthal {
 namespace {
+
+using namespace ::bthal::test;
 
 namespace fs = std::filesystem;
 
@@ -95,7 +93,7 @@ std::vector<std::string> Lines(const std::string& text) {
   return ::testing::AssertionFailure() << "not shown: " << actual[at];
 }
 
-class DocsTest : public test::BoardSessionTest, public ::testing::WithParamInterface<const char*> {};
+class DocsTest : public BoardSessionTest, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(DocsTest, ShowsWhatHappens) {
   const TemporaryDir work;
@@ -111,12 +109,12 @@ TEST_P(DocsTest, ShowsWhatHappens) {
         return std::ranges::find(journal, sim::WireEvent::kSleepModeSet, &sim::JournalEntry::event) != journal.end();
       },
       std::chrono::seconds(60)));
-  ASSERT_EQ(test::Bthal({"hci", "reset"}).status, 0);
+  ASSERT_EQ(Bthal({"hci", "reset"}).status, 0);
 
   const std::vector<Example> examples = ExamplesOf(kDocs / GetParam());
   ASSERT_FALSE(examples.empty());
   for (const Example& example : examples) {
-    const test::ProgramResult result = test::RunProgram(
+    const ProgramResult result = RunProgram(
         {"/bin/sh", "-c", std::string("export XDG_RUNTIME_DIR=") + work.path + "\n" + example.command + "\n"});
     const std::string printed =
         ::android::base::StringReplace(result.out + result.error, work.path, "/run/user/1000", true);

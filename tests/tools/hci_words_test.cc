@@ -1,23 +1,15 @@
 // Packets in words, commands by name, scripts, and hex: everything about HCI that bthal says or understands.
 #include "bthal/hci/words.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <set>
-
 #include "bthal/hci/commands.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/script.h"
+#include "support/test.h"
 
 namespace bthal::tool {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
-
-using Bytes = std::vector<uint8_t>;
+using namespace ::bthal::test;
 
 std::string EventText(const Bytes& event) { return PacketWords(kEvent, event); }
 
@@ -30,7 +22,7 @@ Bytes Built(const std::string& name, const std::vector<std::string>& arguments) 
 std::string Refusal(const std::string& line) {
   std::string error;
   EXPECT_FALSE(ParseScriptLine(line, &error)) << line;
-  EXPECT_THAT(error, ::testing::Not(HasSubstr("\n"))) << line;
+  EXPECT_THAT(error, Not(HasSubstr("\n"))) << line;
   return error;
 }
 
@@ -75,18 +67,11 @@ TEST(CommandTableTest, NamesAndOpcodesAreUnique) {
 
 // Every command that needs nothing to be typed has a parameter block of the length its opcode asks for.
 TEST(CommandTableTest, DefaultsMakeWholePackets) {
-  const std::map<std::string, size_t> lengths = {{"reset", 0},
-                                                 {"set_event_mask", 8},
-                                                 {"inquiry", 5},
-                                                 {"le_scan_parameters", 7},
-                                                 {"le_scan_enable", 2},
-                                                 {"le_advertising_parameters", 15},
-                                                 {"le_extended_scan_enable", 6},
-                                                 {"vnd_set_sleep_mode", 12},
-                                                 {"vnd_check_otp", 10},
-                                                 {"vnd_launch_ram", 4},
-                                                 {"vnd_set_download_config", 2}};
-  for (const auto& [name, length] : lengths) {
+  std::istringstream lengths(
+      "reset 0 set_event_mask 8 inquiry 5 le_scan_parameters 7 le_scan_enable 2 le_advertising_parameters 15 "
+      "le_extended_scan_enable 6 vnd_set_sleep_mode 12 vnd_check_otp 10 vnd_launch_ram 4 vnd_set_download_config 2");
+  std::string name;
+  for (size_t length = 0; lengths >> name >> length;) {
     const Bytes packet = Built(name, {});
     ASSERT_EQ(packet.size(), 3 + length) << name;
     EXPECT_EQ(packet[2], length) << name;
