@@ -1,16 +1,9 @@
 // What the snoop log does with its place in the file system.
 #include <pwd.h>
-#include <sys/stat.h>
 
-#include <filesystem>
-#include <string>
 #include <string_view>
 
-#include <android-base/properties.h>
-#include <gtest/gtest.h>
-
-#include "support/log_capture.h"
-#include "support/temp_root.h"
+#include "support/test.h"
 #include "vnd_snoop_logger.h"
 
 namespace {
@@ -28,17 +21,19 @@ extern "C" int getpwnam_r(const char* name, passwd* entry, char* /*buffer*/, siz
 namespace android::hardware::bluetooth {
 namespace {
 
+using namespace ::bthal::test;
+
 class SnoopFolderTest : public ::testing::Test {
  protected:
   SnoopFolderTest() {
     std::filesystem::create_directories(folder_);
-    ::android::base::SetProperty("persist.bluetooth.btsnooplogmode", "full");
-    ::android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "true");
+    SetProperty("persist.bluetooth.btsnooplogmode", "full");
+    SetProperty("persist.bluetooth.vendor.btsnoop", "true");
   }
   ~SnoopFolderTest() override { logger_.Stop(); }
 
-  bthal::test::TempRoot root_;
-  bthal::test::LogCapture log_;
+  TempRoot root_;
+  LogCapture log_;
   const std::string folder_ = root_.path() + "/data/vendor/bluetooth";
   VndSnoopLogger& logger_ = VndSnoopLogger::Get();
 };
@@ -63,7 +58,7 @@ TEST_F(SnoopFolderTest, DoesNotWaitForALogThatIsNoFile) {
   EXPECT_TRUE(log_.Has(
       "Unable to open snoop log at \"/data/vendor/bluetooth/btsnoop_hci_vnd.log\", error: \"No such device or "));
   logger_.Capture({1, 2, 3}, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
-  ::android::base::SetProperty("persist.bluetooth.vendor.btsnoop", "false");
+  SetProperty("persist.bluetooth.vendor.btsnoop", "false");
   logger_.Start();
   EXPECT_TRUE(log_.Has("Main log file does not exist at"));
 }

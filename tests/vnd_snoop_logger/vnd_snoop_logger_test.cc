@@ -1,27 +1,12 @@
 #include "vnd_snoop_logger.h"
 
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <new>
 #include <numeric>
-#include <thread>
-
-#include <android-base/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "support/btsnoop_file.h"
-#include "support/log_capture.h"
-#include "support/temp_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace {
 
@@ -43,14 +28,8 @@ __attribute__((noinline)) void operator delete(void* memory, size_t) noexcept { 
 namespace android::hardware::bluetooth {
 namespace {
 
-using ::android::base::SetProperty;
-using ::bthal::test::LogCapture;
-using ::bthal::test::ParseSnoopFile;
-using ::bthal::test::SnoopFile;
-using ::bthal::test::SnoopRecord;
-using ::bthal::test::TempRoot;
-using ::bthal::test::WaitFor;
-using ::testing::HasSubstr;
+using namespace ::bthal::test;
+
 using Logger = VndSnoopLogger;
 
 constexpr char kPath[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
