@@ -79,7 +79,7 @@ TEST_F(SessionEdgesTest, AClientThatDoesNotReturnKeepsNoFailedBringUpAlive) {
 TEST_F(SessionEdgesTest, AHangUpDuringABringUpIsTheBringUpsToMend) {
   ASSERT_NO_FATAL_FAILURE(Start(false, {"hang-up,opcode=reset"}));
   ASSERT_TRUE(hal_->initialize(client_).isOk());
-  EXPECT_TRUE(client_->WaitForStatus(Status::SUCCESS));
+  EXPECT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
   EXPECT_EQ(service_->CountInLog("first_hci_reset: return ret (1), count:1"), 1u);
 }
 

@@ -278,7 +278,7 @@ TEST_F(BinderTest, AServiceThatComesBackIsFound) {
     const unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    snprintf(address.sun_path, sizeof(address.sun_path), "%s/run/bthal/binder/%s", root.path().c_str(), name);
+    snprintf(address.sun_path, sizeof(address.sun_path), "%s/run/bthal/binder/%s", root_.path().c_str(), name);
     const timespec times[2] = {{0, UTIME_OMIT}, {time(nullptr) - age, 0}};
     return bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
            utimensat(AT_FDCWD, address.sun_path, times, 0) == 0;

@@ -2,36 +2,16 @@
 // and restarts, signals, in orders that nobody thought of. Whatever happens, the service lives or dies as it should,
 // nobody who called it waits for ever, and the next client is served. RANDOM_SESSION=N plays another session than the
 // tests do.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <cstdlib>
-#include <functional>
-#include <future>
 #include <iostream>
 #include <list>
-#include <memory>
 #include <random>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <android-base/properties.h>
-#include <android-base/unique_fd.h>
 
 #include "support/board_session.h"
+#include "support/test.h"
 #include "support/thread_client.h"
-#include "support/wait_for.h"
 
 namespace bthal::test {
 namespace {
-
-using ::aidl::android::hardware::bluetooth::Status;
 
 constexpr int kSteps = 60;
 constexpr size_t kMaxCalls = 6;
@@ -256,11 +236,11 @@ class RandomSessionTest : public BoardSessionTest, public ::testing::WithParamIn
       if (HasFatalFailure()) return false;
       auto client = ndk::SharedRefBase::make<RecordingCallbacks>();
       if (open_.exchange(false)) hal_->close();
-      if (hal_->initialize(client).isOk() && client->Statuses() == std::vector{Status::SUCCESS}) {
+      if (hal_->initialize(client).isOk() && client->Statuses() == std::vector{HalStatus::SUCCESS}) {
         hal_->sendHciCommand(kReset);
         if (client->WaitForEvent(kResetDone)) return true;
       }
-      if (!service_->WaitForEnd()) return false;  // it lives, and serves nobody
+      if (service_->WaitForEndText() == "alive") return false;  // it lives, and serves nobody
     }
     return false;
   }
