@@ -12,7 +12,7 @@
 
 #include "bthal/run/device_names.h"
 #include "bthal/run/thread_client.h"
-#include "support/raw_peer.h"
+#include "host/raw_peer.h"
 
 namespace bthal::campaign {
 namespace {

@@ -1,7 +1,7 @@
 // Peers that do not keep to the rules: it costs them their connection, and nobody else anything.
 #include "host/binder_objects.h"
+#include "host/raw_peer.h"
 #include "support/child_process.h"
-#include "support/raw_peer.h"
 #include "support/test.h"
 
 namespace bthal::test {
