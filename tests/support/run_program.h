@@ -12,6 +12,15 @@ struct ProgramResult {
   std::string error;
 };
 
+// A program that goes on while the test does; what it prints goes to `output`.
+inline tool::Child Spawn(const std::vector<std::string>& arguments, int output) {
+  std::string error;
+  tool::Child child = tool::Child::Spawn(
+      {.arguments = arguments, .environment = {}, .standard_output = output, .standard_error = output}, &error);
+  EXPECT_TRUE(child.running()) << error;
+  return child;
+}
+
 // `input` becomes its standard input.
 inline ProgramResult RunProgram(const std::vector<std::string>& arguments, const std::string& input = "") {
   const TemporaryFile in, out, error;

@@ -42,6 +42,13 @@ Bytes ScriptedController::NextCommand(milliseconds patience) {
   return command;
 }
 
+::testing::AssertionResult ScriptedController::Refuses(const Bytes& command, uint8_t status, const Bytes& parameters) {
+  const Bytes next = NextCommand();
+  if (next != command) return ::testing::AssertionFailure() << "the host sends " << ::testing::PrintToString(next);
+  Complete(OpcodeOf(command), status, parameters);
+  return ::testing::AssertionSuccess();
+}
+
 void ScriptedController::Complete(uint16_t opcode, uint8_t status, const Bytes& parameters) {
   Bytes event = {0x0E, static_cast<uint8_t>(4 + parameters.size()), 1, Low(opcode), High(opcode), status};
   event.insert(event.end(), parameters.begin(), parameters.end());

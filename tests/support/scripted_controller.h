@@ -15,6 +15,12 @@ class ScriptedController {
   // The next command of the host, without its type byte; empty when none has come within `patience`.
   Bytes NextCommand(milliseconds patience = seconds(10));
 
+  // Waits for this command, and completes it.
+  ::testing::AssertionResult Refuses(const Bytes& command, uint8_t status, const Bytes& parameters = {});
+  ::testing::AssertionResult Accepts(const Bytes& command, const Bytes& parameters = {}) {
+    return Refuses(command, 0, parameters);
+  }
+
   // Command Complete with one credit, a status and return parameters.
   void Complete(uint16_t opcode, uint8_t status, const Bytes& parameters = {});
   // Command Status with one credit.
