@@ -18,12 +18,19 @@ const Bytes kReadDebugInformation = {0x5B, 0xFD, 0};
 // The event with which the stack hears of a fatal error of this kind.
 Bytes ErrorEvent(uint8_t kind) { return {0xFF, 4, 0x58, 5, 0, kind}; }
 
+constexpr int kSuccess = static_cast<int>(HalStatus::SUCCESS);
+
 // The service as a process, the board as its controller, and a client in the test's own process.
 class BluetoothHciTest : public BoardSessionTest {
  protected:
   void Start(std::vector<std::string> faults = {}) {
     StartBoard(SmallBoard(std::move(faults)));
     Serve();
+  }
+  // With a session.
+  void Open() {
+    Start();
+    ASSERT_EQ(Initialize(), kSuccess);
   }
   void Serve() {
     StartService();
@@ -47,8 +54,6 @@ class BluetoothHciTest : public BoardSessionTest {
     return hal_->sendHciCommand(command).isOk() && WaitFor([&] { return answers() == before + 1; });
   }
 };
-
-constexpr int kSuccess = static_cast<int>(HalStatus::SUCCESS);
 
 TEST_F(BluetoothHciTest, AnExtensionThatCannotBePublishedLeavesTheHalUsable) {
   const std::string names[] = {"BluetoothCcc",    "BluetoothExt", "BluetoothEwp",
@@ -74,8 +79,7 @@ TEST_F(BluetoothHciTest, WithoutItsOwnNameTheServiceLeaves) {
 }
 
 TEST_F(BluetoothHciTest, PacketsOfEveryKindGoBothWays) {
-  Start();
-  ASSERT_EQ(Initialize(), kSuccess);
+  ASSERT_NO_FATAL_FAILURE(Open());
   EXPECT_TRUE(Answers(kReset));
   EXPECT_TRUE(Answers(kReadVersion));
 
@@ -158,8 +162,7 @@ class CloseFromCallbackTest : public BluetoothHciTest, public ::testing::WithPar
 
 TEST_P(CloseFromCallbackTest, FromAnEvent) {
   Accelerate(GetParam());
-  Start();
-  ASSERT_EQ(Initialize(), kSuccess);
+  ASSERT_NO_FATAL_FAILURE(Open());
   std::atomic<bool> closed{false};
   client_->OnEvent([&](const Bytes&) { closed = closed || hal_->close().isOk(); });
   board_->SendPacket(4, {0x3E, 2, 0x7F, 0x01});
@@ -204,8 +207,7 @@ TEST_F(BluetoothHciTest, ACloseFromAnEventDuringInitializeFollowsIt) {
 INSTANTIATE_TEST_SUITE_P(Acceleration, CloseFromCallbackTest, ::testing::Bool());
 
 TEST_F(BluetoothHciTest, DumpShowsTheRecordAndTheStatistics) {
-  Start();
-  ASSERT_EQ(Initialize(), kSuccess);
+  ASSERT_NO_FATAL_FAILURE(Open());
   ASSERT_TRUE(Answers(kReset));
   ASSERT_TRUE(hal_->sendAclData({0x05, 0x20, 1, 0, 0xA1}).isOk());
   // The controller's account of its activity: 1 ms sending, 2 receiving, 3 idle.
@@ -321,8 +323,7 @@ TEST_F(BluetoothHciTest, CloseWithoutASessionAborts) {
 }
 
 TEST_F(BluetoothHciTest, SigtermPowersTheControllerOffAndEndsTheService) {
-  Start();
-  ASSERT_EQ(Initialize(), kSuccess);
+  ASSERT_NO_FATAL_FAILURE(Open());
   const size_t offs = Count(*board_, WireEvent::kPowerOff);
   service_->Signal(SIGTERM);
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
@@ -339,8 +340,7 @@ TEST_F(BluetoothHciTest, BeforeTheEndOfTheBringUpSigtermHasItsDefaultAction) {
 }
 
 TEST_F(BluetoothHciTest, InFinderModeARefusalLivesAndTheControllersAnswerEnds) {
-  Start();
-  ASSERT_EQ(Initialize(), kSuccess);
+  ASSERT_NO_FATAL_FAILURE(Open());
   const auto finder = FindService<ext::IBluetoothFinder>();
   ASSERT_TRUE(finder->setPoweredOffMode(true).isOk());
   service_->Signal(SIGTERM);
@@ -357,8 +357,7 @@ TEST_F(BluetoothHciTest, InFinderModeARefusalLivesAndTheControllersAnswerEnds) {
 }
 
 TEST_F(BluetoothHciTest, InFinderModeTheControllerStaysOnWithItsKeys) {
-  Start();
-  ASSERT_EQ(Initialize(), kSuccess);
+  ASSERT_NO_FATAL_FAILURE(Open());
   const auto finder = FindService<ext::IBluetoothFinder>();
   ASSERT_TRUE(finder->sendPrecomputedKeys(Bytes(500, 0x11)).isOk());
   ASSERT_TRUE(finder->setPoweredOffMode(true).isOk());
@@ -374,8 +373,7 @@ TEST_F(BluetoothHciTest, InFinderModeTheControllerStaysOnWithItsKeys) {
 }
 
 TEST_F(BluetoothHciTest, ABigHammerIsToldAndRestartsTheServiceQuietly) {
-  Start();
-  ASSERT_EQ(Initialize(), kSuccess);
+  ASSERT_NO_FATAL_FAILURE(Open());
   const size_t offs = Count(*board_, WireEvent::kPowerOff);
   board_->SendCoexEvent({1, 0, 1, 0x42});
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
