@@ -89,13 +89,13 @@ class HciFlowControlTest : public ::testing::Test {
   }
 
   // What the host has put on the wire. Nothing but `expected` may have come.
-  void ExpectOnWire(const Bytes& expected) {
+  void ExpectOnWire(std::vector<Bytes> expected) {
     // A packet past the queue tells that all before it has arrived.
     const Bytes mark = {0x99, 0x00, 0x00};
     flow_->SendNoAck(0x03, mark.data(), mark.size());
-    Bytes all = expected;
-    const Bytes marked = H4(0x03, mark);
-    all.insert(all.end(), marked.begin(), marked.end());
+    expected.push_back(H4(0x03, mark));
+    Bytes all;
+    for (const Bytes& packet : expected) all.insert(all.end(), packet.begin(), packet.end());
     EXPECT_EQ(uart_.Read(all.size()), all);
   }
 
@@ -114,11 +114,11 @@ TEST_F(HciFlowControlTest, OneCommandIsOutstandingAtATime) {
   EXPECT_EQ(Send(kReadVersion), 3u) << "queued";
   EXPECT_EQ(Send(kReadAddress), 3u);
   EXPECT_TRUE(log_.Has("Send: HCI CMD Frame <[3]{9, 16, 0}> enqueued"));
-  ExpectOnWire(H4(1, kReset));
+  ExpectOnWire({H4(1, kReset)});
   Receive(kResetComplete);
-  ExpectOnWire(H4(1, kReadVersion));
+  ExpectOnWire({H4(1, kReadVersion)});
   Receive(kReadVersionComplete);
-  ExpectOnWire(H4(1, kReadAddress));
+  ExpectOnWire({H4(1, kReadAddress)});
   EXPECT_TRUE(log_.Has("HciEventPostProcess: HCI CMD Frame <[3]{3, 12, 0}> finished"));
   EXPECT_TRUE(log_.Has("HciEventPostProcess: HCI CMD Frame <[3]{1, 16, 0}> dequeued"));
   EXPECT_TRUE(log_.Has("HciEventPostProcess: HCI Event 0xe Opcode 0xc03 credits 1 <[6]{14, 4, 1, 3, 12, 0}>"));
@@ -128,15 +128,15 @@ TEST_F(HciFlowControlTest, WithoutCreditsTheNextCommandWaitsForAnyThatGrantsThem
   Send(kReset);
   Send(kReadVersion);
   Receive({0x0F, 0x04, 0x12, 0x00, 0x03, 0x0C});  // Command Status, no credits
-  ExpectOnWire(H4(1, kReset));
+  ExpectOnWire({H4(1, kReset)});
   Receive({0xFF, 0x02, 0x01, 0x01});  // grants nothing
   Receive({0x0E, 0x03, 0x00, 0x00, 0x00});
   ExpectOnWire({});
   Receive(kCreditsOnly);
-  ExpectOnWire(H4(1, kReadVersion));
+  ExpectOnWire({H4(1, kReadVersion)});
   Receive({0x19, 0x03, 0x01, 0x10, 0x00});  // Loopback Command: an answer and a credit
   Send(kReadAddress);
-  ExpectOnWire(H4(1, kReadAddress));
+  ExpectOnWire({H4(1, kReadAddress)});
 }
 
 // A controller that has fallen silent costs no more memory than its share, and none of what had been taken.
@@ -149,10 +149,7 @@ TEST_F(HciFlowControlTest, TheQueueIsBoundedAndSaysSo) {
   EXPECT_TRUE(log_.HasThrottled("Send: 8192 commands wait for the controller, one more is refused"));
   Receive(kResetComplete);
   EXPECT_EQ(Send(kReadAddress), 3u);
-  Bytes wire = H4(1, kReset);
-  const Bytes next = H4(1, kReadVersion);
-  wire.insert(wire.end(), next.begin(), next.end());
-  ExpectOnWire(wire);
+  ExpectOnWire({H4(1, kReset), H4(1, kReadVersion)});
 }
 
 // A sender is stuck in its write, with the lock held that orders it among the others.
@@ -179,7 +176,7 @@ TEST_F(HciFlowControlTest, AnEventOfNobodysWaitsForNoWrite) {
 TEST_F(HciFlowControlTest, AnswersToOtherCommandsReleaseNothing) {
   Send(kReset);
   Send(kReadAddress);
-  ExpectOnWire(H4(1, kReset));
+  ExpectOnWire({H4(1, kReset)});
   Receive(kReadVersionComplete);
   EXPECT_TRUE(
       log_.Has("HciEventPostProcess: HCI CMD Frame and Event not matched <[3]{3, 12, 0}> "
@@ -191,7 +188,7 @@ TEST_F(HciFlowControlTest, AnswersToOtherCommandsReleaseNothing) {
   ExpectOnWire({});
   flow_->DropPendingCommands();
   EXPECT_EQ(Send(kReadVersion), 4u) << "nothing is outstanding any more";
-  ExpectOnWire(H4(1, kReadVersion));
+  ExpectOnWire({H4(1, kReadVersion)});
 }
 
 TEST_F(HciFlowControlTest, DataAndUnacknowledgedCommandsPassTheQueue) {
@@ -200,9 +197,7 @@ TEST_F(HciFlowControlTest, DataAndUnacknowledgedCommandsPassTheQueue) {
   const Bytes acl = {0x40, 0x20, 0x01, 0x00, 0x77};
   EXPECT_EQ(flow_->Send(0x02, acl.data(), acl.size()), 6u);
   EXPECT_EQ(flow_->SendNoAck(0x01, kReadAddress.data(), kReadAddress.size()), 4u);
-  Bytes wire = H4(1, kReset);
-  for (const Bytes& more : {H4(2, acl), H4(1, kReadAddress)}) wire.insert(wire.end(), more.begin(), more.end());
-  ExpectOnWire(wire);
+  ExpectOnWire({H4(1, kReset), H4(2, acl), H4(1, kReadAddress)});
 }
 
 TEST_F(HciFlowControlTest, WatchersSeeWhatTheyAskedForAndClaimed) {
@@ -235,10 +230,7 @@ TEST_F(HciFlowControlTest, AClaimedAnswerReleasesTheNextCommandToo) {
   Send(kReadVersion);
   Receive(kResetComplete);
   EXPECT_THAT(Events(), IsEmpty());
-  Bytes wire = H4(1, kReset);
-  const Bytes next = H4(1, kReadVersion);
-  wire.insert(wire.end(), next.begin(), next.end());
-  ExpectOnWire(wire);
+  ExpectOnWire({H4(1, kReset), H4(1, kReadVersion)});
 }
 
 TEST_F(HciFlowControlTest, MalformedEventsAreReported) {
@@ -266,7 +258,7 @@ TEST_F(HciFlowControlTest, AnEventTooShortForItsOpcodeAnswersNoCommand) {
   EXPECT_THAT(any.seen, ElementsAre(cut));
   EXPECT_THAT(reset.seen, IsEmpty());
   EXPECT_THAT(Events(), ElementsAre(cut));
-  ExpectOnWire(H4(1, kReset));
+  ExpectOnWire({H4(1, kReset)});
 }
 
 TEST_F(HciFlowControlTest, HaltRefusesAllButTheStacksEvents) {
@@ -299,7 +291,7 @@ TEST_F(HciFlowControlTest, HaltRefusesAllButTheStacksEvents) {
   Open();
   EXPECT_EQ(Send(kReset), 4u);
   EXPECT_EQ(old->Send(0x01, kReadVersion.data(), kReadVersion.size()), 0u);
-  ExpectOnWire(H4(1, kReset));
+  ExpectOnWire({H4(1, kReset)});
 }
 
 TEST_F(HciFlowControlTest, TheLastUserOfAnOldTransportLeavesTheNewOneAlone) {
@@ -310,7 +302,7 @@ TEST_F(HciFlowControlTest, TheLastUserOfAnOldTransportLeavesTheNewOneAlone) {
   uart_.Write(H4(0x04, kResetComplete));
   EXPECT_TRUE(WaitFor([&] { return Events().size() == 1; }));
   Send(kReset);
-  ExpectOnWire(H4(1, kReset));
+  ExpectOnWire({H4(1, kReset)});
 }
 
 TEST_F(HciFlowControlTest, BatchesGoPacketByPacketWhereTheTransportTakesNone) {
@@ -318,9 +310,9 @@ TEST_F(HciFlowControlTest, BatchesGoPacketByPacketWhereTheTransportTakesNone) {
   const Bytes second = H4(1, kReset);
   batch.insert(batch.end(), second.begin(), second.end());
   EXPECT_EQ(flow_->SendBatch(batch.data(), batch.size()), batch.size());
-  ExpectOnWire(batch);
+  ExpectOnWire({batch});
   EXPECT_EQ(flow_->SendBatch(batch.data(), batch.size()), batch.size());
-  ExpectOnWire(batch);
+  ExpectOnWire({batch});
   EXPECT_EQ(log_.Count("SendBatch unsupported without AOC passthrough"), 1u) << "asked once";
   EXPECT_EQ(flow_->SendBatch(batch.data(), 0), 0u);
   // Cut anywhere, only the packets that are whole go out.
@@ -328,7 +320,7 @@ TEST_F(HciFlowControlTest, BatchesGoPacketByPacketWhereTheTransportTakesNone) {
     const Bytes head(batch.begin(), batch.begin() + cut);
     const size_t whole = cut < 6 ? 0 : 6;
     EXPECT_EQ(flow_->SendBatch(head.data(), head.size()), whole);
-    ExpectOnWire({batch.begin(), batch.begin() + whole});
+    ExpectOnWire({Bytes(batch.begin(), batch.begin() + whole)});
   }
   EXPECT_TRUE(log_.Has("SendBatch: packet of 6 bytes at offset 0 does not fit into the batch of 5 bytes"));
 }
