@@ -10,8 +10,13 @@ using ::android::base::GetBoolProperty;
 using ::android::base::GetIntProperty;
 using ::android::base::GetUintProperty;
 
-TEST(PropertiesTest, WhatOneProcessSetsAnotherReads) {
-  const TempRoot root;
+class PropertiesTest : public ::testing::Test {
+ protected:
+  const TempRoot root_;
+  const LogCapture log_;
+};
+
+TEST_F(PropertiesTest, WhatOneProcessSetsAnotherReads) {
   EXPECT_EQ(GetProperty("bluetooth.uart.fallback", "none"), "none");
   ChildProcess writer([] {
     const bool set = SetProperty("bluetooth.uart.fallback", "true") && SetProperty("persist.bluetooth.size", "1234") &&
@@ -29,33 +34,30 @@ TEST(PropertiesTest, WhatOneProcessSetsAnotherReads) {
   EXPECT_FALSE(GetBoolProperty("bluetooth.uart.fallback", true));
 }
 
-TEST(PropertiesTest, OnlyThePersistentOutliveAReboot) {
-  const TempRoot root;
+TEST_F(PropertiesTest, OnlyThePersistentOutliveAReboot) {
   EXPECT_TRUE(host::WipeVolatileProperties());  // nothing there yet
   ASSERT_TRUE(SetProperty("persist.a", "1") && SetProperty("b", "2") && SetProperty("ro.c", "3"));
   EXPECT_THAT(host::ListProperties(), ElementsAre(Pair("b", "2"), Pair("persist.a", "1"), Pair("ro.c", "3")));
-  EXPECT_EQ(std::filesystem::status(root.path() + "/run/bthal").permissions(), std::filesystem::perms::owner_all);
+  EXPECT_EQ(std::filesystem::status(root_.path() + "/run/bthal").permissions(), std::filesystem::perms::owner_all);
   EXPECT_TRUE(host::WipeVolatileProperties());
   EXPECT_THAT(host::ListProperties(), ElementsAre(Pair("persist.a", "1")));
   EXPECT_TRUE(SetProperty("ro.c", "4"));
   // Nothing half-written is left in the folders.
   for (const char* folder : {"/run/bthal/properties", "/var/lib/bthal/properties"}) {
-    for (const auto& entry : std::filesystem::directory_iterator(root.path() + folder)) {
+    for (const auto& entry : std::filesystem::directory_iterator(root_.path() + folder)) {
       EXPECT_NE(entry.path().filename().string()[0], '.') << entry.path();
     }
   }
 }
 
-TEST(PropertiesTest, ThePlatformsRulesHold) {
-  const TempRoot root;
-  const LogCapture log;
+TEST_F(PropertiesTest, ThePlatformsRulesHold) {
   EXPECT_TRUE(SetProperty("ro.build.type", "eng"));
   EXPECT_FALSE(SetProperty("ro.build.type", "user"));
-  EXPECT_TRUE(log.Has("SetProperty: ro.build.type is read-only and was set before"));
+  EXPECT_TRUE(log_.Has("SetProperty: ro.build.type is read-only and was set before"));
   EXPECT_EQ(GetProperty("ro.build.type", ""), "eng");
   EXPECT_TRUE(SetProperty("a", std::string(91, 'x')));
   EXPECT_FALSE(SetProperty("a", std::string(92, 'y')));
-  EXPECT_TRUE(log.Has("SetProperty: the value of a has 92 bytes, 91 are allowed"));
+  EXPECT_TRUE(log_.Has("SetProperty: the value of a has 92 bytes, 91 are allowed"));
   EXPECT_EQ(GetProperty("a", ""), std::string(91, 'x'));
   EXPECT_TRUE(SetProperty("ro.long", std::string(500, 'z')));
   EXPECT_EQ(GetProperty("ro.long", "").size(), 500u);
@@ -65,20 +67,17 @@ TEST(PropertiesTest, ThePlatformsRulesHold) {
     EXPECT_FALSE(SetProperty(name, "1")) << name;
     EXPECT_EQ(GetProperty(name, "default"), "default") << name;
   }
-  EXPECT_FALSE(std::filesystem::exists(root.path() + "/run/bthal/escape"));
+  EXPECT_FALSE(std::filesystem::exists(root_.path() + "/run/bthal/escape"));
 }
 
-TEST(PropertiesTest, AFailedWriteIsSaidAndChangesNothing) {
-  const TempRoot root;
-  const LogCapture log;
-  root.Write("/var/lib/bthal", "in the way");
+TEST_F(PropertiesTest, AFailedWriteIsSaidAndChangesNothing) {
+  root_.Write("/var/lib/bthal", "in the way");
   EXPECT_FALSE(SetProperty("persist.a", "1"));
-  EXPECT_TRUE(log.Has("SetProperty: cannot write /var/lib/bthal/properties/persist.a: Not a directory (20)"));
+  EXPECT_TRUE(log_.Has("SetProperty: cannot write /var/lib/bthal/properties/persist.a: Not a directory (20)"));
   EXPECT_TRUE(SetProperty("a", "1"));
 }
 
-TEST(PropertiesTest, AReaderSeesOneWholeValueOrAnother) {
-  const TempRoot root;
+TEST_F(PropertiesTest, AReaderSeesOneWholeValueOrAnother) {
   const std::string values[] = {std::string(10, 'a'), std::string(90, 'b')};
   ASSERT_TRUE(SetProperty("p", values[0]));
   std::vector<std::thread> writers;
@@ -94,9 +93,7 @@ TEST(PropertiesTest, AReaderSeesOneWholeValueOrAnother) {
   for (auto& writer : writers) writer.join();
 }
 
-TEST(PropertiesTest, OfSeveralWhoSetAReadOnlyOneWins) {
-  const TempRoot root;
-  const LogCapture log;
+TEST_F(PropertiesTest, OfSeveralWhoSetAReadOnlyOneWins) {
   for (int round = 0; round < 50; ++round) {
     const std::string name = "ro.once." + std::to_string(round);
     std::vector<std::string> winners;
