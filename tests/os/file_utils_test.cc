@@ -12,11 +12,6 @@ using namespace ::bthal::test;
 constexpr char kLog[] = "/data/vendor/bluetooth/activity.log";
 constexpr char kLast[] = "/data/vendor/bluetooth/activity.log.last";
 
-mode_t ModeOf(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & ALLPERMS : 0;
-}
-
 class FileUtilsTest : public ::testing::Test {
  protected:
   TempRoot root_;
@@ -54,7 +49,7 @@ TEST_F(FileUtilsTest, AFreshLogBeginsWithItsCreationTimeAndKeepsOneOlderLog) {
   CreateLogFile(kLog, stream);
   ASSERT_TRUE(stream.good());
   EXPECT_EQ(root_.Read(kLast), "last run");
-  EXPECT_EQ(ModeOf(root_.Below(kLog)), 0644u);
+  EXPECT_EQ(root_.ModeOf(kLog), 0644u);
   EXPECT_EQ(log_.Lines().front().text, std::string("CreateLogFile: log_file_path:") + kLog);
   // Numbers without leading zeros, and already on the disk although the stream is still open.
   EXPECT_THAT(root_.Read(kLog), MatchesRegex("20[0-9][0-9]-[1-9][0-9]?-[1-9][0-9]?_"
