@@ -1,17 +1,13 @@
 // A controller that takes no more bytes: the board's process is stopped, so that its side of the line fills up, while
 // the real service and a client go on.
-#include <android/binder_process.h>
 #include <sys/mman.h>
 
-#include "bthal/run/process.h"
-#include "support/hal_client.h"
-#include "support/service_harness.h"
+#include "support/board_session.h"
+#include "support/run_program.h"
 #include "support/test.h"
 
 namespace bthal::test {
 namespace {
-
-using ::aidl::android::hardware::bluetooth::IBluetoothHci;
 
 const Bytes kReset = {0x03, 0x0C, 0x00};
 const Bytes kResetDone = {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
@@ -19,41 +15,23 @@ const Bytes kResetDone = {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
 constexpr size_t kFlood = 400;
 
 Bytes AclPacket() {
-  Bytes packet(4 + 1024, 0x55);
-  packet[0] = 0x40;
-  packet[1] = 0x00;
-  packet[2] = 0x00;
-  packet[3] = 0x04;
+  Bytes packet = {0x40, 0x00, 0x00, 0x04};
+  packet.resize(4 + 1024, 0x55);
   return packet;
 }
 
-class StuckWriteTest : public ::testing::Test {
+class StuckWriteTest : public BoardSessionTest {
  protected:
   void Start(bool accelerated) {
-    SetProperty("persist.bluetooth.disable.accelerate.bt.on", accelerated ? "false" : "true");
-    std::string error;
-    board_ = tool::Child::Spawn({.arguments = {BTHAL_PROGRAM, "board", "--root", root_.path()},
-                                 .environment = {},
-                                 .standard_output = null_.get()},
-                                &error);
-    ASSERT_TRUE(board_.running()) << error;
+    Accelerate(accelerated);
+    process_ = Spawn({BTHAL_PROGRAM, "board", "--root", root_.path()}, null_.get());
     ASSERT_TRUE(WaitFor([&] { return access(root_.Below("/dev/ttySAC16").c_str(), F_OK) == 0; }));
-    StartService();
-  }
-
-  void StartService() {
-    service_ = std::make_unique<ServiceProcess>(SERVICE_PROGRAM, root_.path(), "info");
-    ASSERT_TRUE(service_->WaitUntilPublished());
-    ABinderProcess_startThreadPool();
-    hal_ = FindService<IBluetoothHci>();
-    client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
-    ASSERT_TRUE(hal_->initialize(client_).isOk());
-    ASSERT_TRUE(client_->WaitForStatus(HalStatus::SUCCESS));
+    OpenSession("info");
   }
 
   // From here on the controller takes nothing, and a sender is stuck, or will be.
   void StallASender() {
-    board_.Signal(SIGSTOP);
+    process_.Signal(SIGSTOP);
     sender_ = std::thread([this, hal = hal_] {
       while (sent_ < kFlood && hal->sendAclData(AclPacket()).isOk()) ++sent_;
     });
@@ -67,12 +45,8 @@ class StuckWriteTest : public ::testing::Test {
     ASSERT_LT(sent_, kFlood);
   }
 
-  TempRoot root_;
   unique_fd null_{memfd_create("board", MFD_CLOEXEC)};
-  tool::Child board_;
-  std::unique_ptr<ServiceProcess> service_;
-  std::shared_ptr<IBluetoothHci> hal_;
-  std::shared_ptr<RecordingCallbacks> client_;
+  tool::Child process_;
   std::atomic<size_t> sent_{0};
   std::thread sender_;
 };
@@ -88,7 +62,7 @@ TEST_P(StoppedBoardTest, ACloseEndsAndTheNextClientIsServed) {
   const bool closed = hal_->close().isOk();
   sender_.join();
   EXPECT_EQ(closed, !GetParam());
-  board_.Signal(SIGCONT);
+  process_.Signal(SIGCONT);
   if (closed) {
     EXPECT_EQ(service_->CountInLog("BluetoothHci::close() Done"), 1u);
     ASSERT_TRUE(hal_->initialize(client_).isOk());
@@ -97,7 +71,8 @@ TEST_P(StoppedBoardTest, ACloseEndsAndTheNextClientIsServed) {
   } else {
     EXPECT_EQ(service_->WaitForEndText(), "signal 6");
     EXPECT_EQ(service_->CountInLog("error_code: (153), error_info: Accelerated shutdown failed"), 1u);
-    ASSERT_NO_FATAL_FAILURE(StartService());
+    client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
+    ASSERT_NO_FATAL_FAILURE(OpenSession("info"));
   }
   hal_->sendHciCommand(kReset);
   EXPECT_TRUE(client_->WaitForEvent(kResetDone));
