@@ -9,6 +9,7 @@
 #include "hci_flow_control/hci_channel.h"
 #include "os/device_path.h"
 #include "os/kill_self.h"
+#include "support/child_process.h"
 #include "support/pty.h"
 #include "support/test.h"
 #include "support/thread_client.h"
@@ -116,17 +117,13 @@ TEST_F(ThreadDispatcherTest, FirstClientKeepsTheLine) {
 
 TEST_F(ThreadDispatcherTest, DeadClientMakesRoomForTheNext) {
   // The client is a process of its own, forked before there are threads, and is killed once connected.
-  const pid_t pid = fork();
-  if (pid == 0) {
+  ChildProcess process([] {
     const ThreadClient client = Connect();
-    EXPECT_TRUE(client.Send({0x01}));
-    pause();
-    _exit(0);
-  }
+    return client.Send({0x01}) ? pause() : 1;
+  });
   ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(OpenTransport()));
   EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x01));
-  kill(pid, SIGKILL);
-  waitpid(pid, nullptr, 0);
+  process.Kill();
   EXPECT_TRUE(log_.WaitFor("Server receives from client failed..."));
   const ThreadClient next = Connect();
   ASSERT_TRUE(AcceptedClients(2));
@@ -135,19 +132,16 @@ TEST_F(ThreadDispatcherTest, DeadClientMakesRoomForTheNext) {
 }
 
 TEST_F(ThreadDispatcherTest, ResetRequestKillsTheProcess) {
-  const pid_t service = fork();
-  if (service == 0) {
+  ChildProcess service([] {
     ThreadDispatcher dispatcher;
     dispatcher.OnBluetoothEnabled(nullptr);
     for (;;) pause();
-  }
+    return 0;
+  });
   const ThreadClient client = Connect();
   ASSERT_TRUE(client.connected());
   EXPECT_TRUE(client.Send({0x80, 0x01, 0x04}));
-  int status = 0;
-  ASSERT_EQ(waitpid(service, &status, 0), service);
-  EXPECT_TRUE(WIFSIGNALED(status));
-  EXPECT_EQ(WTERMSIG(status), SIGKILL);
+  EXPECT_EQ(service.Wait(), -SIGKILL);
 }
 
 TEST_P(ThreadDispatcherTest, ClientThatStopsReadingCostsItsFramesAndNothingElse) {
