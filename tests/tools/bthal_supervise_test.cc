@@ -35,11 +35,7 @@ class SuperviseTest : public ::testing::Test {
 
   // Until the script has written its pid, which is returned.
   pid_t Start(const std::string& script, int output = -1) {
-    std::string error;
-    supervisor_ = tool::Child::Spawn(
-        {.arguments = CommandLine({}, script), .environment = {}, .standard_output = output, .standard_error = output},
-        &error);
-    EXPECT_TRUE(supervisor_.running()) << error;
+    supervisor_ = Spawn(CommandLine({}, script), output);
     return PidOf("/pid");
   }
 
@@ -187,11 +183,7 @@ TEST_F(SuperviseTest, AChildAndItsOwnChildrenEndWithTheirOwner) {
   pid_t child_pid = 0;
   pid_t grandchild_pid = 0;
   {
-    std::string error;
-    tool::Child child = tool::Child::Spawn(
-        {.arguments = {"/bin/sh", "-c", "sleep 1000 & echo $! > $BTHAL_ROOT/grandchild; wait"}, .environment = {}},
-        &error);
-    ASSERT_TRUE(child.running()) << error;
+    tool::Child child = Spawn({"/bin/sh", "-c", "sleep 1000 & echo $! > $BTHAL_ROOT/grandchild; wait"}, -1);
     grandchild_pid = PidOf("/grandchild");
     child_pid = child.pid();
     EXPECT_FALSE(child.Wait(std::chrono::milliseconds(0)));
