@@ -1,18 +1,27 @@
 #include "vnd_snoop_logger.h"
 
+#include <pwd.h>
 #include <sys/resource.h>
 
 #include <new>
 #include <numeric>
 
 #include "support/btsnoop_file.h"
+#include "support/child_process.h"
 #include "support/test.h"
 
 namespace {
 
 thread_local size_t t_allocations = 0;
+bool g_user_exists = false;
 
 }  // namespace
+
+// Whether the device's user exists is the test's to say. No other user is asked for.
+extern "C" int getpwnam_r(const char* name, passwd* entry, char* /*buffer*/, size_t /*size*/, passwd** found) {
+  *found = g_user_exists && std::string_view(name) == "bluetooth" ? entry : nullptr;
+  return 0;
+}
 
 #ifndef BTHAL_SANITIZED  // the sanitizers bring allocation functions of their own
 // Counts what this thread allocates.
@@ -47,11 +56,6 @@ hci::HciPacket PacketOf(size_t size, uint8_t first = 0) {
 
 std::string Text(const hci::HciPacket& packet) { return std::string(packet.begin(), packet.end()); }
 
-mode_t ModeOf(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & ALLPERMS : 0;
-}
-
 // Write system calls of this process so far, as the kernel counts them.
 uint64_t WritesSoFar() {
   std::ifstream io("/proc/self/io");
@@ -67,7 +71,7 @@ uint64_t WritesSoFar() {
 class VndSnoopLoggerTest : public ::testing::Test {
  protected:
   VndSnoopLoggerTest() {
-    std::filesystem::create_directories(root_.path() + "/data/vendor/bluetooth");
+    std::filesystem::create_directories(folder_);
     SetProperty(kMode, "full");
   }
   ~VndSnoopLoggerTest() override { logger_.Stop(); }
@@ -85,6 +89,7 @@ class VndSnoopLoggerTest : public ::testing::Test {
 
   TempRoot root_;
   LogCapture log_;
+  const std::string folder_ = root_.path() + "/data/vendor/bluetooth";
   Logger& logger_ = Logger::Get();
 };
 
@@ -181,10 +186,10 @@ TEST_F(VndSnoopLoggerTest, RotatesAfterTheMaximumAndThenAfterOneMore) {
   EXPECT_EQ(firsts(kLastPath), std::string({7, 8, 9, 10}));
   EXPECT_EQ(firsts(kPath), std::string({11}));
 
-  EXPECT_EQ(ModeOf(root_.Below(kPath)), 0644u);
-  EXPECT_EQ(ModeOf(root_.Below(kLastPath)), 0644u);
+  EXPECT_EQ(root_.ModeOf(kPath), 0644u);
+  EXPECT_EQ(root_.ModeOf(kLastPath), 0644u);
   EXPECT_EQ(umask(mask), 077u);
-  const auto entries = std::filesystem::directory_iterator(root_.path() + "/data/vendor/bluetooth");
+  const auto entries = std::filesystem::directory_iterator(folder_);
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 2);
 }
 
@@ -281,7 +286,7 @@ TEST_F(VndSnoopLoggerTest, AFullDiskCostsTheRestOfTheFileAndNothingElse) {
 }
 
 TEST_F(VndSnoopLoggerTest, WithoutItsFolderItComplainsAndGoesOnWithTheNextFile) {
-  std::filesystem::remove_all(root_.path() + "/data/vendor/bluetooth");
+  std::filesystem::remove_all(folder_);
   StartEnabled();
   EXPECT_TRUE(logger_.is_logging());
   EXPECT_TRUE(log_.Has(std::string("OpenNextSnoopLogFile: unable to change file permissions ") + kPath));
@@ -291,7 +296,7 @@ TEST_F(VndSnoopLoggerTest, WithoutItsFolderItComplainsAndGoesOnWithTheNextFile) 
   logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand, false);
   EXPECT_TRUE(log_.Has("Failed to write packet header for btsnoop, error: \"No such file or directory\""));
 
-  std::filesystem::create_directories(root_.path() + "/data/vendor/bluetooth");
+  std::filesystem::create_directories(folder_);
   logger_.Start();
   logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand, false);
   EXPECT_EQ(Parse(kPath).records.size(), 1u);
@@ -339,23 +344,19 @@ TEST_F(VndSnoopLoggerTest, AKilledProcessLeavesWholeRecords) {
   for (const uintmax_t bytes_before_the_kill : {1, 20000, 60000, 100000}) {
     std::filesystem::remove(root_.Below(kPath));
     std::filesystem::remove(root_.Below(kLastPath));
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    ChildProcess child([&] {
       logger_.Start();
       for (size_t size = 0;; size = (size + 97) % 3000) {
         logger_.Capture(PacketOf(size), Logger::kFromController, Logger::kAclData, false);
       }
-    }
+      return 0;
+    });
     EXPECT_TRUE(WaitFor([&] {
       std::error_code absent;
       const auto size = std::filesystem::file_size(root_.Below(kPath), absent);
       return !absent && size > bytes_before_the_kill;
     }));
-    kill(child, SIGKILL);
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFSIGNALED(status));
+    child.Kill();
     for (const char* path : {kPath, kLastPath}) {
       const std::string bytes = root_.Read(path);
       if (bytes.size() < 16) continue;  // killed before its header
@@ -368,6 +369,30 @@ TEST_F(VndSnoopLoggerTest, AKilledProcessLeavesWholeRecords) {
       EXPECT_LT(file.bytes_left, 25u + 3000);
     }
   }
+}
+
+TEST_F(VndSnoopLoggerTest, TheFolderIsKeptFromOthersWhereTheDevicesUserExists) {
+  const auto mode = [this] { return static_cast<unsigned>(std::filesystem::status(folder_).permissions()); };
+  ASSERT_EQ(chmod(folder_.c_str(), 0777), 0);
+  StartEnabled();
+  EXPECT_EQ(mode(), 0777u);
+  g_user_exists = true;
+  logger_.Start();
+  EXPECT_EQ(mode(), 0750u);
+  std::filesystem::remove_all(folder_);
+  logger_.Start();  // without it there is nothing to keep
+  EXPECT_FALSE(log_.Has("from other users"));
+}
+
+// A FIFO in the log's place, with nobody at its other end, is a log that cannot be opened, and none to be removed.
+TEST_F(VndSnoopLoggerTest, DoesNotWaitForALogThatIsNoFile) {
+  ASSERT_EQ(mkfifo((folder_ + "/btsnoop_hci_vnd.log").c_str(), 0600), 0);
+  StartEnabled();
+  EXPECT_TRUE(log_.Has(std::string("Unable to open snoop log at \"") + kPath + "\", error: \"No such device or "));
+  logger_.Capture({1, 2, 3}, Logger::kToController, Logger::kCommand, false);
+  SetProperty(kEnabled, "false");
+  logger_.Start();
+  EXPECT_TRUE(log_.Has("Main log file does not exist at"));
 }
 
 }  // namespace
