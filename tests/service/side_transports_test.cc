@@ -50,12 +50,23 @@ class SideTransportsTest : public BoardSessionTest, public ::testing::WithParamI
 };
 
 TEST_P(SideTransportsTest, WorkInEverySessionAndInNoneBetween) {
-  for (int session = 0; session < 3; ++session) {
+  if (!GetParam()) {
+    EXPECT_THAT(board_->Commands(), IsEmpty());
+  }
+  for (size_t session = 1; session <= 3; ++session) {
     client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
     ASSERT_NO_FATAL_FAILURE(Initialize());
     EXPECT_TRUE(SidesWork());
+    EXPECT_EQ(Count(*board_, WireEvent::kPatchLaunched), GetParam() ? 1U : session);
+    const size_t offs = Count(*board_, WireEvent::kPowerOff);
     ASSERT_TRUE(hal_->close().isOk());
     EXPECT_TRUE(SidesAreOff());
+    EXPECT_EQ(service_->CountInLog("BluetoothHci::close() Done"), session);
+    if (GetParam()) {
+      EXPECT_EQ(board_->Commands().back(), (Bytes{0x79, 0xFC, 0})) << "the reset of the close";
+    } else {
+      EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, offs + 1));
+    }
   }
 }
 
@@ -65,7 +76,8 @@ TEST_P(SideTransportsTest, EveryPowerChangeIsToldToTheDriverInOrder) {
   EXPECT_THAT(CoexMessages(), ElementsAre(0x45, 0x46, 0x47, 0x48));
   ASSERT_TRUE(hal_->close().isOk());
   service_->Signal(SIGTERM);
-  ASSERT_EQ(service_->WaitForEndText(), "signal " + std::to_string(SIGKILL));
+  ASSERT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("W bthal.aidl.qnlbtlinux: signal_handler: Caught Signal! signum: 15"), 1U);
   EXPECT_TRUE(WaitFor([&] { return CoexMessages().size() >= 6; }));
   EXPECT_EQ(CoexMessages()[4], 0x45);
   EXPECT_EQ(CoexMessages()[5], 0x46);
@@ -77,7 +89,7 @@ TEST_P(SideTransportsTest, SigtermEndsTheServiceWhileACommandIsNeverAnswered) {
   ASSERT_TRUE(hal_->sendHciCommand(kReadAddress).isOk());
   ASSERT_TRUE(hal_->sendHciCommand(kReadAddress).isOk());
   service_->Signal(SIGTERM);
-  EXPECT_EQ(service_->WaitForEndText(), "signal " + std::to_string(SIGKILL));
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
 }
 
 INSTANTIATE_TEST_SUITE_P(Acceleration, SideTransportsTest, ::testing::Bool());

@@ -84,16 +84,5 @@ TEST_F(ThreadTrafficTest, EveryFrameComesBackInOrderBesideHciTraffic) {
   EXPECT_EQ(service_->CountInLog("send buffer is full, dir: 0"), 0U);
 }
 
-TEST_F(ThreadTrafficTest, AClientThatStopsReadingDelaysNoHciTraffic) {
-  // Far more than its socket holds: what does not fit is dropped, and said so.
-  board_->StreamThreadFrames(500, kLargest, kLargest);
-  ASSERT_TRUE(service_->WaitForLog("Client connection is close or send buffer is full, dir: 0"));
-  for (int i = 0; i < 20; ++i) ASSERT_TRUE(Exchange(kReadAddress));
-  // What the socket took is whole and in order.
-  for (uint32_t number = 0; number < 10; ++number) {
-    EXPECT_EQ(thread_client_->Receive(), Board::ThreadPayload(number, kLargest, kLargest));
-  }
-}
-
 }  // namespace
 }  // namespace bthal::test
