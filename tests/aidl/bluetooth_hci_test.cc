@@ -78,35 +78,9 @@ TEST_F(BluetoothHciTest, WithoutItsOwnNameTheServiceLeaves) {
   EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, 1)) << "what had been brought up was left on";
 }
 
-TEST_F(BluetoothHciTest, PacketsOfEveryKindGoBothWays) {
-  ASSERT_NO_FATAL_FAILURE(Open());
-  EXPECT_TRUE(Answers(kReset));
-  EXPECT_TRUE(Answers(kReadVersion));
-
-  const Bytes acl = {0x05, 0x20, 2, 0, 0xA1, 0xA2};
-  const Bytes sco = {0x06, 0x00, 1, 0xB1};
-  const Bytes iso = {0x07, 0x20, 1, 0, 0xC1};
-  EXPECT_TRUE(hal_->sendAclData(acl).isOk() && hal_->sendScoData(sco).isOk() && hal_->sendIsoData(iso).isOk());
-  EXPECT_TRUE(Receives(*board_, 2, acl));
-  EXPECT_TRUE(Receives(*board_, 3, sco));
-  EXPECT_TRUE(Receives(*board_, 5, iso));
-
-  const Bytes event = {0x3E, 2, 0x7F, 0x01};
-  board_->SendPacket(2, acl);
-  board_->SendPacket(3, sco);
-  board_->SendPacket(5, iso);
-  board_->SendPacket(4, event);
-  EXPECT_TRUE(client_->WaitForEvent(event));
-  EXPECT_THAT(client_->Acl(), ElementsAre(acl));
-  EXPECT_THAT(client_->Sco(), ElementsAre(sco));
-  EXPECT_THAT(client_->Iso(), ElementsAre(iso));
-}
-
 TEST_F(BluetoothHciTest, RefusesNullCallbacksAndTooShortCommandsAndGoesOn) {
   Start();
   EXPECT_EQ(hal_->initialize(nullptr).getServiceSpecificError(), -22);
-  // Before initialize, packets are dropped; nothing but the bring-up has reached the board.
-  EXPECT_TRUE(hal_->sendHciCommand(kReadVersion).isOk());
   ASSERT_EQ(Initialize(), kSuccess);
   for (const Bytes& command : {Bytes{}, Bytes{0x03}}) {
     const auto status = hal_->sendHciCommand(command);
@@ -125,35 +99,6 @@ TEST_F(BluetoothHciTest, TheDebugInformationRequestDoesNotWait) {
   EXPECT_TRUE(hal_->sendHciCommand(kReadDebugInformation).isOk());
   EXPECT_TRUE(Receives(*board_, 1, kReadDebugInformation));
   EXPECT_THAT(board_->Commands(), Not(Contains(kReadAddress)));
-}
-
-TEST_F(BluetoothHciTest, AcceleratedTheControllerIsUpBeforeTheClientAndStaysUpAfterIt) {
-  Accelerate(true);
-  Start();
-  ASSERT_TRUE(Await(*board_, WireEvent::kSleepModeSet, 1));
-  for (int session = 0; session < 3; ++session) {
-    ASSERT_EQ(Initialize(), kSuccess);
-    EXPECT_TRUE(Answers(kReadVersion));
-    ASSERT_TRUE(hal_->close().isOk());
-    EXPECT_EQ(board_->Commands().back(), (Bytes{0x79, 0xFC, 0})) << "the reset of the close";
-  }
-  EXPECT_EQ(Count(*board_, WireEvent::kPatchLaunched), 1U);
-  EXPECT_EQ(service_->CountInLog("BluetoothHci::close() Done"), 3U);
-}
-
-TEST_F(BluetoothHciTest, UnacceleratedEveryClientPowersTheController) {
-  Accelerate(false);
-  Start();
-  EXPECT_THAT(board_->Commands(), IsEmpty());
-  for (size_t session = 1; session <= 2; ++session) {
-    ASSERT_EQ(Initialize(), kSuccess);
-    EXPECT_TRUE(Answers(kReadVersion));
-    const size_t offs = Count(*board_, WireEvent::kPowerOff);
-    ASSERT_TRUE(hal_->close().isOk());
-    EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, offs + 1));
-    EXPECT_EQ(Count(*board_, WireEvent::kPatchLaunched), session);
-  }
-  EXPECT_TRUE(hal_->sendHciCommand(kReset).isOk()) << "dropped without a word";
 }
 
 // A close that the client makes from inside a callback runs on the receive thread, which the teardown waits for and on
@@ -322,15 +267,6 @@ TEST_F(BluetoothHciTest, CloseWithoutASessionAborts) {
   EXPECT_EQ(service_->CountInLog("F bthal.aidl.qnlbtlinux: Unable to unlink to death recipient"), 1U);
 }
 
-TEST_F(BluetoothHciTest, SigtermPowersTheControllerOffAndEndsTheService) {
-  ASSERT_NO_FATAL_FAILURE(Open());
-  const size_t offs = Count(*board_, WireEvent::kPowerOff);
-  service_->Signal(SIGTERM);
-  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
-  EXPECT_EQ(service_->CountInLog("W bthal.aidl.qnlbtlinux: signal_handler: Caught Signal! signum: 15"), 1U);
-  EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, offs + 1));
-}
-
 TEST_F(BluetoothHciTest, BeforeTheEndOfTheBringUpSigtermHasItsDefaultAction) {
   StartBoard(SmallBoard({"no-answer,opcode=reset,count=always"}));
   StartService();
@@ -354,22 +290,6 @@ TEST_F(BluetoothHciTest, InFinderModeARefusalLivesAndTheControllersAnswerEnds) {
   ASSERT_TRUE(service_->WaitForLog("Enter powered off mode failed!", 2));
   EXPECT_EQ(service_->CountInLog(": Already entered powered off mode"), 1U);
   EXPECT_TRUE(Answers(kReset));
-}
-
-TEST_F(BluetoothHciTest, InFinderModeTheControllerStaysOnWithItsKeys) {
-  ASSERT_NO_FATAL_FAILURE(Open());
-  const auto finder = FindService<ext::IBluetoothFinder>();
-  ASSERT_TRUE(finder->sendPrecomputedKeys(Bytes(500, 0x11)).isOk());
-  ASSERT_TRUE(finder->setPoweredOffMode(true).isOk());
-  const size_t offs = Count(*board_, WireEvent::kPowerOff);
-  service_->Signal(SIGTERM);
-  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
-  EXPECT_EQ(Count(*board_, WireEvent::kPowerOff), offs);
-  const auto commands = board_->Commands();
-  ASSERT_GE(commands.size(), 4U);
-  std::vector<size_t> sizes;
-  for (auto command = commands.end() - 4; command != commands.end(); ++command) sizes.push_back(command->size());
-  EXPECT_THAT(sizes, ElementsAre(246U, 246U, 26U, 12U));
 }
 
 TEST_F(BluetoothHciTest, ABigHammerIsToldAndRestartsTheServiceQuietly) {
