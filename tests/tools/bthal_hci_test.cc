@@ -163,11 +163,13 @@ TEST_F(OnBoard, TheExtensionsReachTheController) {
   const ProgramResult finder = Bthal({"finder", root_.path() + "/keys"});
   EXPECT_EQ(finder.status, 0) << finder.error;
   EXPECT_EQ(finder.out, "1 key given\npowered-off mode on\n");
+  const size_t offs = Count(*board_, sim::WireEvent::kPowerOff);
   service_->Signal(SIGTERM);
   EXPECT_TRUE(Receives(*board_, 1, {0x62, 0xFD, 23,   0x01, 0,    1,    0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06,
                                     0x07, 0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11, 0x12, 0x13}));
   EXPECT_TRUE(Receives(*board_, 1, {0x62, 0xFD, 9, 0x02, 0x40, 0x06, 0x0A, 0x00, 0x04, 0x00, 0x00, 0x50}));
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(Count(*board_, sim::WireEvent::kPowerOff), offs) << "the controller stays on, with its keys";
 }
 
 TEST_F(OnBoard, TheSupervisorBringsTheServiceBack) {
