@@ -2,8 +2,6 @@
 #include "conf/userial_type.h"
 #include "hci_flow_control/hci_channel.h"
 
-#include <sys/ioctl.h>
-
 #include "conf/conf.h"
 #include "hci_flow_control/hci_flow_control.h"
 #include "os/kill_self.h"
@@ -235,24 +233,6 @@ TEST_F(ShimTest, UnknownPacketTypeIsReportedAndClosesTheTransport) {
   EXPECT_TRUE(told_first);
   EXPECT_TRUE(log_.Has("error_code: (131)"));
   EXPECT_FALSE(channel::IsInitialized());
-}
-
-TEST_F(ShimTest, ControllerThatTakesNoBytesDoesNotHoldUpTheTeardown) {
-  const HciHandle handle = MakeHandle(Initialize());
-  std::atomic<bool> left{false};
-  std::thread sender([&] {
-    const Bytes big(60000, 0x55);  // far more than the line holds, and nobody reads
-    if (const auto flow = handle.lock()) flow->Send(kAcl, big.data(), big.size());
-    left = true;
-  });
-  EXPECT_TRUE(WaitFor([&] {
-    int arrived = 0;
-    return ioctl(line_.controller(), FIONREAD, &arrived) == 0 && arrived > 1000;
-  }));
-  EXPECT_FALSE(left);
-  channel::Deinitialize();
-  sender.join();
-  EXPECT_TRUE(handle.expired());
 }
 
 TEST_F(ShimTest, SendersTeardownAndRecoveryMayMeet) {
