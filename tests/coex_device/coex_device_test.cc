@@ -92,17 +92,6 @@ TEST_F(CoexDeviceTest, ABigHammerEndsInTheQuietRestart) {
   EXPECT_EQ(driver_.Read(4), (Bytes{0x02, 0x02, 0x03, 0x48}));
 }
 
-TEST_F(CoexDeviceTest, TheQuietRestartIsARealDeath) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        device_.DeviceOpen([] {}, 0);
-        driver_.Write(kBigHammer);
-        WaitFor([] { return false; });
-      },
-      KilledBySignal(SIGKILL), "");
-}
-
 TEST_F(CoexDeviceTest, ReplacesHandlerAndPauseOnAnOpenDevice) {
   Survive();
   std::atomic<int> first{0};
