@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <iterator>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -37,7 +39,7 @@ struct Options {
   int hostile_seconds = 0;
   int limit_seconds = 30;
   uint64_t seed = std::random_device{}();
-  std::string root;
+  std::string in = std::filesystem::temp_directory_path();
 
   int CountOf(const Fault& fault) const {
     if (fault.signal == SIGSTOP) return stop;
@@ -82,7 +84,6 @@ bool Count(const Outcome& outcome, const Fault& fault, int number, const Device&
   ++(outcome.problem->hung ? row->hung : row->lost);
   printf("try %d, %s, %s: %s: %s\n%s", number, fault.name, outcome.moment.c_str(),
          outcome.problem->hung ? "hung" : "lost", outcome.problem->what.c_str(), device.LastLines().c_str());
-  fflush(stdout);
   return false;
 }
 
@@ -94,13 +95,15 @@ bool Campaign(Device& device, const Options& options) {
   Row rows[kRows];
   bool all = true;
   for (size_t number = 0; number < tries.size(); ++number) {
+    if (number > 0 && number % 100 == 0) printf("%zu of %zu tries\n", number, tries.size());
+    fflush(stdout);
     const Fault& fault = kFaults[tries[number]];
     const Outcome outcome = Trial(device, random, std::chrono::seconds(options.limit_seconds)).Run(fault);
     if (Count(outcome, fault, static_cast<int>(number), device, &rows[tries[number]])) continue;
     all = false;
     if (!Prepare(device)) return false;  // what is broken is not to spoil the tries that follow
   }
-  PrintTable(rows);
+  if (!tries.empty()) PrintTable(rows);
   return all;
 }
 
@@ -116,13 +119,8 @@ bool OthersReadTheLog(const Device& device) {
 }
 
 int Run(const Options& options) {
-  std::string folder = options.root;
-  if (folder.empty()) {
-    folder = std::filesystem::temp_directory_path() / "bthal-campaign-XXXXXX";
-    if (mkdtemp(folder.data()) == nullptr) return 1;
-  } else {
-    std::filesystem::create_directories(folder);
-  }
+  std::string folder = options.in + "/bthal-campaign-XXXXXX";
+  if (mkdtemp(folder.data()) == nullptr) throw std::runtime_error("cannot make a folder in " + options.in);
   printf("campaign --seed %llu, in %s\n", static_cast<unsigned long long>(options.seed), folder.c_str());
   fflush(stdout);
   Device device(folder);
@@ -132,15 +130,12 @@ int Run(const Options& options) {
           WithstandHostilePeers(device, std::chrono::seconds(options.hostile_seconds), options.seed) && all;
   }
   device.SwitchOff();
-  if (all && options.root.empty()) std::filesystem::remove_all(folder);
+  if (all) std::filesystem::remove_all(folder);
   return all ? 0 : 1;
 }
 
-}  // namespace
-}  // namespace bthal::campaign
-
-int main(int argc, char** argv) {
-  bthal::campaign::Options options;
+int Main(int argc, char** argv) {
+  Options options;
   CLI::App app(
       "Breaks the service, its client and its board at random moments, and looks whether the next client is served");
   app.add_option("--kill", options.kill, "SIGKILLs of the service")->capture_default_str();
@@ -152,8 +147,20 @@ int main(int argc, char** argv) {
   app.add_option("--limit", options.limit_seconds, "seconds in which the next client must be served")
       ->capture_default_str();
   app.add_option("--seed", options.seed, "of the run that is to be repeated");
-  app.add_option("--root", options.root, "folder for the device and its logs, which are kept (default: a new one)")
+  app.add_option("--in", options.in, "where to make the folder for the device and its logs; kept if something fails")
       ->type_name("DIR");
   CLI11_PARSE(app, argc, argv);
-  return bthal::campaign::Run(options);
+  return Run(options);
+}
+
+}  // namespace
+}  // namespace bthal::campaign
+
+int main(int argc, char** argv) {
+  try {
+    return bthal::campaign::Main(argc, argv);
+  } catch (const std::exception& error) {
+    fprintf(stderr, "campaign: %s\n", error.what());
+    return 1;
+  }
 }

@@ -25,6 +25,9 @@ constexpr char kSettings[] = "UartPort = /dev/ttySAC16\nUserialType = 1\nThreadD
 constexpr const char* kLogs[] = {"service", "board", "client"};
 constexpr size_t kShownLines = 25;
 
+// Of the same build, wherever that has been put.
+std::string Bthal() { return tool::ProgramBeside("../bthal"); }
+
 size_t Count(const std::string& text, const std::string& what) {
   size_t count = 0;
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++count;
@@ -74,7 +77,7 @@ size_t Device::BoardsInLog() const { return Count(Log("board"), "playing below")
 
 std::string Device::StartBoard() {
   const size_t before = BoardsInLog();
-  std::string error = Start(&board_, {BTHAL_PROGRAM, "board", "--root", root_, "--patch-records", "40"}, "board");
+  std::string error = Start(&board_, {Bthal(), "board", "--root", root_, "--patch-records", "40"}, "board");
   if (!error.empty()) return error;
   WaitFor([&] { return BoardsInLog() > before || board_.Wait(milliseconds(0)); });
   if (!board_.running()) return "the board does not start";
@@ -84,7 +87,7 @@ std::string Device::StartBoard() {
 }
 
 std::string Device::StartService() {
-  std::string error = Start(&supervisor_, {BTHAL_PROGRAM, "supervise", "--once"}, "service");
+  std::string error = Start(&supervisor_, {Bthal(), "supervise", "--once"}, "service");
   if (!error.empty()) return error;
   // Not before it is itself: until then a signal meets a part of the supervisor.
   const bool started = WaitFor([&] {
@@ -96,7 +99,7 @@ std::string Device::StartService() {
 }
 
 tool::Child Device::StartClient(const std::vector<std::string>& arguments) {
-  std::vector<std::string> all = {BTHAL_PROGRAM, "hci"};
+  std::vector<std::string> all = {Bthal(), "hci"};
   all.insert(all.end(), arguments.begin(), arguments.end());
   tool::Child client;
   Start(&client, all, "client");
