@@ -2,6 +2,7 @@
 
 #include <android-base/file.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -17,6 +18,7 @@
 #include "bthal/hci/codes.h"
 #include "bthal/hci/words.h"
 #include "bthal/run/binder_client.h"
+#include "bthal/run/device_names.h"
 #include "campaign/attacks.h"
 #include "support/child_process.h"
 #include "support/wait_for.h"
@@ -131,6 +133,10 @@ bool WithstandHostilePeers(Device& device, seconds duration, uint64_t seed) {
   tool::HciClient client({.on_packet = [](const tool::ReceivedPacket&) {}, .on_death = [] {}});
   if (!client.Connect(seconds(20), &error) || !client.Initialize(seconds(20), &error)) return Fail(device, error);
   const pid_t service = device.service();
+  // The last that a session opens, on a thread of its own.
+  if (!test::WaitFor([&] { return access((device.root() + tool::kThreadSocket).c_str(), F_OK) == 0; })) {
+    return Fail(device, "there is no socket for Thread frames");
+  }
   const Use alone = UseOf(service);
   peers.LetGo();
   const auto start = steady_clock::now();
