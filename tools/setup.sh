@@ -95,4 +95,4 @@ build() {
 }
 
 BUILD_PACKAGES=(g++ cmake ninja-build ccache android-libbase-dev android-liblog-dev libcli11-dev nlohmann-json3-dev)
-TEST_PACKAGES=(libgtest-dev libgmock-dev libtinyxml2-dev tshark bluez)
+TEST_PACKAGES=(libgtest-dev libgmock-dev libtinyxml2-dev tshark bluez man-db zsh fish)

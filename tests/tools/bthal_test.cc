@@ -40,7 +40,6 @@ TEST(BthalTest, BadInputGetsOneLineAndAFailure) {
   root.Write("/keys", "0011\n");
   const std::string below = root.path();
   const std::vector<BadInput> inputs = {
-      {{}, "A subcommand is required"},
       {{"frobnicate"}, "frobnicate"},
       {{"demo", "--nonsense"}, "--nonsense (see 'bthal demo --help')"},
       {{"demo", "--chip-id", "300"}, "not in range 0 to 255"},

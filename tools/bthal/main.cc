@@ -38,7 +38,7 @@ int RefuseForeignRoot(const std::string& command) {
 
 int Run(int argc, char** argv) {
   using namespace bthal::tool;
-  Program program("bthal", kAbout);
+  Program program("bthal", BTHAL_VERSION, kAbout);
   Command root = program.Root();
   for (auto* add : {AddDemo, AddBoard, AddSupervise, AddHci, AddDump, AddTimeline, AddSnoop, AddServices, AddProp,
                     AddConf, AddCheck, AddThread, AddFinder, AddAfh}) {

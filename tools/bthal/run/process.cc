@@ -149,7 +149,10 @@ std::string ExitWords(int wait_status) {
 }
 
 std::string ProgramBeside(const std::string& name) {
-  return ::android::base::Dirname(::android::base::GetExecutablePath()) + "/" + name;
+  const std::string folder = ::android::base::Dirname(::android::base::GetExecutablePath());
+  const std::string installed = folder + "/../libexec/bthal/" + name;
+  const std::string beside = folder + "/" + name;
+  return access(beside.c_str(), X_OK) != 0 && access(installed.c_str(), X_OK) == 0 ? installed : beside;
 }
 
 }  // namespace bthal::tool

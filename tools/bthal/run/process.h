@@ -56,7 +56,7 @@ class Child {
 // "exited with status 3", "was killed by SIGABRT, core dumped".
 std::string ExitWords(int wait_status);
 
-// The folder of the running program, and a program beside it.
+// A program beside the running one, or where the package puts what is not for people.
 std::string ProgramBeside(const std::string& name);
 
 }  // namespace bthal::tool

@@ -1,0 +1,127 @@
+// The command line's own words: help in all its forms, manual pages, and completion, each by the program that reads it.
+#include <android-base/file.h>
+#include <android-base/strings.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <regex>
+#include <set>
+
+#include "support/run_program.h"
+
+namespace bthal {
+namespace {
+
+using test::Bthal;
+using test::ProgramResult;
+using test::RunProgram;
+using ::testing::HasSubstr;
+
+std::set<std::string> LongOptionsIn(const std::string& text) {
+  static const std::regex kOption("--[a-z][a-z-]+");
+  std::set<std::string> options;
+  for (std::sregex_iterator it(text.begin(), text.end(), kOption), end; it != end; ++it) options.insert(it->str());
+  return options;
+}
+
+std::string Shell(const std::string& shell, const std::string& script) {
+  const ProgramResult result = RunProgram({shell, "-c", script});
+  EXPECT_EQ(result.error, "") << shell << ": " << script;
+  return result.out;
+}
+
+TEST(CommandLineTest, HelpIsGivenHoweverItIsAskedFor) {
+  const ProgramResult help = Bthal({"--help"});
+  for (const auto& words : std::vector<std::vector<std::string>>{{}, {"help"}, {"-h"}}) {
+    const ProgramResult result = Bthal(words);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, help.out);
+  }
+  EXPECT_EQ(Bthal({"help", "prop", "set"}).out, Bthal({"prop", "set", "--help"}).out);
+  EXPECT_TRUE(std::regex_match(Bthal({"--version"}).out, std::regex("bthal \\d+\\.\\d+\\.\\d+\n")));
+}
+
+TEST(CommandLineTest, AMistypedWordIsAnsweredWithWhatWasMeant) {
+  const std::vector<std::pair<std::vector<std::string>, const char*>> mistakes = {
+      {{"sonop"}, "there is no subcommand 'sonop'; did you mean 'snoop'?"},
+      {{"help", "timelin"}, "did you mean 'timeline'?"},
+      {{"prop", "gett"}, "there is no subcommand 'gett'; did you mean 'get'? (see 'bthal prop --help')"},
+      {{"demo", "--snop"}, "--snop; did you mean '--snoop'? (see 'bthal demo --help')"},
+      {{"frobnicate"}, "there is no subcommand 'frobnicate' (see"}};
+  for (const auto& [words, told] : mistakes) {
+    const ProgramResult result = Bthal(words);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.error, HasSubstr(told));
+  }
+}
+
+// Each page renders without a warning and names every option of the command's help.
+TEST(CommandLineTest, ManualPagesSayWhatTheHelpSays) {
+  const TemporaryDir folder;
+  ASSERT_EQ(Bthal({"--manual", folder.path}).status, 0);
+  setenv("MANWIDTH", "80", 1);
+  setenv("LC_ALL", "C.UTF-8", 1);
+  int pages = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(folder.path)) {
+    const std::string name = entry.path().stem();
+    const std::string rendered = Shell("sh", "man --warnings -E ascii -P cat -l " + entry.path().string());
+    const std::string help = name == "bthal" ? Bthal({"--help"}).out : Bthal({name.substr(6), "--help"}).out;
+    const std::set<std::string> shown = LongOptionsIn(rendered);
+    for (const std::string& option : LongOptionsIn(help)) EXPECT_TRUE(shown.contains(option)) << name << ' ' << option;
+    EXPECT_THAT(rendered, HasSubstr("SYNOPSIS")) << name;
+    ++pages;
+  }
+  EXPECT_EQ(pages, 15);
+}
+
+// What is typed, and what the shell then offers first.
+class CompletionTest : public ::testing::TestWithParam<const char*> {
+ protected:
+  std::string Offered(const std::string& typed) const {
+    const std::string shell = GetParam();
+    if (shell == "fish") return Shell(shell, "source " + file_ + "; complete -C '" + typed + "'");
+    return Shell("bash", "source " + file_ + "; read -ra COMP_WORDS <<<'" + typed + "'; case '" + typed +
+                             "' in *' ') COMP_WORDS+=('') ;; esac; COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _bthal; " +
+                             "printf '%s\\n' \"${COMPREPLY[@]}\"");
+  }
+
+  const TemporaryDir folder_;
+  const std::string file_ = std::string(folder_.path) + "/_bthal";
+
+  void SetUp() override {
+    const ProgramResult completion = Bthal({"--completion", GetParam()});
+    ASSERT_EQ(completion.status, 0);
+    ASSERT_TRUE(::android::base::WriteStringToFile(completion.out, file_));
+  }
+};
+
+TEST_P(CompletionTest, OffersCommandsOptionsAndValues) {
+  const std::string above = std::filesystem::path(folder_.path).parent_path();
+  const std::vector<std::pair<std::string, std::string>> lines = {
+      {"bthal sn", "snoop"},
+      {"bthal prop g", "get"},
+      {"bthal board --on", "--only"},
+      {"bthal board --only ", "coex"},
+      {"bthal timeline " + std::string(folder_.path) + "/_b", file_},
+      {"bthal demo --root " + above.substr(0, above.size() - 1), above}};
+  for (const auto& [typed, offered] : lines) EXPECT_THAT(Offered(typed), ::testing::StartsWith(offered)) << typed;
+  EXPECT_EQ(Offered("bthal prop get sn").find("snoop"), std::string::npos) << "no subcommand follows there";
+}
+
+INSTANTIATE_TEST_SUITE_P(Shells, CompletionTest, ::testing::Values("bash", "fish"));
+
+// zsh offers nothing without a terminal; that it takes the file, as a function of its own and sourced, is seen here.
+TEST(CompletionOfZshTest, IsTakenByItsCompletionSystem) {
+  const TemporaryDir folder;
+  const std::string file = std::string(folder.path) + "/_bthal";
+  ASSERT_TRUE(::android::base::WriteStringToFile(Bthal({"--completion", "zsh"}).out, file));
+  const std::string found = "autoload -U compinit; compinit -u -D; ";
+  EXPECT_EQ(Shell("zsh", "fpath=(" + std::string(folder.path) + " $fpath); " + found + "echo $_comps[bthal]"),
+            "_bthal\n");
+  EXPECT_EQ(Shell("zsh", found + "source " + file + "; echo $_comps[bthal]; whence -w _bthal_prop_get"),
+            "_bthal\n_bthal_prop_get: function\n");
+}
+
+}  // namespace
+}  // namespace bthal
