@@ -1,6 +1,5 @@
 // What the service does after a step of its bring-up has failed and the report of it, which would end the process, has
 // been kept from ending it.
-
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "aidl/bluetooth_hci/termination.h"
 #include "host/binder_objects.h"

@@ -1,6 +1,5 @@
 // What happens at the edges of a session: callers that are nobody yet, or no longer, and clients and controllers that
 // keep a dying service waiting.
-
 #include "support/board_session.h"
 #include "support/test.h"
 

@@ -1,5 +1,4 @@
 // Crash dumps as the hardware-error watcher takes them, and the saved files in the service's report.
-
 #include "debug_central/saved_dumps.h"
 #include "support/diagnostics.h"
 #include "support/test.h"

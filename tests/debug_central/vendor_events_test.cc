@@ -1,5 +1,4 @@
 // What becomes of the controller's vendor events: which of them the stack sees, and which files they leave.
-
 #include "bluetooth_bqr.h"
 #include "support/diagnostics.h"
 #include "support/test.h"
@@ -56,22 +55,9 @@ class VendorEventsTest : public RootInMemory, public MonitoredTest {
 TEST_F(VendorEventsTest, OnlyWhatIsTheStacksReachesIt) {
   const std::vector<Bytes> hidden = {{0x1B}, {0x1B, 1, 2, 3}, {0x6A, 1}, {0x57, 0, 0, 0, 0, 0}, {0x58, 0x06, 1, 2},
                                      {0x57}};  // too short, and still not the stack's
-  const std::vector<Bytes> seen = {{},
-                                   {0x58},
-                                   {0x58, 0x00, 1, 2},
-                                   {0x58, 0x01, 1, 2},
-                                   {0x58, 0x02, 1, 2},
-                                   {0x58, 0x03, 1, 2},
-                                   {0x58, 0x04, 1, 2},
-                                   {0x58, 0x07, 1, 2},
-                                   {0x58, 0x08, 1, 2},
-                                   {0x58, 0x10, 1, 2},
-                                   {0x58, 0x20, 1, 2},
-                                   {0x58, 0x21, 1, 2},
-                                   {0x58, 0xFF, 1, 2},
-                                   {0x59, 0x05, 0x00, 0x15},
-                                   {0x58, 0x05},
-                                   {0x58, 0x05, 0x00}};  // too short for its codes: let through
+  std::vector<Bytes> seen = {
+      {}, {0x58}, {0x59, 0x05, 0x00, 0x15}, {0x58, 0x05}, {0x58, 0x05, 0x00}};  // too short for codes
+  for (const uint8_t id : {0, 1, 2, 3, 4, 7, 8, 0x10, 0x20, 0x21, 0xFF}) seen.push_back({0x58, id, 1, 2});
   for (const auto& [payloads, reaches] : {std::pair(hidden, false), std::pair(seen, true)}) {
     for (const Bytes& payload : payloads) {
       EXPECT_EQ(Reaches(VendorEvent(payload)), reaches) << ::testing::PrintToString(payload);

@@ -1,5 +1,4 @@
 // What is seen of a process that dies, by those who were connected to it.
-
 #include "host/binder_objects.h"
 #include "support/child_process.h"
 #include "support/test.h"

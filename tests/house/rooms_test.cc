@@ -1,7 +1,6 @@
 // The house as it stands: which room includes which, and that no include runs back up. The build refuses what a room
 // does not see; this shows the whole, and looks where a build cannot: at relative paths, at the other folders, at their
 // size.
-
 #include <iostream>
 #include <regex>
 

@@ -1,5 +1,4 @@
 // Thread frames by the ten thousand, beside HCI traffic, through the real service.
-
 #include <condition_variable>
 
 #include "support/board_session.h"

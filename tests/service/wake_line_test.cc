@@ -1,5 +1,4 @@
 // The low-power link of the real service, judged by the order of events at the board.
-
 #include "support/board_session.h"
 #include "support/test.h"
 

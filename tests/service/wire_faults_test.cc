@@ -1,5 +1,4 @@
 // What a broken controller does to the real service, and what the service makes of it.
-
 #include "support/board_session.h"
 #include "support/diagnostics.h"
 #include "support/test.h"

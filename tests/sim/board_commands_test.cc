@@ -1,5 +1,4 @@
 // The standard commands that the virtual board obeys, and those that it refuses.
-
 #include "support/board_host.h"
 #include "support/test.h"
 

@@ -1,5 +1,4 @@
 // What goes wrong on the virtual board on purpose.
-
 #include "sim/controller/faults/faults.h"
 #include "support/board_host.h"
 #include "support/test.h"

@@ -1,5 +1,4 @@
 // What the virtual board puts below the device root, and what becomes of it.
-
 #include "sim/controller/firmware/patch_file.h"
 #include "support/board_host.h"
 #include "support/child_process.h"

@@ -1,5 +1,4 @@
 // The virtual board from power-on to a sleeping controller, brought up by hand.
-
 #include "sim/controller/firmware/patch_file.h"
 #include "support/board_host.h"
 #include "support/test.h"

@@ -1,5 +1,4 @@
 // bthal as a client of the real service, on the virtual board.
-
 #include "bthal/run/conversation.h"
 #include "support/board_session.h"
 #include "support/run_program.h"

@@ -1,5 +1,4 @@
 // What bthal makes of a service's report and of its packet log.
-
 #include <nlohmann/json.hpp>
 
 #include "bthal/show/btsnoop_reader.h"
