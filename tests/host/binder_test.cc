@@ -186,6 +186,7 @@ TEST_F(BinderTest, ThePoolHasNoMoreThreadsThanItMay) {
   for (int i = 0; i < 4; ++i) arrived.Pass();
   for (int i = 0; i < 4; ++i) go.Open();
   for (auto& each : clients) EXPECT_EQ(each->Wait(), 0);
+  EXPECT_TRUE(WaitFor([&] { return running == 0; }));  // nobody is at a gate any more
   EXPECT_EQ(most, 2);
 }
 
