@@ -58,7 +58,7 @@ void AddSuffixes(const DumpFiles& kind, std::set<std::string>& suffixes) {
 std::string UnusedSuffix(const std::vector<DumpFiles>& kinds, const std::string& time) {
   std::string suffix = time;
   const auto is_used = [&](const DumpFiles& kind) { return Lies(PathOf(kind, suffix)); };
-  for (int number = 2; std::ranges::any_of(kinds, is_used); ++number) {
+  for (int number = 2; std::any_of(kinds.begin(), kinds.end(), is_used); ++number) {
     suffix = time + kNumberSign + std::to_string(number);
   }
   return suffix;

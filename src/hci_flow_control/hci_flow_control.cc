@@ -155,8 +155,8 @@ void HciFlowControl::UnregisterEventWatcher(HciEventWatcher* watcher) {
   if (Refuses(__func__)) return;
   std::erase(event_watchers_, watcher);
   const uint8_t code = watcher->event_code();
-  watched_codes_[code] =
-      std::ranges::find(event_watchers_, code, &HciEventWatcher::event_code) != event_watchers_.end();
+  watched_codes_[code] = std::any_of(event_watchers_.begin(), event_watchers_.end(),
+                                     [code](const HciEventWatcher* other) { return other->event_code() == code; });
 }
 
 void HciFlowControl::DropPendingCommands() {

@@ -6,9 +6,9 @@ namespace android::hardware::bluetooth::os {
 // On Linux: log lines go to stderr, one line each, with time, process, thread, severity and tag; environment variable
 // BTHAL_LOG (verbose, debug, info, warning, error; info by default) says from which severity on. Once stderr has taken
 // nothing for a second, nobody waits for it any more: what it does not take at once is left out, and counted there. A
-// fatal log prints a stack trace with the functions' names to stderr and aborts. SIGPIPE is ignored: a peer that has gone
-// is an error of the write. On Android the platform does all that, and this does nothing. Call once, before any other
-// thread exists.
+// fatal log prints a stack trace with the functions' names to stderr and aborts. SIGPIPE is ignored: a peer that has
+// gone is an error of the write. On Android the platform does all that, and this does nothing. Call once, before any
+// other thread exists.
 void SetUpProcess();
 
 }  // namespace android::hardware::bluetooth::os

@@ -1,7 +1,7 @@
 // Which path reaches the controller, the direct UART or the sensor hub, and its power. Every operation forwards to the
 // object of the path chosen at bring-up. Of what travels on the path nothing is known here: neither commands nor who
-// takes the packets. Bring-up and teardown run on one thread at a time, except that the teardown of a dying process waits
-// for nobody; the other operations may be called from any thread.
+// takes the packets. Bring-up and teardown run on one thread at a time, except that the teardown of a dying process
+// waits for nobody; the other operations may be called from any thread.
 #pragma once
 
 #include <chrono>
