@@ -1,5 +1,6 @@
 #include "bthal/cli/completion.h"
 
+#include <android-base/stringprintf.h>
 #include <android-base/strings.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@ namespace {
 
 using ::android::base::Join;
 using ::android::base::Split;
+using ::android::base::StringPrintf;
 using ::android::base::StringReplace;
 
 enum class Kind { kFlag, kFile, kFolder, kWords, kOther };
@@ -50,8 +52,10 @@ std::string BashAfterOptions(const std::string& words, const CommandDescription&
   for (const ParameterDescription& parameter : command.parameters) {
     if (parameter.IsArgument() || KindOf(parameter) == Kind::kFlag) continue;
     std::vector<std::string> patterns;
-    for (const std::string& name : parameter.names) patterns.push_back(Quoted(words + " " + name));
-    cases += "    " + Join(patterns, " | ") + ") found=$(" + BashValues(KindOf(parameter), parameter.value) + ") ;;\n";
+    for (const std::string& name : parameter.names)
+      patterns.push_back(Quoted(StringPrintf("%s %s", words.c_str(), name.c_str())));
+    cases += StringPrintf("    %s) found=$(%s) ;;\n", Join(patterns, " | ").c_str(),
+                          BashValues(KindOf(parameter), parameter.value).c_str());
   }
   return cases;
 }
@@ -107,9 +111,10 @@ std::string ZshArguments(const CommandDescription& command) {
       text += " \\\n    " + Quoted((parameter.repeats ? "*" : "") + (value.empty() ? ": : " : ":" + value.substr(1)));
       continue;
     }
-    const std::string star = parameter.repeats ? "*" : "";
-    for (const std::string& name : parameter.names)
-      text += " \\\n    " + Quoted(star + name + "[" + about + "]" + value);
+    for (const std::string& name : parameter.names) {
+      text += " \\\n    " + Quoted(StringPrintf("%s%s[%s]%s", parameter.repeats ? "*" : "", name.c_str(), about.c_str(),
+                                                value.c_str()));
+    }
   }
   return text;
 }

@@ -1,6 +1,7 @@
 #include "bthal/cli/program.h"
 
 #include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -140,7 +141,7 @@ int Program::PrintCompletion(const std::string& shell) const {
 
 int Program::WriteManual(const std::string& folder) const {
   for (const auto& [name, text] : ManualPages(Describe(), version_)) {
-    const std::string path = folder + "/" + name;
+    const std::string path = ::android::base::StringPrintf("%s/%s", folder.c_str(), name.c_str());
     if (!::android::base::WriteStringToFile(text, path)) return Complain("cannot write " + path);
   }
   return 0;

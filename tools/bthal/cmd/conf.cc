@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
