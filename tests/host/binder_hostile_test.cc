@@ -184,6 +184,9 @@ TEST(BinderDeafPeersTest, TheirAnswersWaitForThemAndNobodyElseDoes) {
   for (int i = 0; i < kDeaf; ++i) read.Open();
   EXPECT_TRUE(
       WaitFor([&] { return log.Count("closing the connection to a process: it does not read its answers") == kDeaf; }));
+  std::string said;
+  for (const LogLine& line : log.Lines()) said += line.text + "\n";
+  SCOPED_TRACE(said);
   work.Open();
   worked.Pass();
   for (int i = 0; i < kDeaf; ++i) ask.Open();
