@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <utility>
+
 namespace bthal::tool {
 
 Parameter& Parameter::Type(const std::string& name) {

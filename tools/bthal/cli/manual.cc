@@ -2,6 +2,8 @@
 
 #include <android-base/strings.h>
 
+#include <cctype>
+
 namespace bthal::tool {
 namespace {
 

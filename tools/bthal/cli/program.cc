@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstdio>
+#include <utility>
 
 #include "bthal/cli/completion.h"
 #include "bthal/cli/manual.h"

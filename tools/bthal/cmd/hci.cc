@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"

@@ -1,6 +1,7 @@
 // bthal supervise: what init does on a device.
 
 #include <memory>
+#include <utility>
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"

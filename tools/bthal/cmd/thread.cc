@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <utility>
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
