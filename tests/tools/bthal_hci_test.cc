@@ -52,7 +52,7 @@ TEST_F(OnBoard, AScriptFailsAtTheLineThatIsNotAnswered) {
   root_.Write("/smoke.hci", "reset\n\n# the next one stays unanswered\nread_local_version\n");
   const ProgramResult silent = Bthal({"hci", "--timeout", "0.3", "--script", root_.path() + "/smoke.hci"});
   EXPECT_EQ(silent.status, 1);
-  EXPECT_THAT(silent.error, HasSubstr("bthal: no answer to Read Local Version within 0.3 s\n"));
+  EXPECT_THAT(silent.error, HasSubstr("bthal: no answer to Read Local Version Information within 0.3 s\n"));
   EXPECT_THAT(silent.error, HasSubstr("/smoke.hci, line 4: read_local_version"));
 }
 

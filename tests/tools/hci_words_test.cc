@@ -1,9 +1,11 @@
 // Packets in words, commands by name, scripts, and hex: everything about HCI that bthal says or understands.
 #include "bthal/hci/words.h"
 
-#include "bthal/hci/commands.h"
+#include "bthal/hci/dictionary.h"
+#include "bthal/hci/encode.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/script.h"
+#include "bthal/hci/tell_packet.h"
 #include "support/test.h"
 
 namespace bthal::tool {
@@ -56,15 +58,6 @@ TEST(NumberTest, TakesDecimalAndHexWithinBounds) {
   for (const char* bad : {"-1", "", "nan", "inf", "1e9", "86401", "1s"}) EXPECT_FALSE(ParseSeconds(bad)) << bad;
 }
 
-TEST(CommandTableTest, NamesAndOpcodesAreUnique) {
-  std::set<std::string> names;
-  std::set<uint16_t> opcodes;
-  for (const NamedCommand& command : NamedCommands()) {
-    EXPECT_TRUE(names.insert(command.name).second) << command.name;
-    EXPECT_TRUE(opcodes.insert(command.opcode).second) << command.name;
-  }
-}
-
 // Every command that needs nothing to be typed has a parameter block of the length its opcode asks for.
 TEST(CommandTableTest, DefaultsMakeWholePackets) {
   std::istringstream lengths(
@@ -88,11 +81,36 @@ TEST(CommandTableTest, ParametersAreLittleEndianAndAddressesReversed) {
   EXPECT_EQ(Built("le_advertising_data", {"3", "020106"}).size(), 3u + 32);
 }
 
+TEST(CommandTableTest, ParametersAreWrittenAsPeopleKnowThem) {
+  EXPECT_EQ(Built("le_scan_parameters", {"window=10ms", "scan_type=passive"}), Built("le_scan_parameters", {"0"}));
+  EXPECT_THAT(Built("le_set_default_phy", {"tx_phys=le_1m+le_coded", "rx_phys=2"}),
+              ElementsAre(0x31, 0x20, 3, 0, 0x05, 0x02));
+  EXPECT_THAT(Built("le_write_rf_path_compensation", {"-1.5dB", "0x10"}),
+              ElementsAre(0x4D, 0x20, 4, 0xF1, 0xFF, 0x10, 0x00));
+  EXPECT_EQ(Built("write_local_name", {"Bench", "3"})[8], ' ');
+  // Elements and bytes are counted, and those of a mask are as many as it has bits.
+  EXPECT_THAT(Built("le_set_extended_advertising_enable", {"on", "sets=1/100ms,2"}),
+              ElementsAre(0x39, 0x20, 10, 1, 2, 1, 10, 0, 0, 2, 0, 0, 0));
+  EXPECT_EQ(Built("le_set_extended_scan_parameters", {"scanning_phys=5"}).size(), 3u + 3 + 2 * 5);
+  EXPECT_EQ(Built("le_advertising_data", {"020106"}), Built("le_advertising_data", {"3", "020106"}));
+  EXPECT_EQ(Built("le_advertising_data", {"020106", "data_length=31"})[3], 31);
+  // Out of range, for those who want to see it refused by the controller.
+  EXPECT_THAT(Refusal("le_scan_parameters interval=2"), HasSubstr("0x0004 to 0x4000 (2.5 ms to 10240 ms)"));
+  EXPECT_EQ(Built("le_scan_parameters", {"interval=!2"})[4], 2);
+}
+
 TEST(CommandTableTest, RefusesWhatDoesNotFit) {
-  EXPECT_THAT(Refusal("le_scan_enable 256"), HasSubstr("enable must be a number of 1 byte, not '256'"));
-  EXPECT_THAT(Refusal("le_scan_enable 1 0 0"), HasSubstr("too many parameters; usage: le_scan_enable [enable=1]"));
+  EXPECT_THAT(Refusal("le_scan_enable enabled=1"), HasSubstr("there is no parameter 'enabled'"));
+  EXPECT_THAT(Refusal("le_scan_enable 1 enable=1"), HasSubstr("enable is given twice"));
+  EXPECT_THAT(Refusal("le_scan_parameters window=1ms"), HasSubstr("window cannot be '1ms'"));
+  EXPECT_THAT(Refusal("le_set_extended_scan_parameters scanning_phys=5 scans=1"), HasSubstr("1 elements, but"));
+  EXPECT_THAT(Refusal("le_create_cis"), HasSubstr("cises is missing"));
+  EXPECT_THAT(Refusal("le_create_cis 1"), HasSubstr("cises: acl_connection_handle is missing"));
+
+  EXPECT_THAT(Refusal("le_scan_enable 256"), HasSubstr("enable cannot be '256'; it takes 1 byte: 0=off, 1=on"));
+  EXPECT_THAT(Refusal("le_scan_enable 1 0 0"), HasSubstr("too many parameters (see 'help le_set_scan_enable')"));
   EXPECT_THAT(Refusal("disconnect"), HasSubstr("handle is missing"));
-  EXPECT_THAT(Refusal("vnd_write_bd_addr AA:BB"), HasSubstr("must be an address"));
+  EXPECT_THAT(Refusal("vnd_write_bd_addr AA:BB"), HasSubstr("it takes an address"));
   EXPECT_THAT(Refusal("vnd_write_ram 0 " + std::string(2 * 252, 'a')), HasSubstr("carries at most 255"));
 }
 
@@ -101,7 +119,8 @@ TEST(PacketWordsTest, CommandsAndTheirAnswers) {
   EXPECT_EQ(PacketWords(kCommand, Bytes{0x18, 0xFC, 0x06, 0, 0, 0x00, 0x09, 0x3D, 0x00}),
             "Update Baud Rate, 4000000 bit/s");
   EXPECT_EQ(PacketWords(kCommand, Bytes{0x99, 0xFC, 0x00}), "opcode 0xFC99");
-  EXPECT_EQ(PacketWords(kCommand, Bytes{0x03, 0x0C, 0x02, 0xAA}), "Reset (length says 2)");
+  EXPECT_EQ(PacketWords(kCommand, Bytes{0x03, 0x0C, 0x02, 0xAA}),
+            "Reset (the length says 2, 1 there; 1 more than it has: AA)");
   EXPECT_EQ(EventText({0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00}), "Command Complete: Reset, success");
   EXPECT_EQ(EventText({0x0E, 0x04, 0x01, 0x03, 0x0C, 0x0C}), "Command Complete: Reset, command disallowed (0x0C)");
   EXPECT_EQ(EventText({0x0F, 0x04, 0x00, 0x01, 0x05, 0x04}), "Command Status: Create Connection, accepted");
@@ -110,7 +129,7 @@ TEST(PacketWordsTest, CommandsAndTheirAnswers) {
   EXPECT_EQ(EventText(address), "Command Complete: Read BD_ADDR, success, AA:BB:CC:11:22:33");
   Bytes failed = address;
   failed[5] = 0x01;
-  EXPECT_EQ(EventText(failed), "Command Complete: Read BD_ADDR, unknown command (0x01)");
+  EXPECT_EQ(EventText(failed), "Command Complete: Read BD_ADDR, unknown HCI command (0x01)");
 }
 
 TEST(PacketWordsTest, AdvertisingReportsNameTheirSender) {
@@ -119,7 +138,7 @@ TEST(PacketWordsTest, AdvertisingReportsNameTheirSender) {
                         0x01, 0x02, 0x03, 0x04, 0x05, 0xC6,  // C6:05:04:03:02:01
                         0x08, 0x02, 0x01, 0x06, 0x04, 0x09, 'a', '\x1b', 'b',  // flags, a name with an escape in it
                         0xC4};                                                 // -60 dBm
-  EXPECT_EQ(EventText(report), "LE Advertising Report: C6:05:04:03:02:01 random, -60 dBm, \"a.b\"");
+  EXPECT_EQ(EventText(report), "LE Advertising Report, C6:05:04:03:02:01 random, \"a.b\", -60 dBm");
   // Cut anywhere, it is told as cut and never read past its end.
   for (size_t length = 2; length < report.size(); ++length) {
     const Bytes cut(report.begin(), report.begin() + static_cast<ptrdiff_t>(length));
@@ -128,10 +147,11 @@ TEST(PacketWordsTest, AdvertisingReportsNameTheirSender) {
 }
 
 TEST(PacketWordsTest, OtherEventsAndData) {
-  EXPECT_EQ(EventText({0x10, 0x01, 0x42}), "Hardware Error, code 0x42");
-  EXPECT_EQ(EventText({0x13, 0x05, 0x01, 0x01, 0x20, 0x02, 0x00}), "Number Of Completed Packets, 2 on handle 0x001");
+  EXPECT_EQ(EventText({0x10, 0x01, 0x42}), "Hardware Error, hardware code 0x42");
+  EXPECT_EQ(EventText({0x13, 0x05, 0x01, 0x01, 0x20, 0x02, 0x00}),
+            "Number Of Completed Packets, handle 0x001 flags 0x2, num packets 2");
   EXPECT_EQ(EventText({0xFF, 0x04, 0x58, 0x05, 0x00, 0x93}),
-            "Vendor Event, quality report: root inflammation, error 0x00, vendor 0x93");
+            "Quality Report: Root Inflammation, error code 0x00, Host HCI Reset Error Before FW Download (0x93)");
   EXPECT_EQ(EventText({0x77, 0x00}), "event 0x77");
   EXPECT_EQ(EventText({0x3E, 0x01, 0x66}), "LE Meta, subevent 0x66");
   EXPECT_EQ(PacketWords(kAclData, Bytes{0x01, 0x20, 0x02, 0x00, 0xAA, 0xBB}), "handle 0x001, 2 bytes");
@@ -140,6 +160,37 @@ TEST(PacketWordsTest, OtherEventsAndData) {
   for (const uint8_t kind : {kCommand, kAclData, kScoData, kIsoData, kEvent, kThreadData}) {
     EXPECT_THAT(PacketWords(kind, Bytes{}), StartsWith("cut ")) << int{kind};
   }
+}
+
+TEST(PacketWordsTest, FieldsAndWhatIsWrongWithThem) {
+  const Bytes iq = {0x3E, 15, 0x15, 1, 0, 5, 0x38, 0xFF, 0, 0, 1, 0, 7, 0, 1, 0xFF, 2};
+  EXPECT_THAT(PacketFields(kEvent, iq),
+              ::testing::IsSupersetOf({HasSubstr("-200 (-20 dBm)"), HasSubstr("samples[0]")}));
+  EXPECT_EQ(PacketProblem(kEvent, iq), "");
+  EXPECT_EQ(PacketProblem(kEvent, Bytes(iq.begin(), iq.end() - 1)),
+            "the length says 15, 14 there; samples[0]: cut in q: 1 byte needed, 0 there");
+  EXPECT_EQ(PacketProblem(kCommand, Bytes{0x08, 0x20, 2, 32, 0}), "cut in data: 31 bytes needed, 1 there");
+  EXPECT_THAT(PacketFields(kAclData, Bytes{0x01, 0x20, 0x01, 0x00, 0xAA}), ::testing::Contains(HasSubstr("0x001")));
+  // A failed command may return its status alone, a successful one may not.
+  EXPECT_EQ(PacketProblem(kEvent, Bytes{0x0E, 4, 1, 0x09, 0x10, 0x0C}), "");
+  EXPECT_EQ(PacketProblem(kEvent, Bytes{0x0E, 4, 1, 0x09, 0x10, 0}), "cut in bd_addr: 6 bytes needed, 0 there");
+}
+
+TEST(PacketWordsTest, BytesTellWhatTheyAre) {
+  const auto told = [](const Bytes& bytes) {
+    const std::optional<ToldPacket> packet = TellPacket(bytes);
+    return packet ? KindWord(packet->kind) + " of " + std::to_string(packet->bytes.size()) : "nothing";
+  };
+  EXPECT_EQ(told({0x04, 0x0E, 4, 1, 0x03, 0x0C, 0}), "event of 6");
+  EXPECT_EQ(told({0x0E, 4, 1, 0x03, 0x0C, 0}), "event of 6");
+  EXPECT_EQ(told({0x01, 0x03, 0x0C, 0}), "command of 3");
+  EXPECT_EQ(told({0x03, 0x0C, 0}), "command of 3");
+  EXPECT_EQ(told({0x02, 1, 0x20, 1, 0, 0xAA}), "acl of 5");
+  EXPECT_EQ(told({0x01, 0x03, 0x0C, 2, 0xAA}), "command of 4");  // malformed, but whole in no other way either
+  EXPECT_EQ(told({0x0E, 9, 1, 0x03}), "event of 4");
+  EXPECT_EQ(told({0x99, 0xFC, 0}), "command of 3");
+  EXPECT_EQ(told({0x77, 1}), "nothing");
+  EXPECT_EQ(told({}), "nothing");
 }
 
 TEST(ScriptTest, EveryVerb) {

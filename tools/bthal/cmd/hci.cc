@@ -26,6 +26,7 @@ struct HciOptions {
   double service_timeout = 10;
   bool no_times = false;
   bool take_over = false;
+  bool verbose = false;
 };
 
 // Reads lines without holding any back, so that a Ctrl-C is noticed between them.
@@ -101,6 +102,13 @@ bool RunInput(HciSession& session) {
   return person || all_well;
 }
 
+// An argument is a line; what stands behind help or list at the beginning belongs to it.
+std::vector<std::string> LinesOf(const HciOptions& options) {
+  const std::string& first = options.lines.front();
+  if (first != "help" && first != "list") return options.lines;
+  return {::android::base::Join(options.lines, ' ')};
+}
+
 int Run(const HciOptions& options) {
   std::string script;
   const bool from_file = !options.script.empty() && options.script != "-";
@@ -110,11 +118,12 @@ int Run(const HciOptions& options) {
   CatchInterrupts();
   HciSession session({.times = !options.no_times,
                       .take_over = options.take_over,
+                      .verbose = options.verbose,
                       .answer_patience = std::chrono::milliseconds(static_cast<int>(options.timeout * 1000)),
                       .service_patience = std::chrono::milliseconds(static_cast<int>(options.service_timeout * 1000))});
   bool well = false;
   if (!options.lines.empty()) {
-    well = RunLines(session, options.lines, "");
+    well = RunLines(session, LinesOf(options), "");
   } else if (from_file) {
     well = RunLines(session, ::android::base::Split(script, "\n"), options.script);
   } else {
@@ -141,6 +150,7 @@ void AddHci(Command& app) {
       .Type("SECONDS")
       .Within(0.0, 3600.0);
   sub.Flag("--take-over", &options->take_over, "end another bthal hci that has the HAL");
+  sub.Flag("-v,--verbose", &options->verbose, "show every field of a packet, one a line");
   sub.Flag("--no-times", &options->no_times, "leave the time column out, so that two runs compare");
   sub.Footer(
       std::string("Lines:\n") + kScriptHelp +

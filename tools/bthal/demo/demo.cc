@@ -256,7 +256,7 @@ bool Demo::Relay() {
       options_.board.provision_address ? options_.board.provisioned_address : options_.board.address;
   for (const std::string& line :
        {std::string("reset"), std::string("expect success"), std::string("read_local_version"),
-        std::string("expect success, HCI"), std::string("read_bd_addr"), "expect " + address,
+        std::string("expect success, hci version"), std::string("read_bd_addr"), "expect " + address,
         std::string("le_scan_parameters"), std::string("expect success"), std::string("le_scan_enable 1 0"),
         std::string("expect success"), std::string("wait le_advertising_report 5"), std::string("sleep 0.3"),
         std::string("le_scan_enable 0 0"), std::string("expect success")}) {

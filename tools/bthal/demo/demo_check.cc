@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 
+#include "bthal/hci/values.h"
 #include "bthal/hci/words.h"
 
 namespace bthal::tool {

@@ -6,7 +6,8 @@
 #include <algorithm>
 #include <span>
 
-#include "bthal/hci/commands.h"
+#include "bthal/hci/dictionary.h"
+#include "bthal/hci/encode.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/split_words.h"
 #include "bthal/hci/words.h"
@@ -106,6 +107,18 @@ bool ParseScan(Words words, ScriptAction* action, std::string* error) {
   return ParseSecondsAt(words, 1, kDefaultScanSeconds, action, error);
 }
 
+bool ParseHelp(Words words, ScriptAction* action, std::string* error) {
+  action->text = Joined(words.subspan(1));
+  if (action->text.empty() || FindCommand(action->text) != nullptr) return true;
+  *error = StringPrintf("help: '%s' is no command ('list' shows them)", action->text.c_str());
+  return false;
+}
+
+bool ParseList(Words words, ScriptAction* action, std::string*) {
+  action->text = Joined(words.subspan(1));
+  return true;
+}
+
 bool ParseAlone(Words words, ScriptAction*, std::string* error) {
   if (words.size() == 1) return true;
   *error = words[0] + ": takes nothing behind it";
@@ -126,14 +139,14 @@ constexpr VerbEntry kVerbs[] = {
     {"le_scan", Verb::kScan, ParseScan},
     {"initialize", Verb::kInitialize, ParseAlone},
     {"close", Verb::kClose, ParseAlone},
-    {"list", Verb::kList, ParseAlone},
-    {"help", Verb::kHelp, ParseAlone},
+    {"list", Verb::kList, ParseList},
+    {"help", Verb::kHelp, ParseHelp},
     {"quit", Verb::kQuit, ParseAlone},
     {"exit", Verb::kQuit, ParseAlone},
 };
 
 bool ParseNamed(Words words, ScriptAction* action, std::string* error) {
-  const NamedCommand* command = FindCommand(words[0]);
+  const Entry* command = FindCommand(words[0]);
   if (command == nullptr) {
     *error = StringPrintf("'%s' is no command ('list' shows them, 'help' the rest)", words[0].c_str());
     return false;
@@ -166,7 +179,8 @@ bool ParseWords(Words words, ScriptAction* action, std::string* error) {
 }  // namespace
 
 const char kScriptHelp[] =
-    "  reset, le_scan_enable 1 ...  a named command; waits for the answer ('list' shows them all)\n"
+    "  reset, le_scan_enable 1 ...  a named command; waits for the answer. Its parameters in their order, or\n"
+    "                               name=value; 'list' shows all, 'help COMMAND' explains one\n"
     "  cmd HEX                      a command as bytes: opcode, length, parameters; waits as well\n"
     "  nowait COMMAND               either of them, without waiting\n"
     "  acl HEX, sco HEX, iso HEX    a data packet as bytes\n"
@@ -177,7 +191,9 @@ const char kScriptHelp[] =
     "  le_scan [SECONDS]            set scan parameters, scan for so long (1 s), stop\n"
     "  sleep SECONDS\n"
     "  close, initialize            give the HAL up, and take it again\n"
-    "  list, help, quit\n";
+    "  list [WORD]                  the commands, or those with WORD in their names\n"
+    "  help [COMMAND]               what can be written, or all about one command\n"
+    "  quit\n";
 
 std::optional<ScriptAction> ParseScriptLine(const std::string& line, std::string* error) {
   ScriptAction action;
@@ -193,9 +209,9 @@ bool MatchesName(const std::string& name, uint8_t kind, const std::vector<uint8_
   if (const std::optional<uint64_t> code = name.starts_with("0x") ? ParseNumber(name, 0xFF) : std::nullopt) {
     return packet[0] == *code;
   }
-  const std::optional<std::string> event = EventName(packet);
-  if (name == "le_meta") return packet[0] == events::kLeMeta;
-  return event && ::android::base::EqualsIgnoreCase(ScriptName(*event), name);
+  // An LE Advertising Report is an LE Meta as well.
+  return std::ranges::any_of(FindEvents(packet),
+                             [&](const Entry* event) { return ::android::base::EqualsIgnoreCase(event->name, name); });
 }
 
 bool MatchesPattern(const std::vector<std::optional<uint8_t>>& pattern, const std::vector<uint8_t>& packet) {

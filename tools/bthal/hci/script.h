@@ -19,8 +19,8 @@ struct ScriptAction {
     kScan,         // for `seconds`
     kInitialize,
     kClose,
-    kList,  // the named commands
-    kHelp,
+    kList,  // the named commands with `text` in their names
+    kHelp,  // about the command `text`, or in general
     kQuit,
   };
   Verb verb = Verb::kNothing;

@@ -3,45 +3,109 @@
 #include <android-base/stringprintf.h>
 
 #include <algorithm>
-#include <cctype>
 
-#include "bthal/hci/commands.h"
-#include "bthal/hci/event_words.h"
+#include "bthal/hci/advertising.h"
+#include "bthal/hci/data_packet.h"
+#include "bthal/hci/decode.h"
+#include "bthal/hci/framing.h"
 #include "bthal/hci/hex.h"
+#include "bthal/hci/values.h"
 
 namespace bthal::tool {
 namespace {
 
 using ::android::base::StringPrintf;
+using Base = FieldType::Base;
+using InLine = FieldType::InLine;
+using Values = std::span<const FieldValue>;
 
-uint32_t Le32(std::span<const uint8_t> bytes, size_t at) {
-  return static_cast<uint32_t>(Le16(bytes, at)) | static_cast<uint32_t>(Le16(bytes, at + 2)) << 16;
-}
-
-// Command: opcode (2) | parameter length (1) | parameters
-std::string CommandWords(std::span<const uint8_t> packet) {
-  constexpr size_t kHeader = 3;
-  if (packet.size() < kHeader) return "cut command";
-  const uint16_t opcode = Le16(packet, 0);
-  const std::span<const uint8_t> parameters = packet.subspan(kHeader);
-  std::string text = OpcodeWords(opcode);
-  if (opcode == opcodes::kUpdateBaudRate && parameters.size() >= 6)
-    text += StringPrintf(", %u bit/s", Le32(parameters, 2));
-  if (opcode == opcodes::kWriteBdAddr && parameters.size() >= 6) text += ", " + AddressWords(parameters.first(6));
-  if (opcode == opcodes::kWriteRam && parameters.size() >= 4) {
-    text += StringPrintf(", %zu bytes at 0x%08X", parameters.size() - 4, Le32(parameters, 0));
+std::string BriefText(const FieldValue& value) {
+  switch (value.field->type.base) {
+    case Base::kNumber:
+      return NumberText(value.field->type, value.number, /*brief=*/true);
+    case Base::kAddress:
+      return AddressWords(value.bytes);
+    case Base::kText:
+      return QuotedText(value.bytes);
+    case Base::kAdvertising:
+      return AdvertisedName(value.bytes);
+    default:
+      return StringPrintf("%zu bytes", value.bytes.size());
   }
-  const bool enables = opcode == opcodes::kLeScanEnable || opcode == opcodes::kLeAdvertisingEnable ||
-                       opcode == opcodes::kLeExtendedScanEnable;
-  if (enables && !parameters.empty()) text += parameters[0] != 0 ? ", on" : ", off";
-  if (packet[2] != parameters.size()) text += StringPrintf(" (length says %u)", packet[2]);
-  return text;
 }
 
-// Data: handle and flags (2) | length (1 or 2) | data
-std::string DataWords(std::span<const uint8_t> packet, size_t header, uint16_t handle_mask) {
-  if (packet.size() < header) return "cut packet";
-  return StringPrintf("handle 0x%03X, %zu bytes", Le16(packet, 0) & handle_mask, packet.size() - header);
+std::string BriefName(const Field& field) {
+  if (field.type.name == "connection_handle") return "handle";
+  std::string name = field.name;
+  std::ranges::replace(name, '_', ' ');
+  return name;
+}
+
+bool IsAddressType(const FieldValue& value) { return value.field->type.name == "address_type"; }
+
+void AppendBrief(const Values& values, const char* between, std::string* text);
+
+// Of many elements only the first ones.
+void AppendElements(const FieldValue& value, const char* between, std::string* text) {
+  constexpr size_t kMost = 3;
+  const size_t count = std::min(kMost, value.elements.size());
+  const size_t before = text->size();
+  for (size_t i = 0; i < count; ++i) AppendBrief(value.elements[i], i == 0 ? between : "; ", text);
+  if (count < value.elements.size() && text->size() > before) {
+    *text += StringPrintf("; ... (+%zu)", value.elements.size() - count);
+  }
+}
+
+void AppendBrief(const Values& values, const char* between, std::string* text) {
+  for (size_t i = 0; i < values.size(); ++i) {
+    const FieldValue& value = values[i];
+    const FieldType& type = value.field->type;
+    if (type.base == Base::kElements) AppendElements(value, between, text);
+    if (type.in_line == InLine::kNo) continue;
+    std::string piece = BriefText(value);
+    if (piece.empty()) continue;
+    if (type.in_line == InLine::kNamed) piece.insert(0, BriefName(*value.field) + " ");
+    // An address alone says little.
+    if (type.base == Base::kAddress && i > 0 && IsAddressType(values[i - 1])) {
+      piece.append(" ").append(BriefText(values[i - 1]));
+    }
+    *text += between;
+    *text += piece;
+    between = ", ";
+  }
+}
+
+Decoded Decode(uint8_t kind, std::span<const uint8_t> packet) {
+  return kind == kCommand ? DecodeCommand(packet) : DecodeEvent(packet);
+}
+
+std::string WholeText(const FieldValue& value) {
+  if (value.field->type.base == Base::kNumber) return NumberText(value.field->type, value.number, /*brief=*/false);
+  return value.field->type.base == Base::kBytes ? Hex(value.bytes) : BriefText(value);
+}
+
+void AppendLines(const Values& values, int depth, std::vector<std::string>* lines) {
+  for (const FieldValue& value : values) {
+    const std::string& name = value.field->name;
+    if (value.field->type.base == Base::kAdvertising) {
+      lines->push_back(FieldLine(depth, name, Hex(value.bytes)));
+      for (const std::string& piece : AdvertisingLines(value.bytes)) lines->push_back(FieldLine(depth + 1, "", piece));
+    } else if (value.field->type.base != Base::kElements) {
+      lines->push_back(FieldLine(depth, name, WholeText(value)));
+    }
+    for (size_t i = 0; i < value.elements.size(); ++i) {
+      lines->push_back(FieldLine(depth, name + "[" + std::to_string(i) + "]", ""));
+      AppendLines(value.elements[i], depth + 1, lines);
+    }
+  }
+}
+
+// What a Command Complete returns behind a failure means nothing.
+Values Meaningful(Values values) {
+  for (size_t i = 0; i + 1 < values.size(); ++i) {
+    if (values[i].field->type.name == "opcode" && values[i + 1].number != 0) return values.first(i + 2);
+  }
+  return values;
 }
 
 }  // namespace
@@ -65,34 +129,43 @@ std::string KindWord(uint8_t kind) {
   }
 }
 
-std::string AddressWords(std::span<const uint8_t> six_bytes) {
-  return StringPrintf("%02X:%02X:%02X:%02X:%02X:%02X", six_bytes[5], six_bytes[4], six_bytes[3], six_bytes[2],
-                      six_bytes[1], six_bytes[0]);
+std::optional<std::string> EventName(std::span<const uint8_t> event) {
+  const std::vector<const Entry*> known = FindEvents(event);
+  return known.empty() ? std::nullopt : std::optional(known.front()->words);
+}
+
+std::optional<uint16_t> AnsweredOpcode(std::span<const uint8_t> event) {
+  if (event.size() >= 5 && event[0] == events::kCommandComplete) return Le16(event, 3);
+  if (event.size() >= 6 && event[0] == events::kCommandStatus) return Le16(event, 4);
+  return std::nullopt;
+}
+
+std::optional<uint8_t> AnsweredStatus(std::span<const uint8_t> event) {
+  if (event.size() >= 6 && event[0] == events::kCommandComplete) return event[5];
+  if (event.size() >= 6 && event[0] == events::kCommandStatus) return event[2];
+  return std::nullopt;
 }
 
 std::string PacketWords(uint8_t kind, std::span<const uint8_t> packet) {
-  switch (kind) {
-    case kCommand:
-      return CommandWords(packet);
-    case kEvent:
-      return EventWords(packet);
-    case kAclData:
-      return DataWords(packet, 4, 0x0FFF);
-    case kScoData:
-      return DataWords(packet, 3, 0x0FFF);
-    case kIsoData:
-      return DataWords(packet, 4, 0x0FFF);
-    case kThreadData:
-      return packet.size() < 4 ? "cut frame" : StringPrintf("frame of %zu bytes", packet.size() - 4);
-    default:
-      return StringPrintf("%zu bytes", packet.size());
+  if (kind != kCommand && kind != kEvent) return DataWords(kind, packet);
+  const Decoded decoded = Decode(kind, packet);
+  std::string text = decoded.title;
+  for (const FieldValue& value : decoded.values) {
+    if (value.field->type.name == "opcode") text += ": " + OpcodeWords(static_cast<uint16_t>(value.number));
   }
+  AppendBrief(Meaningful(decoded.values), ", ", &text);
+  return decoded.problem.empty() ? text : text + " (" + decoded.problem + ")";
 }
 
-std::string ScriptName(std::string_view words) {
-  std::string name(words);
-  std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::isalnum(c) ? std::tolower(c) : '_'; });
-  return name;
+std::vector<std::string> PacketFields(uint8_t kind, std::span<const uint8_t> packet) {
+  if (kind != kCommand && kind != kEvent) return DataFields(kind, packet);
+  std::vector<std::string> lines;
+  AppendLines(Decode(kind, packet).values, 0, &lines);
+  return lines;
+}
+
+std::string PacketProblem(uint8_t kind, std::span<const uint8_t> packet) {
+  return kind == kCommand || kind == kEvent ? Decode(kind, packet).problem : FramingProblem(kind, packet);
 }
 
 }  // namespace bthal::tool

@@ -5,12 +5,12 @@
 #include <cstdio>
 #include <optional>
 
-#include "bthal/hci/commands.h"
+#include "bthal/hci/command_help.h"
+#include "bthal/hci/dictionary.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/words.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/show/journal_words.h"
-#include "bthal/show/packet_line.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
@@ -39,7 +39,7 @@ HciSession::HciSession(const SessionOptions& options)
     : options_(options),
       client_({.on_packet =
                    [this](const ReceivedPacket& packet) {
-                     Print(PacketLine(Direction::kFromController, packet.kind, packet.bytes));
+                     PrintPacket(Direction::kFromController, packet.kind, packet.bytes);
                    },
                .on_death =
                    [this] {
@@ -47,11 +47,15 @@ HciSession::HciSession(const SessionOptions& options)
                      claim_.Release();
                    }}) {}
 
-void HciSession::Print(const std::string& line) const {
+void HciSession::Print(const std::string& line, const std::string& below) const {
   const std::lock_guard lock(print_mutex_);
   if (options_.times) printf("%s  ", Elapsed(start_, std::chrono::steady_clock::now()).c_str());
-  printf("%s\n", line.c_str());
+  printf("%s\n%s", line.c_str(), below.c_str());
   fflush(stdout);
+}
+
+void HciSession::PrintPacket(Direction direction, uint8_t kind, std::span<const uint8_t> packet) const {
+  Print(PacketLine(direction, kind, packet), options_.verbose ? FieldLines(kind, packet) : "");
 }
 
 bool HciSession::Fail(const std::string& why) const {
@@ -128,12 +132,9 @@ bool HciSession::Perform(const ScriptAction& action) {
     case Verb::kClose:
       return client_.initialized() ? Close() : Fail("close: the HAL is not ours (see initialize)");
     case Verb::kList:
-      for (const NamedCommand& command : NamedCommands()) {
-        printf("  %-34s 0x%04X  %s\n", command.name, command.opcode, Usage(command).c_str());
-      }
-      return true;
+      return List(action.text);
     case Verb::kHelp:
-      printf("%s", kScriptHelp);
+      printf("%s", action.text.empty() ? kScriptHelp : CommandHelp(*FindCommand(action.text)).c_str());
       return true;
     case Verb::kQuit:
       quit_ = true;
@@ -142,11 +143,17 @@ bool HciSession::Perform(const ScriptAction& action) {
   return true;
 }
 
+bool HciSession::List(const std::string& word) const {
+  const std::string list = CommandList(word);
+  printf("%s", list.c_str());
+  return !list.empty() || Fail("list: no command has '" + word + "' in its name");
+}
+
 bool HciSession::Send(const ScriptAction& action) {
   if (client_.ServiceDied()) return Fail("the service has died ('initialize' looks for a new one)");
   client_.Forget();
   last_answer_ = {};
-  Print(PacketLine(Direction::kToController, action.kind, action.packet));
+  PrintPacket(Direction::kToController, action.kind, action.packet);
   std::string error;
   if (!client_.Send(action.kind, action.packet, &error)) return Fail(error);
   if (!action.await_answer) return true;

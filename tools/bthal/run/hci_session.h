@@ -8,12 +8,14 @@
 #include "bthal/hci/script.h"
 #include "bthal/run/binder_client.h"
 #include "bthal/run/hal_claim.h"
+#include "bthal/show/packet_line.h"
 
 namespace bthal::tool {
 
 struct SessionOptions {
   bool times = true;       // a time column, seconds since the session began
   bool take_over = false;  // end a client of ours that has the HAL
+  bool verbose = false;    // every field of a packet below its line
   std::chrono::milliseconds answer_patience{2000};
   std::chrono::milliseconds service_patience{10000};
 };
@@ -32,6 +34,7 @@ class HciSession {
 
  private:
   bool Perform(const ScriptAction& action);
+  bool List(const std::string& word) const;
   bool Send(const ScriptAction& action);
   bool AwaitAnswer(uint16_t opcode);
   bool Wait(const ScriptAction& action);
@@ -41,7 +44,8 @@ class HciSession {
   bool Initialize();
   bool TryToInitialize(std::string* error);
   bool Fail(const std::string& why) const;
-  void Print(const std::string& line) const;
+  void Print(const std::string& line, const std::string& below = "") const;
+  void PrintPacket(Direction direction, uint8_t kind, std::span<const uint8_t> packet) const;
 
   const SessionOptions options_;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();

@@ -36,4 +36,10 @@ std::string PacketLine(Direction direction, uint8_t kind, std::span<const uint8_
          Paint(Colour::kFaint, Hex(packet, ShownBytes(packet.size(), columns_before + line.size())));
 }
 
+std::string FieldLines(uint8_t kind, std::span<const uint8_t> packet) {
+  std::string text;
+  for (const std::string& line : PacketFields(kind, packet)) text += "    " + line + "\n";
+  return text;
+}
+
 }  // namespace bthal::tool

@@ -14,4 +14,7 @@ enum class Direction { kToController, kFromController };
 // where terminal.h says so.
 std::string PacketLine(Direction direction, uint8_t kind, std::span<const uint8_t> packet, size_t columns_before = 10);
 
+// Every field of it, one a line, set in below its line.
+std::string FieldLines(uint8_t kind, std::span<const uint8_t> packet);
+
 }  // namespace bthal::tool
