@@ -28,11 +28,11 @@ void LogErrorsOnly(android::base::LogId, android::base::LogSeverity severity, co
   if (severity >= android::base::ERROR) bthal::tool::Complain(message);
 }
 
-// For every command but those that choose a root themselves.
+// For every command but those that choose a root themselves, or need none.
 int RefuseForeignRoot(const std::string& command) {
   const char* root = getenv(bthal::tool::kRootVariable);
   std::string error;
-  if (root == nullptr || *root == '\0' || command == "demo" || command == "board") return 0;
+  if (root == nullptr || *root == '\0' || command == "demo" || command == "board" || command == "decode") return 0;
   return bthal::tool::RootIsOurs(root, &error) ? 0 : bthal::tool::Complain(error);
 }
 
@@ -40,8 +40,8 @@ int Run(int argc, char** argv) {
   using namespace bthal::tool;
   Program program("bthal", BTHAL_VERSION, kAbout);
   Command root = program.Root();
-  for (auto* add : {AddDemo, AddBoard, AddSupervise, AddHci, AddDump, AddTimeline, AddSnoop, AddServices, AddProp,
-                    AddConf, AddCheck, AddThread, AddFinder, AddAfh}) {
+  for (auto* add : {AddDemo, AddBoard, AddSupervise, AddHci, AddDump, AddTimeline, AddSnoop, AddDecode, AddServices,
+                    AddProp, AddConf, AddCheck, AddThread, AddFinder, AddAfh}) {
     add(root);
   }
   program.Before(RefuseForeignRoot);

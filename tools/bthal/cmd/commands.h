@@ -13,6 +13,7 @@ void AddHci(Command& app);
 void AddDump(Command& app);
 void AddTimeline(Command& app);
 void AddSnoop(Command& app);
+void AddDecode(Command& app);
 void AddServices(Command& app);
 void AddProp(Command& app);
 void AddConf(Command& app);

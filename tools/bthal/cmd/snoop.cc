@@ -7,6 +7,7 @@
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/show/packet_line.h"
 #include "bthal/show/snoop_follower.h"
 #include "bthal/show/terminal.h"
 #include "os/device_path.h"
@@ -17,6 +18,7 @@ namespace {
 struct SnoopOptions {
   std::string file;
   bool once = false;
+  bool verbose = false;
 };
 
 int Run(const SnoopOptions& options) {
@@ -24,7 +26,10 @@ int Run(const SnoopOptions& options) {
       options.file.empty() ? ::android::hardware::bluetooth::os::DevicePath(kSnoopLog) : options.file;
   CatchInterrupts();
   SnoopFollower follower(path);
-  const auto show = [](const SnoopRecord& record) { printf("%s\n", SnoopLine(record).c_str()); };
+  const auto show = [&](const SnoopRecord& record) {
+    printf("%s\n", SnoopLine(record).c_str());
+    if (options.verbose) printf("%s", FieldLines(record.kind, record.packet).c_str());
+  };
   bool told = false;
   do {
     std::string error;
@@ -48,6 +53,7 @@ void AddSnoop(Command& app) {
   Command sub = app.Add("snoop", "Follow the vendor packet log, one line a packet");
   sub.Take("file", &options->file, "another btsnoop file").Type("FILE");
   sub.Flag("--once", &options->once, "print what is there and end, instead of following it");
+  sub.Flag("-v,--verbose", &options->verbose, "show every field of a packet, one a line");
   sub.Footer(
       "The service writes the log when it is opened with persist.bluetooth.vendor.btsnoop true, on a userdebug or eng\n"
       "build (ro.build.type) or with persist.bluetooth.btsnooplogmode set. Ctrl-C ends.\n"
