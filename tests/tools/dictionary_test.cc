@@ -146,6 +146,7 @@ std::vector<Packet> AllPackets() {
     packets.push_back({kEvent, Event({kCommandComplete}, answer), command.words, "Command Opcode", command.opcode()});
   }
   for (const Entry& event : EventEntries()) {
+    if (event.code[0] == kCommandComplete) continue;  // above
     const bool le = event.code[0] == kLeMeta && event.code.size() > 1;
     const Bytes bytes = Event(event.code, RoundTrip(event.words, event.parameters));
     const std::string& words = event.code[0] == kVendor ? "Vendor Event" : event.words;
