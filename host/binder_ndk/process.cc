@@ -239,9 +239,20 @@ void Process::Accept() {
   if (HasPlaceFor(peer.uid)) {
     AdoptLocked(std::move(socket));
   } else {
-    LOG(WARNING) << "a connection is turned away: process " << peer.pid << " of user " << peer.uid << ", who may have "
-                 << kMaxConnectionsOfUser << " of " << kMaxConnections;
+    SayTurnedAway(peer);
   }
+}
+
+// Once a second: whoever is turned away may come again at once.
+void Process::SayTurnedAway(const Peer& peer) {
+  const auto now = std::chrono::steady_clock::now();
+  ++turned_away_;
+  if (now < next_said_) return;
+  LOG(WARNING) << "a connection is turned away: process " << peer.pid << " of user " << peer.uid << ", who may have "
+               << kMaxConnectionsOfUser << " of " << kMaxConnections << "; " << turned_away_
+               << " since this was last said";
+  turned_away_ = 0;
+  next_said_ = now + std::chrono::seconds(1);
 }
 
 bool Process::HasPlaceFor(uid_t user) {

@@ -14,6 +14,7 @@
 #include "connection.h"
 #include "death.h"
 #include "service_list.h"
+#include "socket.h"
 #include "thread_pool.h"
 
 namespace bthal::binder {
@@ -58,6 +59,7 @@ class Process {
   int AcceptTimeoutMs() const;
   void Accept();
   bool HasPlaceFor(uid_t user);
+  void SayTurnedAway(const Peer& peer);
   std::shared_ptr<Connection> AdoptLocked(android::base::unique_fd socket);
 
   ThreadPool pool_;
@@ -77,6 +79,8 @@ class Process {
   // Of the watching thread alone.
   bool telling_ = false;  // deaths are being told since:
   std::chrono::steady_clock::time_point telling_since_;
+  unsigned turned_away_ = 0;  // connections, of which nothing has been said before:
+  std::chrono::steady_clock::time_point next_said_;
 };
 
 }  // namespace bthal::binder

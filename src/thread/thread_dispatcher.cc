@@ -34,7 +34,7 @@ HciPacket ConstructToVendorPacket(const std::vector<uint8_t>& frame) {
   return packet;
 }
 
-// Lines of the packet paths, under the default tag.
+// Lines that packets, or clients that come and go, would repeat without end, under the default tag.
 constexpr char* kDefaultTag = nullptr;
 void Warn(os::LogThrottle& throttle, const char* text) { throttle.Log(kDefaultTag, ::android::base::WARNING, text); }
 
@@ -148,11 +148,15 @@ void ThreadDispatcher::ReceiveFromClients() {
       return;
     }
     if (client.revents != 0 && !socket_processor_.Recv()) {
-      LOG(ERROR) << __func__ << ": [bthal.thread_dispatcher] Server receives from client failed...";
+      static os::LogThrottle throttle;
+      throttle.Log(kDefaultTag, ::android::base::ERROR,
+                   "ReceiveFromClients: [bthal.thread_dispatcher] Server receives from client failed...");
       DropClient();
     }
     if (server.revents != 0) {
-      LOG(INFO) << __func__ << ": [bthal.thread_dispatcher] Server receives client connect request...";
+      static os::LogThrottle throttle;
+      throttle.Log(kDefaultTag, ::android::base::INFO,
+                   "ReceiveFromClients: [bthal.thread_dispatcher] Server receives client connect request...");
       AcceptClient();
     }
   }
@@ -168,7 +172,8 @@ void ThreadDispatcher::AcceptClient() {
     return;
   }
   if (client_connected_) {
-    LOG(WARNING) << __func__ << ": [bthal.thread_dispatcher] Already connected with another client.";
+    static os::LogThrottle throttle;
+    Warn(throttle, "AcceptClient: [bthal.thread_dispatcher] Already connected with another client.");
     return;
   }
   const std::lock_guard lock(client_mutex_);

@@ -34,6 +34,8 @@ constexpr milliseconds kBetweenCommands{10};
 constexpr milliseconds kBetweenAttacks{1};
 // How much the service may still grow once every attack has struck: what an allocator takes its time to come to.
 constexpr long kGrowthKb = 1024;
+// What it may say of its peers, however often they come.
+constexpr double kLogKbPerSecond = 20;
 
 double Seconds(steady_clock::duration duration) { return std::chrono::duration<double>(duration).count(); }
 
@@ -131,6 +133,7 @@ bool WithstandHostilePeers(Device& device, seconds duration, uint64_t seed) {
   Peers peers(device.root(), seed);  // before this process has threads
   std::string error;
   tool::HciClient client({.on_packet = [](const tool::ReceivedPacket&) {}, .on_death = [] {}});
+  device.Forget();
   if (!client.Connect(seconds(20), &error) || !client.Initialize(seconds(20), &error)) return Fail(device, error);
   const pid_t service = device.service();
   // The last that a session opens, on a thread of its own.
@@ -153,17 +156,21 @@ bool WithstandHostilePeers(Device& device, seconds duration, uint64_t seed) {
   const std::vector<double> times_ms = Work(client, start + duration, watch, &error);
   if (times_ms.empty()) return Fail(device, error + " after " + std::to_string(Seconds(steady_clock::now() - start)));
   peers.End();
+  const double log_kb_per_second = static_cast<double>(device.Log("service").size()) / 1024 / Seconds(duration);
   printf("hostile peers for %.0f s: %zu commands answered, median %.2f ms, 99 %% within %.2f ms, slowest %.2f ms\n",
          Seconds(duration), times_ms.size(), times_ms[times_ms.size() / 2], times_ms[times_ms.size() * 99 / 100],
          times_ms.back());
-  printf("  the service, at most: %ld KiB and %ld descriptors in the first %.0f s, %ld KiB and %ld after\n",
-         first.resident_kb, first.descriptors, Seconds(warm), later.resident_kb, later.descriptors);
+  printf(
+      "  the service, at most: %ld KiB and %ld descriptors in the first %.0f s, %ld KiB and %ld after; %.1f KiB of "
+      "log a second\n",
+      first.resident_kb, first.descriptors, Seconds(warm), later.resident_kb, later.descriptors, log_kb_per_second);
   const bool all_met = peers.Print();
   if (!all_met) return Fail(device, "one of the peers never met the service");
   if (!test::WaitFor([&] { return UseOf(service).descriptors <= alone.descriptors; })) {
     return Fail(device, "the service keeps descriptors of peers that are gone");
   }
   if (later.resident_kb > first.resident_kb + kGrowthKb) return Fail(device, "the service grows");
+  if (log_kb_per_second > kLogKbPerSecond) return Fail(device, "the service floods its log");
   if (later.descriptors > first.descriptors + 2) return Fail(device, "the service's descriptors grow in number");
   return true;
 }

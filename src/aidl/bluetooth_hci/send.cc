@@ -12,6 +12,7 @@
 #include "aidl/bluetooth_hci/packet_text.h"
 #include "bluetooth_Activity.h"
 #include "debug_central/debug_central.h"
+#include "os/log_throttle.h"
 #include "vnd_snoop_logger.h"
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
@@ -38,7 +39,8 @@ std::string CommandText(const char* name, const hci::HciPacket& packet) {
 
 ::ndk::ScopedAStatus BluetoothHci::sendHciCommand(const std::vector<uint8_t>& packet) {
   if (packet.size() < kMinCommandSize) {
-    LOG(ERROR) << __func__ << ": Wrong Command Size";
+    static os::LogThrottle throttle;
+    throttle.Log(LOG_TAG, ::android::base::ERROR, "sendHciCommand: Wrong Command Size");
     return ::ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, "Wrong Command Size!");
   }
   const hci::HciPacket command = Lend(packet);
