@@ -21,8 +21,8 @@ struct H4Owner {
   // Whether the controller is up and nobody but the receive thread would notice that the line is gone. A bring-up
   // notices by itself, and may open the port anew.
   std::function<bool()> is_ready;
-  // The transport failed beyond repair. Called on the receive thread, which stands on the protocol until it returns, or
-  // on the timer's thread that watches the writes.
+  // The transport failed beyond repair. Called on the receive thread, which stands on the protocol until it returns, on
+  // the timer's thread that watches the writes, or on the bring-up's.
   std::function<void(BqrErrorCode code, const std::string& info)> catch_exception;
 };
 
@@ -50,6 +50,9 @@ class H4Protocol {
   // of file and errors during set-up are logged and waited out for five seconds, or until the watcher is stopped.
   void OnDataReady(int fd);
 
+  // Whether the port has hung up under a controller in service, which is then reported to the owner.
+  bool ReportHangUp(int fd) const;
+
   // Dispatches received bytes: the part of OnDataReady behind the read. `data` need only live during the call.
   void OnBytes(const uint8_t* data, size_t length);
 
@@ -60,7 +63,6 @@ class H4Protocol {
   void OnPacketReady();
 
  private:
-  bool ReportHangUp(int fd) const;
   void Walk(const uint8_t* data, size_t length);
   void ReportUnimplementedType(const uint8_t* data, size_t length);
 

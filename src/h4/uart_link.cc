@@ -114,6 +114,10 @@ bool UartLink::WaitForSenders(std::chrono::milliseconds patience) const {
   return true;
 }
 
+void UartLink::ReportHangUp() const {
+  if (const std::shared_ptr<Line> line = CurrentLine()) line->h4.ReportHangUp(line->fd);
+}
+
 uint64_t UartLink::DroppedBytes() const {
   const std::shared_ptr<Line> line = CurrentLine();
   return dropped_before_ + (line == nullptr ? 0 : line->h4.DroppedBytes());

@@ -43,6 +43,9 @@ class UartLink {
   // Waits until no Send is inside; false if one still is after `patience`.
   bool WaitForSenders(std::chrono::milliseconds patience) const;
 
+  // Reports a port that has hung up to the line's owner, as the receive thread does when it finds the end of the file.
+  void ReportHangUp() const;
+
   // Bytes that were received out of step and swallowed, on this line and on those before it.
   uint64_t DroppedBytes() const;
 

@@ -89,8 +89,12 @@ bool ReopenController() {
 bool IsInitialized() { return CurrentFlow() != nullptr && shim::IsUserialReady(); }
 
 void MarkReady() {
-  const std::lock_guard lock(GetChannel().mutex);
-  GetChannel().ready = GetChannel().flow != nullptr;
+  {
+    const std::lock_guard lock(GetChannel().mutex);
+    GetChannel().ready = GetChannel().flow != nullptr;
+  }
+  // The receive thread has looked at it already, and waits before it does again.
+  UartLink::Get().ReportHangUp();
 }
 
 void CatchException(BqrErrorCode code, const std::string& info) {

@@ -33,7 +33,8 @@ bool ReopenController();
 // Whether a flow control is on an open path.
 bool IsInitialized();
 
-// The controller is up. From here on, and until the channel is closed, a port that hangs up is reported at once.
+// The controller is up. From here on, and until the channel is closed, a port that hangs up is reported at once; so is
+// one that did under the last steps, which do without their answers.
 void MarkReady();
 
 // The transport failed beyond repair: lets the opener's observer know, reports the error, tears the channel down. What

@@ -82,6 +82,14 @@ TEST_F(SessionEdgesTest, AHangUpDuringABringUpIsTheBringUpsToMend) {
   EXPECT_EQ(service_->CountInLog("first_hci_reset: return ret (1), count:1"), 1u);
 }
 
+// The last step of a bring-up does without its answer. Nobody is to find a controller ready whose port is gone.
+TEST_F(SessionEdgesTest, AHangUpAtTheEndOfABringUpIsReportedAtItsEnd) {
+  ASSERT_NO_FATAL_FAILURE(Start(true, {"hang-up,opcode=sleep-mode"}));
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("BTQNL controller is ready"), 0u);
+  EXPECT_EQ(service_->CountInLog("(132), error_info: Host HCI H4 TX Error: the port has hung up"), 1u);
+}
+
 TEST_F(SessionEdgesTest, ABigHammerWaitsForNoClient) {
   ASSERT_NO_FATAL_FAILURE(Start(true));
   ASSERT_EQ(other_.Initialize(), static_cast<int>(HalStatus::SUCCESS));
