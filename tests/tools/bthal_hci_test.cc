@@ -141,6 +141,16 @@ TEST_F(OnBoard, ThePacketLogIsFollowedLive) {
   EXPECT_THAT(snoop.lines, Contains(HasSubstr("> command  Write BD_ADDR, AA:BB:CC:11:22:33")));
   kill(snoop.talk.pid(), SIGINT);
   EXPECT_EQ(snoop.End(), 0);
+
+  // The log's fields, all of its packets well formed; and a log that ends too early.
+  const std::string log = root_.path() + "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
+  const ProgramResult decoded = Bthal({"decode", "-v", log});
+  EXPECT_EQ(decoded.status, 0) << decoded.error;
+  EXPECT_THAT(decoded.out, ContainsRegex("    chip_id +188\n"));
+  std::string bytes;
+  ASSERT_TRUE(::android::base::ReadFileToString(log, &bytes));
+  root_.Write("/cut.log", bytes.substr(0, 50));
+  EXPECT_THAT(Bthal({"decode", root_.path() + "/cut.log"}).error, HasSubstr("cut.log ends within a record"));
 }
 
 TEST_F(OnBoard, TheExtensionsReachTheController) {
