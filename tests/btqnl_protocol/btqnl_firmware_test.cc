@@ -68,6 +68,7 @@ TEST_F(BtqnlFirmwareTest, ChoosesThePatchByOtpAndRemembersAWrittenOne) {
   root_.Write("/vendor/firmware/qnlr/QNL_188_S.hcd", Text({kLaunch}));
   EXPECT_EQ(ChosenFile(188, 0), "QNL_188_U.hcd");
   EXPECT_EQ(GetProperty("persist.bluetooth.otp.status", ""), "Empty");
+  EXPECT_TRUE(log_.Has("isOtpWritten: OTP is empty!"));
   EXPECT_EQ(ChosenFile(188, 0x01), "QNL_188_U.hcd") << "only a refusal to look means that there is something";
   auto written = Start([this] { return protocol_.isOtpWritten(); });
   ASSERT_EQ(OpcodeOf(controller_.NextCommand()), kCheckOtp);
@@ -79,6 +80,7 @@ TEST_F(BtqnlFirmwareTest, ChoosesThePatchByOtpAndRemembersAWrittenOne) {
   EXPECT_EQ(ChosenFile(188, 0), "QNL_188_S.hcd");
   EXPECT_THAT(opcodes_, ElementsAre(kDownloadConfig, kMinidriver)) << "asked although it is known";
   EXPECT_TRUE(log_.Has("isOtpWritten: Check OTP status response event :0x0e 0x04 0x01 0x2f 0xfe 0x0c"));
+  EXPECT_EQ(log_.Count("isOtpWritten: OTP is not empty!"), 1u);
 }
 
 TEST_F(BtqnlFirmwareTest, ObeysASelectionThatExistsAndRefusesWithoutAUsableFile) {

@@ -70,7 +70,9 @@ TEST_F(VendorEventsTest, OnlyWhatIsTheStacksReachesIt) {
   EXPECT_EQ(log_.Count("Invalid length of debug info event!"), 2u);
   const std::string kept = BluetoothBqr::Get().Report();
   for (const int id : {1, 2, 3, 4, 7, 16, 32}) {
-    EXPECT_THAT(kept, HasSubstr("Quality report " + std::to_string(id) + ": 1,"));
+    const std::string report =
+        std::to_string(id) + ": 1, the latest [6]{255, 4, 88, " + std::to_string(id) + ", 1, 2}\n";
+    EXPECT_THAT(kept, HasSubstr("Quality report " + report));
   }
 }
 

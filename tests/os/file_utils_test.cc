@@ -102,5 +102,28 @@ TEST_F(FileUtilsTest, AFailedCloseShowsInTheStream) {
   EXPECT_TRUE(stream.fail());
 }
 
+// A report goes to whoever asked for it, who may be slow, gone or never read.
+TEST_F(FileUtilsTest, AReaderGetsAllAtItsOwnPaceButHoldsNobodyUp) {
+  const std::string text(300'000, 'x');  // more than a pipe holds
+  root_.Write(kLog, text);
+  const unique_fd from = OpenRegularFile(kLog, O_RDONLY);
+  unique_fd reader;
+  unique_fd writer;
+  ASSERT_TRUE(::android::base::Pipe(&reader, &writer));
+  std::string read;
+  std::thread slow([&] { ::android::base::ReadFdToString(reader.get(), &read); });
+  EXPECT_TRUE(CopyToReader(from.get(), writer.get(), std::chrono::minutes(1)));
+  writer.reset();
+  slow.join();
+  EXPECT_EQ(read, text);
+
+  ASSERT_TRUE(::android::base::Pipe(&reader, &writer, O_NONBLOCK | O_CLOEXEC));
+  EXPECT_FALSE(CopyToReader(from.get(), writer.get(), std::chrono::milliseconds(1)));
+  EXPECT_EQ(errno, ETIMEDOUT);
+  const unique_fd folder(open(root_.path().c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_FALSE(CopyToReader(folder.get(), writer.get(), std::chrono::minutes(1)));
+  EXPECT_EQ(errno, EISDIR);
+}
+
 }  // namespace
 }  // namespace android::hardware::bluetooth::os

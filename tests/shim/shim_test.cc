@@ -204,6 +204,9 @@ TEST_F(ShimTest, PowerCycleUnderALiveHandleForgetsWhatTheOldControllerOwed) {
   fresh.Write(kResetDoneOnWire);
   EXPECT_TRUE(WaitFor([&] { return Events().size() == 2; }));
   EXPECT_EQ(Events().back(), kResetDone);
+  // Whoever opened the transport still hears of its end.
+  fresh.Write({0x09, 0xAA});
+  EXPECT_TRUE(WaitFor([] { return GetUserialType() == conf::kUserialDeinitialized; }));
 }
 
 TEST_F(ShimTest, TeardownOnTheReceiveThreadLetsItsWalkEnd) {
