@@ -21,6 +21,7 @@ namespace {
 using android::hardware::bluetooth::hci::H4Protocol;
 using android::hardware::bluetooth::hci::HciPacket;
 using android::hardware::bluetooth::hci::HciPacketCallback;
+using android::hardware::bluetooth::hci::HciPacketizer;
 
 constexpr size_t kPacketsPerStream = 2048;
 constexpr uint8_t kAcl = 0x02;
@@ -61,6 +62,7 @@ Bytes MakeStream(Stream stream) {
   std::mt19937 random(1);
   Bytes out;
   for (size_t i = 0; i < kPacketsPerStream; ++i) AppendPacket(out, stream, random);
+  out.reserve(out.size() + HciPacketizer::kReadAhead);
   return out;
 }
 

@@ -58,10 +58,12 @@ struct Reader {
     return [this, type](const HciPacket& packet) { packets.emplace_back(type, packet); };
   }
 
-  // Each piece lies in memory of its own size, so that a step beyond it is seen.
+  // Each piece lies in memory of its own size, so that a step beyond what may be copied is seen; and what may be copied
+  // is none of the stream.
   void Read(const uint8_t* data, size_t size) {
-    const Bytes piece(data, data + size);
-    h4.OnBytes(piece.data(), piece.size());
+    Bytes piece(data, data + size);
+    piece.resize(size + HciPacketizer::kReadAhead, 0xA5);
+    h4.OnBytes(piece.data(), size);
   }
 
   Packets packets;
@@ -87,10 +89,12 @@ void CheckCut(const Bytes& stream, const Packets& expected, size_t largest, uint
 void CheckContract(uint8_t type, const Bytes& stream) {
   size_t completed = 0;
   HciPacketizer packetizer([&] { ++completed; });
+  Bytes readable = stream;
+  readable.resize(stream.size() + HciPacketizer::kReadAhead, 0xA5);
   size_t at = 0;
   while (at < stream.size()) {
     const size_t completed_before = completed;
-    const size_t taken = packetizer.OnDataReady(static_cast<HciPacketType>(type), &stream[at], stream.size() - at);
+    const size_t taken = packetizer.OnDataReady(static_cast<HciPacketType>(type), &readable[at], stream.size() - at);
     Check(taken <= stream.size() - at && (taken != 0 || completed != completed_before));
     at += taken;
   }

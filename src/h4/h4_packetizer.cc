@@ -5,7 +5,7 @@
 namespace android::hardware::bluetooth::hci {
 
 HciPacketizer::HciPacketizer(HciPacketReadyCallback packet_ready_cb)
-    : gathered_(new uint8_t[kBlockSize + kLargestHeaderSize + kLargestPayloadSize + kBlockSize]),
+    : gathered_(new uint8_t[kLargestHeaderSize + kLargestPayloadSize + kReadAhead]),
       packet_ready_cb_(std::move(packet_ready_cb)) {}
 
 }  // namespace android::hardware::bluetooth::hci

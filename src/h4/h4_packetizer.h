@@ -29,6 +29,10 @@ class HciPacketizer {
  public:
   using HciPacketReadyCallback = std::function<void()>;
 
+  // So many bytes behind every buffer given to the packetizer must be readable. It looks at none of them, but copies
+  // small pieces in blocks of this size.
+  static constexpr size_t kReadAhead = 64;
+
   // `packet_ready_cb` is called once for every packet that OnDataReady completes, from inside it. All memory that
   // framing ever needs is taken here.
   explicit HciPacketizer(HciPacketReadyCallback packet_ready_cb);
@@ -36,25 +40,24 @@ class HciPacketizer {
   // Takes what it needs of `buffer` to finish the current header or the current payload and returns that count (0 to
   // `length`); the caller calls again with the rest. A packet without payload completes on the next call, which
   // consumes nothing. A type that cannot be framed swallows all bytes and counts them (see DroppedBytes). This alone
-  // frames any stream; the three operations below are short cuts through it.
+  // frames any stream; the two operations below are short cuts through it.
   size_t OnDataReady(HciPacketType type, const uint8_t* buffer, const size_t& length);
 
-  // Between packets, with a whole packet at the start of `buffer` (and a byte behind it, should it have no payload):
-  // lends that packet to GetPacket without copying it and returns its size. Handing it on is the caller's: no callback
-  // is made. Returns 0 and does nothing in every other case.
-  size_t FrameInPlace(HciPacketType type, const uint8_t* buffer, size_t length);
+  // A short cut, between packets: takes all of `buffer`, the beginning of a packet of `size` bytes, by its
+  // header, which is whole. It is not the whole packet.
+  void TakeBeginning(const uint8_t* buffer, size_t length, size_t size);
 
-  // Between packets, with a whole header in `buffer` but nothing behind the packet: takes everything. The `before`
-  // bytes ahead of `buffer` must be readable. Returns false and does nothing in every other case.
-  bool GatherStart(HciPacketType type, const uint8_t* buffer, size_t length, size_t before);
+  // Another: takes all of `buffer` if that is at most kReadAhead bytes and finishes neither the header nor the payload
+  // in progress. Returns false and does nothing in every other case.
+  bool TakeMiddle(const uint8_t* buffer, size_t length);
 
-  // With bytes that finish neither the header nor the payload in progress: takes them all. Returns false and does
-  // nothing in every other case.
-  bool GatherMiddle(const uint8_t* buffer, size_t length);
-
-  // The packet just completed. It lends its bytes: valid inside `packet_ready_cb`, or after FrameInPlace for as long as
-  // the buffer given to it is.
+  // The packet just completed. It lends its bytes: valid inside `packet_ready_cb`.
   const HciPacket& GetPacket() const { return packet_; }
+
+  // The size of the packet that begins with `header`, which is whole. `type` can be framed.
+  static size_t PacketSize(HciPacketType type, const uint8_t* header) {
+    return HeaderSize(type) + PayloadSize(type, header);
+  }
 
   // Bytes swallowed because their type cannot be framed. Any thread.
   uint64_t DroppedBytes() const { return dropped_bytes_; }
@@ -65,22 +68,16 @@ class HciPacketizer {
   static constexpr size_t kLargestHeaderSize = 4;
   static constexpr size_t kLargestPayloadSize = 0xFFFF;
   static constexpr uint8_t kIsoLengthHighByteMask = 0x3F;
-  // Up to this size, pieces of packets are copied as one block of it wherever the read holds that much to one side of
-  // them: a copy of known size needs no call and no branches. `gathered_` has a block of room at either end for what
-  // such a copy brings along.
-  static constexpr size_t kBlockSize = 64;
-
   static size_t HeaderSize(HciPacketType type);
   static size_t PayloadSize(HciPacketType type, const uint8_t* header);
 
-  bool BetweenPackets() const { return state_ == State::kPreamble && bytes_remaining_ == 0; }
-  uint8_t* packet_start() const { return gathered_.get() + kBlockSize; }
-  void Gather(const uint8_t* buffer, size_t length, size_t count);
+  uint8_t* packet_start() const { return gathered_.get(); }
+  void Take(const uint8_t* buffer, size_t count);
   void Advance(HciPacketType type);
 
   State state_ = State::kPreamble;
-  uint64_t bytes_remaining_ = 0;  // what the header or payload being gathered still lacks; 0 between packets
-  uint8_t* end_ = nullptr;        // where, in gathered_, it will end
+  uint8_t* next_ = nullptr;  // where, in gathered_, the next byte of the header or payload in progress goes
+  uint8_t* end_ = nullptr;   // where that will end; the same between packets
   // A packet that does not lie whole in one read is put together here. One buffer for the largest packet, for good:
   // packets that come in pieces neither allocate nor let memory grow.
   const std::unique_ptr<uint8_t[]> gathered_;
@@ -106,76 +103,56 @@ inline size_t HciPacketizer::PayloadSize(HciPacketType type, const uint8_t* head
   return header[2];
 }
 
+inline void HciPacketizer::TakeBeginning(const uint8_t* buffer, size_t length, size_t size) {
+  next_ = packet_start();
+  end_ = next_ + size;
+  state_ = State::kPayload;
+  Take(buffer, length);
+}
+
+inline bool HciPacketizer::TakeMiddle(const uint8_t* buffer, size_t length) {
+  if (length >= static_cast<size_t>(end_ - next_) || length > kReadAhead) return false;
+  Take(buffer, length);
+  return true;
+}
+
 inline size_t HciPacketizer::OnDataReady(HciPacketType type, const uint8_t* buffer, const size_t& length) {
-  if (BetweenPackets()) {
-    bytes_remaining_ = HeaderSize(type);
-    end_ = packet_start() + bytes_remaining_;
-    if (bytes_remaining_ == 0) {
+  if (next_ == end_ && state_ == State::kPreamble) {
+    next_ = packet_start();
+    end_ = next_ + HeaderSize(type);
+    if (next_ == end_) {
       dropped_bytes_ += length;
       return length;
     }
   }
-  const size_t count = std::min<size_t>(bytes_remaining_, length);
-  Gather(buffer, length, count);
-  if (bytes_remaining_ == 0) Advance(type);
+  const size_t count = std::min<size_t>(end_ - next_, length);
+  Take(buffer, count);
+  if (next_ == end_) Advance(type);
   return count;
+}
+
+// A copy of known size needs no call and no branches; what it brings along too much lies where the next bytes go.
+inline void HciPacketizer::Take(const uint8_t* buffer, size_t count) {
+  if (count == 1) {
+    *next_ = *buffer;
+  } else if (count <= kReadAhead) {
+    std::memcpy(next_, buffer, kReadAhead);
+  } else {
+    std::copy_n(buffer, count, next_);
+  }
+  next_ += count;
 }
 
 // From the finished header to the payload, or from the finished payload to the next packet.
 inline void HciPacketizer::Advance(HciPacketType type) {
   if (state_ == State::kPreamble) {
-    bytes_remaining_ = PayloadSize(type, packet_start());
-    end_ += bytes_remaining_;
+    end_ += PayloadSize(type, packet_start());
     state_ = State::kPayload;
     return;
   }
   packet_.setToExternal(packet_start(), end_ - packet_start());
   packet_ready_cb_();
   state_ = State::kPreamble;
-}
-
-inline void HciPacketizer::Gather(const uint8_t* buffer, size_t length, size_t count) {
-  uint8_t* const to = end_ - bytes_remaining_;
-  bytes_remaining_ -= count;
-  if (count == 1) {
-    *to = *buffer;
-  } else if (count <= kBlockSize && length >= kBlockSize) {
-    std::memcpy(to, buffer, kBlockSize);
-  } else {
-    std::copy_n(buffer, count, to);
-  }
-}
-
-inline bool HciPacketizer::GatherMiddle(const uint8_t* buffer, size_t length) {
-  if (length >= bytes_remaining_) return false;
-  Gather(buffer, length, length);
-  return true;
-}
-
-inline size_t HciPacketizer::FrameInPlace(HciPacketType type, const uint8_t* buffer, size_t length) {
-  const size_t header_size = HeaderSize(type);
-  if (header_size == 0 || length < header_size || !BetweenPackets()) return 0;
-  const size_t payload_size = PayloadSize(type, buffer);
-  const size_t size = header_size + payload_size;
-  if (length < size + (payload_size == 0 ? 1 : 0)) return 0;
-  packet_.setToExternal(const_cast<uint8_t*>(buffer), size);
-  return size;
-}
-
-inline bool HciPacketizer::GatherStart(HciPacketType type, const uint8_t* buffer, size_t length, size_t before) {
-  const size_t header_size = HeaderSize(type);
-  if (header_size == 0 || length < header_size || !BetweenPackets()) return false;
-  const size_t size = header_size + PayloadSize(type, buffer);
-  if (length > size) return false;
-  if (length <= kBlockSize && length + before >= kBlockSize) {
-    std::memcpy(packet_start() + length - kBlockSize, buffer + length - kBlockSize, kBlockSize);
-  } else {
-    std::copy_n(buffer, length, packet_start());
-  }
-  state_ = State::kPayload;
-  end_ = packet_start() + size;
-  bytes_remaining_ = size - length;
-  return true;
 }
 
 }  // namespace android::hardware::bluetooth::hci

@@ -30,9 +30,20 @@ constexpr std::chrono::seconds kReadErrorPause{5};
 // How much of the stream the report of an unknown type shows, from the bad byte on.
 constexpr size_t kReportedBytes = 7;
 
+constexpr ptrdiff_t kLargestHeaderWithType = 5;
+
+inline size_t SizeWithType(HciPacketType type, const uint8_t* packet) {
+  return 1 + HciPacketizer::PacketSize(type, packet + 1);
+}
+
 bool CarriesReceivedData(HciPacketType type) {
   return type == HciPacketType::kEvent || type == HciPacketType::kAclData || type == HciPacketType::kScoData ||
          type == HciPacketType::kIsoData || type == HciPacketType::kThreadData;
+}
+
+// Kept out of the way of what every packet passes.
+[[gnu::cold, gnu::noinline]] void DieOfType(HciPacketType type) {
+  LOG(FATAL) << "OnPacketReady: Unimplemented packet type " << static_cast<int>(type);
 }
 
 template <typename... Args>
@@ -63,7 +74,9 @@ H4Protocol::H4Protocol(int uart_fd, Consumers consumers, H4Owner owner)
       watchdog_([catch_exception = owner_.catch_exception](const std::string& what) {
         if (catch_exception) catch_exception(BqrErrorCode::kHosHcitH4TxError, "Host HCI H4 TX Error: " + what);
       }),
-      hci_packetizer_([this] { OnPacketReady(); }) {}
+      hci_packetizer_([this] { OnPacketReady(); }) {
+  if (!consumers_.thread_cb) consumers_.thread_cb = [](const HciPacket&) {};
+}
 
 size_t H4Protocol::Send(uint8_t type, const uint8_t* data, size_t length) {
   if (length == std::numeric_limits<size_t>::max()) return 0;
@@ -106,8 +119,8 @@ void H4Protocol::GiveUpWriting() {
 }
 
 void H4Protocol::OnDataReady(int fd) {
-  uint8_t buffer[kReadBufferSize];
-  const ssize_t bytes_read = TEMP_FAILURE_RETRY(read(fd, buffer, sizeof(buffer)));
+  uint8_t buffer[kReadBufferSize + HciPacketizer::kReadAhead];
+  const ssize_t bytes_read = TEMP_FAILURE_RETRY(read(fd, buffer, kReadBufferSize));
   if (bytes_read > 0) {
     OnBytes(buffer, bytes_read);
     return;
@@ -143,33 +156,64 @@ bool H4Protocol::ReportHangUp(int fd) const {
 
 // Kept apart from the walk, so that bytes in the middle of a packet do not pay for what the walk needs.
 void H4Protocol::OnBytes(const uint8_t* data, size_t length) {
-  if (!hci_packetizer_.GatherMiddle(data, length)) Walk(data, length);
+  if (!hci_packetizer_.TakeMiddle(data, length)) Walk(data, length);
 }
 
 void H4Protocol::Walk(const uint8_t* data, size_t length) {
-  const uint8_t* const begin = data;
   const uint8_t* const end = data + length;
   while (data != end) {
     if (hci_packet_type_ != HciPacketType::kUnknown) {
       data += hci_packetizer_.OnDataReady(hci_packet_type_, data, end - data);
-      continue;
-    }
-    hci_packet_type_ = static_cast<HciPacketType>(*data);
-    if (!CarriesReceivedData(hci_packet_type_)) {
+    } else if (data = DeliverWhole(data, end); data != end) {
+      hci_packet_type_ = static_cast<HciPacketType>(*data);
       // The report has torn the transport down, so that nothing behind this byte is trusted. The code stays the type in
       // progress: the rest of the stream is taken for one such packet, or swallowed where none exists.
-      ReportUnimplementedType(data, end - data);
+      if (!CarriesReceivedData(hci_packet_type_)) ReportUnimplementedType(data, end - data);
       ++data;
-      continue;
-    }
-    ++data;
-    if (const size_t size = hci_packetizer_.FrameInPlace(hci_packet_type_, data, end - data); size != 0) {
-      OnPacketReady();
-      data += size;
-    } else if (hci_packetizer_.GatherStart(hci_packet_type_, data, end - data, data - begin)) {
-      return;
     }
   }
+}
+
+const uint8_t* H4Protocol::DeliverWhole(const uint8_t* data, const uint8_t* end) {
+  HciPacket packet;
+  // Then every header is whole, and there is something behind it.
+  while (end - data > kLargestHeaderWithType) {
+    const HciPacketCallback* consumer;
+    size_t size;
+    switch (static_cast<HciPacketType>(*data)) {
+      case HciPacketType::kEvent:
+        consumer = &consumers_.event_cb;
+        size = SizeWithType(HciPacketType::kEvent, data);
+        break;
+      case HciPacketType::kAclData:
+        consumer = &consumers_.acl_cb;
+        size = SizeWithType(HciPacketType::kAclData, data);
+        break;
+      case HciPacketType::kScoData:
+        consumer = &consumers_.sco_cb;
+        size = SizeWithType(HciPacketType::kScoData, data);
+        break;
+      case HciPacketType::kIsoData:
+        consumer = &consumers_.iso_cb;
+        size = SizeWithType(HciPacketType::kIsoData, data);
+        break;
+      case HciPacketType::kThreadData:
+        consumer = &consumers_.thread_cb;
+        size = SizeWithType(HciPacketType::kThreadData, data);
+        break;
+      default:
+        return data;
+    }
+    if (const size_t left = end - data; size > left) {
+      hci_packet_type_ = static_cast<HciPacketType>(*data);
+      hci_packetizer_.TakeBeginning(data + 1, left - 1, size - 1);
+      return end;
+    }
+    packet.setToExternal(const_cast<uint8_t*>(data) + 1, size - 1);
+    (*consumer)(packet);
+    data += size;
+  }
+  return data;
 }
 
 void H4Protocol::ReportUnimplementedType(const uint8_t* data, size_t length) {
@@ -201,10 +245,10 @@ void H4Protocol::OnPacketReady() {
       consumers_.iso_cb(packet);
       break;
     case HciPacketType::kThreadData:
-      if (consumers_.thread_cb) consumers_.thread_cb(packet);
+      consumers_.thread_cb(packet);
       break;
     default:
-      LOG(FATAL) << __func__ << ": Unimplemented packet type " << static_cast<int>(hci_packet_type_);
+      DieOfType(hci_packet_type_);
   }
   hci_packet_type_ = HciPacketType::kUnknown;
 }

@@ -53,7 +53,8 @@ class H4Protocol {
   // Whether the port has hung up under a controller in service, which is then reported to the owner.
   bool ReportHangUp(int fd) const;
 
-  // Dispatches received bytes: the part of OnDataReady behind the read. `data` need only live during the call.
+  // Dispatches received bytes: the part of OnDataReady behind the read. `data` need only live during the call, and
+  // HciPacketizer::kReadAhead bytes behind it must be readable.
   void OnBytes(const uint8_t* data, size_t length);
 
   // Received bytes that were swallowed, the stream being out of step. Any thread.
@@ -64,6 +65,9 @@ class H4Protocol {
 
  private:
   void Walk(const uint8_t* data, size_t length);
+  // Hands on the packets that lie whole at `data`, where they lie. Returns the start of the first that does not, or
+  // that is none.
+  const uint8_t* DeliverWhole(const uint8_t* data, const uint8_t* end);
   void ReportUnimplementedType(const uint8_t* data, size_t length);
 
   int uart_fd_;

@@ -11,13 +11,14 @@ using namespace ::bthal::test;
 class H4PacketizerTest : public ::testing::Test {
  protected:
   size_t Feed(HciPacketType type, const Bytes& bytes) {
-    return packetizer_.OnDataReady(type, bytes.data(), bytes.size());
+    return packetizer_.OnDataReady(type, WithReadAhead(bytes).data(), bytes.size());
   }
 
   // As a reader does it: until all is consumed.
   void FeedAll(HciPacketType type, const Bytes& bytes) {
+    const Bytes readable = WithReadAhead(bytes);
     for (size_t offset = 0; offset < bytes.size();) {
-      offset += packetizer_.OnDataReady(type, bytes.data() + offset, bytes.size() - offset);
+      offset += packetizer_.OnDataReady(type, readable.data() + offset, bytes.size() - offset);
     }
   }
 
@@ -34,15 +35,6 @@ TEST_F(H4PacketizerTest, PacketWithoutPayloadWaitsForTheNextCall) {
   EXPECT_THAT(packets_, SizeIs(0));
   EXPECT_EQ(Feed(HciPacketType::kEvent, {0x55, 0x55}), 0u);
   EXPECT_THAT(packets_, ElementsAre(Bytes{0x0E, 0x00}));
-  // And the short cuts keep it waiting too.
-  const Bytes empty = {0x0F, 0x00, 0x04};
-  EXPECT_EQ(packetizer_.FrameInPlace(HciPacketType::kEvent, empty.data(), 2), 0u);
-  EXPECT_EQ(packetizer_.FrameInPlace(HciPacketType::kEvent, empty.data(), 3), 2u);
-  EXPECT_FALSE(packetizer_.GatherStart(HciPacketType::kEvent, empty.data(), 3, 0));
-  EXPECT_TRUE(packetizer_.GatherStart(HciPacketType::kEvent, empty.data(), 2, 0));
-  EXPECT_THAT(packets_, SizeIs(1));
-  EXPECT_EQ(Feed(HciPacketType::kEvent, {0x04}), 0u);
-  EXPECT_THAT(packets_, ElementsAre(Bytes{0x0E, 0x00}, Bytes{0x0F, 0x00}));
 }
 
 TEST_F(H4PacketizerTest, LengthFieldOfEachType) {
@@ -65,22 +57,22 @@ TEST_F(H4PacketizerTest, LengthFieldOfEachType) {
     packet.resize(c.header.size() + c.payload, 0xA5);
     FeedAll(c.type, packet);
     EXPECT_THAT(packets_, ElementsAre(packet));
-    EXPECT_EQ(packetizer_.FrameInPlace(c.type, packet.data(), packet.size()), packet.size());
-    EXPECT_EQ(packetizer_.FrameInPlace(c.type, packet.data(), packet.size() - 1), 0u);
   }
 }
 
-TEST_F(H4PacketizerTest, ShortCutsRefuseInTheMiddleOfAPacket) {
-  const Bytes event = {0x0E, 0x01, 0x77};
-  ASSERT_EQ(Feed(HciPacketType::kEvent, {0x0E}), 1u);
-  EXPECT_EQ(packetizer_.FrameInPlace(HciPacketType::kEvent, event.data(), event.size()), 0u);
-  EXPECT_FALSE(packetizer_.GatherStart(HciPacketType::kEvent, event.data(), 2, 0));
-  EXPECT_FALSE(packetizer_.GatherMiddle(event.data(), 1)) << "one byte finishes the header";
-  FeedAll(HciPacketType::kEvent, {0x02, 0x11});
-  EXPECT_EQ(packetizer_.FrameInPlace(HciPacketType::kEvent, event.data(), event.size()), 0u);
-  EXPECT_FALSE(packetizer_.GatherStart(HciPacketType::kEvent, event.data(), 2, 0));
-  FeedAll(HciPacketType::kEvent, {0x22});
-  EXPECT_THAT(packets_, ElementsAre(Bytes{0x0E, 0x02, 0x11, 0x22}));
+TEST_F(H4PacketizerTest, ShortCutsTakeWhatFinishesNothing) {
+  const Bytes bytes = WithReadAhead({0x0E, 0x03, 0x11, 0x22, 0x33});
+  EXPECT_FALSE(packetizer_.TakeMiddle(bytes.data(), 1)) << "between packets";
+  ASSERT_EQ(packetizer_.OnDataReady(HciPacketType::kEvent, bytes.data(), 1), 1u);
+  EXPECT_FALSE(packetizer_.TakeMiddle(&bytes[1], 1)) << "one byte finishes the header";
+  ASSERT_EQ(packetizer_.OnDataReady(HciPacketType::kEvent, &bytes[1], 1), 1u);
+  EXPECT_TRUE(packetizer_.TakeMiddle(&bytes[2], 2));
+  EXPECT_FALSE(packetizer_.TakeMiddle(&bytes[4], 1)) << "one byte finishes the payload";
+  ASSERT_EQ(packetizer_.OnDataReady(HciPacketType::kEvent, &bytes[4], 1), 1u);
+  packetizer_.TakeBeginning(bytes.data(), 3, 5);
+  ASSERT_EQ(packetizer_.OnDataReady(HciPacketType::kEvent, &bytes[3], 2), 2u);
+  const Bytes packet(bytes.begin(), bytes.begin() + 5);
+  EXPECT_THAT(packets_, ElementsAre(packet, packet));
 }
 
 TEST_F(H4PacketizerTest, TypesWithoutFramingAreSwallowedAndCounted) {
@@ -89,8 +81,6 @@ TEST_F(H4PacketizerTest, TypesWithoutFramingAreSwallowedAndCounted) {
   for (int code = 0; code < 256; ++code) {
     const auto type = static_cast<HciPacketType>(code);
     if ((code >= 1 && code <= 5) || code == 0x70) continue;
-    EXPECT_EQ(packetizer_.FrameInPlace(type, bytes.data(), bytes.size()), 0u);
-    EXPECT_FALSE(packetizer_.GatherStart(type, bytes.data(), bytes.size(), 0));
     EXPECT_EQ(Feed(type, bytes), bytes.size());
     swallowed += bytes.size();
   }
@@ -98,10 +88,7 @@ TEST_F(H4PacketizerTest, TypesWithoutFramingAreSwallowedAndCounted) {
   EXPECT_THAT(packets_, SizeIs(0));
 }
 
-TEST_F(H4PacketizerTest, WholePacketsAreLentAndPiecesGatheredInOnePlace) {
-  const Bytes whole = MakePacket(0x02, 2000, 1);
-  ASSERT_EQ(packetizer_.FrameInPlace(HciPacketType::kAclData, whole.data(), whole.size()), whole.size());
-  EXPECT_EQ(packetizer_.GetPacket().data(), whole.data());
+TEST_F(H4PacketizerTest, PiecesAreGatheredInOnePlace) {
   for (const size_t payload : {1, 65535, 7}) FeedAll(HciPacketType::kAclData, MakePacket(0x02, payload, 1));
   ASSERT_THAT(places_, SizeIs(3));
   EXPECT_THAT(places_, Each(places_[0]));

@@ -29,7 +29,7 @@ struct Recorder {
     return [this, type](const HciPacket& packet) { received.emplace_back(type, packet); };
   }
 
-  void OnBytes(const Bytes& bytes) { h4.OnBytes(bytes.data(), bytes.size()); }
+  void OnBytes(const Bytes& bytes) { h4.OnBytes(WithReadAhead(bytes).data(), bytes.size()); }
 
   Received received;
   H4Protocol h4;

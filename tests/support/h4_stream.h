@@ -3,6 +3,7 @@
 
 #include <random>
 
+#include "h4/h4_packetizer.h"
 #include "support/test.h"
 
 namespace bthal::test {
@@ -35,6 +36,12 @@ inline Bytes RandomPacket(uint8_t type, std::mt19937& random) {
 inline void AppendH4(Bytes& stream, uint8_t type, const Bytes& packet) {
   stream.push_back(type);
   stream.insert(stream.end(), packet.begin(), packet.end());
+}
+
+// `bytes`, and behind them what the receiving side may copy but never looks at.
+inline Bytes WithReadAhead(Bytes bytes) {
+  bytes.resize(bytes.size() + ::android::hardware::bluetooth::hci::HciPacketizer::kReadAhead, 0xA5);
+  return bytes;
 }
 
 // `whole`, cut at random. Each piece is a buffer of exactly its size, so that a sanitizer sees a step beyond it.
