@@ -59,7 +59,7 @@ TEST(H4ProtocolReceive, AnyChunkingYieldsTheSamePackets) {
     std::mt19937 random(seed);
     Bytes stream;
     Received sent;
-    for (int i = 0; i < 60; ++i) {
+    for (int i = 0; i < 20; ++i) {
       const uint8_t type = bthal::test::kH4ReceivedTypes[random() % std::size(bthal::test::kH4ReceivedTypes)];
       sent.emplace_back(type, RandomPacket(type, random));
       AppendH4(stream, type, sent.back().second);
