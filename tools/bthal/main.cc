@@ -41,7 +41,7 @@ int Run(int argc, char** argv) {
   Program program("bthal", BTHAL_VERSION, kAbout);
   Command root = program.Root();
   for (auto* add : {AddDemo, AddBoard, AddSupervise, AddHci, AddDump, AddTimeline, AddSnoop, AddDecode, AddServices,
-                    AddProp, AddConf, AddCheck, AddThread, AddFinder, AddAfh}) {
+                    AddProp, AddConf, AddCheck, AddThread, AddFinder, AddAfh, AddBridge}) {
     add(root);
   }
   program.Before(RefuseForeignRoot);

@@ -21,5 +21,6 @@ void AddCheck(Command& app);
 void AddThread(Command& app);
 void AddFinder(Command& app);
 void AddAfh(Command& app);
+void AddBridge(Command& app);
 
 }  // namespace bthal::tool

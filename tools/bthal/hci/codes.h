@@ -35,6 +35,7 @@ inline constexpr uint16_t kReadChipId = 0xFC79;
 }  // namespace opcodes
 
 namespace events {
+inline constexpr uint8_t kInquiryResult = 0x02;
 inline constexpr uint8_t kConnectionComplete = 0x03;
 inline constexpr uint8_t kDisconnectionComplete = 0x05;
 inline constexpr uint8_t kCommandComplete = 0x0E;
@@ -42,12 +43,17 @@ inline constexpr uint8_t kCommandStatus = 0x0F;
 inline constexpr uint8_t kHardwareError = 0x10;
 inline constexpr uint8_t kCompletedPackets = 0x13;
 inline constexpr uint8_t kLoopbackCommand = 0x19;
+inline constexpr uint8_t kInquiryResultWithRssi = 0x22;
+inline constexpr uint8_t kExtendedInquiryResult = 0x2F;
 inline constexpr uint8_t kLeMeta = 0x3E;
 inline constexpr uint8_t kVendor = 0xFF;
 // LE Meta's.
 inline constexpr uint8_t kLeConnectionComplete = 0x01;
 inline constexpr uint8_t kLeAdvertisingReport = 0x02;
 inline constexpr uint8_t kLeEnhancedConnectionComplete = 0x0A;
+inline constexpr uint8_t kLeDirectedAdvertisingReport = 0x0B;
+inline constexpr uint8_t kLeExtendedAdvertisingReport = 0x0D;
+inline constexpr uint8_t kLePeriodicAdvertisingReport = 0x0F;
 }  // namespace events
 
 // Two bytes, least significant first. They must be there.

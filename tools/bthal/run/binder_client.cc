@@ -39,6 +39,7 @@ class HciClient::Inbox {
     observer_.on_packet(packet);
     const std::lock_guard lock(mutex_);
     spoken_to_ = true;
+    if (!observer_.keep_packets) return;
     packets_.push_back(std::move(packet));
     changed_.notify_all();
   }

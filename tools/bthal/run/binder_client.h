@@ -24,6 +24,7 @@ class HciClient {
   struct Observer {
     std::function<void(const ReceivedPacket&)> on_packet;
     std::function<void()> on_death;  // of the service
+    bool keep_packets = true;        // for Take
   };
 
   explicit HciClient(Observer observer);

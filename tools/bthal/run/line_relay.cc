@@ -36,6 +36,9 @@ void WriteAll(int fd, std::string_view text) {
 }  // namespace
 
 struct LineRelay::Waiting {
+  explicit Waiting(std::string name) : who(std::move(name)) {}
+
+  const std::string who;
   std::mutex mutex;
   std::condition_variable changed;
   std::string text;    // to be written
@@ -57,14 +60,14 @@ struct LineRelay::Waiting {
       lock.lock();
       writing = 0;
       if (dropped != 0 && text.size() <= kMostBytes / 2) {
-        text += "supervise: " + std::to_string(std::exchange(dropped, 0)) + " lines dropped: nobody was reading\n";
+        text += who + ": " + std::to_string(std::exchange(dropped, 0)) + " lines dropped: nobody was reading\n";
       }
       changed.notify_all();
     }
   }
 };
 
-LineRelay::LineRelay(int fd) : waiting_(std::make_shared<Waiting>()) {
+LineRelay::LineRelay(int fd, std::string who) : waiting_(std::make_shared<Waiting>(std::move(who))) {
   std::thread([waiting = waiting_, fd] { waiting->WriteForEver(fd); }).detach();
 }
 

@@ -8,8 +8,8 @@ namespace bthal::tool {
 
 class LineRelay {
  public:
-  // `fd` must stay open as long as the program runs.
-  explicit LineRelay(int fd);
+  // `fd` must stay open as long as the program runs. `who` says in front of its own lines that it is the relay's user.
+  LineRelay(int fd, std::string who);
   LineRelay(const LineRelay&) = delete;
   LineRelay& operator=(const LineRelay&) = delete;
   ~LineRelay();  // waits for the rest to go, as long as any of it does

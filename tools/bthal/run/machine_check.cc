@@ -17,6 +17,7 @@
 #include <memory>
 
 #include "bthal/hci/hex.h"
+#include "bthal/run/power_switch.h"
 #include "conf/conf.h"
 #include "os/device_path.h"
 
@@ -85,13 +86,8 @@ CheckResult Transport() {
 
 CheckResult PowerSwitch() {
   const std::string name = "power switch";
-  for (int i = 0;; ++i) {
-    const std::string entry = StringPrintf("/sys/class/rfkill/rfkill%d", i);
-    std::string type;
-    if (!::android::base::ReadFileToString(DevicePath(entry + "/type"), &type, true)) break;
-    if (::android::base::Trim(type) == "bluetooth") {
-      return Node(name, entry + "/state", W_OK, true, "rfkill's node is incomplete: is the driver loaded?");
-    }
+  if (const std::string entry = FindPowerSwitch(); !entry.empty()) {
+    return Node(name, entry + "/state", W_OK, true, "rfkill's node is incomplete: is the driver loaded?");
   }
   return {name, CheckState::kMissing, false, "no rfkill entry of type bluetooth",
           "none needed where something else powers the controller; it will not be power-cycled"};

@@ -44,7 +44,7 @@ milliseconds BackOff::After(int wait_status, Clock::time_point now) {
   return std::min<milliseconds>(kLong * (1 << std::min<size_t>(alike_.size() - kTooOften, 8)), kLongest);
 }
 
-Supervisor::Supervisor(SupervisorOptions options) : options_(std::move(options)), out_(STDERR_FILENO) {}
+Supervisor::Supervisor(SupervisorOptions options) : options_(std::move(options)), out_(STDERR_FILENO, "supervise") {}
 
 // Never by way of stdio, which waits for a reader.
 void Supervisor::Say(const std::string& line) { out_.Put("supervise: " + line + "\n"); }
