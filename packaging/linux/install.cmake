@@ -13,6 +13,8 @@ endfunction()
 unit(bthal.service bthal-supervise.service "" always ${CMAKE_INSTALL_PREFIX}/libexec/bthal/${SERVICE_NAME})
 unit(bthal-supervise.service bthal.service ", restarted by its own supervisor, which says why it died" on-failure
      "${BTHAL_COMMAND} supervise")
+configure_file(${SOURCE}/bthal-bridge.service.in ${BUILD}/bthal-bridge.service @ONLY)
+file(INSTALL ${BUILD}/bthal-bridge.service DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
 
 # Debian's zsh looks for what packages bring in a folder of its own.
 set(zsh_folder share/zsh/site-functions)
