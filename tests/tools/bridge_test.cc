@@ -9,7 +9,6 @@
 #include "bthal/bridge/ledger.h"
 #include "bthal/bridge/outbox.h"
 #include "support/board_session.h"
-#include "support/companion.h"
 #include "support/h4_stream.h"
 #include "support/run_program.h"
 #include "support/test.h"

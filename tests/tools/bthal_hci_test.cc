@@ -1,5 +1,4 @@
 // bthal as a client of the real service, on the virtual board.
-#include "bthal/run/conversation.h"
 #include "support/board_session.h"
 #include "support/run_program.h"
 #include "support/test.h"
@@ -11,24 +10,6 @@ using namespace ::bthal::test;
 
 using Journal = std::vector<sim::JournalEntry>;
 
-// A bthal that goes on while the test does.
-struct Companion {
-  ::testing::AssertionResult Start(const std::string& subcommand) {
-    std::string error;
-    const bool started = talk.Start({.arguments = {BTHAL_PROGRAM, subcommand}, .environment = {}}, &error);
-    return started ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << error;
-  }
-  bool Says(const std::string& text) { return talk.ReadUntil(text, seconds(60)); }
-  // Its exit status; -1 when it was killed or does not end.
-  int End() {
-    const std::optional<int> status = talk.ReadToTheEnd(seconds(20));
-    return status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
-  }
-
-  std::vector<std::string> lines;
-  tool::Conversation talk{[this](const std::string& line) { lines.push_back(line); }};
-};
-
 class OnBoard : public BoardSessionTest {
  protected:
   // Before the service starts a test may still set properties and write files.
@@ -39,7 +20,7 @@ class OnBoard : public BoardSessionTest {
 
   // A client that has the HAL until HangUp.
   void TakeHal() {
-    ASSERT_TRUE(holder_.Start("hci"));
+    ASSERT_TRUE(holder_.Start({"hci"}));
     holder_.talk.Say("initialize");
     ASSERT_TRUE(holder_.Says("initialised: SUCCESS"));
   }
@@ -75,7 +56,7 @@ TEST_F(OnBoard, WhoWaitsWhenTheServiceDiesIsServedByItsSuccessor) {
   options.faults = {"no-answer,opcode=reset"};  // a bring-up of two seconds to wait for
   ASSERT_NO_FATAL_FAILURE(StartBoard(options));
   StartService("info");
-  ASSERT_TRUE(holder_.Start("hci"));
+  ASSERT_TRUE(holder_.Start({"hci"}));
   holder_.talk.Say("read_bd_addr");
   ASSERT_TRUE(service_->WaitForLog("Init thread is running. Waiting for it to exit"));
   service_->Signal(SIGKILL);
@@ -134,7 +115,7 @@ TEST_F(OnBoard, ThePacketLogIsFollowedLive) {
   ASSERT_TRUE(SetProperty("persist.bluetooth.vendor.btsnoop", "true"));
   Start();
   Companion snoop;
-  ASSERT_TRUE(snoop.Start("snoop"));
+  ASSERT_TRUE(snoop.Start({"snoop"}));
   TakeHal();
   holder_.talk.Say("read_local_name");
   EXPECT_TRUE(snoop.Says("< event    Command Complete: Read Local Name, success"));
@@ -184,7 +165,7 @@ TEST_F(OnBoard, TheExtensionsReachTheController) {
 TEST_F(OnBoard, TheSupervisorBringsTheServiceBack) {
   StartBoard();
   Companion supervisor;
-  ASSERT_TRUE(supervisor.Start("supervise"));
+  ASSERT_TRUE(supervisor.Start({"supervise"}));
   ASSERT_TRUE(supervisor.Says("BTQNL controller is ready"));
   const std::string started = *std::ranges::find_if(
       supervisor.lines, [](const std::string& line) { return line.find("supervise: started ") != std::string::npos; });
