@@ -75,6 +75,7 @@ TEST_F(BtQnlProtocolTest, GoesOnWithoutALocalNameAndWithoutSleepMode) {
   auto ready = Initialize();
   EXPECT_EQ(Play(ready, Refusal(kLocalName)).back(), kLocalName);  // and no Set Sleep Mode without the kernel's driver
   EXPECT_TRUE(ready.get());
+  EXPECT_TRUE(log_.Has("btqnl_read_local_name: Read local name failed: 12"));
   EXPECT_TRUE(log_.Has("Initialize: Unable to get local name information"));
   EXPECT_EQ(UartTransport::Deaths(), 0);
 }
