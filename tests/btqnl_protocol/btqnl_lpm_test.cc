@@ -128,6 +128,7 @@ TEST_F(BtqnlLpmTest, OnlyALongAwakePeriodGoesToTheActivityStatistics) {
   ASSERT_TRUE(FallsAsleep("110"));
   ASSERT_TRUE(WaitFor([&] { return LowPowerLink::Get().lpm_statistics().total_wake_count == 1; }));
   const std::string nothing_long = BtActivitiesLogger::Get().Report();
+  EXPECT_THAT(nothing_long, HasSubstr("packets are not counted\n")) << "no client has come";
   EXPECT_THAT(nothing_long, HasSubstr("No long awake period of the link\n"));
 
   std::string asleep;
