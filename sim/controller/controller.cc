@@ -27,7 +27,12 @@ Controller::Controller(const BoardOptions& options, EventJournal* journal, Line*
       vendor_(options, this, this, &identity_),
       inquiry_(this, &settings_),
       scanner_(this),
-      connections_(this, &settings_, &lists_, &credits_),
+      connections_(this, &settings_, &lists_, &credits_, &identity_, &links_, &memories_),
+      link_commands_(this, &settings_, &links_),
+      classic_security_(this, &settings_, &links_, &memories_),
+      le_security_(this, &links_, &connections_),
+      cipher_(this),
+      advertiser_(this, &connections_),
       thread_radio_(this) {
   AddInformation(&commands_, &identity_, &settings_);
   AddLeInformation(&commands_);
@@ -38,9 +43,13 @@ Controller::Controller(const BoardOptions& options, EventJournal* journal, Line*
   vendor_.AddTo(&commands_);
   inquiry_.AddTo(&commands_);
   scanner_.AddTo(&commands_);
-  advertiser_.AddTo(&commands_);
   lists_.AddTo(&commands_);
   connections_.AddTo(&commands_);
+  link_commands_.AddTo(&commands_);
+  classic_security_.AddTo(&commands_);
+  le_security_.AddTo(&commands_);
+  cipher_.AddTo(&commands_);
+  advertiser_.AddTo(&commands_);
   commands_.Add(kReset, {5, 7}, {}, [this](const Bytes&) {
     Reset();
     return Answer();
@@ -80,6 +89,8 @@ void Controller::Reset() {
   advertiser_.Reset();
   lists_.Reset();
   connections_.Reset();
+  classic_security_.Reset();
+  cipher_.Reset();
 }
 
 bool Controller::Hears(size_t bytes) {

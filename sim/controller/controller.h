@@ -7,6 +7,7 @@
 #include "sim/base/journal.h"
 #include "sim/base/options.h"
 #include "sim/controller/chip.h"
+#include "sim/controller/cipher.h"
 #include "sim/controller/command_table.h"
 #include "sim/controller/faults/faults.h"
 #include "sim/controller/firmware/minidriver.h"
@@ -16,7 +17,11 @@
 #include "sim/controller/link/credits.h"
 #include "sim/controller/link/device_lists.h"
 #include "sim/controller/link/inquiry.h"
+#include "sim/controller/link/link_commands.h"
+#include "sim/controller/link/links.h"
 #include "sim/controller/link/scanner.h"
+#include "sim/controller/link/security_classic.h"
+#include "sim/controller/link/security_le.h"
 #include "sim/controller/loopback.h"
 #include "sim/controller/outlet.h"
 #include "sim/controller/settings.h"
@@ -119,9 +124,15 @@ class Controller final : public Outlet, private Chip {
   VendorCommands vendor_;
   Inquiry inquiry_;
   Scanner scanner_;
-  Advertiser advertiser_;
   DeviceLists lists_;
+  Links links_;
+  Memories memories_;  // what the neighbours remember
   Connections connections_;
+  LinkCommands link_commands_;
+  ClassicSecurity classic_security_;
+  LeSecurity le_security_;
+  Cipher cipher_;
+  Advertiser advertiser_;
   ThreadRadio thread_radio_;
 
   State state_ = State::kOff;

@@ -34,17 +34,6 @@ bool FilterFits(const Bytes& parameters) {
   return parameters.size() == size + 1 && parameters[size] >= 1 && parameters[size] <= 3;
 }
 
-//   count | access codes of 24 bits
-bool AccessCodesFit(const Bytes& parameters) {
-  constexpr size_t kSize = 3;
-  if (parameters[0] == 0 || parameters.size() != 1 + kSize * parameters[0]) return false;
-  for (size_t at = 1; at < parameters.size(); at += kSize) {
-    // The low bits tell them apart.
-    if (parameters[at] > 0x3F || parameters[at + 1] != 0x8B || parameters[at + 2] != 0x9E) return false;
-  }
-  return true;
-}
-
 // A map of 79 channels, at least 20 of which must stay in use.
 bool EnoughChannels(const Bytes& map) {
   constexpr int kLeast = 20;
@@ -82,7 +71,6 @@ void AddHostControl(CommandTable* table, Identity* identity) {
   table->Add(kHostCompletedPackets, {10, 7}, {1, {}, CompletedPacketsFit, true},
              [](const Bytes&) { return Answer::None(); });
   table->Add(kReadNumberOfSupportedIac, {11, 2}, {}, [](const Bytes&) { return Answer::Complete({kSuccess, 1}); });
-  table->Add(kWriteCurrentIac, {11, 4}, {1, {}, AccessCodesFit, true}, Ok);
   table->Add(kSetAfhClassification, {12, 1}, {10, {}, EnoughChannels}, Ok);
   table->Add(kLeSetChannelClassification, {27, 3}, {5, {}, SomeLeChannel}, Ok);
 }

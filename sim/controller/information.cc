@@ -1,7 +1,5 @@
 #include "sim/controller/information.h"
 
-#include <random>
-
 #include "sim/controller/opcodes.h"
 
 namespace bthal::sim {
@@ -19,11 +17,13 @@ constexpr unsigned kLeBuffers = 8;
 constexpr unsigned kIsoLength = 960;
 constexpr unsigned kIsoBuffers = 8;
 
-// A feature is claimed only if the commands that belong to it are obeyed: there is no encryption and therefore no
-// pairing, no role switch and no sniff mode.
+// A feature is claimed only if the commands that belong to it are obeyed.
 enum LmpFeature {
   kThreeSlotPackets = 0,
   kFiveSlotPackets = 1,
+  kEncryption = 2,
+  kRoleSwitch = 5,
+  kSniffMode = 7,
   kScoLink = 11,
   kInterlacedInquiryScan = 28,
   kInterlacedPageScan = 29,
@@ -34,12 +34,16 @@ enum LmpFeature {
   kAfhCapableCentral = 43,
   kAfhClassificationCentral = 44,
   kExtendedInquiryResponse = 48,
+  kSimplePairing = 51,
+  kEncapsulatedPackets = 52,
   kErroneousDataReporting = 53,
   kInquiryTransmitPower = 57,
   kExtendedFeatures = 63,
 };
 
 enum LeFeature {
+  kLeEncryption = 0,
+  kParametersRequest = 1,
   kExtendedReject = 2,
   kDataLengthExtension = 5,
   kPrivacy = 6,
@@ -56,15 +60,31 @@ Bytes Mask(std::initializer_list<int> bits) {
 }
 
 Bytes LmpFeatures() {
-  return Mask({kThreeSlotPackets, kFiveSlotPackets, kScoLink, kInterlacedInquiryScan, kInterlacedPageScan,
-               kRssiWithInquiryResults, kAfhCapablePeripheral, kAfhClassificationPeripheral, kLeSupported,
-               kAfhCapableCentral, kAfhClassificationCentral, kExtendedInquiryResponse, kErroneousDataReporting,
-               kInquiryTransmitPower, kExtendedFeatures});
+  return Mask({kThreeSlotPackets,
+               kFiveSlotPackets,
+               kEncryption,
+               kRoleSwitch,
+               kSniffMode,
+               kScoLink,
+               kInterlacedInquiryScan,
+               kInterlacedPageScan,
+               kRssiWithInquiryResults,
+               kAfhCapablePeripheral,
+               kAfhClassificationPeripheral,
+               kLeSupported,
+               kAfhCapableCentral,
+               kAfhClassificationCentral,
+               kExtendedInquiryResponse,
+               kSimplePairing,
+               kEncapsulatedPackets,
+               kErroneousDataReporting,
+               kInquiryTransmitPower,
+               kExtendedFeatures});
 }
 
 Bytes LeFeatures() {
-  return Mask(
-      {kExtendedReject, kDataLengthExtension, kPrivacy, kTwoMegabit, kCoded, kExtendedAdvertising, kChannelSelection2});
+  return Mask({kLeEncryption, kParametersRequest, kExtendedReject, kDataLengthExtension, kPrivacy, kTwoMegabit, kCoded,
+               kExtendedAdvertising, kChannelSelection2});
 }
 
 Answer With(const Bytes& parameters) {
@@ -86,8 +106,9 @@ Answer Version(const Identity& identity) {
 Answer ExtendedFeatures(uint8_t page, const Settings& settings) {
   constexpr uint8_t kLastPage = 1;
   Bytes answer{kSuccess, page, kLastPage};
-  // What the host says it supports: LE.
-  const unsigned host = static_cast<unsigned>(settings.Value(kWriteLeHostSupport)[0]) << 1;
+  // What the host says it supports: simple pairing, and LE.
+  const unsigned host =
+      settings.Value(kWriteSimplePairingMode)[0] | static_cast<unsigned>(settings.Value(kWriteLeHostSupport)[0]) << 1;
   PutAll(answer, page == 0 ? LmpFeatures() : Bytes{static_cast<uint8_t>(host), 0, 0, 0, 0, 0, 0, 0});
   return Answer::Complete(answer);
 }
@@ -122,35 +143,31 @@ Answer LeLongestData() {
   return Answer::Complete(answer);
 }
 
-Answer RandomNumber() {
-  static auto& device = *new std::random_device;
-  Bytes answer{kSuccess};
-  Put32(answer, device());
-  Put32(answer, device());
-  return Answer::Complete(answer);
-}
-
 }  // namespace
 
 void AddInformation(CommandTable* table, const Identity* identity, const Settings* settings) {
+  constexpr uint8_t kAllButFrance = 0x00;
+  // CVSD and transparent, and none of the maker's own.
+  static const Bytes codecs{2, 0x02, 0x03, 0};
   table->Add(kReadLocalVersion, {14, 3}, {}, [identity](const Bytes&) { return Version(*identity); });
-  table->Add(kReadLocalCommands, kUnlisted, {}, [table](const Bytes&) { return With(table->supported()); });
+  table->Add(kReadLocalCommands, {14, 4}, {}, [table](const Bytes&) { return With(table->supported()); });
   table->Add(kReadLocalFeatures, {14, 5}, {}, [](const Bytes&) { return With(LmpFeatures()); });
   table->Add(kReadLocalExtendedFeatures, {14, 6}, {1, {Byte(0, 0, 1)}},
              [settings](const Bytes& p) { return ExtendedFeatures(p[0], *settings); });
   table->Add(kReadBufferSize, {14, 7}, {}, [](const Bytes&) { return BufferSize(); });
+  table->Add(kReadCountryCode, {15, 0}, {}, [](const Bytes&) { return With({kAllButFrance}); });
+  table->Add(kReadLocalCodecs, {29, 5}, {}, [](const Bytes&) { return With(codecs); });
   table->Add(kReadBdAddr, {15, 1}, {}, [identity](const Bytes&) { return With(identity->address); });
 }
 
 void AddLeInformation(CommandTable* table) {
-  // All states that involve one role at a time.
-  static const Bytes states{0xFF, 0xFF, 0x0F, 0x00, 0x00, 0x00, 0x00, 0x00};
+  // All that there are, in any combination.
+  static const Bytes states{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x03, 0x00, 0x00};
   // From -20 to 10 dBm.
   static const Bytes transmit_power{0xEC, 0x0A};
   table->Add(kLeReadBufferSize, {25, 1}, {}, [](const Bytes&) { return LeBufferSize(false); });
   table->Add(kLeReadBufferSizeV2, {41, 5}, {}, [](const Bytes&) { return LeBufferSize(true); });
   table->Add(kLeReadLocalFeatures, {25, 2}, {}, [](const Bytes&) { return With(LeFeatures()); });
-  table->Add(kLeRand, {27, 7}, {}, [](const Bytes&) { return RandomNumber(); });
   table->Add(kLeReadSupportedStates, {28, 3}, {}, [](const Bytes&) { return With(states); });
   table->Add(kLeReadMaximumDataLength, {35, 3}, {}, [](const Bytes&) { return LeLongestData(); });
   table->Add(kLeReadTransmitPower, {38, 7}, {}, [](const Bytes&) { return With(transmit_power); });

@@ -6,6 +6,8 @@
 namespace bthal::sim {
 namespace {
 
+constexpr size_t kAccessCodeSize = 3;
+
 // A value that one command writes and another reads back, or that is only written.
 struct Setting {
   uint16_t write;
@@ -28,10 +30,21 @@ bool DecibelsFit(const Bytes& value) {
   return level >= -70 && level <= 20;
 }
 
+//   count | access codes of 24 bits
+bool AccessCodesFit(const Bytes& parameters) {
+  if (parameters[0] == 0 || parameters.size() != 1 + kAccessCodeSize * parameters[0]) return false;
+  for (size_t at = 1; at < parameters.size(); at += kAccessCodeSize) {
+    // The low bits tell them apart.
+    if (parameters[at] > 0x3F || parameters[at + 1] != 0x8B || parameters[at + 2] != 0x9E) return false;
+  }
+  return true;
+}
+
 const std::vector<Setting>& ClassicSettings() {
   static const std::vector<Range> listening{Word(0, 0x12, 0x1000), Word(2, 0x11, 0x1000)};
   static const auto& settings = *new std::vector<Setting>{
       {kSetEventMask, {5, 6}, 0, kUnlisted, Bytes(8, 0xFF)},
+      {kWriteDefaultLinkPolicy, {5, 4}, kReadDefaultLinkPolicy, {5, 3}, {0, 0}, {Word(0, 0, 0x000F)}},
       {kWriteConnectionAcceptTimeout, {7, 3}, kReadConnectionAcceptTimeout, {7, 2}, {0xA0, 0x1F}, {Word(0, 1, 0xB540)}},
       {kWritePageTimeout, {7, 5}, kReadPageTimeout, {7, 4}, {0x00, 0x20}, {Word(0, 1, 0xFFFF)}},
       {kWriteScanEnable, {7, 7}, kReadScanEnable, {7, 6}, {0}, {Byte(0, 0, 3)}},
@@ -60,6 +73,7 @@ const std::vector<Setting>& ClassicSettings() {
       {kWritePageScanType, {13, 1}, kReadPageScanType, {13, 0}, {0}, {Flag(0)}},
       {kWriteAfhAssessment, {13, 3}, kReadAfhAssessment, {13, 2}, {1}, {Flag(0)}},
       {kWriteExtendedInquiryResponse, {17, 1}, kReadExtendedInquiryResponse, {17, 0}, Bytes(241, 0), {Flag(0)}},
+      {kWriteSimplePairingMode, {17, 6}, kReadSimplePairingMode, {17, 5}, {0}, {Flag(0)}},
       {kWriteInquiryTransmitPower, {18, 1}, kReadInquiryTransmitPower, {18, 0}, {0}, {}, DecibelsFit},
       {kWriteErroneousDataReporting, {18, 3}, kReadErroneousDataReporting, {18, 2}, {0}, {Flag(0)}},
       {kSetEventMaskPage2, {22, 2}, 0, kUnlisted, Bytes(8, 0)},
@@ -101,9 +115,11 @@ void Settings::Reset() {
   for (const auto* settings : {&ClassicSettings(), &LeSettings()}) {
     for (const Setting& setting : *settings) values_[setting.write] = setting.initial;
   }
+  values_[kWriteCurrentIac] = {0x33, 0x8B, 0x9E};
 }
 
 void Settings::AddTo(CommandTable* table) {
+  AddAccessCode(table);
   for (const auto* settings : {&ClassicSettings(), &LeSettings()}) {
     for (const Setting& setting : *settings) {
       const uint16_t write = setting.write;
@@ -120,6 +136,19 @@ void Settings::AddTo(CommandTable* table) {
       });
     }
   }
+}
+
+// There is room for one: the first of those that the host writes.
+void Settings::AddAccessCode(CommandTable* table) {
+  table->Add(kReadCurrentIac, {11, 3}, {}, [this](const Bytes&) {
+    Bytes answer{kSuccess, 1};
+    PutAll(answer, Value(kWriteCurrentIac));
+    return Answer::Complete(answer);
+  });
+  table->Add(kWriteCurrentIac, {11, 4}, {1, {}, AccessCodesFit, true}, [this](const Bytes& codes) {
+    values_[kWriteCurrentIac] = Part(codes, 1, kAccessCodeSize);
+    return Answer();
+  });
 }
 
 }  // namespace bthal::sim

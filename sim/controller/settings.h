@@ -21,6 +21,8 @@ class Settings {
   bool WantsLeEvent(uint8_t sub_event) const;
 
  private:
+  void AddAccessCode(CommandTable* table);
+
   std::map<uint16_t, Bytes> values_;  // by the opcode that writes them
 };
 

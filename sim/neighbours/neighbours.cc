@@ -1,5 +1,7 @@
 #include "sim/neighbours/neighbours.h"
 
+#include <algorithm>
+
 namespace bthal::sim {
 namespace {
 
@@ -20,6 +22,18 @@ const std::vector<Neighbour>& Neighbours() {
       {{0x04, 0x00, 0x00, 0x5A, 0x22, 0x00}, false, 0, 0x240404, "Headset", -55},
   };
   return neighbours;
+}
+
+const Neighbour& Phone() {
+  static const auto& phone = *new Neighbour{{0x05, 0x00, 0x00, 0x5A, 0x22, 0xC2}, true, 1, 0, "Phone", -52};
+  return phone;
+}
+
+const Neighbour* FindNeighbour(const Bytes& address) {
+  const auto& all = Neighbours();
+  const auto found =
+      std::find_if(all.begin(), all.end(), [&](const Neighbour& neighbour) { return neighbour.address == address; });
+  return found == all.end() ? nullptr : &*found;
 }
 
 Bytes AdvertisingData(const Neighbour& neighbour) {

@@ -18,7 +18,7 @@ Packet CreateConnection(const Packet& peer) {
 TEST_F(BoardCommandsTest, RefusesWhatItDoesNotKnowOrUnderstand) {
   Board& board = Play();
   EXPECT_EQ(Complete(0xFCAA, {0x01}), host_.Command(0xFCAA));
-  EXPECT_EQ(Complete(0x2017, {0x01}), host_.Command(0x2017, Packet(32, 0))) << "no encryption engine";
+  EXPECT_EQ(Complete(0x2033, {0x01}), host_.Command(0x2033, Packet(1, 0))) << "no direct test mode";
   EXPECT_EQ(Complete(0xFC01, {0x12}), host_.Command(0xFC01, {1, 2, 3}));
   EXPECT_EQ(Status(0x0406, 0x02), host_.Command(0x0406, {0x40, 0, 0x13})) << "not connected";
   EXPECT_EQ(Complete(0xFD62, {0x0C, 2}), host_.Command(0xFD62, {2, 0x40, 6, 0x0A, 0, 4, 0, 0, 0x50})) << "no keys yet";
@@ -53,7 +53,15 @@ TEST_F(BoardCommandsTest, RefusesParametersOutOfRange) {
       {0x0401, {0x33, 0x8B, 0x9E, 4, 0}, {{0, 0x40}, {2, 0x9F}, {3, 0}, {3, 0x31}}},
       {0x0405, {9, 0, 0, 0, 0, 0, 0x18, 0xCC, 2, 0, 0, 0, 1}, {{8, 3}, {12, 2}}},
       {0x0406, {0x40, 0, 0x13}, {{2, 0x00}, {2, 0x16}}},
+      {0x0409, {9, 0, 0, 0, 0, 0, 1}, {{6, 2}}},
+      {0x040A, {9, 0, 0, 0, 0, 0, 0x0D}, {{6, 0x0C}, {6, 0x10}}},
+      {0x0413, {0x40, 0, 1}, {{2, 2}}},
       {0x0419, {9, 0, 0, 0, 0, 0, 1, 0, 0, 0}, {{6, 3}}},
+      {0x042B, {9, 0, 0, 0, 0, 0, 3, 0, 5}, {{6, 4}, {7, 2}, {8, 6}}},
+      {0x042E, {9, 0, 0, 0, 0, 0, 0x3F, 0x42, 0x0F, 0}, {{6, 0x40}, {9, 1}}},
+      {0x0803, {0x40, 0, 4, 0, 2, 0, 1, 0, 0, 0}, {{2, 0}, {2, 3}, {4, 6}, {6, 0}, {9, 0x80}}},
+      {0x080B, {9, 0, 0, 0, 0, 0, 1}, {{6, 2}}},
+      {0x080D, {0x40, 0, 0x0F, 0}, {{2, 0x10}}},
       {0x0C05, {2, 0, 1}, {{0, 3}, {1, 3}, {1, 1}, {2, 4}}},
       {0x0C12, {0, 0, 0, 0, 0, 0, 1}, {{6, 2}}},
       {0x0C16, {0xA0, 0x1F}, {{1, 0xB6}}},
@@ -64,6 +72,8 @@ TEST_F(BoardCommandsTest, RefusesParametersOutOfRange) {
       {0x0C3A, {1, 0x33, 0x8B, 0x9E}, {{0, 0}, {0, 2}, {2, 0}}},
       {0x0C3F, {0xFF, 0xFF, 0xF0, 0, 0, 0, 0, 0, 0, 0}, {{2, 0x70}, {9, 0x80}}},
       {0x0C45, {2}, {{0, 3}}},
+      {0x0C2D, {0x40, 0, 1}, {{2, 2}}},
+      {0x0C56, {1}, {{0, 2}}},
       {0x0C59, {20}, {{0, 21}, {0, 0x80}}},
       {0x1004, {1}, {{0, 2}}},
       {0x1802, {0}, {{0, 2}}},

@@ -11,6 +11,8 @@ constexpr uint8_t kMostSets = 16;
 constexpr uint32_t kLastHandle = 0xEF;
 constexpr uint32_t kShortestInterval = 0x20;
 constexpr unsigned kLongestData = 251;
+constexpr size_t kAddressSize = 6;
+constexpr auto kHeardIn = std::chrono::milliseconds(20);
 
 Answer Ok(const Bytes& /*parameters*/) { return {}; }
 
@@ -51,6 +53,11 @@ bool EnableFits(const Bytes& parameters) {
 
 }  // namespace
 
+void Advertiser::Reset() {
+  legacy_ = {};
+  sets_.clear();
+}
+
 void Advertiser::AddTo(CommandTable* table) {
   AddLegacy(table);
   AddExtended(table);
@@ -58,19 +65,48 @@ void Advertiser::AddTo(CommandTable* table) {
 }
 
 void Advertiser::AddLegacy(CommandTable* table) {
-  table->Add(kLeSetRandomAddress, {25, 4}, {6}, Ok);
+  table->Add(kLeSetRandomAddress, {25, 4}, {kAddressSize}, [this](const Bytes& p) {
+    if (legacy_.run != 0) return Answer::Complete({kCommandDisallowed});
+    connections_->SetRandomAddress(p);
+    return Answer();
+  });
   table->Add(kLeSetAdvertisingParameters, {25, 5},
-             {15, {Byte(4, 0, 4), Byte(5, 0, 3), Flag(6), Byte(13, 1, 7), Byte(14, 0, 3)}, ParametersFit}, Ok);
+             {15, {Byte(4, 0, 4), Byte(5, 0, 3), Flag(6), Byte(13, 1, 7), Byte(14, 0, 3)}, ParametersFit},
+             [this](const Bytes& p) {
+               if (legacy_.run != 0) return Answer::Complete({kCommandDisallowed});
+               SetLegacyParameters(p);
+               return Answer();
+             });
   table->Add(kLeReadAdvertisingPower, {25, 6}, {}, [](const Bytes&) { return Answer::Complete({kSuccess, 0x00}); });
   table->Add(kLeSetAdvertisingData, {25, 7}, {32, {Byte(0, 0, 31)}}, Ok);
   table->Add(kLeSetScanResponseData, {26, 0}, {32, {Byte(0, 0, 31)}}, Ok);
-  table->Add(kLeSetAdvertisingEnable, {26, 1}, {1, {Flag(0)}}, Ok);
+  table->Add(kLeSetAdvertisingEnable, {26, 1}, {1, {Flag(0)}}, [this](const Bytes& p) {
+    Answer answer;
+    if (p[0] != 0 && legacy_.run == 0) answer.then = [this] { Start(&legacy_); };
+    legacy_.run = 0;
+    return answer;
+  });
+}
+
+void Advertiser::SetLegacyParameters(const Bytes& parameters) {
+  constexpr uint8_t kAnybody = 0;
+  constexpr uint8_t kDirected = 1;
+  constexpr uint8_t kDirectedSlowly = 4;
+  constexpr uint8_t kConnectAccepted = 2;  // or both scan and connect
+  const uint8_t type = parameters[4];
+  const bool directed = type == kDirected || type == kDirectedSlowly;
+  legacy_.connectable = type == kAnybody || directed;
+  legacy_.advertised = {{},
+                        parameters[5],
+                        {},
+                        !directed && parameters[14] >= kConnectAccepted,
+                        directed ? Part(parameters, 7, kAddressSize) : Bytes{}};
 }
 
 void Advertiser::AddExtended(CommandTable* table) {
   constexpr Range kHandle = Byte(0, 0, kLastHandle);
   auto for_set = [this](const Bytes& p) { return ForSet(p[0]); };
-  table->Add(kLeSetAdvertisingSetAddress, {36, 1}, {7, {kHandle}}, for_set);
+  table->Add(kLeSetAdvertisingSetAddress, {36, 1}, {7, {kHandle}}, [this](const Bytes& p) { return SetAddress(p); });
   table->Add(kLeSetExtendedAdvertisingParameters, {36, 2},
              {25,
               {kHandle,
@@ -116,20 +152,70 @@ void Advertiser::AddSets(CommandTable* table) {
 
 // Answers with the power that will be used.
 Answer Advertiser::SetParameters(const Bytes& parameters) {
-  if (sets_.size() == kMostSets && sets_.count(parameters[0]) == 0) return Answer::Complete({kMemoryExceeded});
-  sets_.insert(parameters[0]);
+  constexpr uint8_t kConnectable = 0x01;
+  constexpr uint8_t kDirected = 0x04;
+  constexpr uint8_t kConnectAccepted = 2;
+  const uint8_t handle = parameters[0];
+  if (sets_.size() == kMostSets && sets_.count(handle) == 0) return Answer::Complete({kMemoryExceeded});
+  Set& set = sets_[handle];
+  if (set.run != 0) return Answer::Complete({kCommandDisallowed});
+  const bool directed = (parameters[1] & kDirected) != 0;
+  set.connectable = (parameters[1] & kConnectable) != 0;
+  set.advertised = {handle, parameters[10], set.advertised.own_address, !directed && parameters[18] >= kConnectAccepted,
+                    directed ? Part(parameters, 12, kAddressSize) : Bytes{}};
   return Answer::Complete({kSuccess, 0x00});
+}
+
+Answer Advertiser::SetAddress(const Bytes& parameters) {
+  const auto found = sets_.find(parameters[0]);
+  if (found == sets_.end()) return Answer::Complete({kUnknownAdvertisingSet});
+  if (found->second.run != 0 && found->second.connectable) return Answer::Complete({kCommandDisallowed});
+  found->second.advertised.own_address = Part(parameters, 1);
+  return {};
 }
 
 Answer Advertiser::ForSet(uint8_t handle) const {
   return Answer::Complete({sets_.count(handle) == 0 ? kUnknownAdvertisingSet : kSuccess});
 }
 
-Answer Advertiser::Enable(const Bytes& parameters) const {
-  for (size_t at = 2; at < parameters.size(); at += 4) {
-    if (sets_.count(parameters[at]) == 0) return Answer::Complete({kUnknownAdvertisingSet});
+// Without handles all sets are switched off.
+Answer Advertiser::Enable(const Bytes& parameters) {
+  const bool on = parameters[0] != 0;
+  std::vector<uint8_t> handles;
+  for (size_t at = 2; at < parameters.size(); at += 4) handles.push_back(parameters[at]);
+  if (handles.empty()) {
+    for (const auto& [handle, set] : sets_) handles.push_back(handle);
   }
-  return {};
+  for (const uint8_t handle : handles) {
+    if (sets_.count(handle) == 0) return Answer::Complete({kUnknownAdvertisingSet});
+  }
+  Answer answer;
+  if (!on) {
+    for (const uint8_t handle : handles) sets_[handle].run = 0;
+  } else {
+    answer.then = [this, handles] {
+      for (const uint8_t handle : handles) Start(&sets_[handle]);
+    };
+  }
+  return answer;
+}
+
+void Advertiser::Start(Set* set) {
+  set->run = ++runs_;
+  if (!set->connectable) return;
+  outlet_->timers().After(kHeardIn, [this, run = set->run] {
+    Set* const heard = FindRun(run);
+    if (heard == nullptr || !connections_->ConnectToHost(heard->advertised)) return;
+    heard->run = 0;
+  });
+}
+
+Advertiser::Set* Advertiser::FindRun(uint64_t run) {
+  if (legacy_.run == run) return &legacy_;
+  for (auto& [handle, set] : sets_) {
+    if (set.run == run) return &set;
+  }
+  return nullptr;
 }
 
 }  // namespace bthal::sim

@@ -1,7 +1,6 @@
 // How connections to classic neighbours come about.
 #include "sim/controller/link/connections.h"
 #include "sim/controller/opcodes.h"
-#include "sim/neighbours/neighbours.h"
 
 namespace bthal::sim {
 namespace {
@@ -14,13 +13,11 @@ constexpr uint8_t kScoLink = 0x00;
 constexpr uint8_t kAclLink = 0x01;
 
 const Neighbour* FindClassic(const Bytes& address) {
-  for (const Neighbour& neighbour : Neighbours()) {
-    if (neighbour.address == address && !neighbour.low_energy) return &neighbour;
-  }
-  return nullptr;
+  const Neighbour* neighbour = FindNeighbour(address);
+  return neighbour == nullptr || neighbour->low_energy ? nullptr : neighbour;
 }
 
-//   handle | send and receive bandwidth, 32 bits each | latency | voice setting | retransmission | packet types
+//   send and receive bandwidth, 32 bits each | latency | voice setting | retransmission | packet types
 bool SynchronousFits(const Bytes& parameters) {
   constexpr uint8_t kDoNotCare = 0xFF;
   return parameters[14] <= 2 || parameters[14] == kDoNotCare;
@@ -30,39 +27,82 @@ bool SynchronousFits(const Bytes& parameters) {
 
 void Connections::AddClassic(CommandTable* table) {
   table->AddByStatus(kCreateConnection, {0, 4}, {13, {Byte(8, 0, 2), Flag(12)}}, [this](const Bytes& p) {
-    return Answer::Status(kSuccess, [this, peer = Part(p, 0, kAddressSize)] { ConnectClassic(peer); });
+    const Bytes peer = Part(p, 0, kAddressSize);
+    if (links_->FindPeer(LinkKind::kClassic, peer) != nullptr) return Answer::Status(kConnectionExists);
+    if (!paging_.empty()) return Answer::Status(kCommandDisallowed);
+    paging_ = peer;
+    return Answer::Status(kSuccess, [this, peer] { ConnectClassic(peer); });
+  });
+  table->Add(kCreateConnectionCancel, {0, 7}, {kAddressSize}, [this](const Bytes& p) {
+    const bool now = !paging_.empty() && paging_ == p;
+    Bytes parameters{now ? kSuccess : kUnknownConnection};
+    PutAll(parameters, p);
+    Answer answer = Answer::Complete(parameters);
+    if (now) answer.then = [this] { CompleteClassic(kUnknownConnection); };
+    return answer;
   });
   table->AddByStatus(kRemoteNameRequest, {2, 3}, {10, {Byte(6, 0, 2)}}, [this](const Bytes& p) {
     return Answer::Status(kSuccess, [this, peer = Part(p, 0, kAddressSize)] { TellName(peer); });
   });
+  // Names are told at once: it always comes too late.
+  table->Add(kRemoteNameRequestCancel, {2, 4}, {kAddressSize}, [](const Bytes& p) {
+    Bytes answer{kUnknownConnection};
+    PutAll(answer, p);
+    return Answer::Complete(answer);
+  });
   table->AddByStatus(kSetupSynchronousConnection, {16, 3},
                      {17, {Word(10, 4, 0xFFFF), Word(12, 0, 0x3FF)}, SynchronousFits}, [this](const Bytes& p) {
-                       const auto link = connections_.find(GetLe16(p.data()));
-                       if (link == connections_.end() || link->second.kind != Kind::kClassic)
+                       const Link* const link = links_->Find(GetLe16(p.data()));
+                       if (link == nullptr || link->kind != LinkKind::kClassic)
                          return Answer::Status(kUnknownConnection);
-                       return Answer::Status(kSuccess, [this, handle = link->first] { ConnectSynchronous(handle); });
+                       return Answer::Status(kSuccess, [this, handle = link->handle] { ConnectSynchronous(handle); });
                      });
 }
 
-//   status | handle | address | link type | encryption
+// No classic neighbour connects by itself: there is never one to let in or to turn away.
+void Connections::AddIncoming(CommandTable* table) {
+  constexpr Range kReason = Byte(kAddressSize, 0x0D, 0x0F);
+  auto nobody = [](const Bytes&) { return Answer::Status(kUnknownConnection); };
+  table->AddByStatus(kAcceptConnection, {1, 0}, {7, {Flag(kAddressSize)}}, nobody);
+  table->AddByStatus(kRejectConnection, {1, 1}, {7, {kReason}}, nobody);
+  table->AddByStatus(
+      kAcceptSynchronousConnection, {16, 4},
+      {21, {Word(14, 4, 0xFFFF), Word(16, 0, 0x3FF)}, [](const Bytes& p) { return p[18] <= 2 || p[18] == 0xFF; }},
+      nobody);
+  table->AddByStatus(kRejectSynchronousConnection, {16, 5}, {7, {kReason}}, nobody);
+}
+
 void Connections::ConnectClassic(const Bytes& peer) {
   const bool there = FindClassic(peer) != nullptr;
-  outlet_->timers().After(there ? kConnectsIn : kPagesFor, [this, peer, there, generation = generation_] {
-    if (generation != generation_) return;
-    Bytes event{there ? kSuccess : kPageTimeout};
-    Put16(event, there ? NewHandle(peer, Kind::kClassic) : 0);
-    PutAll(event, peer);
-    PutAll(event, {kAclLink, 0x00});
-    outlet_->SendEvent(kConnectionCompleteEvent, event);
+  outlet_->timers().After(there ? kConnectsIn : kPagesFor, [this, there, page = ++pages_] {
+    if (page == pages_ && !paging_.empty()) CompleteClassic(there ? kSuccess : kPageTimeout);
   });
+}
+
+//   status | handle | address | link type | encryption
+void Connections::CompleteClassic(uint8_t status) {
+  const Bytes peer = std::exchange(paging_, {});
+  uint16_t handle = 0;
+  if (status == kSuccess) {
+    Link& link = NewLink(LinkKind::kClassic, *FindClassic(peer), {0, identity_->address});
+    link.policy = GetLe16(settings_->Value(kWriteDefaultLinkPolicy).data());
+    handle = link.handle;
+  }
+  Bytes event{status};
+  Put16(event, handle);
+  PutAll(event, peer);
+  PutAll(event, {kAclLink, 0x00});
+  outlet_->SendEvent(kConnectionCompleteEvent, event);
 }
 
 //   status | handle | address | link type | interval | window | lengths received and sent, 16 bits each | air mode
 void Connections::ConnectSynchronous(uint16_t handle) {
   constexpr uint8_t kCvsd = 0x02;
-  const Bytes peer = connections_[handle].peer;
+  const Link* const link = links_->Find(handle);
+  if (link == nullptr) return;
+  const Bytes peer = link->peer;
   Bytes event{kSuccess};
-  Put16(event, NewHandle(peer, Kind::kSynchronous));
+  Put16(event, links_->Add(LinkKind::kSynchronous, peer).handle);
   PutAll(event, peer);
   PutAll(event, {kScoLink, 0, 0, 0, 0, 0, 0, kCvsd});
   outlet_->SendEvent(kSynchronousConnectionEvent, event);

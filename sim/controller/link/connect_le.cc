@@ -36,32 +36,37 @@ bool LeExtendedCreateFits(const Bytes& parameters) {
 void Connections::AddLowEnergy(CommandTable* table) {
   table->AddByStatus(kLeCreateConnection, {26, 4}, {25, {Flag(4), Byte(5, 0, 3), Byte(12, 0, 3)}, LeCreateFits},
                      [this](const Bytes& p) {
-                       if (p[4] != 0) return ConnectLe({0, {}, false});
-                       return ConnectLe({p[5], Part(p, 6, kAddressSize), false});
+                       if (p[4] != 0) return ConnectLe({0, {}, false, p[12]});
+                       return ConnectLe({p[5], Part(p, 6, kAddressSize), false, p[12]});
                      });
   table->AddByStatus(kLeExtendedCreateConnection, {37, 7},
                      {10, {Flag(0), Byte(1, 0, 3), Flag(2), Byte(9, 1, 7)}, LeExtendedCreateFits, true},
                      [this](const Bytes& p) {
-                       if (p[0] != 0) return ConnectLe({0, {}, true});
-                       return ConnectLe({p[2], Part(p, 3, kAddressSize), true});
+                       if (p[0] != 0) return ConnectLe({0, {}, true, p[1]});
+                       return ConnectLe({p[2], Part(p, 3, kAddressSize), true, p[1]});
                      });
   table->Add(kLeCreateConnectionCancel, {26, 5}, {}, [this](const Bytes&) { return CancelLe(); });
 }
 
 Answer Connections::ConnectLe(Connecting wanted) {
   if (connecting_) return Answer::Status(kCommandDisallowed);
+  if (!wanted.peer.empty() && links_->FindPeer(LinkKind::kLowEnergy, wanted.peer) != nullptr) {
+    return Answer::Status(kConnectionExists);
+  }
   const auto& all = Neighbours();
   const auto found = std::find_if(all.begin(), all.end(), [&](const Neighbour& neighbour) {
-    return neighbour.low_energy && (wanted.peer.empty() ? lists_->Accepts(neighbour.address_type, neighbour.address)
-                                                        : neighbour.address == wanted.peer);
+    if (!neighbour.low_energy || links_->FindPeer(LinkKind::kLowEnergy, neighbour.address) != nullptr) return false;
+    return wanted.peer.empty() ? lists_->Accepts(neighbour.address_type, neighbour.address)
+                               : neighbour.address == wanted.peer;
   });
   connecting_ = std::move(wanted);
+  ++attempts_;
   if (found == all.end()) return Answer::Status(kSuccess);  // until it is cancelled
   connecting_->peer = found->address;
   connecting_->peer_type = found->address_type;
   return Answer::Status(kSuccess, [this] {
-    outlet_->timers().After(kConnectsIn, [this, generation = generation_] {
-      if (generation == generation_ && connecting_) CompleteLe(kSuccess);
+    outlet_->timers().After(kConnectsIn, [this, attempt = attempts_] {
+      if (attempt == attempts_ && connecting_) CompleteLe(kSuccess);
     });
   });
 }
@@ -73,21 +78,55 @@ Answer Connections::CancelLe() {
   return answer;
 }
 
+void Connections::CompleteLe(uint8_t status) {
+  const Connecting wanted = *connecting_;
+  connecting_.reset();
+  const WireAddress peer{wanted.peer_type, wanted.peer.empty() ? Bytes(kAddressSize, 0) : wanted.peer};
+  if (status != kSuccess) {
+    TellLe(status, 0, Role::kCentral, peer, wanted.enhanced);
+    return;
+  }
+  const Link& link =
+      NewLink(LinkKind::kLowEnergy, *FindNeighbour(peer.address), OwnAddress(wanted.own_type, random_address_));
+  const std::shared_ptr<Peer> peers_end = link.peers_end;
+  TellLe(kSuccess, link.handle, Role::kCentral, peer, wanted.enhanced);
+  peers_end->Begin();
+}
+
+bool Connections::ConnectToHost(const Advertised& advertised) {
+  const Neighbour& phone = Phone();
+  const bool wanted = advertised.peer.empty() || advertised.peer == phone.address;
+  const bool accepted = !advertised.only_accepted || lists_->Accepts(phone.address_type, phone.address);
+  if (!wanted || !accepted || links_->FindPeer(LinkKind::kLowEnergy, phone.address) != nullptr) return false;
+  const bool by_set = advertised.set.has_value();
+  Link& link = NewLink(LinkKind::kLowEnergy, phone,
+                       OwnAddress(advertised.own_type, by_set ? advertised.own_address : random_address_));
+  link.role = Role::kPeripheral;
+  const std::shared_ptr<Peer> peers_end = link.peers_end;
+  const uint16_t handle = link.handle;
+  TellLe(kSuccess, handle, Role::kPeripheral, {phone.address_type, phone.address}, by_set);
+  if (by_set) {
+    constexpr uint8_t kEvents = 1;  // the only one in which the phone heard it
+    Bytes event{kLeAdvertisingSetTerminated, kSuccess, *advertised.set};
+    Put16(event, handle);
+    Put8(event, kEvents);
+    outlet_->SendEvent(kLeMetaEvent, event);
+  }
+  peers_end->Begin();
+  return true;
+}
+
 //   sub-event | status | handle | role | peer type | peer [| local and peer resolvable address] | interval | latency |
 //   timeout | clock accuracy
-void Connections::CompleteLe(uint8_t status) {
-  constexpr uint8_t kCentral = 0x00;
+void Connections::TellLe(uint8_t status, uint16_t handle, Role role, const WireAddress& peer, bool enhanced) {
   constexpr uint16_t kInterval = 0x0018;
   constexpr uint16_t kTimeout = 0x01F4;
   constexpr uint8_t kAlgorithm1 = 0x00;  // the only one that the neighbours know
-  const Connecting wanted = *connecting_;
-  connecting_.reset();
-  const uint16_t handle = status == kSuccess ? NewHandle(wanted.peer, Kind::kLowEnergy) : 0;
-  Bytes event{wanted.enhanced ? kLeEnhancedConnectionComplete : kLeConnectionComplete, status};
+  Bytes event{enhanced ? kLeEnhancedConnectionComplete : kLeConnectionComplete, status};
   Put16(event, handle);
-  PutAll(event, {kCentral, wanted.peer_type});
-  PutAll(event, wanted.peer.empty() ? Bytes(6, 0) : wanted.peer);
-  if (wanted.enhanced) event.resize(event.size() + 12);
+  PutAll(event, {static_cast<uint8_t>(role), peer.type});
+  PutAll(event, peer.address);
+  if (enhanced) event.resize(event.size() + 12);
   Put16(event, kInterval);
   Put16(event, 0);
   Put16(event, kTimeout);
