@@ -18,7 +18,7 @@ const std::vector<Neighbour>& Neighbours() {
   static const auto& neighbours = *new std::vector<Neighbour>{
       {{0x01, 0x00, 0x00, 0x5A, 0x22, 0xC2}, true, 1, 0, "Thermometer", -48},
       {{0x02, 0x00, 0x00, 0x5A, 0x22, 0xC2}, true, 1, 0, "Heart monitor", -61},
-      {{0x03, 0x00, 0x00, 0x5A, 0x22, 0x00}, true, 0, 0, "Door lock", -77},
+      {{0x03, 0x00, 0x00, 0x5A, 0x22, 0x00}, true, 0, 0, "Door lock", -77, true},
       {{0x04, 0x00, 0x00, 0x5A, 0x22, 0x00}, false, 0, 0x240404, "Headset", -55},
   };
   return neighbours;
@@ -41,6 +41,15 @@ Bytes AdvertisingData(const Neighbour& neighbour) {
   constexpr uint8_t kGeneralDiscoverableLeOnly = 0x06;
   Bytes data{2, kFlags, kGeneralDiscoverableLeOnly};
   PutName(data, neighbour.name);
+  return data;
+}
+
+Bytes ScanResponseData(const Neighbour& neighbour) {
+  constexpr uint8_t kServices = 0x03;
+  constexpr uint16_t kBattery = 0x180F;
+  if (!neighbour.tells_services) return {};
+  Bytes data{3, kServices};
+  Put16(data, kBattery);
   return data;
 }
 

@@ -15,6 +15,7 @@ struct Neighbour {
   uint32_t class_of_device;  // otherwise
   std::string name;
   int8_t rssi;
+  bool tells_services = false;  // low energy: to whoever scans actively
 };
 
 // Those that a host finds.

@@ -19,12 +19,12 @@ Bytes SignallingAnswer(const Bytes& request) {
 
 }  // namespace
 
-// It would rather save its battery: an interval of 50 to 60 ms, of which it may sleep through four, and 5 s of
+// It would rather save its battery: an interval of 40 to 50 ms, of which it may sleep through four, and 5 s of
 // patience.
 void Peripheral::Begin() {
   link_.later(kAsksIn, [this] {
     Bytes times;
-    for (const unsigned value : {0x28, 0x30, 4, 500}) Put16(times, value);
+    for (const unsigned value : {0x20, 0x28, 4, 500}) Put16(times, value);
     link_.ask_for_times(times);
   });
 }

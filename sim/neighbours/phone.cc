@@ -4,13 +4,15 @@ namespace bthal::sim {
 namespace {
 
 constexpr uint16_t kAttributes = 4;
+// A host that has just heard of the connection still makes room for it.
+constexpr auto kAsksIn = std::chrono::milliseconds(100);
 
 }  // namespace
 
 //   opcode | first and last handle | the device's name
 void PhoneEnd::Begin() {
   constexpr uint8_t kReadByType = 0x08;
-  link_.send(kAttributes, {kReadByType, 0x01, 0x00, 0xFF, 0xFF, 0x00, 0x2A});
+  link_.later(kAsksIn, [this] { link_.send(kAttributes, {kReadByType, 0x01, 0x00, 0xFF, 0xFF, 0x00, 0x2A}); });
 }
 
 // It has no attributes of its own.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <optional>
 #include <utility>
 
 namespace bthal::sim {
@@ -39,9 +38,9 @@ Bytes Number32(uint32_t value) {
   PutNet32(element, value);
   return element;
 }
-Bytes Uuid(unsigned value) {
-  Bytes element{0x19};
-  PutNet16(element, value);
+Bytes Uuid(const Bytes& uuid) {
+  Bytes element{static_cast<uint8_t>(uuid.size() == 2 ? 0x19 : 0x1C)};
+  PutAll(element, uuid);
   return element;
 }
 Bytes Text(const std::string& text) {
@@ -58,25 +57,40 @@ Bytes Sequence(std::initializer_list<Bytes> elements) {
   return sequence;
 }
 
+// A UUID of 2, 4 or 16 bytes, in full; empty if it is none.
+Bytes FullUuid(const Bytes& uuid) {
+  static const Bytes base{0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0x80, 0x5F, 0x9B, 0x34, 0xFB};
+  if (uuid.size() == 16) return uuid;
+  if (uuid.size() != 2 && uuid.size() != 4) return {};
+  Bytes full(4 - uuid.size(), 0);
+  PutAll(full, uuid);
+  PutAll(full, base);
+  return full;
+}
+
 struct Record {
   uint32_t handle;
-  std::vector<unsigned> uuids;  // by which it can be found
+  std::vector<Bytes> uuids;  // by which it can be found
   std::map<unsigned, Bytes> attributes;
+
+  bool Has(const Bytes& uuid) const {
+    return std::any_of(uuids.begin(), uuids.end(), [&](const Bytes& own) { return FullUuid(own) == FullUuid(uuid); });
+  }
 };
 
-constexpr unsigned kL2cap = 0x0100;
-constexpr unsigned kPublicBrowseRoot = 0x1002;
-constexpr unsigned kDeviceInformation = 0x1200;
-constexpr unsigned kGenericTelephony = 0x1204;
+const Bytes kL2cap{0x01, 0x00};
+const Bytes kPublicBrowseRoot{0x10, 0x02};
+const Bytes kDeviceInformation{0x12, 0x00};
+const Bytes kEchoClass{0x22, 0x5A, 0x22, 0x01, 0x1F, 0x8E, 0x4C, 0x4A, 0x9D, 0x3B, 0x65, 0x63, 0x68, 0x6F, 0x00, 0x01};
 
 const std::vector<Record>& Records() {
   constexpr uint32_t kEcho = 0x00010000;
   constexpr uint32_t kMaker = 0x00010001;
   static const auto& records = *new std::vector<Record>{
       {kEcho,
-       {kL2cap, kPublicBrowseRoot, kGenericTelephony},
+       {kL2cap, kPublicBrowseRoot, kEchoClass},
        {{0x0000, Number32(kEcho)},
-        {0x0001, Sequence({Uuid(kGenericTelephony)})},
+        {0x0001, Sequence({Uuid(kEchoClass)})},
         {0x0004, Sequence({Sequence({Uuid(kL2cap), Number16(kEchoService)})})},
         {0x0005, Sequence({Uuid(kPublicBrowseRoot)})},
         {0x0100, Text("Echo")}}},
@@ -134,25 +148,13 @@ class Reader {
   bool ok_ = true;
 };
 
-// A UUID of 16 bits however long it is written; nothing for others, which no record has.
-std::optional<unsigned> ShortUuid(const Bytes& uuid) {
-  static const Bytes base{0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0x80, 0x5F, 0x9B, 0x34, 0xFB};
-  if (uuid.size() == 2) return GetNet16(uuid.data());
-  const bool based = uuid.size() == 4 || (uuid.size() == 16 && Part(uuid, 4) == base);
-  if (!based || GetNet16(uuid.data()) != 0) return std::nullopt;
-  return GetNet16(&uuid[2]);
-}
-
 // The records that have all these UUIDs.
 std::vector<const Record*> Search(Reader pattern) {
   std::vector<const Record*> found;
   for (const Record& record : Records()) found.push_back(&record);
   while (!pattern.done()) {
-    const std::optional<unsigned> uuid = ShortUuid(pattern.Element().second);
-    auto lacks = [&](const Record* record) {
-      return !uuid || std::find(record->uuids.begin(), record->uuids.end(), *uuid) == record->uuids.end();
-    };
-    found.erase(std::remove_if(found.begin(), found.end(), lacks), found.end());
+    const Bytes uuid = pattern.Element().second;
+    std::erase_if(found, [&](const Record* record) { return !record->Has(uuid); });
   }
   return found;
 }

@@ -213,6 +213,8 @@ TEST_F(BoardCommandsTest, ScansAndConnects) {
     ASSERT_EQ(report.size(), 14u + report[13] + 2 - 1) << "length, data, RSSI";
     if (i == 0) peer.assign(report.begin() + 6, report.begin() + 13);  // address type and address
   }
+  EXPECT_EQ((Packet{0x04, 0x3E, 16, 0x02, 1, 0x04, 0, 3, 0, 0, 0x5A, 0x22, 0, 4, 3, 3, 0x0F, 0x18, 0xB3}), host_.Read())
+      << "what the door lock adds";
   EXPECT_EQ(Complete(0x200C, {0}), host_.Command(0x200C, {0, 0})) << "each was reported once";
 
   EXPECT_EQ(Status(0x200D, 0), host_.Command(0x200D, CreateConnection(peer)));

@@ -141,10 +141,13 @@ void Advertiser::AddSets(CommandTable* table) {
   });
   table->Add(kLeRemoveAdvertisingSet, {37, 0}, {1, {Byte(0, 0, kLastHandle)}}, [this](const Bytes& p) {
     Answer answer = ForSet(p[0]);
+    if (answer.parameters[0] == kSuccess && sets_[p[0]].run != 0) return Answer::Complete({kCommandDisallowed});
     sets_.erase(p[0]);
     return answer;
   });
   table->Add(kLeClearAdvertisingSets, {37, 1}, {}, [this](const Bytes&) {
+    const bool any = std::any_of(sets_.begin(), sets_.end(), [](const auto& set) { return set.second.run != 0; });
+    if (any) return Answer::Complete({kCommandDisallowed});
     sets_.clear();
     return Answer();
   });

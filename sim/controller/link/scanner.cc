@@ -8,6 +8,8 @@
 namespace bthal::sim {
 namespace {
 
+// A host that has just said that it scans needs a moment until it is ready for what comes of it.
+constexpr auto kFirstHeardIn = std::chrono::milliseconds(20);
 constexpr auto kAdvertisersEvery = std::chrono::milliseconds(100);
 // A host that does not keep up misses reports, as it would in the air.
 constexpr size_t kTooMuchWaits = 4096;
@@ -42,18 +44,25 @@ bool ExtendedScanEnableFits(const Bytes& parameters) {
 }  // namespace
 
 void Scanner::AddTo(CommandTable* table) {
-  auto while_idle = [this](const Bytes&) { return Answer::Complete({run_ != 0 ? kCommandDisallowed : kSuccess}); };
-  table->Add(kLeSetScanParameters, {26, 2}, {7, {Flag(0), Byte(5, 0, 3), Flag(6)}, ScanParametersFit}, while_idle);
+  // Whether it is active comes first for each layer; the first layer decides.
+  auto parameters = [this](bool active) {
+    if (run_ != 0) return Answer::Complete({kCommandDisallowed});
+    active_ = active;
+    return Answer();
+  };
+  table->Add(kLeSetScanParameters, {26, 2}, {7, {Flag(0), Byte(5, 0, 3), Flag(6)}, ScanParametersFit},
+             [parameters](const Bytes& p) { return parameters(p[0] != 0); });
   table->Add(kLeSetScanEnable, {26, 3}, {2, {Flag(0), Flag(1)}},
              [this](const Bytes& p) { return Enable(p[0] == 1, false, p[1] == 1); });
   table->Add(kLeSetExtendedScanParameters, {37, 5}, {3, {Byte(0, 0, 3), Flag(1)}, ExtendedScanParametersFit, true},
-             while_idle);
+             [parameters](const Bytes& p) { return parameters(p[3] != 0); });
   table->Add(kLeSetExtendedScanEnable, {37, 6}, {6, {Flag(0), Byte(1, 0, 2)}, ExtendedScanEnableFits},
              [this](const Bytes& p) { return Enable(p[0] == 1, true, p[1] != 0); });
 }
 
 void Scanner::Reset() {
   run_ = 0;
+  active_ = false;
   reported_.clear();
 }
 
@@ -65,7 +74,9 @@ Answer Scanner::Enable(bool enable, bool extended, bool once_each) {
   once_each_ = once_each;
   reported_.clear();
   Answer answer;
-  if (starts) answer.then = [this] { ReportAll(run_); };
+  if (starts) {
+    answer.then = [this] { outlet_->timers().After(kFirstHeardIn, [this, run = run_] { ReportAll(run); }); };
+  }
   return answer;
 }
 
@@ -74,7 +85,8 @@ void Scanner::ReportAll(uint64_t run) {
   for (const Neighbour& neighbour : Neighbours()) {
     if (!neighbour.low_energy || outlet_->Waiting() > kTooMuchWaits) continue;
     if (once_each_ && !reported_.insert(neighbour.address).second) continue;
-    Report(neighbour);
+    Report(neighbour, false);
+    if (active_ && !ScanResponseData(neighbour).empty()) Report(neighbour, true);
   }
   outlet_->timers().After(kAdvertisersEvery, [this, run] { ReportAll(run); });
 }
@@ -82,14 +94,16 @@ void Scanner::ReportAll(uint64_t run) {
 //   legacy:    2 | count | type | address type | address | length | data | RSSI
 //   extended: 13 | count | type, 16 bits | address type | address | primary and secondary PHY | set | power | RSSI |
 //             periodic interval, 16 bits | direct address type and address | length | data
-void Scanner::Report(const Neighbour& neighbour) {
+void Scanner::Report(const Neighbour& neighbour, bool scan_response) {
   constexpr uint8_t kConnectable = 0x00;
+  constexpr uint8_t kScanResponse = 0x04;
   constexpr unsigned kLegacyConnectable = 0x0013;
-  const Bytes data = AdvertisingData(neighbour);
+  constexpr unsigned kLegacyScanResponse = 0x001B;
+  const Bytes data = scan_response ? ScanResponseData(neighbour) : AdvertisingData(neighbour);
   Bytes event;
   if (extended_) {
     event = {kLeExtendedAdvertisingReport, 1};
-    Put16(event, kLegacyConnectable);
+    Put16(event, scan_response ? kLegacyScanResponse : kLegacyConnectable);
     Put8(event, neighbour.address_type);
     PutAll(event, neighbour.address);
     PutAll(event, {0x01, 0x00, 0xFF, 0x7F, static_cast<uint8_t>(neighbour.rssi)});
@@ -97,7 +111,7 @@ void Scanner::Report(const Neighbour& neighbour) {
     Put8(event, static_cast<unsigned>(data.size()));
     PutAll(event, data);
   } else {
-    event = {kLeAdvertisingReport, 1, kConnectable, neighbour.address_type};
+    event = {kLeAdvertisingReport, 1, scan_response ? kScanResponse : kConnectable, neighbour.address_type};
     PutAll(event, neighbour.address);
     Put8(event, static_cast<unsigned>(data.size()));
     PutAll(event, data);

@@ -19,9 +19,10 @@ class Scanner {
  private:
   Answer Enable(bool enable, bool extended, bool once_each);
   void ReportAll(uint64_t run);
-  void Report(const Neighbour& neighbour);
+  void Report(const Neighbour& neighbour, bool scan_response);
 
   Outlet* const outlet_;
+  bool active_ = false;  // asks advertisers for more
   bool extended_ = false;
   bool once_each_ = false;
   std::set<Bytes> reported_;
