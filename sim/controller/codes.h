@@ -19,6 +19,7 @@ inline constexpr uint8_t kInvalidParameters = 0x12;
 inline constexpr uint8_t kRemoteUserTerminated = 0x13;
 inline constexpr uint8_t kLocalHostTerminated = 0x16;
 inline constexpr uint8_t kInsufficientSecurity = 0x2F;
+inline constexpr uint8_t kAdvertisingTimeout = 0x3C;
 inline constexpr uint8_t kIntegrityFailure = 0x3D;
 inline constexpr uint8_t kUnknownAdvertisingSet = 0x42;
 
@@ -68,6 +69,7 @@ inline constexpr uint8_t kLeDhKey = 0x09;
 inline constexpr uint8_t kLeEnhancedConnectionComplete = 0x0A;
 inline constexpr uint8_t kLePhyUpdateComplete = 0x0C;
 inline constexpr uint8_t kLeExtendedAdvertisingReport = 0x0D;
+inline constexpr uint8_t kLeScanTimeout = 0x11;
 inline constexpr uint8_t kLeAdvertisingSetTerminated = 0x12;
 inline constexpr uint8_t kLeChannelSelection = 0x14;
 

@@ -196,8 +196,13 @@ Answer Advertiser::Enable(const Bytes& parameters) {
   if (!on) {
     for (const uint8_t handle : handles) sets_[handle].run = 0;
   } else {
-    answer.then = [this, handles] {
-      for (const uint8_t handle : handles) Start(&sets_[handle]);
+    answer.then = [this, parameters] {
+      for (size_t at = 2; at < parameters.size(); at += 4) {
+        Set* const set = &sets_[parameters[at]];
+        Start(set);
+        const unsigned duration = GetLe16(&parameters[at + 1]);
+        if (duration != 0) EndIn(set->run, std::chrono::milliseconds(duration * 10));
+      }
     };
   }
   return answer;
@@ -210,6 +215,16 @@ void Advertiser::Start(Set* set) {
     Set* const heard = FindRun(run);
     if (heard == nullptr || !connections_->ConnectToHost(heard->advertised)) return;
     heard->run = 0;
+  });
+}
+
+//   sub-event | status | set | handle, 16 bits | events
+void Advertiser::EndIn(uint64_t run, Clock::duration duration) {
+  outlet_->timers().After(duration, [this, run] {
+    Set* const set = FindRun(run);
+    if (set == nullptr) return;
+    set->run = 0;
+    outlet_->SendEvent(kLeMetaEvent, {kLeAdvertisingSetTerminated, kAdvertisingTimeout, *set->advertised.set, 0, 0, 0});
   });
 }
 

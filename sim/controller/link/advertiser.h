@@ -35,6 +35,7 @@ class Advertiser {
   Answer Enable(const Bytes& parameters);
   // What comes of it, if the set is still on in this run.
   void Start(Set* set);
+  void EndIn(uint64_t run, Clock::duration duration);
   Set* FindRun(uint64_t run);
 
   Outlet* const outlet_;

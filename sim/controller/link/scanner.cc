@@ -57,7 +57,14 @@ void Scanner::AddTo(CommandTable* table) {
   table->Add(kLeSetExtendedScanParameters, {37, 5}, {3, {Byte(0, 0, 3), Flag(1)}, ExtendedScanParametersFit, true},
              [parameters](const Bytes& p) { return parameters(p[3] != 0); });
   table->Add(kLeSetExtendedScanEnable, {37, 6}, {6, {Flag(0), Byte(1, 0, 2)}, ExtendedScanEnableFits},
-             [this](const Bytes& p) { return Enable(p[0] == 1, true, p[1] != 0); });
+             [this](const Bytes& p) {
+               Answer answer = Enable(p[0] == 1, true, p[1] != 0);
+               const unsigned duration = GetLe16(&p[2]);
+               const unsigned period = GetLe16(&p[4]);
+               // With a period it would begin again: to the host that is one long scan.
+               if (p[0] == 1 && duration != 0 && period == 0) EndIn(std::chrono::milliseconds(duration * 10));
+               return answer;
+             });
 }
 
 void Scanner::Reset() {
@@ -78,6 +85,15 @@ Answer Scanner::Enable(bool enable, bool extended, bool once_each) {
     answer.then = [this] { outlet_->timers().After(kFirstHeardIn, [this, run = run_] { ReportAll(run); }); };
   }
   return answer;
+}
+
+//   sub-event
+void Scanner::EndIn(Clock::duration duration) {
+  outlet_->timers().After(duration, [this, run = run_] {
+    if (run != run_) return;
+    run_ = 0;
+    outlet_->SendEvent(kLeMetaEvent, {kLeScanTimeout});
+  });
 }
 
 void Scanner::ReportAll(uint64_t run) {

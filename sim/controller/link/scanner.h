@@ -18,6 +18,7 @@ class Scanner {
 
  private:
   Answer Enable(bool enable, bool extended, bool once_each);
+  void EndIn(Clock::duration duration);
   void ReportAll(uint64_t run);
   void Report(const Neighbour& neighbour, bool scan_response);
 
