@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <filesystem>
 
 #include "bthal/bridge/backend.h"
+#include "bthal/run/device_names.h"
 #include "bthal/run/power_switch.h"
 
 namespace bthal::tool {
@@ -39,9 +41,10 @@ class VhciBackend : public Backend {
                             strerror(errno));
       return false;
     }
-    // The kernel gives every controller an rfkill entry. Where the service has none of its own it would take that one,
-    // and switch the bridge off when it means its controller.
-    if (!FindPowerSwitch().empty()) return true;
+    // The kernel gives every controller an rfkill entry. Where the service looks among the kernel's, and has none of
+    // its own, it would take that one, and switch the bridge off when it means its controller.
+    const char* root = getenv(kRootVariable);
+    if ((root != nullptr && *root != '\0') || !FindPowerSwitch().empty()) return true;
     *error =
         "there is no rfkill entry for the service's own controller, so the service would take the bridge's for its "
         "power switch; load the controller's driver first, or give the service a device root (BTHAL_ROOT)";
