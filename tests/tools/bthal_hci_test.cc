@@ -118,8 +118,8 @@ TEST_F(OnBoard, ThePacketLogIsFollowedLive) {
   ASSERT_TRUE(snoop.Start({"snoop"}));
   TakeHal();
   holder_.talk.Say("read_local_name");
-  EXPECT_TRUE(snoop.Says("< event    Command Complete: Read Local Name, success"));
-  EXPECT_THAT(snoop.lines, Contains(HasSubstr("> command  Write BD_ADDR, AA:BB:CC:11:22:33")));
+  EXPECT_TRUE(snoop.Says("> event    Command Complete: Read Local Name, success"));
+  EXPECT_THAT(snoop.lines, Contains(HasSubstr("< command  Write BD_ADDR, AA:BB:CC:11:22:33")));
   kill(snoop.talk.pid(), SIGINT);
   EXPECT_EQ(snoop.End(), 0);
 

@@ -157,7 +157,7 @@ TEST(BthalTest, ThreadFramesGoAndComeThroughALongPath) {
   close(listener);
   EXPECT_EQ(result.status, 0) << result.error;
   EXPECT_THAT(heard, ElementsAre(0xAA, 0xBB));
-  EXPECT_EQ(result.out, ">     2  AA BB\n<     3  01 02 03\n");
+  EXPECT_EQ(result.out, "<     2  AA BB\n>     3  01 02 03\n");
 }
 
 TEST(ChannelMapTest, BitsStandForChannels) {

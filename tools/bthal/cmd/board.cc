@@ -9,6 +9,7 @@
 #include "bthal/cli/command.h"
 #include "bthal/cmd/board_options.h"
 #include "bthal/cmd/commands.h"
+#include "bthal/cmd/packet_options.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
@@ -22,7 +23,8 @@ namespace {
 struct BoardCommand {
   sim::BoardOptions board;
   std::string only;
-  bool quiet = false;
+  TimeStyle time_style = TimeStyle::kRelative;
+  PacketView view;
 };
 
 // Makes the folder the device, and locks it; the board's start is the device's boot: what does not outlive a boot goes.
@@ -50,9 +52,9 @@ int Run(BoardCommand& command) {
   CatchInterrupts();
   if (!Boot(command.board, &lock, &error)) return Complain(error);
   sim::Board board(command.board);
-  const auto start = std::chrono::steady_clock::now();
-  board.SetObserver([start](const sim::JournalEntry& entry) {
-    printf("%s  %s\n", Elapsed(start, entry.time).c_str(), JournalWords(entry).c_str());
+  const TimeColumn time(command.time_style);
+  board.SetObserver([&](const sim::JournalEntry& entry) {
+    printf("%s", JournalText(command.view, time.At(entry.time), entry).c_str());
     fflush(stdout);
   });
   if (!board.Start(&error)) return Complain(error);
@@ -78,6 +80,8 @@ void AddBoard(Command& app) {
   sub.Take("--root", &command->board.root, "the folder that is furnished as the device's root (default: BTHAL_ROOT)")
       .Type("DIR");
   AddBoardOptions(sub, &command->board);
+  AddViewOptions(sub, &command->view);
+  AddTimeOption(sub, &command->time_style);
   sub.Take("--only", &command->only, "play nothing but this").OneOf({"coex"}).Type("coex");
   sub.Footer(
       "Prints everything that happens at the board, one line each, until Ctrl-C.\n"

@@ -1,4 +1,5 @@
 // bthal conf: the settings in force.
+#include <android-base/stringprintf.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -14,6 +15,7 @@
 namespace bthal::tool {
 namespace {
 
+using ::android::base::StringPrintf;
 using ::android::hardware::bluetooth::conf::Config;
 using ::android::hardware::bluetooth::conf::ConfigSetting;
 
@@ -28,8 +30,12 @@ int Run(bool only_set) {
   for (const ConfigSetting& setting : settings) {
     const bool is_default = setting.source == "default";
     if (is_default && only_set) continue;
-    printf("%-*s  %-*s  %s\n", static_cast<int>(name_width), setting.key.c_str(), static_cast<int>(value_width),
-           setting.value.c_str(), Paint(is_default ? Colour::kFaint : Colour::kGood, setting.source).c_str());
+    const std::string line =
+        Folded(StringPrintf("%-*s  %-*s  %s", static_cast<int>(name_width), setting.key.c_str(),
+                            static_cast<int>(value_width), setting.value.c_str(), setting.source.c_str()));
+    const size_t value_end = std::min(line.size(), name_width + 2 + value_width);
+    printf("%s%s\n", line.substr(0, value_end).c_str(),
+           Paint(is_default ? Colour::kFaint : Colour::kGood, line.substr(value_end)).c_str());
   }
   return 0;
 }

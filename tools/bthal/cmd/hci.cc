@@ -11,6 +11,7 @@
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
+#include "bthal/cmd/packet_options.h"
 #include "bthal/hci/script.h"
 #include "bthal/run/hci_session.h"
 #include "bthal/run/interrupt.h"
@@ -26,7 +27,8 @@ struct HciOptions {
   double service_timeout = 10;
   bool no_times = false;
   bool take_over = false;
-  bool verbose = false;
+  TimeStyle time_style = TimeStyle::kRelative;
+  PacketView view;
 };
 
 // Reads lines without holding any back, so that a Ctrl-C is noticed between them.
@@ -117,10 +119,13 @@ int Run(const HciOptions& options) {
   }
   CatchInterrupts();
   HciSession session({.times = !options.no_times,
+                      .time_style = options.time_style,
                       .take_over = options.take_over,
-                      .verbose = options.verbose,
+                      .view = options.view,
                       .answer_patience = std::chrono::milliseconds(static_cast<int>(options.timeout * 1000)),
-                      .service_patience = std::chrono::milliseconds(static_cast<int>(options.service_timeout * 1000))});
+                      .service_patience = std::chrono::milliseconds(static_cast<int>(options.service_timeout * 1000)),
+                      .show = {},
+                      .complain = {}});
   bool well = false;
   if (!options.lines.empty()) {
     well = RunLines(session, LinesOf(options), "");
@@ -150,7 +155,8 @@ void AddHci(Command& app) {
       .Type("SECONDS")
       .Within(0.0, 3600.0);
   sub.Flag("--take-over", &options->take_over, "end another bthal hci that has the HAL");
-  sub.Flag("-v,--verbose", &options->verbose, "show every field of a packet, one a line");
+  AddViewOptions(sub, &options->view);
+  AddTimeOption(sub, &options->time_style);
   sub.Flag("--no-times", &options->no_times, "leave the time column out, so that two runs compare");
   sub.Footer(
       std::string("Lines:\n") + kScriptHelp +

@@ -48,7 +48,7 @@ int Set(const PropOptions& options) {
 
 int List(const PropOptions& options) {
   for (const auto& [name, value] : ::bthal::host::ListProperties()) {
-    if (name.starts_with(options.name)) printf("[%s]: [%s]\n", name.c_str(), value.c_str());
+    if (name.starts_with(options.name)) printf("%s\n", Folded("[" + name + "]: [" + value + "]").c_str());
   }
   return 0;
 }

@@ -1,13 +1,20 @@
-// bthal snoop: the vendor packet log, one line a packet.
+// bthal snoop: the vendor packet log, one line a packet, or passed on to another program.
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <string.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <memory>
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
+#include "bthal/cmd/packet_options.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
-#include "bthal/show/packet_line.h"
+#include "bthal/show/capture_format.h"
 #include "bthal/show/snoop_follower.h"
 #include "bthal/show/terminal.h"
 #include "os/device_path.h"
@@ -17,24 +24,69 @@ namespace {
 
 struct SnoopOptions {
   std::string file;
+  std::string output;
+  std::string format;
   bool once = false;
-  bool verbose = false;
+  bool follow = false;
+  LogView view;
+  FilterWords filter;
 };
 
-int Run(const SnoopOptions& options) {
-  const std::string path =
-      options.file.empty() ? ::android::hardware::bluetooth::os::DevicePath(kSnoopLog) : options.file;
-  CatchInterrupts();
+// Where the packets go instead of being shown.
+class Capture {
+ public:
+  bool Open(const std::string& path, CaptureFormat format, std::string* error) {
+    format_ = format;
+    if (path == "-" && IsTerminal()) {
+      *error = "-w -: standard output is a terminal; send it to a program or a file";
+      return false;
+    }
+    fd_.reset(path == "-" ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
+                          : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (!fd_.ok()) *error = "cannot write " + path + ": " + strerror(errno);
+    if (fd_.ok()) Write(CaptureHeader(format));
+    return fd_.ok();
+  }
+
+  bool IsOpen() const { return fd_.ok(); }
+  void Write(const SnoopRecord& record) { Write(CaptureRecord(format_, record)); }
+
+  // Whether nobody reads any more. A pipe tells it also while there is nothing to write.
+  bool Deserted() const {
+    if (error_ != 0) return true;
+    pollfd reader = {fd_.get(), 0, 0};
+    return fd_.ok() && poll(&reader, 1, 0) > 0 && (reader.revents & POLLERR) != 0;
+  }
+  // Why nothing more can be written; empty also where its reader has just had enough.
+  std::string Trouble() const { return error_ == 0 || error_ == EPIPE ? "" : strerror(error_); }
+
+ private:
+  void Write(const std::string& bytes) {
+    if (error_ == 0 && !::android::base::WriteFully(fd_.get(), bytes.data(), bytes.size())) error_ = errno;
+  }
+
+  ::android::base::unique_fd fd_;
+  CaptureFormat format_ = CaptureFormat::kBtsnoop;
+  int error_ = 0;
+};
+
+int Follow(const SnoopOptions& options, const std::string& path, const SnoopFilter& filter, Capture& capture) {
   SnoopFollower follower(path);
-  const auto show = [&](const SnoopRecord& record) {
-    printf("%s\n", SnoopLine(record).c_str());
-    if (options.verbose) printf("%s", FieldLines(record.kind, record.packet).c_str());
+  LogPrinter printer(options.view);
+  const auto take = [&](const SnoopRecord& record) {
+    if (!filter.Takes(record)) return;
+    if (capture.IsOpen()) {
+      capture.Write(record);
+    } else {
+      printer.Print(record);
+    }
   };
   bool told = false;
   do {
     std::string error;
-    if (!follower.Poll(show, &error)) return Complain(error);
+    if (!follower.Poll(take, &error)) return Complain(error);
     fflush(stdout);
+    if (capture.Deserted()) break;
     if (follower.opened() || told) continue;
     if (options.once) {
       return Complain("no log at " + path + "; switch it on: bthal prop set " + kSnoopProperty + " true");
@@ -43,7 +95,23 @@ int Run(const SnoopOptions& options) {
     told = true;
   } while (!options.once && SleepUnlessInterrupted(std::chrono::milliseconds(50)));
   if (options.once && follower.Cut()) return Complain(path + " ends within a record");
-  return 0;
+  const std::string trouble = capture.Trouble();
+  return trouble.empty() ? 0 : Complain("cannot write " + options.output + ": " + trouble);
+}
+
+int Run(const SnoopOptions& options) {
+  const std::string path =
+      options.file.empty() ? ::android::hardware::bluetooth::os::DevicePath(kSnoopLog) : options.file;
+  std::string error;
+  const std::optional<SnoopFilter> filter = ReadFilter(options.filter, &error);
+  if (!filter) return Complain(error);
+  if (options.once && options.follow) return Complain("--once and --follow: one or the other");
+  CatchInterrupts();
+  Capture capture;
+  const bool pcap = options.format.empty() ? options.output == "-" : options.format == "pcap";
+  const CaptureFormat format = pcap ? CaptureFormat::kPcap : CaptureFormat::kBtsnoop;
+  if (!options.output.empty() && !capture.Open(options.output, format, &error)) return Complain(error);
+  return Follow(options, path, *filter, capture);
 }
 
 }  // namespace
@@ -53,14 +121,24 @@ void AddSnoop(Command& app) {
   Command sub = app.Add("snoop", "Follow the vendor packet log, one line a packet");
   sub.Take("file", &options->file, "another btsnoop file").Type("FILE");
   sub.Flag("--once", &options->once, "print what is there and end, instead of following it");
-  sub.Flag("-v,--verbose", &options->verbose, "show every field of a packet, one a line");
+  sub.Flag("--follow", &options->follow, "go on with what comes, which it does anyhow");
+  AddViewOptions(sub, &options->view.packets);
+  AddTimeOption(sub, &options->view.time);
+  sub.Flag("--json", &options->view.json, "one JSON object a line, with all bytes");
+  AddFilterOptions(sub, &options->filter);
+  sub.Take("-w,--write", &options->output, "write the packets to FILE, or to standard output ('-'), instead")
+      .Type("FILE");
+  sub.Take("--format", &options->format, "of what is written; to standard output pcap, which is read while it grows")
+      .OneOf({"btsnoop", "pcap"})
+      .Type("btsnoop|pcap");
   sub.Footer(
       "The service writes the log when it is opened with persist.bluetooth.vendor.btsnoop true, on a userdebug or eng\n"
       "build (ro.build.type) or with persist.bluetooth.btsnooplogmode set. Ctrl-C ends.\n"
       "\nExamples:\n"
       "  bthal prop set persist.bluetooth.vendor.btsnoop true\n"
-      "  bthal snoop\n"
-      "  bthal snoop --once saved.log");
+      "  bthal snoop --since 5m --kind event\n"
+      "  bthal snoop --once --opcode le_set_scan_enable saved.log\n"
+      "  bthal snoop -w - | wireshark -k -i -");
   sub.Run([options] { return Run(*options); });
 }
 

@@ -40,7 +40,7 @@ int Receive(int socket, int count, steady_clock::time_point deadline) {
     std::string error;
     const std::optional<std::vector<uint8_t>> frame = ReceiveFrame(socket, &error);
     if (!frame) return Complain(error.empty() ? "the service has closed the connection" : error);
-    printf("< %5zu  %s\n", frame->size(), Hex(*frame).c_str());
+    printf("> %5zu  %s\n", frame->size(), Hex(*frame).c_str());
     fflush(stdout);
     ++received;
   }
@@ -65,7 +65,7 @@ int Run(const ThreadOptions& options) {
   if (!socket.ok()) return Complain(error);
   for (const std::vector<uint8_t>& frame : frames) {
     if (!SendFrame(socket.get(), frame, &error)) return Complain(error);
-    printf("> %5zu  %s\n", frame.size(), Hex(frame).c_str());
+    printf("< %5zu  %s\n", frame.size(), Hex(frame).c_str());
     fflush(stdout);
   }
   constexpr auto kForEver = std::chrono::hours(24 * 365);

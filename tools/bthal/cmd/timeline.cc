@@ -33,6 +33,8 @@ int Run(const TimelineOptions& options) {
   if (records.empty()) return Complain(options.file + ": " + error);
   const std::vector<Span> spans = PairRecords(records);
   printf("%s", BarChart(spans, TerminalWidth(), options.least_ms).c_str());
+  const std::string missing = MissingBringUp(spans, dump);
+  if (!missing.empty()) printf("\n%s\n", Folded(missing).c_str());
   if (options.output.empty()) return 0;
   if (!::android::base::WriteStringToFile(TraceJson(spans), options.output, 0644, getuid(), getgid(), true)) {
     return Complain("cannot write " + options.output + ": " + strerror(errno));

@@ -45,7 +45,7 @@ void Demo::PrintSnoopLog() {
   SnoopFollower log(root_.path() + kSnoopLog);
   std::string error;
   const bool whole = log.Poll([&](const SnoopRecord& record) { records.push_back(record); }, &error);
-  for (const std::string& line : FoldedSnoopLines(records)) printf("%s\n", line.c_str());
+  for (const std::string& line : FoldedSnoopLines(records)) printf("%s", line.c_str());
   if (!whole) Complain(error);
   printf("\n%s\n", log.opened() ? CountWords(records).c_str() : "there is none");
 }
@@ -53,7 +53,7 @@ void Demo::PrintSnoopLog() {
 void Demo::WriteJournal() const {
   std::string text;
   for (const sim::JournalEntry& entry : board_->Journal()) {
-    text += Elapsed(start_, entry.time) + "  " + JournalWords(entry) + "\n";
+    text += JournalText({.to_file = true}, Elapsed(start_, entry.time) + "  ", entry);
   }
   ::android::base::WriteStringToFile(WithoutColours(text), root_.Log("board.log"));
 }

@@ -124,7 +124,7 @@ void Demo::OnBoard(const JournalEntry& entry) {
   if (!IsTrouble(entry) && !(show_wire_ && IsWorthShowing(entry))) return;
   const std::lock_guard lock(print_mutex_);
   patch_bar_.Finish();
-  printf("%s  %s\n", Elapsed(start_, entry.time).c_str(), JournalWords(entry).c_str());
+  printf("%s", JournalText({}, Elapsed(start_, entry.time) + "  ", entry).c_str());
   fflush(stdout);
 }
 
@@ -220,9 +220,12 @@ SpawnOptions Demo::OwnProgram(const std::vector<std::string>& arguments) const {
   SpawnOptions spawn;
   spawn.arguments = {::android::base::GetExecutablePath()};
   spawn.arguments.insert(spawn.arguments.end(), arguments.begin(), arguments.end());
-  // Its lines go through a pipe, but end up on our terminal.
-  if (HasColours()) spawn.environment.emplace_back("CLICOLOR_FORCE", "1");
-  if (TerminalWidth() > 0) spawn.environment.emplace_back("COLUMNS", std::to_string(TerminalWidth()));
+  // Its lines go through a pipe, but end up on our terminal, behind our time column.
+  constexpr size_t kTimeColumn = 10;
+  if (const size_t room = RoomBehind(kTimeColumn); room > 0) {
+    spawn.environment.emplace_back("CLICOLOR_FORCE", "1");
+    spawn.environment.emplace_back("COLUMNS", std::to_string(room));
+  }
   return spawn;
 }
 

@@ -100,6 +100,32 @@ void AppendLines(const Values& values, int depth, std::vector<std::string>* line
   }
 }
 
+std::string Title(const Decoded& decoded) {
+  std::string text = decoded.title;
+  for (const FieldValue& value : decoded.values) {
+    if (value.field->type.name == "opcode") text += ": " + OpcodeWords(static_cast<uint16_t>(value.number));
+  }
+  return text;
+}
+
+// What must be read of it, whatever else is cut: what it is, and how it went.
+std::string Head(uint8_t kind, std::span<const uint8_t> packet) {
+  if (kind != kCommand && kind != kEvent) return "";
+  const Decoded decoded = Decode(kind, packet);
+  std::string text = Title(decoded);
+  const auto status =
+      std::ranges::find(decoded.values, "status", [](const FieldValue& it) { return it.field->type.name; });
+  if (status != decoded.values.end()) AppendBrief(Values(&*status, 1), ", ", &text);
+  return text;
+}
+
+void CollectHandles(const Values& values, std::vector<uint16_t>* handles) {
+  for (const FieldValue& value : values) {
+    if (value.field->type.name == "connection_handle") handles->push_back(value.number & 0x0FFF);
+    for (const std::vector<FieldValue>& element : value.elements) CollectHandles(element, handles);
+  }
+}
+
 // What a Command Complete returns behind a failure means nothing.
 Values Meaningful(Values values) {
   for (size_t i = 0; i + 1 < values.size(); ++i) {
@@ -149,12 +175,34 @@ std::optional<uint8_t> AnsweredStatus(std::span<const uint8_t> event) {
 std::string PacketWords(uint8_t kind, std::span<const uint8_t> packet) {
   if (kind != kCommand && kind != kEvent) return DataWords(kind, packet);
   const Decoded decoded = Decode(kind, packet);
-  std::string text = decoded.title;
-  for (const FieldValue& value : decoded.values) {
-    if (value.field->type.name == "opcode") text += ": " + OpcodeWords(static_cast<uint16_t>(value.number));
-  }
+  std::string text = Title(decoded);
   AppendBrief(Meaningful(decoded.values), ", ", &text);
   return decoded.problem.empty() ? text : text + " (" + decoded.problem + ")";
+}
+
+std::string FittingWords(uint8_t kind, std::span<const uint8_t> packet, size_t room) {
+  static const std::string kRest = ", ...";
+  const std::string text = PacketWords(kind, packet);
+  if (text.size() <= room) return text;
+  const std::string problem = PacketProblem(kind, packet).empty() ? "" : " (malformed)";
+  const std::string head = Head(kind, packet);
+  const size_t kept = kRest.size() + problem.size();
+  if (head.size() + kept > room) return head + problem;
+  // Between two parameters where one ends there, else within one.
+  const size_t end = text.rfind(", ", room - kept);
+  const bool between = text.starts_with(head) && end != text.npos && end >= head.size();
+  const std::string kept_words = between ? text.substr(0, end) : head.empty() ? text.substr(0, room - kept) : head;
+  return kept_words + kRest + problem;
+}
+
+std::vector<uint16_t> ConnectionHandles(uint8_t kind, std::span<const uint8_t> packet) {
+  std::vector<uint16_t> handles;
+  if (kind == kCommand || kind == kEvent) {
+    CollectHandles(Decode(kind, packet).values, &handles);
+  } else if (kind != kThreadData && HeaderSize(kind) != 0 && packet.size() >= 2) {
+    handles.push_back(Le16(packet, 0) & 0x0FFF);
+  }
+  return handles;
 }
 
 std::vector<std::string> PacketFields(uint8_t kind, std::span<const uint8_t> packet) {

@@ -27,6 +27,12 @@ std::optional<uint8_t> AnsweredStatus(std::span<const uint8_t> event);
 // The whole packet (without its H4 type byte) in one line; a malformed one says so in brackets.
 std::string PacketWords(uint8_t kind, std::span<const uint8_t> packet);
 
+// The same in `room` columns: the last parameters give way to "...". Name and status stay, if need be beyond `room`.
+std::string FittingWords(uint8_t kind, std::span<const uint8_t> packet, size_t room);
+
+// The connection handles in it, of data its own; a command's or an event's as many as it names.
+std::vector<uint16_t> ConnectionHandles(uint8_t kind, std::span<const uint8_t> packet);
+
 // Every field of it, one a line, those of elements set in.
 std::vector<std::string> PacketFields(uint8_t kind, std::span<const uint8_t> packet);
 

@@ -37,30 +37,42 @@ bool NeedsHal(ScriptAction::Verb verb) {
 
 HciSession::HciSession(const SessionOptions& options)
     : options_(options),
+      time_(options.time_style),
       client_({.on_packet =
                    [this](const ReceivedPacket& packet) {
                      PrintPacket(Direction::kFromController, packet.kind, packet.bytes);
                    },
                .on_death =
                    [this] {
-                     Print(Paint(Colour::kBad, Note("hal", "the service has died")));
+                     Note("the service has died", Colour::kBad);
                      claim_.Release();
                    }}) {}
 
-void HciSession::Print(const std::string& line, const std::string& below) const {
+void HciSession::Show(const std::string& text) const {
   const std::lock_guard lock(print_mutex_);
-  if (options_.times) printf("%s  ", Elapsed(start_, std::chrono::steady_clock::now()).c_str());
-  printf("%s\n%s", line.c_str(), below.c_str());
+  if (options_.show) {
+    options_.show(text);
+    return;
+  }
+  printf("%s", text.c_str());
   fflush(stdout);
 }
 
+void HciSession::Note(const std::string& text, Colour colour) const {
+  Show(Time() + Paint(colour, tool::Note("hal", text)) + "\n");
+}
+
 void HciSession::PrintPacket(Direction direction, uint8_t kind, std::span<const uint8_t> packet) const {
-  Print(PacketLine(direction, kind, packet), options_.verbose ? FieldLines(kind, packet) : "");
+  Show(PacketText(options_.view, Time(), direction, kind, packet));
 }
 
 bool HciSession::Fail(const std::string& why) const {
   const std::lock_guard lock(print_mutex_);
-  Complain(why);
+  if (options_.complain) {
+    options_.complain(why);
+  } else {
+    Complain(why);
+  }
   return false;
 }
 
@@ -90,7 +102,7 @@ bool HciSession::Initialize() {
 bool HciSession::TryToInitialize(std::string* error) {
   constexpr milliseconds kBringUpPatience = std::chrono::seconds(60);
   if (!client_.Initialize(kBringUpPatience, error)) return false;
-  Print(Note("hal", "initialised: SUCCESS"));
+  Note("initialised: SUCCESS");
   return true;
 }
 
@@ -100,7 +112,7 @@ bool HciSession::Close() {
   const bool closed = client_.Close(&error);
   claim_.Release();
   if (!closed) return Fail(error);
-  Print(Note("hal", "closed"));
+  Note("closed");
   return true;
 }
 
@@ -134,7 +146,7 @@ bool HciSession::Perform(const ScriptAction& action) {
     case Verb::kList:
       return List(action.text);
     case Verb::kHelp:
-      printf("%s", action.text.empty() ? kScriptHelp : CommandHelp(*FindCommand(action.text)).c_str());
+      Show(action.text.empty() ? kScriptHelp : CommandHelp(*FindCommand(action.text)));
       return true;
     case Verb::kQuit:
       quit_ = true;
@@ -145,7 +157,7 @@ bool HciSession::Perform(const ScriptAction& action) {
 
 bool HciSession::List(const std::string& word) const {
   const std::string list = CommandList(word);
-  printf("%s", list.c_str());
+  Show(list);
   return !list.empty() || Fail("list: no command has '" + word + "' in its name");
 }
 

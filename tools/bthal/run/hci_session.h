@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -9,15 +10,22 @@
 #include "bthal/run/binder_client.h"
 #include "bthal/run/hal_claim.h"
 #include "bthal/show/packet_line.h"
+#include "bthal/show/terminal.h"
+#include "bthal/show/time_column.h"
 
 namespace bthal::tool {
 
 struct SessionOptions {
-  bool times = true;       // a time column, seconds since the session began
+  bool times = true;  // a time column
+  TimeStyle time_style = TimeStyle::kRelative;
   bool take_over = false;  // end a client of ours that has the HAL
-  bool verbose = false;    // every field of a packet below its line
+  PacketView view;
   std::chrono::milliseconds answer_patience{2000};
   std::chrono::milliseconds service_patience{10000};
+  // Take what would go to standard output and, a line without "bthal: ", to standard error. Called on any thread, one
+  // at a time. Empty: there it goes.
+  std::function<void(const std::string&)> show;
+  std::function<void(const std::string&)> complain;
 };
 
 class HciSession {
@@ -44,11 +52,13 @@ class HciSession {
   bool Initialize();
   bool TryToInitialize(std::string* error);
   bool Fail(const std::string& why) const;
-  void Print(const std::string& line, const std::string& below = "") const;
+  void Show(const std::string& text) const;
+  void Note(const std::string& text, Colour colour = Colour::kPlain) const;
+  std::string Time() const { return options_.times ? time_.At() : ""; }
   void PrintPacket(Direction direction, uint8_t kind, std::span<const uint8_t> packet) const;
 
   const SessionOptions options_;
-  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  const TimeColumn time_;
   mutable std::mutex print_mutex_;  // packets are printed by Binder threads
   ReceivedPacket last_answer_;
   bool opened_ = false;

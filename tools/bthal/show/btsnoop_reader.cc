@@ -4,11 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <ctime>
 #include <iterator>
 
 #include "bthal/hci/words.h"
-#include "bthal/show/packet_line.h"
+#include "bthal/show/time_column.h"
 
 namespace bthal::tool {
 namespace {
@@ -25,7 +24,6 @@ constexpr size_t kIncludedLengthAt = 4;
 constexpr size_t kFlagsAt = 8;
 constexpr size_t kTimeAt = 16;
 constexpr uint32_t kFlagFromController = 1;
-constexpr int64_t kUsPerSecond = 1000000;
 // Microseconds from 1 January of year 0 to the Unix epoch.
 constexpr uint64_t kEpochOffsetUs = 0x00DCDDB30F2F8000;
 // The largest packet that HCI can carry is far below this; a length beyond it means that this is no record.
@@ -103,9 +101,9 @@ std::vector<std::string> FoldedSnoopLines(std::span<const SnoopRecord> records) 
     while (end < records.size() && opcode_of(records[at]) >= 0 && opcode_of(records[end]) == opcode_of(records[at])) {
       ++end;
     }
-    lines.push_back(SnoopLine(records[at]));
+    lines.push_back(SnoopText({}, WallTime(records[at].unix_us) + "  ", records[at]));
     if (end - at > kLongestRun) {
-      lines.push_back(StringPrintf("%15s    ... and %zu more of them", "", end - at - 1));
+      lines.push_back(StringPrintf("%15s    ... and %zu more of them\n", "", end - at - 1));
       at = end;
     } else {
       ++at;
@@ -114,20 +112,9 @@ std::vector<std::string> FoldedSnoopLines(std::span<const SnoopRecord> records) 
   return lines;
 }
 
-std::string SnoopLine(const SnoopRecord& record) {
-  time_t seconds = record.unix_us / kUsPerSecond;
-  int64_t fraction = record.unix_us % kUsPerSecond;
-  if (fraction < 0) {  // before 1970
-    fraction += kUsPerSecond;
-    --seconds;
-  }
-  tm local = {};
-  localtime_r(&seconds, &local);
-  const std::string time =
-      StringPrintf("%02d:%02d:%02d.%06d", local.tm_hour, local.tm_min, local.tm_sec, static_cast<int>(fraction));
-  return time + "  " +
-         PacketLine(record.from_controller ? Direction::kFromController : Direction::kToController, record.kind,
-                    record.packet, time.size() + 2);
+std::string SnoopText(const PacketView& view, const std::string& time, const SnoopRecord& record) {
+  return PacketText(view, time, record.from_controller ? Direction::kFromController : Direction::kToController,
+                    record.kind, record.packet);
 }
 
 }  // namespace bthal::tool

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "bthal/show/packet_line.h"
+
 namespace bthal::tool {
 
 struct SnoopRecord {
@@ -45,10 +47,11 @@ class BtsnoopReader {
 // "12 commands, 14 events, 3 acl packets": how many of each kind, in words.
 std::string CountWords(std::span<const SnoopRecord> records);
 
-// One line: "12:34:56.123456  > command  Reset   03 0C 00".
-std::string SnoopLine(const SnoopRecord& record);
+// As packet_line.h shows it, behind `time`.
+std::string SnoopText(const PacketView& view, const std::string& time, const SnoopRecord& record);
 
-// The same for many; of more than three commands in a row with one opcode (a firmware patch) only the first is shown.
+// The same for many, behind the time of day; of more than three commands in a row with one opcode (a firmware patch)
+// only the first is shown.
 std::vector<std::string> FoldedSnoopLines(std::span<const SnoopRecord> records);
 
 }  // namespace bthal::tool

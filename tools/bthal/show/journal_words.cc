@@ -12,15 +12,9 @@ using ::android::base::StringPrintf;
 using sim::JournalEntry;
 using sim::WireEvent;
 
-std::string Elapsed(std::chrono::steady_clock::time_point start, std::chrono::steady_clock::time_point now) {
-  return StringPrintf("%8.3f", std::chrono::duration<double>(now - start).count());
-}
+namespace {
 
-std::string Note(const std::string& name, const std::string& text) {
-  return StringPrintf("* %-7s  %s", name.c_str(), text.c_str());
-}
-
-std::string JournalWords(const JournalEntry& entry) {
+std::string NoteOf(const JournalEntry& entry) {
   const auto number = static_cast<unsigned long long>(entry.value);
   switch (entry.event) {
     case WireEvent::kPowerOn:
@@ -32,13 +26,12 @@ std::string JournalWords(const JournalEntry& entry) {
     case WireEvent::kSpeed:
       return Note("chip", StringPrintf("talks at %llu bit/s", number));
     case WireEvent::kReceived:
-      return PacketLine(Direction::kToController, entry.packet_type, entry.bytes);
     case WireEvent::kSent:
-      return PacketLine(Direction::kFromController, entry.packet_type, entry.bytes);
+      break;
     case WireEvent::kLostBytes:
-      return Paint(Colour::kBad, Note("lost", StringPrintf("%llu bytes: %s", number, entry.text.c_str())));
+      return Note("lost", StringPrintf("%llu bytes: %s", number, entry.text.c_str()));
     case WireEvent::kProtocolError:
-      return Paint(Colour::kBad, Note("error", entry.text));
+      return Note("error", entry.text);
     case WireEvent::kWakeLine:
       return Note("wake", entry.value != 0 ? "line up" : "line down");
     case WireEvent::kLpmDriver:
@@ -60,9 +53,36 @@ std::string JournalWords(const JournalEntry& entry) {
     case WireEvent::kSleepModeSet:
       return Note("chip", "sleep mode set");
     case WireEvent::kFault:
-      return Paint(Colour::kWarn, Note("fault", entry.text));
+      return Note("fault", entry.text);
   }
   return Note("board", sim::ToString(entry.event));
+}
+
+Colour ColourOf(WireEvent event) {
+  if (event == WireEvent::kLostBytes || event == WireEvent::kProtocolError) return Colour::kBad;
+  return event == WireEvent::kFault ? Colour::kWarn : Colour::kPlain;
+}
+
+}  // namespace
+
+std::string Elapsed(std::chrono::steady_clock::time_point start, std::chrono::steady_clock::time_point now) {
+  return StringPrintf("%8.3f", std::chrono::duration<double>(now - start).count());
+}
+
+std::string Note(const std::string& name, const std::string& text) {
+  return StringPrintf("* %-7s  %s", name.c_str(), text.c_str());
+}
+
+std::string JournalText(const PacketView& view, const std::string& time, const JournalEntry& entry) {
+  if (entry.event == WireEvent::kReceived || entry.event == WireEvent::kSent) {
+    const bool received = entry.event == WireEvent::kReceived;
+    return PacketText(view, time, received ? Direction::kToController : Direction::kFromController, entry.packet_type,
+                      entry.bytes);
+  }
+  constexpr size_t kNoteWords = 11;
+  const std::string line = time + NoteOf(entry);
+  const std::string text = view.to_file ? line : Folded(line, time.size() + kNoteWords);
+  return time + Paint(ColourOf(entry.event), text.substr(time.size())) + "\n";
 }
 
 }  // namespace bthal::tool

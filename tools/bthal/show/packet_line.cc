@@ -11,35 +11,80 @@
 namespace bthal::tool {
 namespace {
 
-constexpr int kWordsWidth = 48;
-constexpr size_t kLeastBytes = 3;
-constexpr size_t kMostBytes = 24;
+using ::android::base::StringAppendF;
+using ::android::base::StringPrintf;
 
-// How many of `count` bytes to show behind `used` columns, so that they and a word on the rest fit the terminal.
-size_t ShownBytes(size_t count, size_t used) {
-  const auto width = static_cast<size_t>(TerminalWidth());
-  if (width == 0) return kMostBytes;
-  constexpr size_t kRestNote = 11;  // " ... (+243)"
-  const size_t left = used < width ? width - used : 0;
-  if (count * 3 <= left + 1) return kMostBytes;
-  return std::clamp(left > kRestNote ? (left - kRestNote) / 3 : 0, kLeastBytes, kMostBytes);
+constexpr size_t kWordsWidth = 48;
+constexpr size_t kLeastBytes = 3;
+constexpr size_t kFieldColumn = 42;  // where a field's value stands
+
+// The bytes that fit `room` columns, with a word on the rest; empty where that would be hardly any.
+std::string FittingHex(std::span<const uint8_t> packet, size_t room) {
+  constexpr size_t kRestNote = 12;  // " ... (+1024)"
+  if (packet.size() * 3 <= room + 1) return Hex(packet);
+  const size_t shown = room > kRestNote ? (room - kRestNote) / 3 : 0;
+  return shown < kLeastBytes ? "" : Hex(packet, shown);
+}
+
+// `words` broken at blanks into lines of `room` columns, the later ones behind `before` blanks.
+std::string Broken(std::string words, size_t room, size_t before) {
+  std::string lines;
+  while (words.size() > room) {
+    const size_t blank = words.rfind(' ', room);
+    const size_t at = blank == words.npos || blank == 0 ? room : blank;
+    lines += words.substr(0, at) + "\n" + std::string(before, ' ');
+    words.erase(0, words[at] == ' ' ? at + 1 : at);
+  }
+  return lines + words;
+}
+
+std::string Line(Direction direction, uint8_t kind, std::span<const uint8_t> packet, size_t before, size_t room,
+                 bool with_bytes) {
+  const bool from_controller = direction == Direction::kFromController;
+  const Colour colour = from_controller ? Colour::kFromController : Colour::kToController;
+  const std::string head = StringPrintf("%c %-7s  ", from_controller ? '>' : '<', KindWord(kind).c_str());
+  const auto paint_words = [&](const std::string& words) { return Paint(colour, head + words); };
+  if (room == 0) {
+    std::string words = PacketWords(kind, packet);
+    words.resize(std::max(words.size(), kWordsWidth), ' ');
+    return paint_words(words + "  ") + Paint(Colour::kFaint, Hex(packet));
+  }
+  room = room > head.size() ? room - head.size() : 1;
+  std::string words = FittingWords(kind, packet, room);
+  if (words.size() > room) return paint_words(Broken(words, room, before + head.size()));
+  const size_t column = std::max(words.size(), kWordsWidth) + 2;
+  const std::string hex = with_bytes && column < room ? FittingHex(packet, room - column) : "";
+  if (hex.empty()) return paint_words(words);
+  words.resize(column, ' ');
+  return paint_words(words) + Paint(Colour::kFaint, hex);
 }
 
 }  // namespace
 
-std::string PacketLine(Direction direction, uint8_t kind, std::span<const uint8_t> packet, size_t columns_before) {
-  const bool from_controller = direction == Direction::kFromController;
-  const std::string line =
-      ::android::base::StringPrintf("%c %-7s  %-*s  ", from_controller ? '<' : '>', KindWord(kind).c_str(), kWordsWidth,
-                                    PacketWords(kind, packet).c_str());
-  return Paint(from_controller ? Colour::kFromController : Colour::kToController, line) +
-         Paint(Colour::kFaint, Hex(packet, ShownBytes(packet.size(), columns_before + line.size())));
+std::string PacketText(const PacketView& view, const std::string& time, Direction direction, uint8_t kind,
+                       std::span<const uint8_t> packet) {
+  const size_t room = view.to_file ? 0 : RoomBehind(time.size());
+  const bool bytes_below = view.bytes && room != 0;
+  std::string text = time + Line(direction, kind, packet, time.size(), room, !bytes_below) + "\n";
+  if (bytes_below) text += Paint(Colour::kFaint, HexLines(packet));
+  if (view.fields) text += FieldLines(kind, packet);
+  return text;
+}
+
+std::string HexLines(std::span<const uint8_t> packet) {
+  constexpr size_t kBytesALine = 16;
+  std::string text;
+  for (size_t at = 0; at < packet.size(); at += kBytesALine) {
+    const auto row = packet.subspan(at, std::min(kBytesALine, packet.size() - at));
+    StringAppendF(&text, "    %04zX  %s\n", at, Hex(row).c_str());
+  }
+  return text;
 }
 
 std::string FieldLines(uint8_t kind, std::span<const uint8_t> packet) {
   std::string text;
   for (const std::string& line : PacketFields(kind, packet)) text += "    " + line + "\n";
-  return text;
+  return Folded(text, kFieldColumn);
 }
 
 }  // namespace bthal::tool

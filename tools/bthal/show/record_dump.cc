@@ -52,6 +52,17 @@ void AssignLanes(std::vector<Span>* spans) {
   }
 }
 
+// For each record its time in microseconds: the table has milliseconds, and an order.
+std::vector<int64_t> Microseconds(const std::vector<DumpRecord>& records) {
+  std::vector<int64_t> times;
+  int64_t within = 0;
+  for (size_t i = 0; i < records.size(); ++i) {
+    within = i > 0 && records[i].ms == records[i - 1].ms ? std::min<int64_t>(within + 1, 999) : 0;
+    times.push_back(records[i].ms * 1000 + within);
+  }
+  return times;
+}
+
 }  // namespace
 
 std::vector<DumpRecord> ParseRecordDump(std::string_view dump, std::string* error) {
@@ -92,6 +103,7 @@ std::vector<DumpRecord> ParseRecordDump(std::string_view dump, std::string* erro
 std::vector<Span> PairRecords(const std::vector<DumpRecord>& records) {
   std::vector<Span> spans;
   std::map<std::string_view, std::vector<size_t>> open;  // by name: indices of spans that have not ended
+  const std::vector<int64_t> times = Microseconds(records);
   const auto past_the_end = static_cast<int64_t>(records.size());
   for (int64_t at = 0; at < past_the_end; ++at) {
     const DumpRecord& record = records[static_cast<size_t>(at)];
@@ -99,6 +111,7 @@ std::vector<Span> PairRecords(const std::vector<DumpRecord>& records) {
     Span span;
     span.name = text;
     span.begin_ms = span.end_ms = record.ms;
+    span.begin_us = span.end_us = times[static_cast<size_t>(at)];
     span.first_record = span.last_record = at;
     if (text.ends_with(kIn)) {
       const std::string_view name = text.substr(0, text.size() - kIn.size());
@@ -106,12 +119,14 @@ std::vector<Span> PairRecords(const std::vector<DumpRecord>& records) {
       span.name = name;
       span.unfinished = true;
       span.end_ms = records.back().ms;
+      span.end_us = times.back();
       span.last_record = past_the_end;
     } else if (text.ends_with(kOut)) {
       const std::string_view name = text.substr(0, text.size() - kOut.size());
       if (std::vector<size_t>& begun = open[name]; !begun.empty()) {
         Span& ended = spans[begun.back()];
         ended.end_ms = record.ms;
+        ended.end_us = span.end_us;
         ended.last_record = at;
         ended.unfinished = false;
         begun.pop_back();
@@ -120,6 +135,7 @@ std::vector<Span> PairRecords(const std::vector<DumpRecord>& records) {
       span.name = name;
       span.began_earlier = true;
       span.begin_ms = records.front().ms;
+      span.begin_us = times.front();
       span.first_record = -1;
     } else {
       span.moment = true;

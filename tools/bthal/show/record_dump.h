@@ -22,6 +22,9 @@ struct Span {
   bool moment = false;
   bool began_earlier = false;  // its beginning has already left the table
   bool unfinished = false;     // it was still going on when the report was made
+  // The same in microseconds, those within a millisecond by the order of the table.
+  int64_t begin_us = 0;
+  int64_t end_us = 0;
   // Its place in the table, which orders what happened within one millisecond.
   int64_t first_record = 0;
   int64_t last_record = 0;

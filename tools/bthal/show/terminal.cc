@@ -35,10 +35,15 @@ const char* Code(Colour colour) {
   return "";
 }
 
-// Whether a line on standard output may be written over.
-bool IsTerminal() {
-  static const bool terminal = isatty(STDOUT_FILENO) == 1;
-  return terminal;
+constexpr int kUsualWidth = 80;
+
+// For someone who passes our lines on to a terminal.
+bool IsPassedOn() { return getenv("CLICOLOR_FORCE") != nullptr; }
+
+// Where to break `line`, which is wider than `width`.
+size_t BreakAt(std::string_view line, size_t width, size_t indent) {
+  const size_t blank = line.rfind(' ', width);
+  return blank == line.npos || line.find_first_not_of(' ') > blank || blank <= indent ? width : blank;
 }
 
 // "[##########----------] 120/240".
@@ -55,17 +60,49 @@ bool HasColours() {
   static const bool colours = [] {
     const char* term = getenv("TERM");
     const char* no_color = getenv("NO_COLOR");
-    const bool wanted = IsTerminal() || getenv("CLICOLOR_FORCE") != nullptr;
+    const bool wanted = IsTerminal() || IsPassedOn();
     return wanted && (no_color == nullptr || *no_color == '\0') && term != nullptr && std::string_view(term) != "dumb";
   }();
   return colours;
 }
 
+bool IsTerminal() {
+  static const bool terminal = isatty(STDOUT_FILENO) == 1;
+  return terminal;
+}
+
 int TerminalWidth() {
   winsize size = {};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  if (!IsTerminal() && !IsPassedOn()) return 0;
   const char* columns = getenv("COLUMNS");
-  return columns == nullptr ? 0 : std::max(atoi(columns), 0);
+  const int promised = columns == nullptr ? 0 : atoi(columns);
+  return promised > 0 ? promised : kUsualWidth;
+}
+
+size_t RoomBehind(size_t columns_before) {
+  const auto width = static_cast<size_t>(TerminalWidth());
+  if (width == 0) return 0;
+  return width > columns_before ? width - columns_before : 1;
+}
+
+std::string Folded(std::string_view lines, size_t indent) {
+  const size_t width = RoomBehind(0);
+  if (width <= indent) return std::string(lines);
+  std::string folded;
+  while (!lines.empty()) {
+    const size_t end = std::min(lines.find('\n'), lines.size());
+    std::string line(lines.substr(0, end));
+    while (line.size() > width) {
+      const size_t at = BreakAt(line, width, indent);
+      folded += line.substr(0, at) + "\n";
+      line.replace(0, line[at] == ' ' ? at + 1 : at, indent, ' ');
+    }
+    folded += line;
+    if (end < lines.size()) folded += '\n';
+    lines.remove_prefix(std::min(end + 1, lines.size()));
+  }
+  return folded;
 }
 
 std::string Paint(Colour colour, std::string_view text) {

@@ -13,8 +13,19 @@ enum class Colour { kPlain, kFaint, kGood, kBad, kWarn, kToController, kFromCont
 // CLICOLOR_FORCE has them without a terminal: for someone who passes our lines on to one.
 bool HasColours();
 
-// Columns of the terminal, or those that COLUMNS promises; 0 where there is neither.
+// Whether standard output is a terminal.
+bool IsTerminal();
+
+// Columns of the terminal, or those that COLUMNS promises where it does not say. 0, for no limit, where our lines go
+// elsewhere; but for someone who passes them on to a terminal (CLICOLOR_FORCE), COLUMNS counts.
 int TerminalWidth();
+
+// What is left for a line behind `columns_before` columns; 0 for no limit.
+size_t RoomBehind(size_t columns_before);
+
+// Lines, those that are wider than the terminal broken, at a blank where there is one, and gone on with `indent`
+// columns further in.
+std::string Folded(std::string_view lines, size_t indent = 4);
 
 // `text` in a colour, or as it is.
 std::string Paint(Colour colour, std::string_view text);

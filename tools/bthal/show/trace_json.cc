@@ -3,6 +3,7 @@
 #include <android-base/stringprintf.h>
 
 #include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "bthal/show/terminal.h"
@@ -16,6 +17,8 @@ using ::android::base::StringPrintf;
 constexpr int kNameWidth = 34;
 constexpr int kLeastBarWidth = 20;
 constexpr int kUsualWidth = 100;
+constexpr int kRemarkWidth = 18;
+constexpr char kBringUp[] = "perform_init";
 
 // Name columns: indented, cut where it is too long.
 std::string NameColumn(const Span& span) {
@@ -31,25 +34,63 @@ std::string RemarkOf(const Span& span) {
   return "";
 }
 
+// The time while something goes on, as the chart's scale: an hour of silence behind a bring-up would leave it no
+// column.
+class BusyTime {
+ public:
+  // In the order of their beginnings.
+  explicit BusyTime(const std::vector<Span>& spans) {
+    for (const Span& span : spans) {
+      if (periods_.empty() || span.begin_ms > periods_.back().second) {
+        periods_.emplace_back(span.begin_ms, span.end_ms);
+      } else {
+        periods_.back().second = std::max(periods_.back().second, span.end_ms);
+      }
+    }
+    whole_ = std::max<int64_t>(Until(periods_.back().second), 1);
+  }
+
+  int Column(int64_t ms, int columns) const { return static_cast<int>(Until(ms) * columns / whole_); }
+
+ private:
+  int64_t Until(int64_t ms) const {
+    int64_t sum = 0;
+    for (const auto& [begin, end] : periods_) sum += std::clamp(ms, begin, end) - begin;
+    return sum;
+  }
+
+  std::vector<std::pair<int64_t, int64_t>> periods_;
+  int64_t whole_ = 1;
+};
+
 }  // namespace
 
 std::string TraceJson(const std::vector<Span>& spans) {
   using Json = nlohmann::ordered_json;
-  const int64_t zero = spans.empty() ? 0 : spans.front().begin_ms;
+  const int64_t zero = spans.empty() ? 0 : spans.front().begin_us;
+  size_t rows = 0;
   Json events = {
       {{"name", "process_name"}, {"ph", "M"}, {"pid", 1}, {"tid", 0}, {"args", {{"name", "Bluetooth HAL"}}}}};
   for (const Span& span : spans) {
     Json event = {{"name", span.name}, {"cat", "record"}, {"pid", 1}, {"tid", span.lane}};
-    event["ts"] = (span.begin_ms - zero) * 1000;
+    rows = std::max(rows, span.lane + 1);
+    event["ts"] = span.begin_us - zero;
     event["ph"] = span.moment ? "i" : "X";
     if (span.moment) {
       event["s"] = "t";
     } else {
-      event["dur"] = (span.end_ms - span.begin_ms) * 1000;
+      event["dur"] = span.end_us - span.begin_us;
     }
     if (span.unfinished) event["args"]["unfinished"] = true;
     if (span.began_earlier) event["args"]["began_earlier"] = true;
     events.push_back(std::move(event));
+  }
+  for (size_t row = 0; row < rows; ++row) {
+    events.push_back({{"name", "thread_name"},
+                      {"ph", "M"},
+                      {"pid", 1},
+                      {"tid", row},
+                      {"args", {{"name", "thread " + std::to_string(row + 1)}}}});
   }
   const Json trace = {{"displayTimeUnit", "ms"}, {"traceEvents", std::move(events)}};
   return trace.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
@@ -61,20 +102,34 @@ std::string BarChart(const std::vector<Span>& spans, int width, int64_t least_ms
                        [&](const Span& span) { return !span.moment && span.end_ms - span.begin_ms >= least_ms; });
   if (shown.empty()) return "no scoped record\n";
   const int64_t zero = shown.front().begin_ms;
-  const int64_t last = std::ranges::max(shown, {}, &Span::end_ms).end_ms;
-  const int64_t whole = std::max<int64_t>(last - zero, 1);
-  const int columns = std::max(kLeastBarWidth, (width == 0 ? kUsualWidth : width) - kNameWidth - 20);
+  const BusyTime busy(shown);
+  const bool remarks = std::ranges::any_of(shown, [](const Span& span) { return !RemarkOf(span).empty(); });
+  const int usual = (width == 0 ? kUsualWidth : width) - kNameWidth - 20 - (remarks ? kRemarkWidth : 0);
+  const int columns = std::max(kLeastBarWidth, usual);
   std::string chart =
       Paint(Colour::kHeading, StringPrintf("%-*s %8s %8s", kNameWidth, "step", "at ms", "took ms")) + "\n";
   for (const Span& span : shown) {
-    const auto left = static_cast<int>((span.begin_ms - zero) * columns / whole);
-    const auto right = static_cast<int>((span.end_ms - zero) * columns / whole);
+    const int left = std::min(busy.Column(span.begin_ms, columns), columns - 1);
+    const int right = busy.Column(span.end_ms, columns);
     const std::string bar = right > left ? std::string(static_cast<size_t>(right - left), '#') : "|";
     StringAppendF(&chart, "%-*s %8lld %8lld  %*s%s%s\n", kNameWidth, NameColumn(span).c_str(),
                   static_cast<long long>(span.begin_ms - zero), static_cast<long long>(span.end_ms - span.begin_ms),
                   left, "", Paint(Colour::kGood, bar).c_str(), RemarkOf(span).c_str());
   }
   return chart;
+}
+
+std::string MissingBringUp(const std::vector<Span>& spans, std::string_view dump) {
+  const auto last = std::find_if(spans.rbegin(), spans.rend(),
+                                 [](const Span& span) { return !span.moment && span.name == kBringUp; });
+  const std::string table = " has left the table, which keeps the last 400 records";
+  if (last != spans.rend()) return last->began_earlier ? "the beginning of the bring-up" + table : "";
+  // The report also keeps when each step was taken last.
+  const std::string seen = std::string("Timestamp of ") + kBringUp + " [OUT]: ";
+  const size_t at = dump.find(seen);
+  if (at == dump.npos) return "no bring-up has ended since the service started";
+  constexpr size_t kSeconds = sizeof("00:00:00") - 1;
+  return "the bring-up that ended at " + std::string(dump.substr(at + seen.size(), kSeconds)) + table;
 }
 
 }  // namespace bthal::tool

@@ -1,0 +1,18 @@
+// Packets as other programs read them.
+#pragma once
+
+#include <string>
+
+#include "bthal/show/btsnoop_reader.h"
+
+namespace bthal::tool {
+
+// kBtsnoop is what the service writes. kPcap (with the direction in front of each packet) is what programs take that
+// read a capture while it grows.
+enum class CaptureFormat { kBtsnoop, kPcap };
+
+// What the file begins with, and a packet in it. Bytes.
+std::string CaptureHeader(CaptureFormat format);
+std::string CaptureRecord(CaptureFormat format, const SnoopRecord& record);
+
+}  // namespace bthal::tool
