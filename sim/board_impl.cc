@@ -8,6 +8,8 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 
+#include <algorithm>
+
 #include "sim/base/files.h"
 #include "sim/controller/firmware/patch_file.h"
 #include "sim/furnish.h"
@@ -82,7 +84,9 @@ bool Board::Impl::OpenTheRest(std::string* error) {
   if (!options_.backend.empty() && !backend_.Connect(options_.backend, error)) return false;
   if (options_.furnish && !Furnish(options_, error)) return false;
   const std::string uart = options_.root + kUart;
-  return OpenFifos(error) && MakeFoldersAbove(uart, error) && line_.Open(uart, error);
+  const auto obey = [this](const std::string& question) { return Obey(question); };
+  return OpenFifos(error) && MakeFoldersAbove(uart, error) && line_.Open(uart, error) &&
+         control_.Open(options_.root, obey, error);
 }
 
 bool Board::Impl::Start(std::string* error) {
@@ -107,6 +111,7 @@ void Board::Impl::Stop() {
   fifos_.Close();
   coex_.Close();
   line_.Close();
+  control_.Close();
   guardian_.Stop();
   lock_.Reset();
 }
@@ -130,6 +135,7 @@ void Board::Impl::Run() {
     if (backend_.fd() >= 0) {
       backend_.Serve([this](uint8_t type, Bytes packet) { controller_.ReceiveFromEmulator(type, std::move(packet)); });
     }
+    if (asked_) control_.Serve();
     if (!options_.only_coex) line_.Flush(Clock::now());
     waiting_ = line_.Waiting();
   }
@@ -141,6 +147,8 @@ void Board::Impl::Wait() {
   for (const int fd : inputs_.Descriptors()) polls.push_back({fd, POLLIN, 0});
   if (!options_.only_coex) polls.push_back({line_.fd(), line_.PollEvents(now), 0});
   if (backend_.fd() >= 0) polls.push_back({backend_.fd(), backend_.PollEvents(), 0});
+  const auto others = static_cast<ptrdiff_t>(polls.size());
+  control_.AddPolls(&polls);
   std::optional<Clock::time_point> next = controller_.timers().Next();
   if (const auto line = line_.NextLook(now); line && (!next || *line < *next)) next = line;
   timespec timeout{};
@@ -152,6 +160,7 @@ void Board::Impl::Wait() {
     journal_.Record(WireEvent::kProtocolError, 0, std::string("the board cannot wait: ") + strerror(errno));
     stop_ = true;
   }
+  asked_ = std::any_of(polls.begin() + others, polls.end(), [](const pollfd& poll) { return poll.revents != 0; });
 }
 
 }  // namespace bthal::sim

@@ -12,6 +12,7 @@
 #include "sim/controller/controller.h"
 #include "sim/controller/faults/faults.h"
 #include "sim/nodes/coex.h"
+#include "sim/nodes/control.h"
 #include "sim/nodes/fifos.h"
 #include "sim/nodes/guardian.h"
 #include "sim/nodes/ordered_inputs.h"
@@ -51,6 +52,9 @@ class Board::Impl {
   bool OpenCoex(std::string* error);
   bool OpenTheRest(std::string* error);
   bool OpenFifos(std::string* error);
+  // board_control.cc: what is asked at the control socket, and the answer.
+  std::string Obey(const std::string& question);
+  std::string State() const;
   void Run();
   void Wait();
 
@@ -63,11 +67,13 @@ class Board::Impl {
   Coex coex_;
   Fifos fifos_;
   Line line_;
+  Control control_{&guardian_};
   Backend backend_;
   Controller controller_;
 
   Fd lock_;
   Tasks tasks_;
+  bool asked_ = false;  // something has come at the control socket
   std::atomic<bool> stop_{false};
   std::atomic<size_t> waiting_{0};
   std::thread thread_;

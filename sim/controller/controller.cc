@@ -188,4 +188,11 @@ void Controller::SetSleepMode() {
   sleep_.Set(Clock::now());
 }
 
+std::string Controller::StateLines() const {
+  static constexpr const char* kDoes[] = {"off", "on", "on, takes a patch", "on, boots its patch"};
+  const char* sleep = !sleep_.set() ? "mode not set" : sleep_.Asleep(Clock::now()) ? "asleep" : "mode set, awake";
+  return std::string("controller  ") + kDoes[static_cast<size_t>(state_)] + "\n" +  //
+         "speed       " + std::to_string(line_->speed()) + " bit/s\n" + "sleep       " + sleep + "\n";
+}
+
 }  // namespace bthal::sim

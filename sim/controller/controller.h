@@ -52,6 +52,8 @@ class Controller final : public Outlet, private Chip {
   void SendRaw(const Bytes& bytes);
   // Lets faults strike that wait for nothing.
   void StrikeNow();
+  // What it does, its speed and whether it sleeps, for people: a line each.
+  std::string StateLines() const;
   ThreadRadio& thread_radio() { return thread_radio_; }
 
   // Outlet

@@ -22,6 +22,7 @@ class Sleep {
     if (!high && (wake_line_ || !low_since_)) low_since_ = now;
     wake_line_ = high;
   }
+  bool set() const { return set_; }
   bool Asleep(Clock::time_point now) const {
     return set_ && !wake_line_ && low_since_ && now - *low_since_ >= falls_asleep_after_;
   }

@@ -54,6 +54,7 @@ class Line {
 
   // The bit rate of the controller's end.
   void SetSpeed(uint32_t speed);
+  uint32_t speed() const { return speed_; }
   // From Hold to Release packets wait.
   void Hold() { held_ = true; }
   void Release() { held_ = false; }

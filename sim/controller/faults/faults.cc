@@ -128,6 +128,27 @@ bool ParseFault(const std::string& text, Fault* fault, std::string* error) {
   return true;
 }
 
+void Faults::Add(Fault fault) {
+  std::erase_if(faults_, [](const Fault& spent) { return spent.count == 0; });
+  faults_.push_back(std::move(fault));
+}
+
+std::vector<std::string> Faults::InForce() const {
+  std::vector<std::string> lines;
+  for (const Fault& fault : faults_) {
+    if (fault.count == 0) continue;
+    std::string line = fault.text + "  strikes ";
+    if (!fault.count) {
+      line += "always";
+    } else {
+      line += *fault.count == 1 ? "once" : std::to_string(*fault.count) + " times";
+    }
+    if (fault.after != 0) line += ", after " + std::to_string(fault.after) + " more";
+    lines.push_back(line);
+  }
+  return lines;
+}
+
 std::vector<Fault> Faults::StrikeAt(uint16_t opcode) {
   std::vector<Fault> striking;
   for (Fault& fault : faults_) {

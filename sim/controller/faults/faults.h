@@ -53,8 +53,11 @@ std::string FaultHelp();
 // The faults in force.
 class Faults {
  public:
-  void Add(Fault fault) { faults_.push_back(std::move(fault)); }
+  // Those that have struck their last are forgotten.
+  void Add(Fault fault);
   void Clear() { faults_.clear(); }
+  // "no-answer,opcode=reset  strikes 2 more times": those that may still strike, in their order.
+  std::vector<std::string> InForce() const;
   // Those that strike at this command, each of which has then struck once more.
   std::vector<Fault> StrikeAt(uint16_t opcode);
   // Those that do not wait for a command.

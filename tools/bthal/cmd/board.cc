@@ -1,4 +1,5 @@
 // bthal board: the virtual board alone.
+#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 #include <host/property_store.h>
 
@@ -10,6 +11,7 @@
 #include "bthal/cmd/board_options.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/cmd/packet_options.h"
+#include "bthal/run/board_client.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
@@ -25,6 +27,9 @@ struct BoardCommand {
   std::string only;
   TimeStyle time_style = TimeStyle::kRelative;
   PacketView view;
+  // `ctl` is a subcommand that runs first; then there is nothing to play.
+  std::optional<int> asked;
+  std::vector<std::string> fault;
 };
 
 // Makes the folder the device, and locks it; the board's start is the device's boot: what does not outlive a boot goes.
@@ -39,7 +44,20 @@ bool Boot(const sim::BoardOptions& board, ::android::base::unique_fd* lock, std:
   return false;
 }
 
+// One question to the board that plays.
+int Ask(const BoardCommand& command, const std::string& question) {
+  if (!command.board.root.empty()) setenv(kRootVariable, command.board.root.c_str(), 1);
+  const char* root = getenv(kRootVariable);
+  std::string error;
+  std::string answer;
+  if (root == nullptr || *root == '\0') return Complain("board: which? Give --root DIR, or set BTHAL_ROOT");
+  if (!RootIsOurs(root, &error) || !AskBoard(question, &answer, &error)) return Complain(error);
+  printf("%s", Folded(answer).c_str());
+  return 0;
+}
+
 int Run(BoardCommand& command) {
+  if (command.asked) return *command.asked;
   command.board.only_coex = command.only == "coex";
   const char* root = getenv(kRootVariable);
   if (command.board.root.empty() && root != nullptr) command.board.root = root;
@@ -72,6 +90,30 @@ int Run(BoardCommand& command) {
   return 0;
 }
 
+void AddControl(Command& board, const std::shared_ptr<BoardCommand>& command) {
+  Command ctl = board.Add("ctl", "Ask the board that plays below the device root, or let something go wrong there");
+  ctl.NeedsSubcommand();
+  ctl.Footer(
+      "Examples:\n"
+      "  bthal board ctl fault late-answer,opcode=reset,ms=500\n"
+      "  bthal board --root ~/board ctl state");
+  Command fault = ctl.Add("fault", "Add a fault to those in force");
+  fault.Take("fault", &command->fault, "as 'bthal board --help' explains it").Type("FAULT").Required();
+  fault.Run([command] {
+    command->asked = Ask(*command, "fault " + ::android::base::Join(command->fault, ' '));
+    return *command->asked;
+  });
+  for (const auto& [word, about] : std::initializer_list<std::pair<const char*, const char*>>{
+           {"list", "The faults that may still strike"},
+           {"clear", "Forget all faults"},
+           {"state", "What the controller does, its speed, whether it sleeps"}}) {
+    ctl.Add(word, about).Run([command, word = std::string(word)] {
+      command->asked = Ask(*command, word);
+      return *command->asked;
+    });
+  }
+}
+
 }  // namespace
 
 void AddBoard(Command& app) {
@@ -84,13 +126,14 @@ void AddBoard(Command& app) {
   AddTimeOption(sub, &command->time_style);
   sub.Take("--only", &command->only, "play nothing but this").OneOf({"coex"}).Type("coex");
   sub.Footer(
-      "Prints everything that happens at the board, one line each, until Ctrl-C.\n"
+      "Prints everything that happens at the board, one line each, until Ctrl-C. 'bthal board ctl' asks it meanwhile.\n"
       "\nExample, in three terminals, each with BTHAL_ROOT=~/board:\n"
       "  bthal board\n"
       "  bthal supervise\n"
       "  bthal hci 'le_scan 2'\n"
       "\nFaults:\n" +
       sim::FaultHelp());
+  AddControl(sub, command);
   sub.Run([command] { return Run(*command); });
 }
 

@@ -1,13 +1,12 @@
 #include "bthal/run/thread_client.h"
 
-#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
+
+#include "bthal/run/unix_socket.h"
 
 namespace bthal::tool {
 namespace {
@@ -20,16 +19,8 @@ constexpr size_t kLargestFrame = 65535;
 }  // namespace
 
 unique_fd ConnectToThreadSocket(const std::string& path, std::string* error) {
-  // Through its folder's descriptor: an address holds at most 107 bytes of a path.
-  const unique_fd folder(open(::android::base::Dirname(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  unique_fd client(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  const std::string name = StringPrintf("/proc/self/fd/%d/%s", folder.get(), ::android::base::Basename(path).c_str());
-  if (folder.ok() && client.ok() && name.size() < sizeof(address.sun_path)) {
-    memcpy(address.sun_path, name.c_str(), name.size() + 1);
-    if (connect(client.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) return client;
-  }
+  unique_fd client = ConnectTo(path, SOCK_SEQPACKET);
+  if (client.ok()) return client;
   *error = StringPrintf(
       "cannot reach %s: %s; the service serves it while a client has the HAL, with ThreadDispatcherEnabled and "
       "persist.bluetooth.thread_dispatcher.enabled true",
