@@ -13,8 +13,9 @@ namespace {
 
 using namespace ::bthal::test;
 
-const std::vector<std::string> kSubcommands = {"demo",     "board", "supervise", "hci",   "dump",   "timeline", "snoop",
-                                               "services", "prop",  "conf",      "check", "thread", "finder",   "afh"};
+const std::vector<std::string> kSubcommands = {"demo", "shell",    "board",  "supervise", "hci",
+                                               "dump", "timeline", "snoop",  "services",  "prop",
+                                               "conf", "check",    "thread", "finder",    "afh"};
 
 TEST(BthalTest, HelpNamesEverySubcommandAndEachExplainsItself) {
   const ProgramResult help = Bthal({"--help"});

@@ -72,7 +72,7 @@ TEST(CommandLineTest, ManualPagesSayWhatTheHelpSays) {
     EXPECT_THAT(rendered, HasSubstr("SYNOPSIS")) << name;
     ++pages;
   }
-  EXPECT_EQ(pages, 17);
+  EXPECT_EQ(pages, 18);
 }
 
 // What is typed, and what the shell then offers first.
@@ -102,6 +102,7 @@ TEST_P(CompletionTest, OffersCommandsOptionsAndValues) {
       {"bthal sn", "snoop"},
       {"bthal prop g", "get"},
       {"bthal board --on", "--only"},
+      {"bthal board ctl st", "state"},
       {"bthal board --only ", "coex"},
       {"bthal timeline " + std::string(folder_.path) + "/_b", file_},
       {"bthal demo --root " + above.substr(0, above.size() - 1), above}};

@@ -17,6 +17,7 @@ constexpr char kAbout[] =
     "bthal - bring a Bluetooth controller up, talk to it, and look at what happened.\n"
     "\n"
     "  bthal demo                     everything once, on a virtual board, in a few seconds\n"
+    "  bthal shell                    the same board, with a prompt to play at\n"
     "  bthal check                    what this machine lacks to run the service on real hardware\n"
     "  bthal hci read_bd_addr         one command to the controller, its answer in words\n"
     "\n"
@@ -32,7 +33,10 @@ void LogErrorsOnly(android::base::LogId, android::base::LogSeverity severity, co
 int RefuseForeignRoot(const std::string& command) {
   const char* root = getenv(bthal::tool::kRootVariable);
   std::string error;
-  if (root == nullptr || *root == '\0' || command == "demo" || command == "board" || command == "decode") return 0;
+  if (root == nullptr || *root == '\0' || command == "demo" || command == "shell" || command == "board" ||
+      command == "decode") {
+    return 0;
+  }
   return bthal::tool::RootIsOurs(root, &error) ? 0 : bthal::tool::Complain(error);
 }
 
@@ -40,8 +44,8 @@ int Run(int argc, char** argv) {
   using namespace bthal::tool;
   Program program("bthal", BTHAL_VERSION, kAbout);
   Command root = program.Root();
-  for (auto* add : {AddDemo, AddBoard, AddSupervise, AddHci, AddDump, AddTimeline, AddSnoop, AddDecode, AddServices,
-                    AddProp, AddConf, AddCheck, AddThread, AddFinder, AddAfh, AddBridge}) {
+  for (auto* add : {AddDemo, AddShell, AddBoard, AddSupervise, AddHci, AddDump, AddTimeline, AddSnoop, AddDecode,
+                    AddServices, AddProp, AddConf, AddCheck, AddThread, AddFinder, AddAfh, AddBridge}) {
     add(root);
   }
   program.Before(RefuseForeignRoot);

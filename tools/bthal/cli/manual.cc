@@ -103,7 +103,9 @@ std::string SubcommandList(const std::string& command, const CommandDescription&
 std::string OwnSubcommands(const std::string& command, const CommandDescription& description) {
   std::string text;
   for (const CommandDescription& sub : description.commands) {
-    text += ".SS " + Synopsis(command + " " + sub.name, sub) + "\n" + Escaped(sub.about) + "\n" + Parameters(sub);
+    const std::string name = command + " " + sub.name;
+    text += ".SS " + Synopsis(name, sub) + "\n" + Escaped(sub.about) + "\n" + Parameters(sub);
+    text += OwnSubcommands(name, sub);
   }
   return text;
 }

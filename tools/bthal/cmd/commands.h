@@ -7,6 +7,7 @@ namespace bthal::tool {
 class Command;
 
 void AddDemo(Command& app);
+void AddShell(Command& app);
 void AddBoard(Command& app);
 void AddSupervise(Command& app);
 void AddHci(Command& app);

@@ -2,12 +2,10 @@
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <memory>
-#include <utility>
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
@@ -15,6 +13,7 @@
 #include "bthal/hci/script.h"
 #include "bthal/run/hci_session.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/run/line_source.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
@@ -29,38 +28,6 @@ struct HciOptions {
   bool take_over = false;
   TimeStyle time_style = TimeStyle::kRelative;
   PacketView view;
-};
-
-// Reads lines without holding any back, so that a Ctrl-C is noticed between them.
-class LineSource {
- public:
-  explicit LineSource(int fd) : fd_(fd) {}
-
-  // False at the end of the input, or when the user interrupts.
-  bool Next(std::string* line) {
-    for (;;) {
-      if (const size_t end = buffer_.find('\n'); end != std::string::npos) {
-        *line = buffer_.substr(0, end);
-        buffer_.erase(0, end + 1);
-        return true;
-      }
-      pollfd ready[] = {{fd_, POLLIN, 0}, {InterruptFd(), POLLIN, 0}};
-      if (poll(ready, 2, -1) < 0 && errno != EINTR) return false;
-      if (Interrupted()) return false;
-      if (ready[0].revents == 0) continue;
-      char piece[4096];
-      const ssize_t count = TEMP_FAILURE_RETRY(read(fd_, piece, sizeof(piece)));
-      if (count <= 0) {
-        *line = std::exchange(buffer_, "");
-        return !line->empty();
-      }
-      buffer_.append(piece, static_cast<size_t>(count));
-    }
-  }
-
- private:
-  const int fd_;
-  std::string buffer_;
 };
 
 // `name` of a script, or nothing for lines of the command line.

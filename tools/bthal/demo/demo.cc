@@ -3,7 +3,6 @@
 #include <android-base/file.h>
 #include <android-base/properties.h>
 #include <android-base/stringprintf.h>
-#include <fcntl.h>
 #include <host/property_store.h>
 #include <host/service_registry.h>
 #include <sys/wait.h>
@@ -11,15 +10,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 
 #include "bthal/demo/demo_check.h"
 #include "bthal/hci/words.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/run/service_child.h"
 #include "bthal/show/journal_words.h"
-#include "bthal/show/last_words.h"
 
 namespace bthal::tool {
 namespace {
@@ -166,16 +163,9 @@ bool Demo::SetProperties() {
 }
 
 bool Demo::StartService() {
-  const ::android::base::unique_fd log(
-      open(root_.Log("service.log").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644));
-  if (!log.ok()) return Fail("cannot write " + root_.Log("service.log") + ": " + strerror(errno));
   std::string error;
   const std::lock_guard lock(print_mutex_);  // what the board sees of it is told after its start
-  service_ = Child::Spawn({.arguments = {ProgramBeside(kServiceProgram)},
-                           .environment = {},
-                           .standard_output = log.get(),
-                           .standard_error = log.get()},
-                          &error);
+  service_ = SpawnService(root_.Log("service.log"), &error);
   if (!service_.running()) return Fail(error);
   PrintLine(Note("service", StringPrintf("pid %d, %s", service_.pid(), kServiceProgram)));
   return true;
@@ -189,11 +179,8 @@ bool Demo::ServiceDied() {
 }
 
 void Demo::TellWhyServiceDied(int wait_status) {
-  LastWords words;
-  std::ifstream log(root_.Log("service.log"));
-  for (std::string line; std::getline(log, line);) words.Look(line);
   Line(Paint(Colour::kBad, Note("service", ExitWords(wait_status))));
-  for (const std::string& line : words.Lines()) Line(Note("", line));
+  for (const std::string& line : LastWordsIn(root_.Log("service.log"))) Line(Note("", line));
   Fail("the service " + ExitWords(wait_status));
 }
 

@@ -18,31 +18,12 @@ namespace {
 namespace fs = std::filesystem;
 using ::android::base::unique_fd;
 
-// What says that a demo made the folder, and may empty it.
-constexpr char kMarker[] = ".made-by-bthal-demo";
-
 // The folder that a login gives its user alone; empty where there is none.
 std::string RuntimeFolder() {
   const char* folder = getenv("XDG_RUNTIME_DIR");
   struct stat info = {};
   if (folder == nullptr || *folder != '/' || lstat(folder, &info) != 0) return "";
   return S_ISDIR(info.st_mode) && info.st_uid == geteuid() && (info.st_mode & 077) == 0 ? folder : "";
-}
-
-// The same folder every time, so that the logs of the last demo are where one expects them; where others may write, a
-// new one whose name they cannot know.
-std::string MakeFolder(std::string* error) {
-  std::error_code code;
-  const std::string runtime = RuntimeFolder();
-  std::string path = runtime + "/bthal-demo";
-  if (!runtime.empty() && (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST)) return path;
-  if (runtime.empty()) {
-    path = fs::absolute(fs::temp_directory_path(code), code).string() + "/bthal-demo-XXXXXX";
-    if (!code && mkdtemp(path.data()) != nullptr) return path;
-  }
-  *error =
-      "cannot make the folder " + path + ": " + (code ? code.message() : strerror(errno)) + "; choose one with --root";
-  return "";
 }
 
 bool IsEmpty(const std::string& path) {
@@ -52,15 +33,31 @@ bool IsEmpty(const std::string& path) {
 
 }  // namespace
 
+// The same folder every time, so that the logs of the last demo are where one expects them; where others may write, a
+// new one whose name they cannot know.
+std::string DemoRoot::MakeFolder(std::string* error) const {
+  std::error_code code;
+  const std::string runtime = RuntimeFolder();
+  std::string path = runtime + "/bthal-" + what_;
+  if (!runtime.empty() && (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST)) return path;
+  if (runtime.empty()) {
+    path = fs::absolute(fs::temp_directory_path(code), code).string() + "/bthal-" + what_ + "-XXXXXX";
+    if (!code && mkdtemp(path.data()) != nullptr) return path;
+  }
+  *error =
+      "cannot make the folder " + path + ": " + (code ? code.message() : strerror(errno)) + "; choose one with --root";
+  return "";
+}
+
 // Of a folder that no demo made, nothing may go.
 bool DemoRoot::Empty(std::string* error) const {
-  const bool marked = faccessat(folder_.get(), kMarker, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+  const bool marked = faccessat(folder_.get(), Marker().c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
   if (!marked && !IsEmpty(path_)) {
-    *error = path_ + " holds what no demo has made; choose a folder with --root";
+    *error = path_ + " holds what no " + what_ + " has made; choose a folder with --root";
     return false;
   }
-  RemoveAllIn(folder_.get(), {kMarker});
-  const unique_fd marker(openat(folder_.get(), kMarker, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+  RemoveAllIn(folder_.get(), {Marker()});
+  const unique_fd marker(openat(folder_.get(), Marker().c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!marker.ok()) *error = "cannot write below " + path_ + ": " + strerror(errno);
   return marker.ok();
 }
@@ -80,7 +77,7 @@ bool DemoRoot::Prepare(const std::string& chosen, std::string* error) {
 void DemoRoot::Clean(DemoOutcome outcome, bool keep) const {
   if (!ours_ || keep || outcome == DemoOutcome::kFailure) return;
   if (outcome == DemoOutcome::kSuccess) {
-    RemoveAllIn(folder_.get(), {kMarker, "data"});
+    RemoveAllIn(folder_.get(), {Marker(), "data"});
   } else if (RemoveAllIn(folder_.get())) {
     rmdir(path_.c_str());
   }

@@ -4,6 +4,7 @@
 #include <android-base/unique_fd.h>
 
 #include <string>
+#include <utility>
 
 namespace bthal::tool {
 
@@ -11,6 +12,9 @@ enum class DemoOutcome { kSuccess, kFailure, kInterrupted };
 
 class DemoRoot {
  public:
+  // `what` plays there: "demo".
+  explicit DemoRoot(std::string what = "demo") : what_(std::move(what)) {}
+
   // Without `chosen`: $XDG_RUNTIME_DIR/bthal-demo, emptied of what an earlier demo left; where the user has no such
   // folder, a new one for temporary files. A chosen folder keeps what it has. False with one line in `error`.
   bool Prepare(const std::string& chosen, std::string* error);
@@ -25,6 +29,11 @@ class DemoRoot {
 
  private:
   bool Empty(std::string* error) const;
+  std::string MakeFolder(std::string* error) const;
+  // What says that a demo made the folder, and may empty it.
+  std::string Marker() const { return ".made-by-bthal-" + what_; }
+
+  const std::string what_;
 
   std::string path_;
   bool ours_ = false;

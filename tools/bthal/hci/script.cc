@@ -195,6 +195,12 @@ const char kScriptHelp[] =
     "  help [COMMAND]               what can be written, or all about one command\n"
     "  quit\n";
 
+std::vector<std::string> ScriptVerbs() {
+  std::vector<std::string> words = {"nowait", "cmd", "acl", "sco", "iso"};
+  for (const VerbEntry& verb : kVerbs) words.emplace_back(verb.word);
+  return words;
+}
+
 std::optional<ScriptAction> ParseScriptLine(const std::string& line, std::string* error) {
   ScriptAction action;
   const std::vector<std::string> words = SplitWords(line.substr(0, line.find('#')));

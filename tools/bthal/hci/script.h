@@ -41,6 +41,9 @@ bool MatchesName(const std::string& name, uint8_t kind, const std::vector<uint8_
 
 bool MatchesPattern(const std::vector<std::optional<uint8_t>>& pattern, const std::vector<uint8_t>& packet);
 
+// The words a line can begin with that are no commands.
+std::vector<std::string> ScriptVerbs();
+
 // What can be written, one line each.
 extern const char kScriptHelp[];
 

@@ -181,18 +181,15 @@ std::string PacketWords(uint8_t kind, std::span<const uint8_t> packet) {
 }
 
 std::string FittingWords(uint8_t kind, std::span<const uint8_t> packet, size_t room) {
-  static const std::string kRest = ", ...";
+  static const std::string kRest = " ...";
   const std::string text = PacketWords(kind, packet);
   if (text.size() <= room) return text;
   const std::string problem = PacketProblem(kind, packet).empty() ? "" : " (malformed)";
   const std::string head = Head(kind, packet);
   const size_t kept = kRest.size() + problem.size();
-  if (head.size() + kept > room) return head + problem;
-  // Between two parameters where one ends there, else within one.
-  const size_t end = text.rfind(", ", room - kept);
-  const bool between = text.starts_with(head) && end != text.npos && end >= head.size();
-  const std::string kept_words = between ? text.substr(0, end) : head.empty() ? text.substr(0, room - kept) : head;
-  return kept_words + kRest + problem;
+  if (!text.starts_with(head) || head.size() + kept > room) return head + problem;
+  const size_t blank = text.rfind(' ', room - kept);
+  return text.substr(0, blank != text.npos && blank > head.size() ? blank : head.size()) + kRest + problem;
 }
 
 std::vector<uint16_t> ConnectionHandles(uint8_t kind, std::span<const uint8_t> packet) {
