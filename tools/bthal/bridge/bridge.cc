@@ -9,7 +9,6 @@
 
 #include "bthal/run/interrupt.h"
 #include "bthal/show/journal_words.h"
-#include "bthal/show/packet_line.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
@@ -168,7 +167,7 @@ std::string Bridge::reason() const {
 
 void Bridge::OnPacket(const ReceivedPacket& packet) {
   ledger_.Received(packet.kind, packet.bytes);
-  if (options_.verbose) Say(PacketLine(Direction::kFromController, packet.kind, packet.bytes));
+  if (options_.verbose) SayPacket(Direction::kFromController, packet.kind, packet.bytes);
   if (outbox_.Put(packet.kind, packet.bytes)) return;
   if (outbox_.full()) {
     GiveUp("it does not read what the controller sends");
@@ -177,8 +176,12 @@ void Bridge::OnPacket(const ReceivedPacket& packet) {
   }
 }
 
-void Bridge::Say(const std::string& line) {
-  out_.Put(Elapsed(start_, std::chrono::steady_clock::now()) + "  " + line + "\n");
+std::string Bridge::Time() const { return Elapsed(start_, std::chrono::steady_clock::now()) + "  "; }
+
+void Bridge::Say(const std::string& line) { out_.Put(Time() + line + "\n"); }
+
+void Bridge::SayPacket(Direction direction, uint8_t kind, std::span<const uint8_t> packet) {
+  out_.Put(PacketText({}, Time(), direction, kind, packet));
 }
 
 void Bridge::Tell(const std::string& what) { Say(Note("bridge", what)); }

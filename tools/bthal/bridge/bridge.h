@@ -16,6 +16,7 @@
 #include "bthal/run/binder_client.h"
 #include "bthal/run/hal_claim.h"
 #include "bthal/run/line_relay.h"
+#include "bthal/show/packet_line.h"
 
 namespace bthal::tool {
 
@@ -64,7 +65,9 @@ class Bridge {
   void Alarm() const;
   void Silence() const;
 
+  std::string Time() const;
   void Say(const std::string& line);
+  void SayPacket(Direction direction, uint8_t kind, std::span<const uint8_t> packet);
   void Tell(const std::string& what);
   void SayReport();
 

@@ -12,7 +12,6 @@
 
 #include "bthal/bridge/bridge.h"
 #include "bthal/bridge/host_decoder.h"
-#include "bthal/show/packet_line.h"
 
 namespace bthal::tool {
 namespace {
@@ -68,7 +67,7 @@ Bridge::End Bridge::PumpDown(const Peer& peer) {
 void Bridge::Forward(uint8_t kind, std::span<const uint8_t> packet) {
   if (!service_error_.empty()) return;
   ledger_.Sent(kind, packet);
-  if (options_.verbose) Say(PacketLine(Direction::kToController, kind, packet));
+  if (options_.verbose) SayPacket(Direction::kToController, kind, packet);
   client_.Send(kind, {packet.begin(), packet.end()}, &service_error_);
 }
 

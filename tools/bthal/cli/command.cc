@@ -77,9 +77,9 @@ Parameter Command::Take(const std::string& names, std::function<void(int)> set, 
   return Parameter(app_->add_option_function<int>(names, std::move(set), about));
 }
 
-Parameter Command::Take(const std::string& names, std::function<void(const std::string&)> set,
+Parameter Command::Take(const std::string& names, const std::function<void(const std::string&)>& set,
                         const std::string& about) {
-  return Parameter(app_->add_option_function<std::string>(names, std::move(set), about));
+  return Parameter(app_->add_option_function<std::string>(names, set, about));
 }
 
 Parameter Command::Flag(const std::string& names, bool* value, const std::string& about) {

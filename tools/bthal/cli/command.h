@@ -49,7 +49,8 @@ class Command {
   Parameter Take(const std::string& names, size_t* value, const std::string& about);
   Parameter Take(const std::string& names, double* value, const std::string& about);
   Parameter Take(const std::string& names, std::function<void(int)> set, const std::string& about);
-  Parameter Take(const std::string& names, std::function<void(const std::string&)> set, const std::string& about);
+  Parameter Take(const std::string& names, const std::function<void(const std::string&)>& set,
+                 const std::string& about);
   Parameter Flag(const std::string& names, bool* value, const std::string& about);
   // What the help ends with.
   void Footer(const std::string& text);

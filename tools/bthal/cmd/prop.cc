@@ -1,5 +1,6 @@
 // bthal prop: system properties.
 #include <android-base/properties.h>
+#include <android-base/stringprintf.h>
 #include <host/property_store.h>
 
 #include <algorithm>
@@ -48,7 +49,8 @@ int Set(const PropOptions& options) {
 
 int List(const PropOptions& options) {
   for (const auto& [name, value] : ::bthal::host::ListProperties()) {
-    if (name.starts_with(options.name)) printf("%s\n", Folded("[" + name + "]: [" + value + "]").c_str());
+    if (name.starts_with(options.name))
+      printf("%s\n", Folded(::android::base::StringPrintf("[%s]: [%s]", name.c_str(), value.c_str())).c_str());
   }
   return 0;
 }

@@ -59,8 +59,8 @@ Completion CompleteWord(std::string_view typed, std::span<const std::string> wor
   std::ranges::copy_if(words, std::back_inserter(completion.candidates),
                        [&](const std::string& word) { return !word.empty() && word.starts_with(typed); });
   std::ranges::sort(completion.candidates);
-  const auto [first, last] = std::ranges::unique(completion.candidates);
-  completion.candidates.erase(first, last);
+  completion.candidates.erase(std::unique(completion.candidates.begin(), completion.candidates.end()),
+                              completion.candidates.end());
   return completion;
 }
 

@@ -182,7 +182,7 @@ std::string PacketWords(uint8_t kind, std::span<const uint8_t> packet) {
 
 std::string FittingWords(uint8_t kind, std::span<const uint8_t> packet, size_t room) {
   static const std::string kRest = " ...";
-  const std::string text = PacketWords(kind, packet);
+  std::string text = PacketWords(kind, packet);
   if (text.size() <= room) return text;
   const std::string problem = PacketProblem(kind, packet).empty() ? "" : " (malformed)";
   const std::string head = Head(kind, packet);

@@ -15,6 +15,7 @@
 #include <clocale>
 #include <cwchar>
 #include <mutex>
+#include <utility>
 
 #include "bthal/run/interrupt.h"
 #include "bthal/show/terminal.h"
