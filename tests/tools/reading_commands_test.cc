@@ -12,7 +12,7 @@
 #include "bthal/show/time_column.h"
 #include "support/board_session.h"
 #include "support/run_program.h"
-#include "support/screen.h"
+#include "support/terminal/screen.h"
 #include "support/test.h"
 
 namespace bthal {

@@ -4,7 +4,7 @@
 #include "bthal/shell/shell_words.h"
 #include "support/board_session.h"
 #include "support/run_program.h"
-#include "support/screen.h"
+#include "support/terminal/screen.h"
 #include "support/test.h"
 
 namespace bthal {

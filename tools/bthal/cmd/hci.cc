@@ -13,7 +13,7 @@
 #include "bthal/hci/script.h"
 #include "bthal/run/hci_session.h"
 #include "bthal/run/interrupt.h"
-#include "bthal/run/line_source.h"
+#include "bthal/run/io/line_source.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {

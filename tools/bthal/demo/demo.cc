@@ -12,10 +12,10 @@
 #include <cstdlib>
 
 #include "bthal/demo/demo_check.h"
+#include "bthal/demo/service_child.h"
 #include "bthal/hci/words.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
-#include "bthal/run/service_child.h"
 #include "bthal/show/journal_words.h"
 
 namespace bthal::tool {

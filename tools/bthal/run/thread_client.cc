@@ -6,7 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "bthal/run/unix_socket.h"
+#include "bthal/run/io/unix_socket.h"
 
 namespace bthal::tool {
 namespace {

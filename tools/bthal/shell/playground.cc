@@ -7,8 +7,8 @@
 
 #include <cstdlib>
 
+#include "bthal/demo/service_child.h"
 #include "bthal/run/device_names.h"
-#include "bthal/run/service_child.h"
 #include "bthal/show/journal_words.h"
 #include "bthal/show/terminal.h"
 

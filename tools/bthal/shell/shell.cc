@@ -8,9 +8,9 @@
 #include <filesystem>
 
 #include "bthal/hci/split_words.h"
-#include "bthal/run/board_client.h"
 #include "bthal/run/interrupt.h"
-#include "bthal/run/line_source.h"
+#include "bthal/run/io/board_client.h"
+#include "bthal/run/io/line_source.h"
 #include "bthal/shell/shell_words.h"
 #include "bthal/show/terminal.h"
 

@@ -1,4 +1,4 @@
-#include "bthal/run/line_source.h"
+#include "bthal/run/io/line_source.h"
 
 #include <errno.h>
 #include <poll.h>

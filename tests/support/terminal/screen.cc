@@ -1,4 +1,4 @@
-#include "support/screen.h"
+#include "support/terminal/screen.h"
 
 #include <poll.h>
 #include <pty.h>

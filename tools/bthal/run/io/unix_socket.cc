@@ -1,4 +1,4 @@
-#include "bthal/run/unix_socket.h"
+#include "bthal/run/io/unix_socket.h"
 
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>

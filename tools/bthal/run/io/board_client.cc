@@ -1,4 +1,4 @@
-#include "bthal/run/board_client.h"
+#include "bthal/run/io/board_client.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -9,7 +9,7 @@
 #include <chrono>
 
 #include "bthal/run/interrupt.h"
-#include "bthal/run/unix_socket.h"
+#include "bthal/run/io/unix_socket.h"
 #include "os/device_path.h"
 #include "sim/nodes/control.h"
 

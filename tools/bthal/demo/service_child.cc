@@ -1,4 +1,4 @@
-#include "bthal/run/service_child.h"
+#include "bthal/demo/service_child.h"
 
 #include <errno.h>
 #include <fcntl.h>
