@@ -66,7 +66,9 @@ class ReadingCommandsTest : public BoardSessionTest {
   }
 
   std::vector<std::vector<std::string>> Commands() const {
-    return {{"hci", "-v", "read_local_supported_commands", "read_local_version", "le_scan 0.1", "help le_create_cis"},
+    return {{"hci", "help"},
+            {"hci", "list"},
+            {"hci", "-v", "read_local_supported_commands", "read_local_version", "le_scan 0.1", "help le_create_cis"},
             {"hci", "--time", "wall", "-x", "le_set_advertising_data 0201060416414243"},
             {"snoop", "--once"},
             {"snoop", "--once", "-v", "-x", "--time", "relative"},

@@ -44,6 +44,9 @@ bool MatchesPattern(const std::vector<std::optional<uint8_t>>& pattern, const st
 // The words a line can begin with that are no commands.
 std::vector<std::string> ScriptVerbs();
 
+// Where the explanations in that help begin.
+inline constexpr size_t kScriptHelpColumn = 31;
+
 // What can be written, one line each.
 extern const char kScriptHelp[];
 

@@ -146,7 +146,7 @@ bool HciSession::Perform(const ScriptAction& action) {
     case Verb::kList:
       return List(action.text);
     case Verb::kHelp:
-      Show(action.text.empty() ? kScriptHelp : CommandHelp(*FindCommand(action.text)));
+      Show(Folded(action.text.empty() ? kScriptHelp : CommandHelp(*FindCommand(action.text)), kScriptHelpColumn));
       return true;
     case Verb::kQuit:
       quit_ = true;
@@ -157,7 +157,7 @@ bool HciSession::Perform(const ScriptAction& action) {
 
 bool HciSession::List(const std::string& word) const {
   const std::string list = CommandList(word);
-  Show(list);
+  Show(Folded(list));
   return !list.empty() || Fail("list: no command has '" + word + "' in its name");
 }
 

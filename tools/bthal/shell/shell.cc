@@ -122,11 +122,11 @@ bool Shell::Obey(const std::string& line) {
   if (words[0] == "restart" && alone) return Restart();
   if (IsShellVerb(words[0])) return Fail(words[0] + ": takes nothing like '" + words.back() + "' (see 'help')");
   if (words[0] == "help" && words.size() == 2 && IsShellVerb(words[1])) {
-    Show(Folded(words[1] == "fault" ? FaultWordsHelp() : kShellHelp));
+    Show(words[1] == "fault" ? Folded(FaultWordsHelp()) : Folded(kShellHelp, kScriptHelpColumn));
     return true;
   }
   const bool well = session_->Run(line);
-  if (words[0] == "help" && alone) Show(kShellHelp);
+  if (words[0] == "help" && alone) Show(Folded(kShellHelp, kScriptHelpColumn));
   TellEndOfService();
   return well;
 }
