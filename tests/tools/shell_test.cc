@@ -151,6 +151,7 @@ TEST_F(ShellTest, EndsHoweverItIsAskedToAndTakesEverythingAlong) {
     end(*shell_);
     EXPECT_EQ(shell_->End(), status) << shell_->raw();
     EXPECT_TRUE(AllGone(service)) << shell_->raw();
+    EXPECT_TRUE(status == 128 + SIGHUP || shell_->Echoes()) << "the terminal is as it was";
   }
 }
 

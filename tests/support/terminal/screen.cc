@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
+#include <termios.h>
 
 #include "support/wait_for.h"
 
@@ -121,6 +122,11 @@ void TerminalProgram::Resize(size_t columns) {
   screen_.Resize(columns);
   const winsize size = {24, static_cast<unsigned short>(columns), 0, 0};
   ioctl(terminal_.get(), TIOCSWINSZ, &size);
+}
+
+bool TerminalProgram::Echoes() const {
+  termios settings = {};
+  return tcgetattr(terminal_.get(), &settings) == 0 && (settings.c_lflag & (ECHO | ICANON)) == (ECHO | ICANON);
 }
 
 // False at the end of what it writes, or when nothing has come for a moment.

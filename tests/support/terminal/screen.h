@@ -51,6 +51,8 @@ class TerminalProgram {
   // Reads until `done` holds of the screen; false when it still does not after 20 s, or the program has ended.
   bool WaitFor(const std::function<bool(const Screen&)>& done);
   bool Shows(const std::string& text);
+  // Whether the terminal shows what is typed by itself, as it does for programs that leave it alone.
+  bool Echoes() const;
   // Its exit status, or minus the signal that ended it; -1000 when it has not ended after 20 s.
   int End();
 

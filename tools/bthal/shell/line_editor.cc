@@ -119,6 +119,8 @@ class LineEditor::Impl {
     return read;
   }
 
+  void LetGo() { el_set(edit_.get(), EL_PREP_TERM, 0); }
+
   void Print(const std::string& text) {
     const std::lock_guard lock(mutex_);
     if (reading_) {
@@ -261,6 +263,7 @@ LineEditor::LineEditor(EditorOptions options) : impl_(std::make_unique<Impl>(std
 LineEditor::~LineEditor() = default;
 
 std::optional<std::string> LineEditor::Read() { return impl_->Read(); }
+void LineEditor::LetGo() { impl_->LetGo(); }
 void LineEditor::Print(const std::string& text) { impl_->Print(text); }
 
 }  // namespace bthal::tool

@@ -30,6 +30,9 @@ class LineEditor {
   // The next line, without its end. Nothing at Ctrl-D, when the terminal hangs up, or when a signal asks for the end.
   std::optional<std::string> Read();
 
+  // Gives the terminal back as it was. Print goes on as before, Read takes it again.
+  void LetGo();
+
   // Prints whole lines: above the prompt, with what is half typed below them as it was, while a line is read. From any
   // thread.
   void Print(const std::string& text);

@@ -19,6 +19,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Whether what is on the screen can be drawn over.
+bool HasCursor() {
+  const char* term = getenv("TERM");
+  return IsTerminal() && term != nullptr && std::string_view(term) != "dumb";
+}
+
 // Empty where there is no place for it.
 std::string HistoryFile() {
   const char* state = getenv("XDG_STATE_HOME");
@@ -69,7 +75,7 @@ bool Shell::Fail(const std::string& why) {
 }
 
 int Shell::Run() {
-  if (isatty(STDIN_FILENO) == 1 && IsTerminal()) {
+  if (isatty(STDIN_FILENO) == 1 && HasCursor()) {
     editor_ = std::make_unique<LineEditor>(
         EditorOptions{.prompt = "bthal> ",
                       .history_file = HistoryFile(),
@@ -101,14 +107,17 @@ bool Shell::RunEdited() {
     if (!line || Interrupted()) break;
     Obey(*line);
   }
+  // To end it all may take a while, and who is too impatient leaves without us.
+  editor_->LetGo();
   return true;
 }
 
 bool Shell::RunPlain() {
+  const bool person = isatty(STDIN_FILENO) == 1;
   LineSource source(STDIN_FILENO);
   bool well = true;
-  for (std::string line; well && !session_->quit() && source.Next(&line);) well = Obey(line);
-  return well && !Interrupted();
+  for (std::string line; (well || person) && !session_->quit() && source.Next(&line);) well = Obey(line);
+  return (well || person) && !Interrupted();
 }
 
 bool Shell::Obey(const std::string& line) {

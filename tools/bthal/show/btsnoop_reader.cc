@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "bthal/hci/words.h"
+#include "bthal/show/capture_format.h"
 #include "bthal/show/time_column.h"
 
 namespace bthal::tool {
@@ -24,8 +25,6 @@ constexpr size_t kIncludedLengthAt = 4;
 constexpr size_t kFlagsAt = 8;
 constexpr size_t kTimeAt = 16;
 constexpr uint32_t kFlagFromController = 1;
-// Microseconds from 1 January of year 0 to the Unix epoch.
-constexpr uint64_t kEpochOffsetUs = 0x00DCDDB30F2F8000;
 // The largest packet that HCI can carry is far below this; a length beyond it means that this is no record.
 constexpr uint32_t kLargestRecord = 1 << 17;
 
@@ -69,7 +68,7 @@ std::optional<SnoopRecord> BtsnoopReader::Next() {
   SnoopRecord record;
   record.original_length = Be32(header);
   record.from_controller = (Be32(header + kFlagsAt) & kFlagFromController) != 0;
-  record.unix_us = static_cast<int64_t>(Be64(header + kTimeAt) - kEpochOffsetUs);
+  record.unix_us = static_cast<int64_t>(Be64(header + kTimeAt) - kBtsnoopEpochUs);
   record.kind = header[kRecordHeaderSize];
   record.packet.assign(header + kRecordHeaderSize + 1, header + kRecordHeaderSize + included);
   at_ += kRecordHeaderSize + included;

@@ -6,8 +6,6 @@ namespace bthal::tool {
 namespace {
 
 constexpr uint64_t kUsPerSecond = 1000000;
-// Microseconds from 1 January of year 0 to the Unix epoch.
-constexpr uint64_t kEpochOffsetUs = 0x00DCDDB30F2F8000;
 constexpr uint32_t kBtsnoopVersion = 1;
 constexpr uint32_t kBtsnoopH4 = 1002;
 constexpr uint32_t kFromController = 1;
@@ -49,7 +47,7 @@ std::string CaptureRecord(CaptureFormat format, const SnoopRecord& record) {
   std::string out;
   if (format == CaptureFormat::kBtsnoop) {
     const bool is_message = record.kind == kCommand || record.kind == kEvent;
-    const uint64_t time = static_cast<uint64_t>(record.unix_us) + kEpochOffsetUs;
+    const uint64_t time = static_cast<uint64_t>(record.unix_us) + kBtsnoopEpochUs;
     Put32(out, record.original_length);
     Put32(out, included);
     Put32(out, (record.from_controller ? kFromController : 0) | (is_message ? kCommandOrEvent : 0));

@@ -1,6 +1,7 @@
 // Packets as other programs read them.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "bthal/show/btsnoop_reader.h"
@@ -10,6 +11,9 @@ namespace bthal::tool {
 // kBtsnoop is what the service writes. kPcap (with the direction in front of each packet) is what programs take that
 // read a capture while it grows.
 enum class CaptureFormat { kBtsnoop, kPcap };
+
+// btsnoop counts microseconds from 1 January of year 0: so many lie before the Unix epoch.
+inline constexpr uint64_t kBtsnoopEpochUs = 0x00DCDDB30F2F8000;
 
 // What the file begins with, and a packet in it. Bytes.
 std::string CaptureHeader(CaptureFormat format);
