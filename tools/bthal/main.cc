@@ -52,7 +52,9 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   android::base::SetLogger(LogErrorsOnly);
+  // A peer that has gone, and a file that may not grow, are errors of the write.
   signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
   try {
     return Run(argc, argv);
   } catch (const std::exception& error) {

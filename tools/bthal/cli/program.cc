@@ -1,6 +1,5 @@
 #include "bthal/cli/program.h"
 
-#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <CLI/CLI.hpp>
 
@@ -11,6 +10,7 @@
 #include "bthal/cli/completion.h"
 #include "bthal/cli/manual.h"
 #include "bthal/cli/suggestion.h"
+#include "bthal/run/output_file.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
@@ -144,7 +144,8 @@ int Program::PrintCompletion(const std::string& shell) const {
 int Program::WriteManual(const std::string& folder) const {
   for (const auto& [name, text] : ManualPages(Describe(), version_)) {
     const std::string path = ::android::base::StringPrintf("%s/%s", folder.c_str(), name.c_str());
-    if (!::android::base::WriteStringToFile(text, path)) return Complain("cannot write " + path);
+    std::string error;
+    if (!WriteOutput(path, text, &error)) return Complain(error);
   }
   return 0;
 }

@@ -1,27 +1,26 @@
 // bthal dump: the service's own report.
-#include <android-base/unique_fd.h>
-#include <fcntl.h>
-#include <string.h>
-#include <unistd.h>
-
+#include <cstdio>
 #include <memory>
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/binder_client.h"
+#include "bthal/run/output_file.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
 namespace {
 
 int Run(const std::string& path) {
-  ::android::base::unique_fd file;
-  if (!path.empty()) {
-    file.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!file.ok()) return Complain("cannot write " + path + ": " + strerror(errno));
-  }
   std::string error;
-  if (!DumpService(file.ok() ? file.get() : STDOUT_FILENO, &error)) return Complain(error);
+  std::string report;
+  if (!path.empty() && !MayWriteOutput(path, &error)) return Complain(error);
+  if (!DumpService(&report, &error)) return Complain(error);
+  if (path.empty()) {
+    fwrite(report.data(), 1, report.size(), stdout);
+  } else if (!WriteOutput(path, report, &error)) {
+    return Complain(error);
+  }
   return 0;
 }
 

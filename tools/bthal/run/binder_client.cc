@@ -2,7 +2,13 @@
 
 #include <aidl/android/hardware/bluetooth/BnBluetoothHciCallbacks.h>
 #include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
+#include <errno.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -225,12 +231,18 @@ void HciClient::Forget() { inbox_->Forget(); }
 
 bool HciClient::ServiceDied() const { return inbox_->died(); }
 
-bool DumpService(int fd, std::string* error) {
+// It goes to memory first: whoever asked gets all of it, or nothing.
+bool DumpService(std::string* report, std::string* error) {
   const ::ndk::SpAIBinder binder = FindService(kHciService, error);
   if (binder.get() == nullptr) return false;
-  const binder_status_t status = AIBinder_dump(binder.get(), fd, nullptr, 0);
-  if (status != STATUS_OK) *error = StringPrintf("the service did not report: status %d", status);
-  return status == STATUS_OK;
+  const ::android::base::unique_fd memory(memfd_create("report", MFD_CLOEXEC));
+  const binder_status_t status = AIBinder_dump(binder.get(), memory.get(), nullptr, 0);
+  if (status != STATUS_OK) {
+    *error = StringPrintf("the service did not report: status %d", status);
+  } else if (lseek(memory.get(), 0, SEEK_SET) != 0 || !::android::base::ReadFdToString(memory.get(), report)) {
+    *error = StringPrintf("cannot read the report: %s", strerror(errno));
+  }
+  return error->empty();
 }
 
 }  // namespace bthal::tool
