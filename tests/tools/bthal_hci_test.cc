@@ -101,7 +101,8 @@ TEST_F(OnBoard, TheReportIsThereAndTheRootStaysTheServices) {
   TakeHal();
   // A root with a life of its own is none for a demo, and keeps what it has.
   ASSERT_TRUE(SetProperty("vendor.kept", "yes"));
-  EXPECT_THAT(Bthal({"demo", "--root", root_.path()}).error, HasSubstr("a service runs below " + root_.path()));
+  EXPECT_THAT(Bthal({"demo", "--root", root_.path()}).error,
+              HasSubstr("a service is already running on " + root_.path()));
   EXPECT_EQ(GetProperty("vendor.kept", ""), "yes");
   const ProgramResult chart = Bthal({"timeline", "-"}, Bthal({"dump"}).out);
   EXPECT_EQ(chart.status, 0) << chart.error;

@@ -5,7 +5,6 @@
 #include <android-base/stringprintf.h>
 #include <fcntl.h>
 #include <host/property_store.h>
-#include <host/service_registry.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -132,11 +131,6 @@ bool Demo::OccupyRoot() {
   std::string error;
   if (!root_.Prepare(options_.root, &error)) return Fail(error);
   options_.board.root = root_.path();
-  setenv(kRootVariable, root_.path().c_str(), 1);
-  for (const auto& service : ::bthal::host::ListServices()) {
-    if (!service.alive) continue;
-    return Fail(StringPrintf("a service runs below %s already, pid %d", root_.path().c_str(), service.pid));
-  }
   Line(Note("root", root_.path()));
   return true;
 }
@@ -145,7 +139,7 @@ bool Demo::StartBoard() {
   auto board = std::make_unique<sim::Board>(options_.board);
   board->SetObserver([this](const JournalEntry& entry) { OnBoard(entry); });
   std::string error;
-  if (!board->Start(&error)) return Fail(error);
+  if (!board->Start(&error) || !root_.MakeLogFolder(&error)) return Fail(error);
   board_ = std::move(board);
   Line(Note("board", StringPrintf("chip %u, one-time memory %s%s", options_.board.chip_id,
                                   options_.board.otp_written ? "written" : "empty",

@@ -1,7 +1,9 @@
 #include "bthal/run/supervisor.h"
 
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <hardware_legacy/power.h>
+#include <host/role.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,6 +13,7 @@
 #include <utility>
 
 #include "bthal/run/device_names.h"
+#include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
 
 namespace bthal::tool {
@@ -54,8 +57,21 @@ int Supervisor::GiveUp(const std::string& why) {
   return 1;
 }
 
-// Wake locks of the kernel outlive the process that took them: without this the system would never sleep again.
+bool Supervisor::Begin() {
+  if (const pid_t other = ::bthal::host::ClaimRole(::bthal::host::kSupervisorRole)) {
+    GiveUp(StringPrintf("a supervisor is already running on %s (pid %d)", DeviceRoot().c_str(), other));
+    return false;
+  }
+  const pid_t service = ::bthal::host::HolderOfRole(::bthal::host::kServiceRole);
+  if (service == 0 || ::android::base::Basename(options_.program[0]) != kServiceProgram) return true;
+  GiveUp(StringPrintf("a service is already running on %s (pid %d); end it first", DeviceRoot().c_str(), service));
+  return false;
+}
+
+// Wake locks of the kernel outlive the process that took them: without this the system would never sleep again. One
+// that a living service has, which is not ours then, is left to it.
 void Supervisor::ReleaseWakeLock() {
+  if (::bthal::host::HolderOfRole(::bthal::host::kServiceRole) != 0) return;
   if (release_wake_lock(kWakeLockName) > 0) Say(StringPrintf("released the wake lock %s", kWakeLockName));
 }
 
@@ -148,6 +164,7 @@ bool Supervisor::Pause(int wait_status) {
 }
 
 int Supervisor::Run() {
+  if (!Begin()) return 1;
   for (int restarts = 0;; ++restarts) {
     std::string error;
     const std::optional<End> end = RunOnce(&error);
