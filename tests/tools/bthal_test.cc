@@ -48,7 +48,7 @@ TEST(BthalTest, BadInputGetsOneLineAndAFailure) {
       {{"board", "--only", "toaster"}, "toaster"},
       {{"hci", "resett"}, "'resett' is no command"},
       {{"hci", "--script", "/nowhere/script"}, "cannot read /nowhere/script"},
-      {{"hci", "--wait-service", "0", "reset"}, "is not published: start the service first"},
+      {{"hci", "--wait-service", "0", "reset"}, "start it with bthal supervise"},
       {{"dump"}, "is not published"},
       {{"dump", "-o", "/nowhere/report"}, "cannot write /nowhere/report"},
       {{"timeline"}, "file is required"},

@@ -9,6 +9,7 @@
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
+#include "bthal/run/standard_output.h"
 #include "bthal/show/terminal.h"
 
 namespace {
@@ -55,9 +56,12 @@ int main(int argc, char** argv) {
   // A peer that has gone, and a file that may not grow, are errors of the write.
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
+  bthal::tool::WatchStandardOutput();
+  int status = 0;
   try {
-    return Run(argc, argv);
+    status = Run(argc, argv);
   } catch (const std::exception& error) {
-    return bthal::tool::Complain(error.what());
+    status = bthal::tool::Complain(error.what());
   }
+  return bthal::tool::EndStandardOutput(status);
 }

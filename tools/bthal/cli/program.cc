@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <sstream>
 #include <utility>
 
 #include "bthal/cli/completion.h"
@@ -104,7 +105,10 @@ int Program::Parse(std::vector<std::string> words) {
   try {
     app_->parse(std::move(words));
   } catch (const CLI::Success& help) {
-    return app_->exit(help);
+    std::ostringstream text;
+    const int status = app_->exit(help, text, text);
+    printf("%s", text.str().c_str());
+    return status;
   } catch (const CLI::RuntimeError& refused) {
     return refused.get_exit_code();
   } catch (const CLI::ParseError& error) {
@@ -137,7 +141,7 @@ int Program::PrintCompletion(const std::string& shell) const {
   const std::string text = shell == "bash"  ? BashCompletion(program)
                            : shell == "zsh" ? ZshCompletion(program)
                                             : FishCompletion(program);
-  if (printf("%s", text.c_str()) < 0 || fflush(stdout) != 0) return Complain("cannot write the completion");
+  printf("%s", text.c_str());
   return 0;
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "bthal/cli/command.h"
+#include "bthal/cmd/call_timeout.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/binder_client.h"
 #include "bthal/run/output_file.h"
@@ -34,7 +35,7 @@ void AddDump(Command& app) {
       "Examples:\n"
       "  bthal dump\n"
       "  bthal dump -o report.txt && bthal timeline report.txt");
-  sub.Run([path] { return Run(*path); });
+  RunWithCallTimeout(sub, [path] { return Run(*path); });
 }
 
 }  // namespace bthal::tool

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "bthal/cli/command.h"
+#include "bthal/cmd/call_timeout.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/hci/script.h"
 #include "bthal/run/hci_session.h"
@@ -164,7 +165,7 @@ void AddHci(Command& app) {
       "  bthal hci 'le_scan 2'\n"
       "  bthal hci reset 'expect success' 'cmd 01 10 00' 'expect HCI 12'\n"
       "  bthal hci --script smoke.hci");
-  sub.Run([options] { return Run(*options); });
+  RunWithCallTimeout(sub, [options] { return Run(*options); });
 }
 
 }  // namespace bthal::tool

@@ -5,6 +5,7 @@
 #include <android-base/stringprintf.h>
 #include <fcntl.h>
 #include <host/property_store.h>
+#include <host/service_registry.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -191,9 +192,19 @@ void Demo::TellWhyServiceDied(int wait_status) {
   Fail("the service " + ExitWords(wait_status));
 }
 
+bool Demo::AwaitPublished() {
+  const auto published = [this] {
+    return std::ranges::any_of(::bthal::host::ListServices(), [](const auto& service) {
+      return service.alive && service.instance == kHciService;
+    });
+  };
+  WaitUntil([&] { return published() || ServiceDied(); }, kBringUpPatience);
+  return !Interrupted() && failure_.empty();
+}
+
 bool Demo::AwaitBringUp() {
   // Without acceleration nothing happens before a client asks.
-  if (options_.no_accel) return true;
+  if (options_.no_accel) return AwaitPublished();
   size_t seen = 0;
   bool up = false;
   WaitUntil(
@@ -205,9 +216,8 @@ bool Demo::AwaitBringUp() {
         return up || ServiceDied();
       },
       kBringUpPatience);
-  if (Interrupted() || !failure_.empty()) return false;
   // A controller that refuses to sleep, or is slow about it, is none the less up: the client will tell.
-  return true;
+  return AwaitPublished();
 }
 
 SpawnOptions Demo::OwnProgram(const std::vector<std::string>& arguments) const {

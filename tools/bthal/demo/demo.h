@@ -41,6 +41,7 @@ class Demo {
   bool StartBoard();
   bool SetProperties();
   bool StartService();
+  bool AwaitPublished();
   bool AwaitBringUp();
   bool StartClient();
   bool TakeReport();

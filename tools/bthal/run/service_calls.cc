@@ -3,30 +3,72 @@
 #include <android-base/stringprintf.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
+#include <host/service_registry.h>
+
+#include <atomic>
+
+#include "bthal/run/device_names.h"
+#include "bthal/run/device_root.h"
 
 namespace bthal::tool {
+namespace {
 
 using ::android::base::StringPrintf;
+using std::chrono::milliseconds;
 
-::ndk::SpAIBinder FindService(const std::string& instance, std::string* error) {
-  ABinderProcess_startThreadPool();
-  ::ndk::SpAIBinder service(AServiceManager_checkService(instance.c_str()));
-  if (service.get() == nullptr) *error = instance + " is not published: start the service first (bthal supervise)";
-  return service;
+std::atomic<milliseconds> g_patience{std::chrono::seconds(10)};
+
+std::string PidOfService() {
+  for (const auto& service : ::bthal::host::ListServices()) {
+    if (service.instance == kHciService) return std::to_string(service.pid);
+  }
+  return "unknown";
 }
 
-bool CallWorked(const ::ndk::ScopedAStatus& status, const char* call, std::string* error) {
+}  // namespace
+
+void SetCallPatience(milliseconds patience) { g_patience = patience; }
+milliseconds CallPatience() { return g_patience; }
+
+std::string DoesNotAnswer() {
+  const std::string pid = PidOfService();
+  return StringPrintf("the service (pid %s) does not answer; end it (kill -KILL %s), a supervisor starts the next one",
+                      pid.c_str(), pid.c_str());
+}
+
+::ndk::SpAIBinder FindService(const std::string& instance, std::string* error, bool* hangs) {
+  ABinderProcess_startThreadPool();
+  const std::function<::ndk::SpAIBinder()> find = [instance] {
+    return ::ndk::SpAIBinder(AServiceManager_checkService(instance.c_str()));
+  };
+  const std::optional<::ndk::SpAIBinder> found = Called(find, error);
+  if (hangs != nullptr) *hangs = !found;
+  if (!found) return {};
+  if (found->get() == nullptr) {
+    *error = StringPrintf("no service runs on %s (%s is not published); start it with bthal supervise",
+                          DeviceRoot().c_str(), instance.c_str());
+  }
+  return *found;
+}
+
+bool CallWorked(const ::ndk::ScopedAStatus& status, const char* what, std::string* error) {
   if (status.isOk()) return true;
   if (status.getStatus() == STATUS_DEAD_OBJECT) {
-    *error = StringPrintf("%s: the service has died", call);
+    *error = StringPrintf("%s: the service has died", what);
   } else if (status.getExceptionCode() == EX_SERVICE_SPECIFIC) {
-    *error = StringPrintf("%s: the service refuses with error %d", call, status.getServiceSpecificError());
+    *error = StringPrintf("%s: the service refuses with error %d", what, status.getServiceSpecificError());
   } else {
     const std::string message = status.getMessage();
-    *error = StringPrintf("%s: the service refuses: %s", call,
+    *error = StringPrintf("%s: the service refuses: %s", what,
                           message.empty() ? status.getDescription().c_str() : message.c_str());
   }
   return false;
+}
+
+bool CallWorks(std::function<::ndk::ScopedAStatus()> call, const char* what, std::string* error, bool* hangs) {
+  const std::optional<::ndk::ScopedAStatus> status = Called(std::move(call), error);
+  if (hangs != nullptr) *hangs = !status;
+  return status && CallWorked(*status, what, error);
 }
 
 }  // namespace bthal::tool

@@ -8,6 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "bthal/run/printable.h"
+#include "bthal/run/standard_output.h"
+
 namespace bthal::tool {
 namespace {
 
@@ -90,13 +93,15 @@ void ProgressBar::Update(uint64_t done, uint64_t total) {
   if (!IsTerminal() || (cells == cells_ && done < total)) return;
   cells_ = cells;
   drawn_ = true;
-  printf("\r%s", last_.c_str());
+  StartLineOver();
+  printf("%s", last_.c_str());
   fflush(stdout);
 }
 
 void ProgressBar::Finish() {
   if (drawn_) {
-    printf("\r%s\n", last_.c_str());
+    StartLineOver();
+    printf("%s\n", last_.c_str());
   } else if (!last_.empty()) {
     printf("%s\n", last_.c_str());
   }
@@ -107,7 +112,7 @@ void ProgressBar::Finish() {
 
 int Complain(std::string_view line) {
   fflush(stdout);
-  fprintf(stderr, "bthal: %.*s\n", static_cast<int>(line.size()), line.data());
+  fprintf(stderr, "bthal: %s\n", PrintableLine(line).c_str());
   return 1;
 }
 

@@ -1,0 +1,18 @@
+// Standard output, of which every byte is looked after: whether it arrived, and whether a terminal may be given it.
+#pragma once
+
+namespace bthal::tool {
+
+// From now on what is printed on stdout goes through here. On a terminal it is filtered (see TerminalFilter). When it
+// cannot be written the program is asked to end, as by a signal. A reader that does not read keeps nobody from ending.
+// Once, before anything is printed.
+void WatchStandardOutput();
+
+// To be called last: `status`, if all that was printed has arrived. Otherwise 1, with one line on standard error; where
+// the reader has gone, the end that SIGPIPE brings.
+int EndStandardOutput(int status);
+
+// Goes back to the begin of the terminal's line, which the filter would not let anybody do.
+void StartLineOver();
+
+}  // namespace bthal::tool
