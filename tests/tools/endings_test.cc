@@ -69,6 +69,7 @@ TEST_F(EndingsTest, WhatCannotBePrintedIsToldAndFails) {
 TEST_F(EndingsTest, AReaderThatHasGoneEndsIt) {
   StartBoard();
   StartService("error");
+  ASSERT_TRUE(service_->WaitUntilPublished());  // waiting for it would be told
   std::vector<Arguments> commands = kPrints;
   const TempRoot other;
   for (const Arguments& endless : std::vector<Arguments>{
