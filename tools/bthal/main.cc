@@ -1,9 +1,14 @@
 #include <android-base/logging.h>
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "bthal/cli/program.h"
 #include "bthal/cmd/commands.h"
@@ -33,8 +38,13 @@ void LogErrorsOnly(android::base::LogId, android::base::LogSeverity severity, co
 int RefuseForeignRoot(const std::string& command) {
   const char* root = getenv(bthal::tool::kRootVariable);
   std::string error;
-  if (root == nullptr || *root == '\0' || command == "demo" || command == "board" || command == "decode") return 0;
-  return bthal::tool::RootIsOurs(root, &error) ? 0 : bthal::tool::Complain(error);
+  constexpr std::string_view kNeedNone[] = {"demo", "board", "decode", "timeline"};
+  if (root == nullptr || *root == '\0' || std::ranges::find(kNeedNone, command) != std::end(kNeedNone)) return 0;
+  if (access(root, F_OK) == 0 || errno != ENOENT) {
+    return bthal::tool::RootIsOurs(root, &error) ? 0 : bthal::tool::Complain(error);
+  }
+  return bthal::tool::Complain("the device root " + std::string(root) +
+                               " (BTHAL_ROOT) does not exist; correct it, or make it: bthal board furnishes one");
 }
 
 int Run(int argc, char** argv) {

@@ -194,9 +194,8 @@ void Demo::TellWhyServiceDied(int wait_status) {
 
 bool Demo::AwaitPublished() {
   const auto published = [this] {
-    return std::ranges::any_of(::bthal::host::ListServices(), [](const auto& service) {
-      return service.alive && service.instance == kHciService;
-    });
+    return std::ranges::any_of(::bthal::host::ListServices(),
+                               [](const auto& service) { return service.alive && service.instance == kHciService; });
   };
   WaitUntil([&] { return published() || ServiceDied(); }, kBringUpPatience);
   return !Interrupted() && failure_.empty();

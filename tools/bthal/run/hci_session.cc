@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <optional>
+#include <utility>
 
 #include "bthal/hci/command_help.h"
 #include "bthal/hci/dictionary.h"
@@ -111,6 +112,11 @@ bool HciSession::Run(const std::string& line) {
   return (opened_ || !NeedsHal(action->verb) || Open()) && Perform(*action);
 }
 
+bool HciSession::Settle() {
+  if (!std::exchange(refused_, false)) return true;
+  return Fail("the controller refuses: " + PacketWords(last_answer_.kind, last_answer_.bytes));
+}
+
 bool HciSession::Perform(const ScriptAction& action) {
   using Verb = ScriptAction::Verb;
   switch (action.verb) {
@@ -153,6 +159,7 @@ bool HciSession::Send(const ScriptAction& action) {
   if (client_.ServiceDied()) return Fail("the service has died ('initialize' looks for a new one)");
   client_.Forget();
   last_answer_ = {};
+  refused_ = false;
   PrintPacket(Direction::kToController, action.kind, action.packet);
   std::string error;
   if (!client_.Send(action.kind, action.packet, &error)) return Fail(error);
@@ -165,6 +172,7 @@ bool HciSession::AwaitAnswer(uint16_t opcode) {
       client_.Take([&](const ReceivedPacket& packet) { return Answers(packet, opcode); }, options_.answer_patience);
   if (answer) {
     last_answer_ = std::move(*answer);
+    refused_ = AnsweredStatus(last_answer_.bytes).value_or(0) != 0;
     return true;
   }
   if (client_.ServiceDied()) return Fail("the service has died");
@@ -187,6 +195,7 @@ bool HciSession::Wait(const ScriptAction& action) {
 }
 
 bool HciSession::Expect(const ScriptAction& action) {
+  refused_ = false;
   if (last_answer_.bytes.empty()) return Fail("expect: nothing has been answered yet");
   if (action.verb == ScriptAction::Verb::kExpectBytes) {
     if (MatchesPattern(action.pattern, last_answer_.bytes)) return true;
@@ -198,7 +207,9 @@ bool HciSession::Expect(const ScriptAction& action) {
 }
 
 bool HciSession::Scan(double seconds) {
-  if (!Run("le_scan_parameters") || !Run("le_scan_enable 1 0")) return false;
+  for (const char* line : {"le_scan_parameters", "le_scan_enable 1 0"}) {
+    if (!Run(line) || !Settle()) return false;
+  }
   SleepUnlessInterrupted(std::chrono::duration<double>(seconds));
   return Run("le_scan_enable 0 0") && !Interrupted();
 }
