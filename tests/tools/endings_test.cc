@@ -2,7 +2,7 @@
 // once.
 #include <sys/un.h>
 
-#include "bthal/run/printable.h"
+#include "bthal/show/printable.h"
 #include "support/board_session.h"
 #include "support/pty.h"
 #include "support/run_program.h"

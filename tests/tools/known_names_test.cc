@@ -1,6 +1,6 @@
 // The tables of settings and properties, held against the service's sources; and what the tool makes of a settings
 // file.
-#include "bthal/run/known_names.h"
+#include "bthal/show/known_names.h"
 
 #include <regex>
 

@@ -1,5 +1,5 @@
 // What the user's own files go through: what bthal writes is there whole or not at all, and nothing else is touched.
-#include "bthal/run/output_file.h"
+#include "bthal/show/output_file.h"
 
 #include <sys/un.h>
 

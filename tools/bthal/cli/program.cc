@@ -10,8 +10,8 @@
 
 #include "bthal/cli/completion.h"
 #include "bthal/cli/manual.h"
-#include "bthal/cli/suggestion.h"
-#include "bthal/run/output_file.h"
+#include "bthal/hci/suggestion.h"
+#include "bthal/show/output_file.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {

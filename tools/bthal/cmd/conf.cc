@@ -8,7 +8,7 @@
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
-#include "bthal/run/known_names.h"
+#include "bthal/show/known_names.h"
 #include "bthal/show/terminal.h"
 #include "conf/conf.h"
 

@@ -6,7 +6,7 @@
 #include "bthal/cmd/call_timeout.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/binder_client.h"
-#include "bthal/run/output_file.h"
+#include "bthal/show/output_file.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {

@@ -15,7 +15,7 @@
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
-#include "bthal/run/known_names.h"
+#include "bthal/show/known_names.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {

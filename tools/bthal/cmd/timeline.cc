@@ -7,7 +7,7 @@
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
-#include "bthal/run/output_file.h"
+#include "bthal/show/output_file.h"
 #include "bthal/show/record_dump.h"
 #include "bthal/show/terminal.h"
 #include "bthal/show/trace_json.h"

@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <span>
 
-#include "bthal/cli/suggestion.h"
 #include "bthal/hci/dictionary.h"
 #include "bthal/hci/encode.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/split_words.h"
+#include "bthal/hci/suggestion.h"
 #include "bthal/hci/words.h"
 
 namespace bthal::tool {

@@ -11,7 +11,7 @@
 #include <thread>
 #include <utility>
 
-#include "bthal/run/printable.h"
+#include "bthal/show/printable.h"
 
 namespace bthal::tool {
 namespace {

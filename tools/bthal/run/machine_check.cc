@@ -17,8 +17,8 @@
 #include <memory>
 
 #include "bthal/hci/hex.h"
-#include "bthal/run/known_names.h"
 #include "bthal/run/power_switch.h"
+#include "bthal/show/known_names.h"
 #include "conf/conf.h"
 #include "os/device_path.h"
 

@@ -15,7 +15,7 @@
 #include <string_view>
 
 #include "bthal/run/interrupt.h"
-#include "bthal/run/printable.h"
+#include "bthal/show/printable.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
@@ -84,11 +84,6 @@ int EndStandardOutput(int status) {
     raise(SIGPIPE);
   }
   return Complain(std::string("cannot write to standard output: ") + strerror(g_error));
-}
-
-void StartLineOver() {
-  fflush(stdout);
-  WriteAll("\r");
 }
 
 }  // namespace bthal::tool

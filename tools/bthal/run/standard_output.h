@@ -12,7 +12,4 @@ void WatchStandardOutput();
 // the reader has gone, the end that SIGPIPE brings.
 int EndStandardOutput(int status);
 
-// Goes back to the begin of the terminal's line, which the filter would not let anybody do.
-void StartLineOver();
-
 }  // namespace bthal::tool

@@ -8,8 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "bthal/run/printable.h"
-#include "bthal/run/standard_output.h"
+#include "bthal/show/printable.h"
 
 namespace bthal::tool {
 namespace {
@@ -50,6 +49,12 @@ std::string Bar(uint64_t done, uint64_t total) {
   return ::android::base::StringPrintf("[%s%s] %llu/%llu", std::string(full, '#').c_str(),
                                        std::string(kBarWidth - full, '-').c_str(),
                                        static_cast<unsigned long long>(done), static_cast<unsigned long long>(total));
+}
+
+// Past the filter of standard output, which lets nobody else do it.
+void StartLineOver() {
+  fflush(stdout);
+  (void)!write(STDOUT_FILENO, "\r", 1);
 }
 
 }  // namespace

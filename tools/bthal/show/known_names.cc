@@ -1,4 +1,4 @@
-#include "bthal/run/known_names.h"
+#include "bthal/show/known_names.h"
 
 #include <android-base/file.h>
 #include <android-base/parseint.h>
@@ -10,7 +10,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "bthal/cli/suggestion.h"
+#include "bthal/hci/suggestion.h"
 #include "conf/conf.h"
 #include "conf/conf_line.h"
 #include "os/device_path.h"

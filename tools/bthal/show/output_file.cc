@@ -1,4 +1,4 @@
-#include "bthal/run/output_file.h"
+#include "bthal/show/output_file.h"
 
 #include <android-base/file.h>
 #include <android-base/unique_fd.h>

@@ -1,4 +1,4 @@
-#include "bthal/run/printable.h"
+#include "bthal/show/printable.h"
 
 #include <android-base/stringprintf.h>
 
