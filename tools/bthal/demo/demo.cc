@@ -18,6 +18,7 @@
 #include "bthal/hci/words.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/show/death_words.h"
 #include "bthal/show/journal_words.h"
 #include "bthal/show/last_words.h"
 
@@ -165,7 +166,8 @@ bool Demo::StartService() {
       open(root_.Log("service.log").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644));
   if (!log.ok()) return Fail("cannot write " + root_.Log("service.log") + ": " + strerror(errno));
   std::string error;
-  const std::lock_guard lock(print_mutex_);  // what the board sees of it is told after its start
+  clock_gettime(CLOCK_REALTIME_COARSE, &service_started_);  // by which files are dated
+  const std::lock_guard lock(print_mutex_);                 // what the board sees of it is told after its start
   service_ = Child::Spawn({.arguments = {ProgramBeside(kServiceProgram)},
                            .environment = {},
                            .standard_output = log.get(),
@@ -189,7 +191,10 @@ void Demo::TellWhyServiceDied(int wait_status) {
   for (std::string line; std::getline(log, line);) words.Look(line);
   Line(Paint(Colour::kBad, Note("service", ExitWords(wait_status))));
   for (const std::string& line : words.Lines()) Line(Note("", line));
-  Fail("the service " + ExitWords(wait_status));
+  for (const std::string& file : CrashFilesSince(service_started_)) Line(Note("", "it left " + file));
+  const std::string cause = CauseOfDeath(words.Lines());
+  Fail(cause.empty() ? "the service " + ExitWords(wait_status)
+                     : cause + " (the service " + ExitWords(wait_status) + ")");
 }
 
 bool Demo::AwaitPublished() {

@@ -20,6 +20,9 @@ namespace {
 using ::android::base::StringPrintf;
 using std::chrono::milliseconds;
 
+constexpr char kDied[] =
+    "the service has died; its log says why, as bthal supervise does ('initialize' waits for the next one)";
+
 milliseconds Milliseconds(double seconds) { return milliseconds(static_cast<int64_t>(seconds * 1000)); }
 
 // Command Complete, Command Status, or, in local loopback mode, the command itself coming back.
@@ -81,7 +84,7 @@ bool HciSession::Open() {
 
 bool HciSession::Initialize() {
   if (!opened_ || client_.ServiceDied()) return Open();
-  if (client_.initialized()) return Fail("initialize: the HAL is already ours");
+  if (client_.initialized()) return Fail("initialize: the HAL is ours already; 'close' gives it back");
   std::string error;
   if (!claim_.Take(options_.take_over, &error)) return Fail(error);
   if (TryToInitialize(&error)) return true;
@@ -136,7 +139,7 @@ bool HciSession::Perform(const ScriptAction& action) {
     case Verb::kInitialize:
       return Initialize();
     case Verb::kClose:
-      return client_.initialized() ? Close() : Fail("close: the HAL is not ours (see initialize)");
+      return client_.initialized() ? Close() : Fail("close: the HAL is not ours; 'initialize' takes it");
     case Verb::kList:
       return List(action.text);
     case Verb::kHelp:
@@ -156,7 +159,7 @@ bool HciSession::List(const std::string& word) const {
 }
 
 bool HciSession::Send(const ScriptAction& action) {
-  if (client_.ServiceDied()) return Fail("the service has died ('initialize' looks for a new one)");
+  if (client_.ServiceDied()) return Fail(kDied);
   client_.Forget();
   last_answer_ = {};
   refused_ = false;
@@ -175,7 +178,7 @@ bool HciSession::AwaitAnswer(uint16_t opcode) {
     refused_ = AnsweredStatus(last_answer_.bytes).value_or(0) != 0;
     return true;
   }
-  if (client_.ServiceDied()) return Fail("the service has died");
+  if (client_.ServiceDied()) return Fail(kDied);
   if (Interrupted()) return false;
   return Fail(StringPrintf("no answer to %s within %g s", OpcodeWords(opcode).c_str(),
                            std::chrono::duration<double>(options_.answer_patience).count()));
@@ -189,14 +192,15 @@ bool HciSession::Wait(const ScriptAction& action) {
     last_answer_ = std::move(*packet);
     return true;
   }
-  if (client_.ServiceDied()) return Fail("the service has died");
+  if (client_.ServiceDied()) return Fail(kDied);
   if (Interrupted()) return false;
   return Fail(StringPrintf("no %s within %g s", action.text.c_str(), action.seconds));
 }
 
 bool HciSession::Expect(const ScriptAction& action) {
   refused_ = false;
-  if (last_answer_.bytes.empty()) return Fail("expect: nothing has been answered yet");
+  if (last_answer_.bytes.empty())
+    return Fail("expect: nothing has been answered yet; it looks at the answer of the command before it");
   if (action.verb == ScriptAction::Verb::kExpectBytes) {
     if (MatchesPattern(action.pattern, last_answer_.bytes)) return true;
     return Fail("expected other bytes than " + Hex(last_answer_.bytes));

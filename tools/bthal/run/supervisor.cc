@@ -15,6 +15,7 @@
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/show/death_words.h"
 
 namespace bthal::tool {
 namespace {
@@ -130,6 +131,8 @@ std::optional<Supervisor::End> Supervisor::RunOnce(std::string* error) {
     return std::nullopt;
   }
   const auto began = Clock::now();
+  timespec started = {};
+  clock_gettime(CLOCK_REALTIME_COARSE, &started);  // by which files are dated
   Child child = Child::Spawn({.arguments = options_.program,
                               .environment = {},
                               .standard_output = write_end.get(),
@@ -149,7 +152,7 @@ std::optional<Supervisor::End> Supervisor::RunOnce(std::string* error) {
     PassOn(output.get());
   }
   if (!line_.empty()) EndLine();
-  return End{*ended, lasted, last_words_.Lines()};
+  return End{*ended, lasted, last_words_.Lines(), CrashFilesSince(started)};
 }
 
 // False when the user asked for the end meanwhile.
@@ -172,7 +175,9 @@ int Supervisor::Run() {
     Say(StringPrintf("%s %s after %.1f s", options_.program[0].c_str(), ExitWords(end->wait_status).c_str(),
                      Seconds(end->lasted)));
     if (Interrupted()) return 0;
+    if (const std::string cause = CauseOfDeath(end->last_words); !cause.empty()) Say("  " + cause);
     for (const std::string& line : end->last_words) Say("  it said: " + line);
+    for (const std::string& file : end->crash_files) Say("  it left: " + file);
     ReleaseWakeLock();
     if (options_.once) return ExitStatus(end->wait_status);
     if (options_.max_restarts && restarts >= *options_.max_restarts) {

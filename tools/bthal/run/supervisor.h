@@ -53,6 +53,7 @@ class Supervisor {
     int wait_status = 0;
     std::chrono::steady_clock::duration lasted{};
     std::vector<std::string> last_words;
+    std::vector<std::string> crash_files;
   };
 
   // Refuses, having said so, where another supervises, or the service runs without us.
