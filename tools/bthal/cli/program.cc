@@ -93,6 +93,7 @@ int Program::ReportBadInput(const std::string& what) const {
   if (!unknown.empty()) {
     const bool option = unknown.front().starts_with('-') || last.get_subcommands({}).empty();
     if (!option) line = "there is no subcommand '" + unknown.front() + "'";
+    if (option && &last == app_.get()) line = "there is no option '" + unknown.front() + "'";
     line += DidYouMean(unknown.front(), DescribeCommand(last));
   }
   std::ranges::replace(line, '\n', ' ');
@@ -160,6 +161,11 @@ int Program::Run(int argc, char** argv) {
   if (words.front() == "help") return ShowHelp({words.begin() + 1, words.end()});
   if (words.size() == 2 && words.front() == "--completion") return PrintCompletion(words.back());
   if (words.size() == 2 && words.front() == "--manual") return WriteManual(words.back());
+  if (words.front() == "--completion" || words.front() == "--manual") {
+    Complain("'" + app_->get_name() + " " + words.front() + "' takes " +
+             (words.front() == "--manual" ? "the folder to write to" : "bash, zsh or fish") + ", and nothing else");
+    return 2;
+  }
   return Parse(std::move(words));
 }
 

@@ -78,8 +78,9 @@ bool AreReadable(const std::vector<std::string>& lines, const std::string& name)
   for (const std::string& line : lines) {
     ++number;
     if (ParseScriptLine(line, &error)) continue;
+    if (!name.empty()) error = name + ", line " + std::to_string(number) + ": " + error;
     Complain(error);
-    return Tell(name, number, line);
+    return false;
   }
   return true;
 }

@@ -21,7 +21,6 @@
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/run/service_calls.h"
-#include "bthal/show/terminal.h"
 
 namespace bthal::tool {
 namespace {
@@ -190,11 +189,7 @@ bool HciClient::Connect(milliseconds patience, std::string* error) {
     hci = IBluetoothHci::fromBinder(FindService(kHciService, error, &hangs));
     return hci != nullptr || hangs;
   };
-  if (!find() && patience > milliseconds(0)) {
-    Complain(StringPrintf("waiting for the service (%g s)...", std::chrono::duration<double>(patience).count()));
-    WaitUntil(find, patience);
-  }
-  if (hci == nullptr) return false;
+  if (!WaitUntil(find, patience) || hci == nullptr) return false;
   initialized_ = false;
   inbox_ = std::make_shared<Inbox>(observer_);
   service_ = std::make_unique<Service>(std::move(hci), inbox_);

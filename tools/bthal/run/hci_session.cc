@@ -10,7 +10,9 @@
 #include "bthal/hci/dictionary.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/words.h"
+#include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/run/service_calls.h"
 #include "bthal/show/journal_words.h"
 #include "bthal/show/terminal.h"
 
@@ -74,6 +76,7 @@ bool HciSession::Open() {
   const auto deadline = std::chrono::steady_clock::now() + options_.service_patience;
   std::string error;
   do {
+    if (!AwaitService(kHciService, options_.service_patience, &error)) return Fail(error);
     if (!claim_.Take(options_.take_over, &error)) return Fail(error);
     if (!client_.Connect(options_.service_patience, &error)) return Fail(error);
     opened_ = true;

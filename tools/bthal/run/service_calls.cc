@@ -5,10 +5,12 @@
 #include <android/binder_process.h>
 #include <host/service_registry.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
+#include "bthal/show/terminal.h"
 
 namespace bthal::tool {
 namespace {
@@ -23,6 +25,11 @@ std::string PidOfService() {
     if (service.instance == kHciService) return std::to_string(service.pid);
   }
   return "unknown";
+}
+
+std::string NotPublished(const std::string& instance) {
+  return StringPrintf("no service runs on %s (%s is not published); start it with bthal supervise",
+                      DeviceRoot().c_str(), instance.c_str());
 }
 
 }  // namespace
@@ -44,11 +51,22 @@ std::string DoesNotAnswer() {
   const std::optional<::ndk::SpAIBinder> found = Called(find, error);
   if (hangs != nullptr) *hangs = !found;
   if (!found) return {};
-  if (found->get() == nullptr) {
-    *error = StringPrintf("no service runs on %s (%s is not published); start it with bthal supervise",
-                          DeviceRoot().c_str(), instance.c_str());
-  }
+  if (found->get() == nullptr) *error = NotPublished(instance);
   return *found;
+}
+
+bool AwaitService(const std::string& instance, milliseconds patience, std::string* error) {
+  const auto published = [&] {
+    return std::ranges::any_of(::bthal::host::ListServices(),
+                               [&](const auto& service) { return service.alive && service.instance == instance; });
+  };
+  if (published()) return true;
+  if (patience > milliseconds(0)) {
+    Complain(StringPrintf("waiting for the service (%g s)...", std::chrono::duration<double>(patience).count()));
+    if (WaitUntil(published, patience)) return true;
+  }
+  *error = NotPublished(instance);
+  return false;
 }
 
 bool CallWorked(const ::ndk::ScopedAStatus& status, const char* what, std::string* error) {

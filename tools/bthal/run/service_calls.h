@@ -51,6 +51,9 @@ std::optional<Result> Called(std::function<Result()> call, std::string* error) {
 // Not null, but where nothing that lives is published under the name; `hangs` where it lives and does not answer.
 ::ndk::SpAIBinder FindService(const std::string& instance, std::string* error, bool* hangs = nullptr);
 
+// Waits until it is published by a process that lives, and says at once that it does.
+bool AwaitService(const std::string& instance, std::chrono::milliseconds patience, std::string* error);
+
 // Whether it was worked; `what` says what failed, "cannot take the HAL".
 bool CallWorked(const ::ndk::ScopedAStatus& status, const char* what, std::string* error);
 
