@@ -78,8 +78,8 @@ bool AreReadable(const std::vector<std::string>& lines, const std::string& name)
   for (const std::string& line : lines) {
     ++number;
     if (ParseScriptLine(line, &error)) continue;
-    if (!name.empty()) error = name + ", line " + std::to_string(number) + ": " + error;
-    Complain(error);
+    const std::string where = name.empty() ? "" : ::android::base::StringPrintf("%s, line %d: ", name.c_str(), number);
+    Complain(where + error);
     return false;
   }
   return true;
