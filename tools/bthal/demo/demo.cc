@@ -198,7 +198,7 @@ void Demo::TellWhyServiceDied(int wait_status) {
 }
 
 bool Demo::AwaitPublished() {
-  const auto published = [this] {
+  const auto published = [] {
     return std::ranges::any_of(::bthal::host::ListServices(),
                                [](const auto& service) { return service.alive && service.instance == kHciService; });
   };
