@@ -19,7 +19,7 @@ namespace {
 using android::base::unique_fd;
 
 // A process that was killed still has its claim while the kernel takes it apart.
-constexpr std::chrono::milliseconds kPatience{500};
+constexpr std::chrono::milliseconds kPatience{1000};
 constexpr std::chrono::milliseconds kLookAgain{5};
 
 std::string LockOf(std::string_view role) {

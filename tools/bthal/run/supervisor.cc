@@ -24,6 +24,8 @@ using ::android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 constexpr size_t kLongestLine = 4096;
+// What a wrapper of the service leaves behind is killed with it, but not waited for.
+constexpr milliseconds kLetGoPatience{500};
 constexpr int kPieceBytes = 4096;
 constexpr int kPipeBytes = 65536;
 
@@ -72,7 +74,8 @@ bool Supervisor::Begin() {
 // Wake locks of the kernel outlive the process that took them: without this the system would never sleep again. One
 // that a living service has, which is not ours then, is left to it.
 void Supervisor::ReleaseWakeLock() {
-  if (::bthal::host::HolderOfRole(::bthal::host::kServiceRole) != 0) return;
+  const auto vacant = [] { return ::bthal::host::HolderOfRole(::bthal::host::kServiceRole) == 0; };
+  if (!WaitUntil(vacant, kLetGoPatience)) return;
   if (release_wake_lock(kWakeLockName) > 0) Say(StringPrintf("released the wake lock %s", kWakeLockName));
 }
 
