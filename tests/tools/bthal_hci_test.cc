@@ -39,6 +39,7 @@ TEST_F(OnBoard, AScriptFailsAtTheLineThatIsNotAnswered) {
 
 TEST_F(OnBoard, ARefusedCommandEndsItUnlessThatIsExpected) {
   Start({"wrong-status,opcode=0x1001,status=0x0c,count=always"});
+  ASSERT_TRUE(service_->WaitUntilPublished());  // waiting for it would be told
   const std::string said =
       "bthal: the controller refuses: Command Complete: Read Local Version Information, command "
       "disallowed (0x0C)\n";

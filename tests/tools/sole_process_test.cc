@@ -87,7 +87,7 @@ TEST_F(SoleProcessTest, ASecondSupervisorIsRefused) {
   root_.Write("/sys/power/wake_unlock", "");
   const tool::Child first =
       Spawn({BTHAL_PROGRAM, "supervise", "--", "/bin/sh", "-c", "echo > $BTHAL_ROOT/up; exec sleep 1000"}, -1);
-  ASSERT_TRUE(WaitFor([&] { return fs::exists(root_.path() + "/up"); }));
+  ASSERT_TRUE(WaitFor([&] { return root_.Read("/up") == "\n"; }));
   const std::string refusal =
       "a supervisor is already running on " + root_.path() + " (pid " + std::to_string(first.pid()) + ")";
   const std::set<std::string> before = Listing();

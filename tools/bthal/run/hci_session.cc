@@ -64,7 +64,9 @@ void HciSession::PrintPacket(Direction direction, uint8_t kind, std::span<const 
   Print(PacketLine(direction, kind, packet), options_.verbose ? FieldLines(kind, packet) : "");
 }
 
+// Whoever asks for the end need not be told that something did not come to its own.
 bool HciSession::Fail(const std::string& why) const {
+  if (Interrupted()) return false;
   const std::lock_guard lock(print_mutex_);
   Complain(why);
   return false;
