@@ -156,6 +156,7 @@ TEST_F(EndingsTest, ASignalIsObeyedWhateverIsBeingDone) {
       {{"hci", "wait hardware_error 1000"}, "initialised: SUCCESS"},
       {{"hci", "le_scan 1000"}, "LE Advertising Report"},
       {{"snoop"}, ""},
+      {{"bridge", "unix", root_.path() + "/hci"}, "is there"},
       {{"thread", "aa"}, "> "},
       {{"supervise", "--", "/bin/sleep", "1000"}, "started /bin/sleep"},
       {{"board", "--root", other.path()}, "playing below"},

@@ -11,10 +11,11 @@
 #include <string_view>
 
 #include "bthal/cli/program.h"
+#include "bthal/cli/standard_output.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
-#include "bthal/run/standard_output.h"
+#include "bthal/run/interrupt.h"
 #include "bthal/show/terminal.h"
 
 namespace {
@@ -66,7 +67,7 @@ int main(int argc, char** argv) {
   // A peer that has gone, and a file that may not grow, are errors of the write.
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
-  bthal::tool::WatchStandardOutput();
+  bthal::tool::WatchStandardOutput(bthal::tool::InterruptFd, [] { bthal::tool::EndAsIf(SIGPIPE); });
   int status = 0;
   try {
     status = Run(argc, argv);

@@ -1,4 +1,4 @@
-#include "bthal/run/standard_output.h"
+#include "bthal/cli/standard_output.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -14,7 +14,6 @@
 #include <string>
 #include <string_view>
 
-#include "bthal/run/interrupt.h"
 #include "bthal/show/printable.h"
 #include "bthal/show/terminal.h"
 
@@ -24,13 +23,15 @@ namespace {
 // A reader that takes nothing for so long after the user asked for the end is not waited for.
 constexpr int kLastPatienceMs = 200;
 
+int (*g_interrupt_fd)() = nullptr;
+void (*g_end)() = nullptr;
 TerminalFilter g_filter;
 bool g_filtered = false;
 int g_error = 0;  // of the first write that failed
 
 // Whether a piece can be written; false when the user asks for the end first.
 bool AwaitRoom() {
-  pollfd ready[] = {{STDOUT_FILENO, POLLOUT, 0}, {InterruptFd(), POLLIN, 0}};
+  pollfd ready[] = {{STDOUT_FILENO, POLLOUT, 0}, {g_interrupt_fd(), POLLIN, 0}};
   while (poll(ready, 2, -1) < 0 && errno == EINTR) {
   }
   return ready[0].revents != 0 || poll(ready, 1, kLastPatienceMs) > 0;
@@ -55,14 +56,16 @@ ssize_t OnWrite(void*, const char* text, size_t size) {
   if (g_error == 0 && WriteAll(g_filtered ? g_filter.Pass(piece) : std::string(piece)))
     return static_cast<ssize_t>(size);
   if (g_error == 0) g_error = errno;
-  EndAsIf(SIGPIPE);
+  g_end();
   errno = g_error;
   return 0;
 }
 
 }  // namespace
 
-void WatchStandardOutput() {
+void WatchStandardOutput(int (*interrupt_fd)(), void (*end)()) {
+  g_interrupt_fd = interrupt_fd;
+  g_end = end;
   // Where it is closed, no file that is opened later may take its place; writing to it still fails.
   int spare = 0;
   while (spare >= 0 && spare <= STDERR_FILENO) spare = open("/dev/null", O_RDONLY);
