@@ -1,5 +1,6 @@
 #include "sim/furnish.h"
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -36,6 +37,10 @@ std::vector<std::string> PatchNames(uint8_t chip_id) {
 }
 
 bool WritePatch(const std::string& path, const std::string& name, size_t records, std::string* error) {
+  // What is no file of the board's making, or leads to one elsewhere, is the user's.
+  std::error_code code;
+  const auto kind = std::filesystem::symlink_status(path, code).type();
+  if (kind != std::filesystem::file_type::not_found && kind != std::filesystem::file_type::regular) return true;
   Bytes present;
   if (std::ifstream file(path, std::ios::binary); file) {
     present.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());

@@ -36,6 +36,7 @@ constexpr uint32_t kPoolThreads = 1;
 const ::android::hardware::bluetooth::conf::Config& LoadSettings() {
   // What the loading logs needs the process set up.
   ::android::hardware::bluetooth::os::SetUpProcess();
+  ::android::hardware::bluetooth::os::EndUnlessOnlyService();
   return ::android::hardware::bluetooth::conf::Config::GetInstance();
 }
 

@@ -70,12 +70,12 @@ bool WriteTemporary(const std::string& path, const std::string& value) {
 // Puts the file in its place: over an older value, except for a read-only property, of which the first one stays.
 bool Publish(const std::string& temporary, const std::string& name) {
   const std::string file = FileOf(name);
-  if (!name.starts_with(kReadOnlyPrefix)) return rename(temporary.c_str(), file.c_str()) == 0;
-  const bool first = link(temporary.c_str(), file.c_str()) == 0;
+  const bool once = name.starts_with(kReadOnlyPrefix);
+  const bool done = (once ? link : rename)(temporary.c_str(), file.c_str()) == 0;
   const int error = errno;
-  unlink(temporary.c_str());
+  if (once || !done) unlink(temporary.c_str());
   errno = error;
-  return first;
+  return done;
 }
 
 bool Store(const std::string& name, const std::string& value) {

@@ -5,6 +5,7 @@
 namespace android::hardware::bluetooth::os {
 
 void SetUpProcess() {}
+void EndUnlessOnlyService() {}
 
 }  // namespace android::hardware::bluetooth::os
 
@@ -13,7 +14,10 @@ void SetUpProcess() {}
 #include <android-base/logging.h>
 #include <cxxabi.h>
 #include <dlfcn.h>
+#include <errno.h>
 #include <execinfo.h>
+#include <host/device_root.h>
+#include <host/role.h>
 #include <limits.h>
 #include <poll.h>
 #include <signal.h>
@@ -164,6 +168,16 @@ void SetUpProcess() {
   ::android::base::SetAborter(AbortWithTrace);
   SetSeverityFromEnvironment();
   signal(SIGPIPE, SIG_IGN);
+}
+
+void EndUnlessOnlyService() {
+  const pid_t holder = ::bthal::host::ClaimRole(::bthal::host::kServiceRole);
+  if (holder == 0) return;
+  std::string root = ::bthal::host::BelowDeviceRoot("/");
+  if (root.size() > 1) root.pop_back();
+  StandardError::Write(::android::base::StringPrintf("%s is already running on %s (pid %d)\n",
+                                                     program_invocation_short_name, root.c_str(), holder));
+  _exit(1);
 }
 
 }  // namespace android::hardware::bluetooth::os

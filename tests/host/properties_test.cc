@@ -75,6 +75,9 @@ TEST_F(PropertiesTest, AFailedWriteIsSaidAndChangesNothing) {
   EXPECT_FALSE(SetProperty("persist.a", "1"));
   EXPECT_TRUE(log_.Has("SetProperty: cannot write /var/lib/bthal/properties/persist.a: Not a directory (20)"));
   EXPECT_TRUE(SetProperty("a", "1"));
+  std::filesystem::create_directories(root_.path() + "/run/bthal/properties/b");
+  EXPECT_FALSE(SetProperty("b", "1"));
+  EXPECT_EQ(CountEntries(root_.path() + "/run/bthal/properties"), 2u) << "a half-made file is left";
 }
 
 TEST_F(PropertiesTest, AReaderSeesOneWholeValueOrAnother) {

@@ -46,11 +46,20 @@ TEST_F(BoardNodesTest, FurnishesWhatTheServiceLooksForAndKeepsWhatIsThere) {
   const sim::Bytes mine = sim::MakePatchFile("QNL.hcd", 99);
   root_.Write("/vendor/firmware/qnlr/QNL.hcd", {mine.begin(), mine.end()});
   root_.Write("/vendor/firmware/qnlr/QNL_174.hcd", "cut");
+  root_.Write("/elsewhere.hcd", {mine.begin(), mine.end()});
+  std::filesystem::create_symlink("../../../elsewhere.hcd", root_.Below("/vendor/firmware/qnlr/QNL_181.hcd"));
+  ASSERT_EQ(mkfifo(root_.Below("/vendor/firmware/qnlr/QNL_185.hcd").c_str(), 0600), 0);
+  std::filesystem::permissions(root_.Below("/vendor/firmware/qnlr/QNL.hcd"), std::filesystem::perms{0640});
+  std::ifstream reader(root_.Below("/vendor/firmware/qnlr/QNL.hcd"), std::ios::binary);
   Start();
   EXPECT_EQ("AccelBtDisable=1\n", root_.Read("/vendor/etc/bluetooth/bt_vendor.conf"));
   EXPECT_EQ("cut", root_.Read("/vendor/firmware/qnlr/QNL_174.hcd"));
   EXPECT_EQ(13u, Records(root_.Read("/vendor/firmware/qnlr/QNL.hcd")).size())
       << "made anew with 12 records and a launch";
+  EXPECT_EQ(root_.ModeOf("/vendor/firmware/qnlr/QNL.hcd"), 0640u);
+  EXPECT_EQ(sim::Bytes(std::istreambuf_iterator<char>(reader), {}), mine) << "for whom it was open already";
+  EXPECT_EQ(root_.Read("/elsewhere.hcd"), std::string(mine.begin(), mine.end()));
+  EXPECT_TRUE(std::filesystem::is_fifo(root_.Below("/vendor/firmware/qnlr/QNL_185.hcd")));
   EXPECT_FALSE(Records(root_.Read("/vendor/firmware/qnlr/BTFW_B.hcd")).empty());
   EXPECT_TRUE(std::filesystem::is_directory(root_.path() + "/data/vendor/ssrdump/coredump"));
 }

@@ -37,6 +37,41 @@ TEST_F(OnBoard, AScriptFailsAtTheLineThatIsNotAnswered) {
   EXPECT_THAT(silent.error, HasSubstr("/smoke.hci, line 4: read_local_version"));
 }
 
+TEST_F(OnBoard, ARefusedCommandEndsItUnlessThatIsExpected) {
+  Start({"wrong-status,opcode=0x1001,status=0x0c,count=always"});
+  ASSERT_TRUE(service_->WaitUntilPublished());  // waiting for it would be told
+  const std::string said =
+      "bthal: the controller refuses: Command Complete: Read Local Version Information, command "
+      "disallowed (0x0C)\n";
+  const std::string refused = "read_local_version\n\n", expected = refused + "expect disallowed\n",
+                    more = "read_bd_addr\n";
+  const auto count = [](const ProgramResult& result) {
+    size_t commands = 0;
+    for (size_t at = 0; (at = result.out.find("> command", at)) != std::string::npos; ++at) ++commands;
+    return commands;
+  };
+  for (const bool from_file : {false, true}) {
+    const auto run = [&](const std::string& script, std::vector<std::string> options = {}) {
+      root_.Write("/script", script);
+      options.insert(options.begin(), {"hci", "--script", from_file ? root_.path() + "/script" : "-"});
+      return Bthal(options, script);
+    };
+    const std::string where = from_file ? "bthal: " + root_.path() + "/script, line 1: read_local_version\n" : "";
+    ProgramResult result = run(refused + more);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.error, said + where);
+    EXPECT_EQ(count(result), 1u);
+    EXPECT_EQ(run(refused).error, said + where);
+    result = run(refused + more, {"--keep-going"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.error, said + where);
+    EXPECT_EQ(count(result), 2u);
+    result = run(expected + more);
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_EQ(count(result), 2u);
+  }
+}
+
 TEST_F(OnBoard, ADeadServiceIsNoticedAndItsSuccessorFound) {
   Start();
   TakeHal();
@@ -101,7 +136,8 @@ TEST_F(OnBoard, TheReportIsThereAndTheRootStaysTheServices) {
   TakeHal();
   // A root with a life of its own is none for a demo, and keeps what it has.
   ASSERT_TRUE(SetProperty("vendor.kept", "yes"));
-  EXPECT_THAT(Bthal({"demo", "--root", root_.path()}).error, HasSubstr("a service runs below " + root_.path()));
+  EXPECT_THAT(Bthal({"demo", "--root", root_.path()}).error,
+              HasSubstr("a service is already running on " + root_.path()));
   EXPECT_EQ(GetProperty("vendor.kept", ""), "yes");
   const ProgramResult chart = Bthal({"timeline", "-"}, Bthal({"dump"}).out);
   EXPECT_EQ(chart.status, 0) << chart.error;

@@ -2,6 +2,7 @@
 #include <android-base/strings.h>
 
 #include "bthal/run/process.h"
+#include "bthal/show/death_words.h"
 #include "bthal/show/last_words.h"
 #include "support/run_program.h"
 #include "support/test.h"
@@ -97,6 +98,31 @@ TEST_F(SuperviseTest, RepeatsTheFatalLineOrElseTheLastErrors) {
       Supervise({"--once"}, "for i in 1 2 3 4; do echo '" + time + "E tag: error '$i; done; kill -KILL $$");
   EXPECT_THAT(quiet.error, AllOf(Not(HasSubstr("it said: " + time + "E tag: error 1\n")),
                                  HasSubstr("it said: " + time + "E tag: error 2\n")));
+}
+
+// A real service that ends itself: in words first, then what it said, then what it left.
+TEST_F(SuperviseTest, TellsTheCauseAndTheCrashFiles) {
+  const std::string report =
+      "11-21 09:02:20.881 21582 21586 E tag: ReportBqrError: root inflamed event with error_code: ";
+  root_.Write("/data/vendor/ssrdump/old", "");
+  const timespec long_ago[2] = {};
+  ASSERT_EQ(utimensat(AT_FDCWD, (root_.path() + "/data/vendor/ssrdump/old").c_str(), long_ago, 0), 0);
+  const ProgramResult result =
+      Supervise({"--once"}, "echo '" + report +
+                                "(147), error_info: x'; mkdir $BTHAL_ROOT/data/vendor/ssrdump/coredump; "
+                                "echo > $BTHAL_ROOT/data/vendor/ssrdump/coredump/new; kill -KILL $$");
+  EXPECT_THAT(result.error, HasSubstr("supervise:   the controller did not obey the first reset: see its power, the "
+                                      "wiring and UartPort\nsupervise:   it said: " +
+                                      report + "(147), error_info: x\nsupervise:   it left: " + root_.path() +
+                                      "/data/vendor/ssrdump/coredump/new\n"));
+  EXPECT_THAT(result.error, Not(HasSubstr("ssrdump/old")));
+  EXPECT_THAT(
+      tool::CauseOfDeath({report + "(148), error_info: y", "E tag: download_direct: Failed to write patchram: 18"}),
+      StartsWith("the firmware patch was refused: "));
+  EXPECT_THAT(
+      tool::CauseOfDeath({"F tag: Bluetooth HAL crash with error code 0, vendor error code 132, extra info: z"}),
+      StartsWith("the controller's port takes nothing, or has hung up: "));
+  EXPECT_EQ(tool::CauseOfDeath({"E tag: something else", report + "(200000), error_info: w"}), "");
 }
 
 TEST(LastWordsTest, KnowsBothLogFormats) {

@@ -1,4 +1,4 @@
-// bthal as people use it: what it says to bad input, its help, and the subcommands that need no service.
+// bthal as people use it: its help, and the subcommands that need no service.
 #include <sys/un.h>
 
 #include "bthal/run/extension_clients.h"
@@ -26,56 +26,6 @@ TEST(BthalTest, HelpNamesEverySubcommandAndEachExplainsItself) {
     EXPECT_EQ(own.status, 0) << name;
     EXPECT_EQ(own.error, "") << name;
     EXPECT_THAT(own.out, HasSubstr("Usage: bthal " + name)) << name;
-  }
-}
-
-struct BadInput {
-  std::vector<std::string> arguments;
-  const char* told;
-};
-
-TEST(BthalTest, BadInputGetsOneLineAndAFailure) {
-  const TempRoot root;
-  root.Write("/not-a-dump", "hello\n");
-  root.Write("/not-a-log", "this is no btsnoop log at all\n");
-  root.Write("/keys", "0011\n");
-  const std::string below = root.path();
-  const std::vector<BadInput> inputs = {
-      {{"frobnicate"}, "frobnicate"},
-      {{"demo", "--nonsense"}, "--nonsense (see 'bthal demo --help')"},
-      {{"demo", "--chip-id", "300"}, "not in range 0 to 255"},
-      {{"demo", "--fault", "gremlins"}, "--fault gremlins: "},
-      {{"demo", "--root", "/proc/nowhere"}, "cannot make the folder /proc/nowhere"},
-      {{"board", "--only", "toaster"}, "toaster"},
-      {{"hci", "resett"}, "'resett' is no command"},
-      {{"hci", "--script", "/nowhere/script"}, "cannot read /nowhere/script"},
-      {{"hci", "--wait-service", "0", "reset"}, "is not published: start the service first"},
-      {{"dump"}, "is not published"},
-      {{"dump", "-o", "/nowhere/report"}, "cannot write /nowhere/report"},
-      {{"timeline"}, "file is required"},
-      {{"timeline", "/nowhere/report"}, "cannot read /nowhere/report"},
-      {{"timeline", below + "/not-a-dump"}, "no \"Anchors' History\" in it"},
-      {{"snoop", "--once"}, "bthal prop set persist.bluetooth.vendor.btsnoop true"},
-      {{"snoop", "--once", below + "/not-a-log"}, "not a btsnoop log"},
-      {{"prop", "get", "no.such.thing"}, "no.such.thing is not set"},
-      {{"prop", "set", "a.name", std::string(92, 'x')}, "at most 91 bytes, this one has 92"},
-      {{"thread", "abc"}, "'abc' is no frame"},
-      {{"thread"}, "cannot reach "},
-      {{"finder", "/nowhere/keys"}, "cannot read /nowhere/keys"},
-      {{"finder", below + "/keys"}, "line 1 is neither a key of 20 bytes"},
-      {{"afh"}, "either a map or --avoid"},
-      {{"afh", "ff"}, "'ff' is no channel map"},
-      {{"afh", "--avoid", "79"}, "'79' is no channel"},
-      {{"afh", "--avoid", "3"}, "IBTChannelAvoidance/default is not published"},
-      {{"supervise", "--", "/nowhere/program"}, "cannot run /nowhere/program: No such file or directory"},
-  };
-  for (const BadInput& input : inputs) {
-    const ProgramResult result = Bthal(input.arguments);
-    const std::string shown = ::testing::PrintToString(input.arguments);
-    EXPECT_NE(result.status, 0) << shown;
-    EXPECT_LT(result.status, 128) << shown;
-    EXPECT_THAT(result.error, AllOf(StartsWith("bthal: "), HasSubstr(input.told))) << shown;
-    EXPECT_EQ(std::ranges::count(result.error, '\n'), 1) << shown << ": " << result.error;
   }
 }
 

@@ -1,14 +1,21 @@
 #include <android-base/logging.h>
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "bthal/cli/program.h"
+#include "bthal/cli/standard_output.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
+#include "bthal/run/interrupt.h"
 #include "bthal/show/terminal.h"
 
 namespace {
@@ -33,11 +40,13 @@ void LogErrorsOnly(android::base::LogId, android::base::LogSeverity severity, co
 int RefuseForeignRoot(const std::string& command) {
   const char* root = getenv(bthal::tool::kRootVariable);
   std::string error;
-  if (root == nullptr || *root == '\0' || command == "demo" || command == "shell" || command == "board" ||
-      command == "decode") {
-    return 0;
+  constexpr std::string_view kNeedNone[] = {"demo", "shell", "board", "decode", "timeline"};
+  if (root == nullptr || *root == '\0' || std::ranges::find(kNeedNone, command) != std::end(kNeedNone)) return 0;
+  if (access(root, F_OK) == 0 || errno != ENOENT) {
+    return bthal::tool::RootIsOurs(root, &error) ? 0 : bthal::tool::Complain(error);
   }
-  return bthal::tool::RootIsOurs(root, &error) ? 0 : bthal::tool::Complain(error);
+  return bthal::tool::Complain("the device root " + std::string(root) +
+                               " (BTHAL_ROOT) does not exist; correct it, or make it: bthal board furnishes one");
 }
 
 int Run(int argc, char** argv) {
@@ -56,10 +65,15 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   android::base::SetLogger(LogErrorsOnly);
+  // A peer that has gone, and a file that may not grow, are errors of the write.
   signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
+  bthal::tool::WatchStandardOutput(bthal::tool::InterruptFd, [] { bthal::tool::EndAsIf(SIGPIPE); });
+  int status = 0;
   try {
-    return Run(argc, argv);
+    status = Run(argc, argv);
   } catch (const std::exception& error) {
-    return bthal::tool::Complain(error.what());
+    status = bthal::tool::Complain(error.what());
   }
+  return bthal::tool::EndStandardOutput(status);
 }

@@ -1,16 +1,17 @@
 #include "bthal/cli/program.h"
 
-#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cstdio>
+#include <sstream>
 #include <utility>
 
 #include "bthal/cli/completion.h"
 #include "bthal/cli/manual.h"
-#include "bthal/cli/suggestion.h"
+#include "bthal/hci/suggestion.h"
+#include "bthal/show/output_file.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
@@ -92,6 +93,7 @@ int Program::ReportBadInput(const std::string& what) const {
   if (!unknown.empty()) {
     const bool option = unknown.front().starts_with('-') || last.get_subcommands({}).empty();
     if (!option) line = "there is no subcommand '" + unknown.front() + "'";
+    if (option && &last == app_.get()) line = "there is no option '" + unknown.front() + "'";
     line += DidYouMean(unknown.front(), DescribeCommand(last));
   }
   std::ranges::replace(line, '\n', ' ');
@@ -104,7 +106,10 @@ int Program::Parse(std::vector<std::string> words) {
   try {
     app_->parse(std::move(words));
   } catch (const CLI::Success& help) {
-    return app_->exit(help);
+    std::ostringstream text;
+    const int status = app_->exit(help, text, text);
+    printf("%s", text.str().c_str());
+    return status;
   } catch (const CLI::RuntimeError& refused) {
     return refused.get_exit_code();
   } catch (const CLI::ParseError& error) {
@@ -137,14 +142,15 @@ int Program::PrintCompletion(const std::string& shell) const {
   const std::string text = shell == "bash"  ? BashCompletion(program)
                            : shell == "zsh" ? ZshCompletion(program)
                                             : FishCompletion(program);
-  if (printf("%s", text.c_str()) < 0 || fflush(stdout) != 0) return Complain("cannot write the completion");
+  printf("%s", text.c_str());
   return 0;
 }
 
 int Program::WriteManual(const std::string& folder) const {
   for (const auto& [name, text] : ManualPages(Describe(), version_)) {
     const std::string path = ::android::base::StringPrintf("%s/%s", folder.c_str(), name.c_str());
-    if (!::android::base::WriteStringToFile(text, path)) return Complain("cannot write " + path);
+    std::string error;
+    if (!WriteOutput(path, text, &error)) return Complain(error);
   }
   return 0;
 }
@@ -155,6 +161,11 @@ int Program::Run(int argc, char** argv) {
   if (words.front() == "help") return ShowHelp({words.begin() + 1, words.end()});
   if (words.size() == 2 && words.front() == "--completion") return PrintCompletion(words.back());
   if (words.size() == 2 && words.front() == "--manual") return WriteManual(words.back());
+  if (words.front() == "--completion" || words.front() == "--manual") {
+    Complain("'" + app_->get_name() + " " + words.front() + "' takes " +
+             (words.front() == "--manual" ? "the folder to write to" : "bash, zsh or fish") + ", and nothing else");
+    return 2;
+  }
   return Parse(std::move(words));
 }
 

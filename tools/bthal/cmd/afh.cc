@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "bthal/cli/command.h"
+#include "bthal/cmd/call_timeout.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/hci/hex.h"
 #include "bthal/run/extension_clients.h"
@@ -40,7 +41,7 @@ void AddAfh(Command& app) {
       "\nExamples:\n"
       "  bthal afh ffffffffffffffffff7f\n"
       "  bthal afh --avoid 0-21");
-  sub.Run([options] { return Run(*options); });
+  RunWithCallTimeout(sub, [options] { return Run(*options); });
 }
 
 }  // namespace bthal::tool

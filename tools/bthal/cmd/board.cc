@@ -66,7 +66,7 @@ int Run(BoardCommand& command) {
   }
   std::string error;
   ::android::base::unique_fd lock;
-  if (!FaultsAreClear(command.board, &error)) return Complain(error);
+  if (!BoardOptionsAreClear(command.board, &error)) return Complain(error);
   CatchInterrupts();
   if (!Boot(command.board, &lock, &error)) return Complain(error);
   sim::Board board(command.board);

@@ -13,7 +13,7 @@ class Command;
 // must live until the command line has been parsed.
 void AddBoardOptions(Command& sub, sim::BoardOptions* options);
 
-// Whether every fault can be understood; if not, one line in `error`.
-bool FaultsAreClear(const sim::BoardOptions& options, std::string* error);
+// Whether all of it makes sense; if not, one line in `error`. Nothing has been touched.
+bool BoardOptionsAreClear(const sim::BoardOptions& options, std::string* error);
 
 }  // namespace bthal::tool

@@ -11,6 +11,20 @@
 namespace bthal::tool {
 namespace {
 
+const char* Word(CheckState state) {
+  switch (state) {
+    case CheckState::kOk:
+      return "ok";
+    case CheckState::kMissing:
+      return "missing";
+    case CheckState::kNotPermitted:
+      return "not permitted";
+    case CheckState::kWrong:
+      return "wrong";
+  }
+  return "";
+}
+
 int Run() {
   const std::string root = ::android::hardware::bluetooth::os::DevicePath("/");
   printf("device root: %s\n\n", root == "/" ? "/ (the machine itself; BTHAL_ROOT is not set)" : root.c_str());
@@ -18,7 +32,7 @@ int Run() {
   int useful = 0;
   for (const CheckResult& result : CheckMachine()) {
     const bool ok = result.state == CheckState::kOk;
-    const char* state = ok ? "ok" : result.state == CheckState::kMissing ? "missing" : "not permitted";
+    const char* state = Word(result.state);
     char column[16];
     snprintf(column, sizeof(column), "%-13s", state);
     const Colour colour = ok ? Colour::kGood : result.needed ? Colour::kBad : Colour::kWarn;

@@ -9,6 +9,7 @@
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
+#include "bthal/show/known_names.h"
 #include "bthal/show/terminal.h"
 #include "conf/conf.h"
 
@@ -37,7 +38,9 @@ int Run(bool only_set) {
     printf("%s%s\n", line.substr(0, value_end).c_str(),
            Paint(is_default ? Colour::kFaint : Colour::kGood, line.substr(value_end)).c_str());
   }
-  return 0;
+  int status = 0;
+  for (const std::string& problem : SettingsProblems()) status = Complain(problem);
+  return status;
 }
 
 }  // namespace
@@ -46,11 +49,21 @@ void AddConf(Command& app) {
   Command sub = app.Add("conf", "Show the vendor settings in force, and where each comes from");
   auto only_set = std::make_shared<bool>(false);
   sub.Flag("--set", only_set.get(), "only those that a file sets");
+  auto explain = std::make_shared<bool>(false);
+  sub.Flag("--explain", explain.get(), "what each takes and does, and which part of the service acts on it");
   sub.Footer(
       "A service reads them when it starts: what is shown is what the next start will use. The later file wins:\n"
       "  /vendor/etc/bluetooth/bt_vendor.conf\n"
-      "  /vendor/etc/bluetooth/bt_vendor_overlay.conf");
-  sub.Run([=] { return Run(*only_set); });
+      "  /vendor/etc/bluetooth/bt_vendor_overlay.conf\n"
+      "Names that are no settings and values that they do not take are told; the exit status is then 1. The service\n"
+      "leaves such names out, and takes such values for 0, false, or what they begin with.\n"
+      "\nSettings:\n" +
+      Explained(KnownSettings()));
+  sub.Run([=] {
+    if (!*explain) return Run(*only_set);
+    printf("%s", Explained(KnownSettings()).c_str());
+    return 0;
+  });
 }
 
 }  // namespace bthal::tool

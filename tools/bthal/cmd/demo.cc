@@ -14,7 +14,7 @@ namespace {
 
 int Run(const DemoOptions& options) {
   std::string error;
-  if (!FaultsAreClear(options.board, &error)) return Complain(error);
+  if (!BoardOptionsAreClear(options.board, &error)) return Complain(error);
   CatchInterrupts();
   return Demo(options).Run();
 }

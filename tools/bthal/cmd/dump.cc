@@ -1,45 +1,28 @@
 // bthal dump: the service's own report.
-#include <android-base/file.h>
-#include <android-base/unique_fd.h>
-#include <fcntl.h>
-#include <string.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <memory>
 
 #include "bthal/cli/command.h"
+#include "bthal/cmd/call_timeout.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/binder_client.h"
+#include "bthal/show/output_file.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
 namespace {
 
-// On a terminal what is too wide for it is broken; that takes the whole report first.
-int ShowOnTerminal() {
-  const ::android::base::unique_fd report(memfd_create("report", MFD_CLOEXEC));
-  std::string error;
-  std::string text;
-  if (!report.ok()) return Complain(std::string("cannot hold the report: ") + strerror(errno));
-  if (!DumpService(report.get(), &error)) return Complain(error);
-  if (lseek(report.get(), 0, SEEK_SET) != 0 || !::android::base::ReadFdToString(report.get(), &text)) {
-    return Complain(std::string("cannot read the report: ") + strerror(errno));
-  }
-  printf("%s", Folded(text).c_str());
-  return 0;
-}
-
 int Run(const std::string& path) {
-  if (path.empty() && IsTerminal()) return ShowOnTerminal();
-  ::android::base::unique_fd file;
-  if (!path.empty()) {
-    file.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!file.ok()) return Complain("cannot write " + path + ": " + strerror(errno));
-  }
   std::string error;
-  if (!DumpService(file.ok() ? file.get() : STDOUT_FILENO, &error)) return Complain(error);
+  std::string report;
+  if (!path.empty() && !MayWriteOutput(path, &error)) return Complain(error);
+  if (!DumpService(&report, &error)) return Complain(error);
+  if (path.empty()) {
+    const std::string shown = Folded(report);
+    fwrite(shown.data(), 1, shown.size(), stdout);
+  } else if (!WriteOutput(path, report, &error)) {
+    return Complain(error);
+  }
   return 0;
 }
 
@@ -53,7 +36,7 @@ void AddDump(Command& app) {
       "Examples:\n"
       "  bthal dump\n"
       "  bthal dump -o report.txt && bthal timeline report.txt");
-  sub.Run([path] { return Run(*path); });
+  RunWithCallTimeout(sub, [path] { return Run(*path); });
 }
 
 }  // namespace bthal::tool

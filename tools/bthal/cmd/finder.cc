@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "bthal/cli/command.h"
+#include "bthal/cmd/call_timeout.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/extension_clients.h"
 #include "bthal/show/terminal.h"
@@ -48,7 +49,7 @@ void AddFinder(Command& app) {
       "  mode on\n"
       "  000102030405060708090a0b0c0d0e0f10111213   # one key\n"
       "  $ bthal finder keys.txt");
-  sub.Run([path] { return Run(*path); });
+  RunWithCallTimeout(sub, [path] { return Run(*path); });
 }
 
 }  // namespace bthal::tool

@@ -4,10 +4,14 @@
 #include <android-base/strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <memory>
+#include <span>
 
 #include "bthal/cli/command.h"
+#include "bthal/cmd/call_timeout.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/cmd/packet_options.h"
 #include "bthal/hci/script.h"
@@ -28,6 +32,7 @@ struct HciOptions {
   bool take_over = false;
   TimeStyle time_style = TimeStyle::kRelative;
   PacketView view;
+  bool keep_going = false;
 };
 
 // `name` of a script, or nothing for lines of the command line.
@@ -36,39 +41,67 @@ bool Tell(const std::string& name, int number, const std::string& line) {
   return false;
 }
 
-// Nothing is sent before all of it is known to be readable.
-bool RunLines(HciSession& session, const std::vector<std::string>& lines, const std::string& name) {
+bool AreReadable(const std::vector<std::string>& lines, const std::string& name) {
   std::string error;
   int number = 0;
   for (const std::string& line : lines) {
     ++number;
     if (ParseScriptLine(line, &error)) continue;
-    Complain(error);
-    return Tell(name, number, line);
-  }
-  number = 0;
-  for (const std::string& line : lines) {
-    ++number;
-    if (session.quit()) break;
-    if (Interrupted()) return false;
-    if (!session.Run(line)) return Tell(name, number, line);
+    const std::string where = name.empty() ? "" : ::android::base::StringPrintf("%s, line %d: ", name.c_str(), number);
+    Complain(where + error);
+    return false;
   }
   return true;
 }
 
+// What the line asks for; nothing where it cannot be read.
+std::optional<ScriptAction::Verb> VerbOf(const std::string& line) {
+  std::string ignored;
+  const std::optional<ScriptAction> action = ParseScriptLine(line, &ignored);
+  return action ? std::optional(action->verb) : std::nullopt;
+}
+
+bool IsEmpty(const std::string& line) { return VerbOf(line) == ScriptAction::Verb::kNothing; }
+
+// Whether it looks at the answer of the command before it.
+bool IsExpectation(const std::string& line) {
+  const std::optional<ScriptAction::Verb> verb = VerbOf(line);
+  return verb == ScriptAction::Verb::kExpect || verb == ScriptAction::Verb::kExpectBytes;
+}
+
+bool IsLookedAt(std::span<const std::string> after) {
+  const auto next = std::ranges::find_if_not(after, IsEmpty);
+  return next != after.end() && IsExpectation(*next);
+}
+
+// Nothing is sent before all of it is known to be readable; unless the user wants as much of it as can be done.
+bool RunLines(HciSession& session, const std::vector<std::string>& lines, const std::string& name, bool keep_going) {
+  if (!keep_going && !AreReadable(lines, name)) return false;
+  bool all_well = true;
+  for (size_t at = 0; at < lines.size() && !session.quit(); ++at) {
+    if (Interrupted()) return false;
+    if (session.Run(lines[at]) && (IsLookedAt(std::span(lines).subspan(at + 1)) || session.Settle())) continue;
+    all_well = Tell(name, static_cast<int>(at) + 1, lines[at]);
+    if (!keep_going) break;
+  }
+  return all_well;
+}
+
 // A person may go on after an error; a script that is piped in may not.
-bool RunInput(HciSession& session) {
+bool RunInput(HciSession& session, bool keep_going) {
   const bool person = isatty(STDIN_FILENO) == 1;
   if (person) printf("Commands are sent as you enter them; 'help' explains, 'quit' or Ctrl-D ends.\n");
   LineSource source(STDIN_FILENO);
   std::string line;
   bool all_well = true;
   while (!session.quit() && source.Next(&line)) {
-    const bool well = session.Run(line);
+    if (IsEmpty(line)) continue;
+    const bool settled = person || IsExpectation(line) || session.Settle();
+    const bool well = (settled || keep_going) && session.Run(line) && settled;
     all_well &= well;
-    if (!well && !person) break;
+    if (!well && !person && !keep_going) break;
   }
-  return person || all_well;
+  return person || (session.Settle() && all_well);
 }
 
 // An argument is a line; what stands behind help or list at the beginning belongs to it.
@@ -80,9 +113,12 @@ std::vector<std::string> LinesOf(const HciOptions& options) {
 
 int Run(const HciOptions& options) {
   std::string script;
+  if (!options.lines.empty() && !options.script.empty()) {
+    return Complain("lines on the command line and --script at once; put all into the script, or give --script alone");
+  }
   const bool from_file = !options.script.empty() && options.script != "-";
   if (from_file && !::android::base::ReadFileToString(options.script, &script, /*follow_symlinks=*/true)) {
-    return Complain("cannot read " + options.script);
+    return Complain("cannot read " + options.script + ": " + strerror(errno));
   }
   CatchInterrupts();
   HciSession session({.times = !options.no_times,
@@ -95,11 +131,11 @@ int Run(const HciOptions& options) {
                       .complain = {}});
   bool well = false;
   if (!options.lines.empty()) {
-    well = RunLines(session, LinesOf(options), "");
+    well = RunLines(session, LinesOf(options), "", options.keep_going);
   } else if (from_file) {
-    well = RunLines(session, ::android::base::Split(script, "\n"), options.script);
+    well = RunLines(session, ::android::base::Split(script, "\n"), options.script, options.keep_going);
   } else {
-    well = RunInput(session);
+    well = RunInput(session, options.keep_going);
   }
   well &= session.Close();
   if (Interrupted()) return 128 + InterruptSignal();
@@ -121,6 +157,7 @@ void AddHci(Command& app) {
       .ShowDefault()
       .Type("SECONDS")
       .Within(0.0, 3600.0);
+  sub.Flag("-k,--keep-going", &options->keep_going, "go on after a line that fails; the exit status is 1 all the same");
   sub.Flag("--take-over", &options->take_over, "end another bthal hci that has the HAL");
   AddViewOptions(sub, &options->view);
   AddTimeOption(sub, &options->time_style);
@@ -131,13 +168,17 @@ void AddHci(Command& app) {
       "at\n"
       "a time: while another bthal hci does, this one refuses. Clients that are not bthal's are not known here; the\n"
       "service dies on a second one.\n"
-      "\nIt fails (exit status 1) at the first line whose answer does not come or is not the expected one.\n"
+      "\nIt ends with status 1 at the first line that cannot be read, whose answer or event does not come, or which "
+      "the\n"
+      "controller refuses, unless the next line expects just that. Lines of the command line and of a file are all "
+      "read\n"
+      "before any is sent.\n"
       "\nExamples:\n"
       "  bthal hci read_bd_addr read_local_version\n"
       "  bthal hci 'le_scan 2'\n"
       "  bthal hci reset 'expect success' 'cmd 01 10 00' 'expect HCI 12'\n"
       "  bthal hci --script smoke.hci");
-  sub.Run([options] { return Run(*options); });
+  RunWithCallTimeout(sub, [options] { return Run(*options); });
 }
 
 }  // namespace bthal::tool

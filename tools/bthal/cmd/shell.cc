@@ -21,7 +21,7 @@ int Run(ShellOptions& options) {
   const char* root = getenv(kRootVariable);
   if (options.attach && !options.playground.root.empty()) return Complain("--attach joins what runs on BTHAL_ROOT");
   if (options.attach && root != nullptr && *root != '\0' && !RootIsOurs(root, &error)) return Complain(error);
-  if (!FaultsAreClear(options.playground.board, &error)) return Complain(error);
+  if (!BoardOptionsAreClear(options.playground.board, &error)) return Complain(error);
   CatchInterrupts();
   options.session.time_style = options.playground.time_style;
   return Shell(options).Run();

@@ -1,5 +1,9 @@
 // bthal supervise: what init does on a device.
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -8,6 +12,7 @@
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/run/supervisor.h"
+#include "bthal/show/terminal.h"
 
 namespace bthal::tool {
 namespace {
@@ -22,6 +27,10 @@ int Run(const SuperviseOptions& options) {
   SupervisorOptions supervisor;
   supervisor.program = options.program;
   if (supervisor.program.empty()) supervisor.program = {ProgramBeside(kServiceProgram)};
+  const std::string& path = supervisor.program.front();
+  if (path.find('/') != std::string::npos && access(path.c_str(), X_OK) != 0) {
+    return Complain("cannot run " + path + ": " + strerror(errno));
+  }
   supervisor.once = options.once;
   if (options.max_restarts >= 0) supervisor.max_restarts = options.max_restarts;
   CatchInterrupts();

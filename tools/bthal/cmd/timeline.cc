@@ -7,6 +7,7 @@
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
+#include "bthal/show/output_file.h"
 #include "bthal/show/record_dump.h"
 #include "bthal/show/terminal.h"
 #include "bthal/show/trace_json.h"
@@ -27,8 +28,9 @@ bool ReadInput(const std::string& name, std::string* content) {
 
 int Run(const TimelineOptions& options) {
   std::string dump;
-  if (!ReadInput(options.file, &dump)) return Complain("cannot read " + options.file + ": " + strerror(errno));
   std::string error;
+  if (!options.output.empty() && !MayWriteOutput(options.output, &error)) return Complain(error);
+  if (!ReadInput(options.file, &dump)) return Complain("cannot read " + options.file + ": " + strerror(errno));
   const std::vector<DumpRecord> records = ParseRecordDump(dump, &error);
   if (records.empty()) return Complain(options.file + ": " + error);
   const std::vector<Span> spans = PairRecords(records);
@@ -36,9 +38,7 @@ int Run(const TimelineOptions& options) {
   const std::string missing = MissingBringUp(spans, dump);
   if (!missing.empty()) printf("\n%s\n", Folded(missing).c_str());
   if (options.output.empty()) return 0;
-  if (!::android::base::WriteStringToFile(TraceJson(spans), options.output, 0644, getuid(), getgid(), true)) {
-    return Complain("cannot write " + options.output + ": " + strerror(errno));
-  }
+  if (!WriteOutput(options.output, TraceJson(spans), &error)) return Complain(error);
   printf("\n%zu records written to %s\n", spans.size(), options.output.c_str());
   return 0;
 }

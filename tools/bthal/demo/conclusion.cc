@@ -9,6 +9,7 @@
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/show/journal_words.h"
+#include "bthal/show/output_file.h"
 #include "bthal/show/record_dump.h"
 #include "bthal/show/snoop_follower.h"
 #include "bthal/show/trace_json.h"
@@ -34,7 +35,7 @@ void Demo::PrintChart() {
   if (!::android::base::ReadFileToString(root_.Log("report.txt"), &report)) return;
   const std::vector<Span> spans = PairRecords(ParseRecordDump(report, &error));
   if (spans.empty()) return;
-  ::android::base::WriteStringToFile(TraceJson(spans), root_.Log("bring-up.json"));
+  if (!WriteOutput(root_.Log("bring-up.json"), TraceJson(spans), &error)) Complain(error);
   Heading("Where the time of the bring-up went");
   printf("%s", BarChart(spans, TerminalWidth(), 0).c_str());
 }
@@ -55,7 +56,8 @@ void Demo::WriteJournal() const {
   for (const sim::JournalEntry& entry : board_->Journal()) {
     text += JournalText({.to_file = true}, Elapsed(start_, entry.time) + "  ", entry);
   }
-  ::android::base::WriteStringToFile(WithoutColours(text), root_.Log("board.log"));
+  std::string error;
+  if (!WriteOutput(root_.Log("board.log"), WithoutColours(text), &error)) Complain(error);
 }
 
 int Demo::Conclude(bool well) {

@@ -16,6 +16,7 @@
 #include "bthal/hci/words.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/show/death_words.h"
 #include "bthal/show/journal_words.h"
 
 namespace bthal::tool {
@@ -129,11 +130,6 @@ bool Demo::OccupyRoot() {
   std::string error;
   if (!root_.Prepare(options_.root, &error)) return Fail(error);
   options_.board.root = root_.path();
-  setenv(kRootVariable, root_.path().c_str(), 1);
-  for (const auto& service : ::bthal::host::ListServices()) {
-    if (!service.alive) continue;
-    return Fail(StringPrintf("a service runs below %s already, pid %d", root_.path().c_str(), service.pid));
-  }
   Line(Note("root", root_.path()));
   return true;
 }
@@ -142,7 +138,7 @@ bool Demo::StartBoard() {
   auto board = std::make_unique<sim::Board>(options_.board);
   board->SetObserver([this](const JournalEntry& entry) { OnBoard(entry); });
   std::string error;
-  if (!board->Start(&error)) return Fail(error);
+  if (!board->Start(&error) || !root_.MakeLogFolder(&error)) return Fail(error);
   board_ = std::move(board);
   Line(Note("board", StringPrintf("chip %u, one-time memory %s%s", options_.board.chip_id,
                                   options_.board.otp_written ? "written" : "empty",
@@ -164,7 +160,8 @@ bool Demo::SetProperties() {
 
 bool Demo::StartService() {
   std::string error;
-  const std::lock_guard lock(print_mutex_);  // what the board sees of it is told after its start
+  clock_gettime(CLOCK_REALTIME_COARSE, &service_started_);  // by which files are dated
+  const std::lock_guard lock(print_mutex_);                 // what the board sees of it is told after its start
   service_ = SpawnService(root_.Log("service.log"), &error);
   if (!service_.running()) return Fail(error);
   PrintLine(Note("service", StringPrintf("pid %d, %s", service_.pid(), kServiceProgram)));
@@ -180,13 +177,26 @@ bool Demo::ServiceDied() {
 
 void Demo::TellWhyServiceDied(int wait_status) {
   Line(Paint(Colour::kBad, Note("service", ExitWords(wait_status))));
-  for (const std::string& line : LastWordsIn(root_.Log("service.log"))) Line(Note("", line));
-  Fail("the service " + ExitWords(wait_status));
+  const std::vector<std::string> last_words = LastWordsIn(root_.Log("service.log"));
+  for (const std::string& line : last_words) Line(Note("", line));
+  for (const std::string& file : CrashFilesSince(service_started_)) Line(Note("", "it left " + file));
+  const std::string cause = CauseOfDeath(last_words);
+  Fail(cause.empty() ? "the service " + ExitWords(wait_status)
+                     : cause + " (the service " + ExitWords(wait_status) + ")");
+}
+
+bool Demo::AwaitPublished() {
+  const auto published = [] {
+    return std::ranges::any_of(::bthal::host::ListServices(),
+                               [](const auto& service) { return service.alive && service.instance == kHciService; });
+  };
+  WaitUntil([&] { return published() || ServiceDied(); }, kBringUpPatience);
+  return !Interrupted() && failure_.empty();
 }
 
 bool Demo::AwaitBringUp() {
   // Without acceleration nothing happens before a client asks.
-  if (options_.no_accel) return true;
+  if (options_.no_accel) return AwaitPublished();
   size_t seen = 0;
   bool up = false;
   WaitUntil(
@@ -198,9 +208,8 @@ bool Demo::AwaitBringUp() {
         return up || ServiceDied();
       },
       kBringUpPatience);
-  if (Interrupted() || !failure_.empty()) return false;
   // A controller that refuses to sleep, or is slow about it, is none the less up: the client will tell.
-  return true;
+  return AwaitPublished();
 }
 
 SpawnOptions Demo::OwnProgram(const std::vector<std::string>& arguments) const {

@@ -1,6 +1,8 @@
 // The whole way once: board, service, client, packets, and what they left behind.
 #pragma once
 
+#include <time.h>
+
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -41,6 +43,7 @@ class Demo {
   bool StartBoard();
   bool SetProperties();
   bool StartService();
+  bool AwaitPublished();
   bool AwaitBringUp();
   bool StartClient();
   bool TakeReport();
@@ -72,6 +75,7 @@ class Demo {
 
   std::unique_ptr<sim::Board> board_;
   Child service_;
+  timespec service_started_ = {};
   std::unique_ptr<Conversation> client_;
   size_t client_begins_ = 0;
   std::string failure_;

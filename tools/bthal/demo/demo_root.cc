@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <host/service_registry.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
 
 namespace bthal::tool {
@@ -62,13 +64,31 @@ bool DemoRoot::Empty(std::string* error) const {
   return marker.ok();
 }
 
+// By a supervisor, or by a service, be it one that only shows by what it publishes.
+bool DemoRoot::IsInUse(std::string* error) const {
+  setenv(kRootVariable, path_.c_str(), 1);
+  *error = RunningThere();
+  for (const auto& service : ::bthal::host::ListServices()) {
+    if (error->empty() && service.alive) {
+      *error = "a service is already running on " + path_ + " (pid " + std::to_string(service.pid) + ")";
+    }
+  }
+  if (error->empty()) return false;
+  *error += "; end it, or choose another folder with --root";
+  return true;
+}
+
 bool DemoRoot::Prepare(const std::string& chosen, std::string* error) {
   ours_ = chosen.empty();
   std::error_code code;
   path_ = ours_ ? MakeFolder(error) : fs::absolute(chosen, code).lexically_normal().string();
   if (path_.empty()) return false;
   folder_ = OccupyRoot(path_, error);
-  if (!folder_.ok() || (ours_ && !Empty(error))) return false;
+  return folder_.ok() && !IsInUse(error) && (!ours_ || Empty(error));
+}
+
+bool DemoRoot::MakeLogFolder(std::string* error) const {
+  std::error_code code;
   fs::create_directories(path_ + "/data/log", code);
   if (code) *error = "cannot write below " + path_ + ": " + code.message();
   return !code;

@@ -16,10 +16,14 @@ class DemoRoot {
   explicit DemoRoot(std::string what = "demo") : what_(std::move(what)) {}
 
   // Without `chosen`: $XDG_RUNTIME_DIR/bthal-demo, emptied of what an earlier demo left; where the user has no such
-  // folder, a new one for temporary files. A chosen folder keeps what it has. False with one line in `error`.
+  // folder, a new one for temporary files. A chosen folder keeps what it has. It is the device root from then on.
+  // False, with one line in `error`, before anything in it is changed, where a board, a service or a supervisor is at
+  // work.
   bool Prepare(const std::string& chosen, std::string* error);
 
   const std::string& path() const { return path_; }
+  // Not before the board has taken the root.
+  bool MakeLogFolder(std::string* error) const;
   // Where this program and the service's standard error write: below the root, as everything else.
   std::string Log(const std::string& name) const { return path_ + "/data/log/" + name; }
 
@@ -28,6 +32,7 @@ class DemoRoot {
   void Clean(DemoOutcome outcome, bool keep) const;
 
  private:
+  bool IsInUse(std::string* error) const;
   bool Empty(std::string* error) const;
   std::string MakeFolder(std::string* error) const;
   // What says that a demo made the folder, and may empty it.

@@ -10,6 +10,7 @@
 #include "bthal/hci/encode.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/split_words.h"
+#include "bthal/hci/suggestion.h"
 #include "bthal/hci/words.h"
 
 namespace bthal::tool {
@@ -81,12 +82,33 @@ bool ParseSleep(Words words, ScriptAction* action, std::string* error) {
   return ParseSecondsAt(words, 1, 0, action, error);
 }
 
+constexpr const char* kPacketNames[] = {"any", "event", "acl", "sco", "iso"};
+
+bool IsAwaitable(const std::string& name) {
+  if (name.starts_with("0x")) return ParseNumber(name, 0xFF).has_value();
+  return std::ranges::find(kPacketNames, name) != std::end(kPacketNames) ||
+         std::ranges::any_of(EventEntries(),
+                             [&](const Entry& event) { return ::android::base::EqualsIgnoreCase(event.name, name); });
+}
+
+std::string ClosestEvent(const std::string& name) {
+  std::vector<std::string> names(std::begin(kPacketNames), std::end(kPacketNames));
+  for (const Entry& event : EventEntries()) names.push_back(event.name);
+  return Closest(name, names);
+}
+
 bool ParseWait(Words words, ScriptAction* action, std::string* error) {
   if (words.size() < 2) {
     *error = "wait: expected the name of an event, as in 'wait le_advertising_report 2'";
     return false;
   }
   action->text = words[1];
+  if (!IsAwaitable(words[1])) {
+    const std::string meant = ClosestEvent(words[1]);
+    *error = StringPrintf("wait: '%s' is no event%s; write its name, its code as 0x3e, or any, event, acl, sco, iso",
+                          words[1].c_str(), meant.empty() ? "" : (" (did you mean '" + meant + "'?)").c_str());
+    return false;
+  }
   return ParseSecondsAt(words, 2, kDefaultWaitSeconds, action, error);
 }
 

@@ -2,7 +2,13 @@
 
 #include <aidl/android/hardware/bluetooth/BnBluetoothHciCallbacks.h>
 #include <aidl/android/hardware/bluetooth/IBluetoothHci.h>
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
+#include <errno.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -26,6 +32,7 @@ using ::android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kPoll{5};
+constexpr char kCannotTake[] = "cannot take the HAL";
 
 }  // namespace
 
@@ -151,6 +158,23 @@ class HciClient::Service {
   ::ndk::ScopedAIBinder_DeathRecipient recipient_;
 };
 
+namespace {
+
+// A bring-up takes its time; but a service that does not even say whether it is there is none to wait for.
+bool AwaitInitialize(const std::future<::ndk::ScopedAStatus>& done, milliseconds patience, std::string* error) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  bool hangs = false;
+  while (!Returns(done, std::min(CallPatience(), patience))) {
+    FindService(kHciService, error, &hangs);
+    if (!hangs && !Interrupted() && std::chrono::steady_clock::now() < deadline) continue;
+    *error = Interrupted() ? "interrupted" : DoesNotAnswer();
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 HciClient::HciClient(Observer observer) : observer_(std::move(observer)), inbox_(std::make_shared<Inbox>(observer_)) {}
 
 HciClient::~HciClient() {
@@ -160,8 +184,12 @@ HciClient::~HciClient() {
 
 bool HciClient::Connect(milliseconds patience, std::string* error) {
   std::shared_ptr<IBluetoothHci> hci;
-  const auto find = [&] { return (hci = IBluetoothHci::fromBinder(FindService(kHciService, error))) != nullptr; };
-  if (!WaitUntil(find, patience)) return false;
+  bool hangs = false;
+  const auto find = [&] {
+    hci = IBluetoothHci::fromBinder(FindService(kHciService, error, &hangs));
+    return hci != nullptr || hangs;
+  };
+  if (!WaitUntil(find, patience) || hci == nullptr) return false;
   initialized_ = false;
   inbox_ = std::make_shared<Inbox>(observer_);
   service_ = std::make_unique<Service>(std::move(hci), inbox_);
@@ -170,50 +198,55 @@ bool HciClient::Connect(milliseconds patience, std::string* error) {
 
 bool HciClient::Initialize(milliseconds patience, std::string* error) {
   died_unheard_ = false;
-  // On a thread of its own: a service that never comes back must not keep the user from leaving.
-  auto call = std::make_shared<std::promise<::ndk::ScopedAStatus>>();
-  std::future<::ndk::ScopedAStatus> done = call->get_future();
-  std::thread([call, hci = service_->hci(), callbacks = ::ndk::SharedRefBase::make<Callbacks>(inbox_)] {
-    call->set_value(hci->initialize(callbacks));
-  }).detach();
-  if (!WaitUntil([&] { return done.wait_for(milliseconds(0)) == std::future_status::ready; }, patience)) {
-    *error = Interrupted() ? "interrupted" : "initialize: no answer from the service";
-    return false;
-  }
+  std::future<::ndk::ScopedAStatus> done = BeginCall<::ndk::ScopedAStatus>(
+      [hci = service_->hci(), callbacks = ::ndk::SharedRefBase::make<Callbacks>(inbox_)] {
+        return hci->initialize(callbacks);
+      });
+  if (!AwaitInitialize(done, patience, error)) return false;
   const ::ndk::ScopedAStatus called = done.get();
   died_unheard_ = called.getStatus() == STATUS_DEAD_OBJECT && !inbox_->spoken_to();
-  if (!CallWorked(called, "initialize", error)) return false;
+  if (!CallWorked(called, kCannotTake, error)) return false;
   std::optional<Status> status;
   WaitUntil([&] { return (status = inbox_->TakeStatus()) || inbox_->died(); }, patience);
   if (!status) {
-    *error = inbox_->died() ? "initialize: the service has died" : "initialize: no result from the service";
+    *error = kCannotTake + std::string(": the service ") + (inbox_->died() ? "has died" : "does not say how it went");
     return false;
   }
   initialized_ = *status == Status::SUCCESS;
-  if (!initialized_) *error = "initialize: the service reports " + toString(*status);
+  if (!initialized_) *error = kCannotTake + std::string(": the service reports ") + toString(*status);
   return initialized_;
 }
 
 bool HciClient::Close(std::string* error) {
   initialized_ = false;
-  return CallWorked(service_->hci()->close(), "close", error);
+  // Also when the user has asked for the end: the next client shall find all in order.
+  constexpr milliseconds kLastPatience = std::chrono::seconds(3);
+  std::future<::ndk::ScopedAStatus> done =
+      BeginCall<::ndk::ScopedAStatus>([hci = service_->hci()] { return hci->close(); });
+  if (!Returns(done, CallPatience()) &&
+      !(Interrupted() && done.wait_for(std::min(kLastPatience, CallPatience())) == std::future_status::ready)) {
+    *error = DoesNotAnswer();
+    return false;
+  }
+  return CallWorked(done.get(), "cannot give the HAL back", error);
 }
 
 bool HciClient::Send(uint8_t kind, const std::vector<uint8_t>& packet, std::string* error) {
-  const std::shared_ptr<IBluetoothHci>& hci = service_->hci();
-  switch (kind) {
-    case kCommand:
-      return CallWorked(hci->sendHciCommand(packet), "sendHciCommand", error);
-    case kAclData:
-      return CallWorked(hci->sendAclData(packet), "sendAclData", error);
-    case kScoData:
-      return CallWorked(hci->sendScoData(packet), "sendScoData", error);
-    case kIsoData:
-      return CallWorked(hci->sendIsoData(packet), "sendIsoData", error);
-    default:
-      *error = "a client cannot send a packet of type " + KindWord(kind);
-      return false;
+  const auto send = kind == kCommand   ? &IBluetoothHci::sendHciCommand
+                    : kind == kAclData ? &IBluetoothHci::sendAclData
+                    : kind == kScoData ? &IBluetoothHci::sendScoData
+                    : kind == kIsoData ? &IBluetoothHci::sendIsoData
+                                       : nullptr;
+  if (send == nullptr) {
+    *error = "a client cannot send a packet of type " + KindWord(kind);
+    return false;
   }
+  bool hangs = true;
+  const bool sent =
+      CallWorks([=, hci = service_->hci()] { return ((*hci).*send)(packet); }, "cannot send the packet", error, &hangs);
+  // It would not take the HAL back either.
+  if (hangs) initialized_ = false;
+  return sent;
 }
 
 std::optional<ReceivedPacket> HciClient::Take(const std::function<bool(const ReceivedPacket&)>& wanted,
@@ -225,12 +258,21 @@ void HciClient::Forget() { inbox_->Forget(); }
 
 bool HciClient::ServiceDied() const { return inbox_->died(); }
 
-bool DumpService(int fd, std::string* error) {
+// It goes to memory first: whoever asked gets all of it, or nothing.
+bool DumpService(std::string* report, std::string* error) {
   const ::ndk::SpAIBinder binder = FindService(kHciService, error);
   if (binder.get() == nullptr) return false;
-  const binder_status_t status = AIBinder_dump(binder.get(), fd, nullptr, 0);
-  if (status != STATUS_OK) *error = StringPrintf("the service did not report: status %d", status);
-  return status == STATUS_OK;
+  const auto memory = std::make_shared<::android::base::unique_fd>(memfd_create("report", MFD_CLOEXEC));
+  const std::function<binder_status_t()> dump = [=] { return AIBinder_dump(binder.get(), memory->get(), nullptr, 0); };
+  const std::optional<binder_status_t> status = Called(dump, error);
+  if (!status) return false;
+  if (*status != STATUS_OK) {
+    *error = *status == STATUS_DEAD_OBJECT ? "the service died before its report was whole"
+                                           : StringPrintf("the service did not report (status %d)", *status);
+  } else if (lseek(memory->get(), 0, SEEK_SET) != 0 || !::android::base::ReadFdToString(*memory, report)) {
+    *error = StringPrintf("cannot read the report: %s", strerror(errno));
+  }
+  return error->empty();
 }
 
 }  // namespace bthal::tool

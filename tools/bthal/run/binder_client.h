@@ -64,7 +64,7 @@ class HciClient {
   bool died_unheard_ = false;
 };
 
-// Has the service write its report to `fd`, which stays the caller's.
-bool DumpService(int fd, std::string* error);
+// The service's report.
+bool DumpService(std::string* report, std::string* error);
 
 }  // namespace bthal::tool

@@ -8,6 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <android-base/stringprintf.h>
+#include <host/device_root.h>
+#include <host/role.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <memory>
@@ -57,6 +61,23 @@ bool RemoveFolder(int above, const char* name) {
 
 bool RootIsOurs(const std::string& path, std::string* error) {
   return OpenOurs(NameOf(path), error).ok() || error->empty();
+}
+
+std::string DeviceRoot() {
+  std::string root = ::bthal::host::BelowDeviceRoot("/");
+  if (root.size() > 1) root.pop_back();
+  return root;
+}
+
+std::string RunningThere() {
+  using ::android::base::StringPrintf;
+  for (const std::string_view role : {::bthal::host::kSupervisorRole, ::bthal::host::kServiceRole}) {
+    if (const pid_t holder = ::bthal::host::HolderOfRole(role)) {
+      return StringPrintf("a %s is already running on %s (pid %d)", std::string(role).c_str(), DeviceRoot().c_str(),
+                          holder);
+    }
+  }
+  return "";
 }
 
 unique_fd OccupyRoot(const std::string& path, std::string* error) {

@@ -14,6 +14,12 @@ namespace bthal::tool {
 // in `error`.
 bool RootIsOurs(const std::string& path, std::string* error);
 
+// Where the device's paths lie; "/" is the machine itself.
+std::string DeviceRoot();
+
+// The service or the supervisor that runs on the device root already, in one line; empty where neither does.
+std::string RunningThere();
+
 // Makes the folder if need be, and locks it as long as the descriptor lives: a root has one board. Nothing below it has
 // been touched when this fails, with one line in `error`.
 ::android::base::unique_fd OccupyRoot(const std::string& path, std::string* error);

@@ -6,6 +6,7 @@
 #include <android-base/strings.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 
 #include "bthal/hci/hex.h"
@@ -26,10 +27,11 @@ std::shared_ptr<I> Find(std::string* error) {
   return I::fromBinder(FindService(std::string(I::descriptor) + "/default", error));
 }
 
-bool Worked(const ::ndk::ScopedAStatus& status, const char* call, std::string* error) {
-  if (CallWorked(status, call, error)) return true;
-  if (status.getExceptionCode() == EX_SERVICE_SPECIFIC && status.getServiceSpecificError() == kServiceErrorOff) {
-    *error += ": Bluetooth is off (a client must have the HAL, as bthal hci does)";
+bool Works(std::function<::ndk::ScopedAStatus()> call, const char* what, std::string* error) {
+  const std::optional<::ndk::ScopedAStatus> status = Called(std::move(call), error);
+  if (!status || CallWorked(*status, what, error)) return status.has_value();
+  if (status->getExceptionCode() == EX_SERVICE_SPECIFIC && status->getServiceSpecificError() == kServiceErrorOff) {
+    *error = std::string(what) + ": Bluetooth is off (a client must have the HAL, as bthal hci does)";
   }
   return false;
 }
@@ -38,17 +40,19 @@ bool Worked(const ::ndk::ScopedAStatus& status, const char* call, std::string* e
 
 bool SetChannelMap(const ChannelMap& map, std::string* error) {
   const auto service = Find<IBTChannelAvoidance>(error);
-  return service != nullptr && Worked(service->setBluetoothChannelStatus(map), "setBluetoothChannelStatus", error);
+  return service != nullptr &&
+         Works([=] { return service->setBluetoothChannelStatus(map); }, "cannot set the channel map", error);
 }
 
 bool SendFinderKeys(const std::vector<uint8_t>& keys, std::string* error) {
   const auto service = Find<IBluetoothFinder>(error);
-  return service != nullptr && Worked(service->sendPrecomputedKeys(keys), "sendPrecomputedKeys", error);
+  return service != nullptr && Works([=] { return service->sendPrecomputedKeys(keys); }, "cannot give the keys", error);
 }
 
 bool SetFinderMode(bool enable, std::string* error) {
   const auto service = Find<IBluetoothFinder>(error);
-  return service != nullptr && Worked(service->setPoweredOffMode(enable), "setPoweredOffMode", error);
+  return service != nullptr &&
+         Works([=] { return service->setPoweredOffMode(enable); }, "cannot switch the powered-off mode", error);
 }
 
 std::optional<ChannelMap> ParseChannelMap(std::string_view text, std::string* error) {

@@ -4,12 +4,15 @@
 
 #include <cstdio>
 #include <optional>
+#include <utility>
 
 #include "bthal/hci/command_help.h"
 #include "bthal/hci/dictionary.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/words.h"
+#include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/run/service_calls.h"
 #include "bthal/show/journal_words.h"
 #include "bthal/show/terminal.h"
 
@@ -18,6 +21,9 @@ namespace {
 
 using ::android::base::StringPrintf;
 using std::chrono::milliseconds;
+
+constexpr char kDied[] =
+    "the service has died; its log says why, as bthal supervise does ('initialize' waits for the next one)";
 
 milliseconds Milliseconds(double seconds) { return milliseconds(static_cast<int64_t>(seconds * 1000)); }
 
@@ -66,7 +72,9 @@ void HciSession::PrintPacket(Direction direction, uint8_t kind, std::span<const 
   Show(PacketText(options_.view, Time(), direction, kind, packet));
 }
 
+// Whoever asks for the end need not be told that something did not come to its own.
 bool HciSession::Fail(const std::string& why) const {
+  if (Interrupted()) return false;
   const std::lock_guard lock(print_mutex_);
   if (options_.complain) {
     options_.complain(why);
@@ -82,6 +90,7 @@ bool HciSession::Open() {
   const auto deadline = std::chrono::steady_clock::now() + options_.service_patience;
   std::string error;
   do {
+    if (!AwaitService(kHciService, options_.service_patience, &error)) return Fail(error);
     if (!claim_.Take(options_.take_over, &error)) return Fail(error);
     if (!client_.Connect(options_.service_patience, &error)) return Fail(error);
     opened_ = true;
@@ -92,7 +101,7 @@ bool HciSession::Open() {
 
 bool HciSession::Initialize() {
   if (!opened_ || client_.ServiceDied()) return Open();
-  if (client_.initialized()) return Fail("initialize: the HAL is already ours");
+  if (client_.initialized()) return Fail("initialize: the HAL is ours already; 'close' gives it back");
   std::string error;
   if (!claim_.Take(options_.take_over, &error)) return Fail(error);
   if (TryToInitialize(&error)) return true;
@@ -123,6 +132,11 @@ bool HciSession::Run(const std::string& line) {
   return (opened_ || !NeedsHal(action->verb) || Open()) && Perform(*action);
 }
 
+bool HciSession::Settle() {
+  if (!std::exchange(refused_, false)) return true;
+  return Fail("the controller refuses: " + PacketWords(last_answer_.kind, last_answer_.bytes));
+}
+
 bool HciSession::Perform(const ScriptAction& action) {
   using Verb = ScriptAction::Verb;
   switch (action.verb) {
@@ -142,7 +156,7 @@ bool HciSession::Perform(const ScriptAction& action) {
     case Verb::kInitialize:
       return Initialize();
     case Verb::kClose:
-      return client_.initialized() ? Close() : Fail("close: the HAL is not ours (see initialize)");
+      return client_.initialized() ? Close() : Fail("close: the HAL is not ours; 'initialize' takes it");
     case Verb::kList:
       return List(action.text);
     case Verb::kHelp:
@@ -162,9 +176,10 @@ bool HciSession::List(const std::string& word) const {
 }
 
 bool HciSession::Send(const ScriptAction& action) {
-  if (client_.ServiceDied()) return Fail("the service has died ('initialize' looks for a new one)");
+  if (client_.ServiceDied()) return Fail(kDied);
   client_.Forget();
   last_answer_ = {};
+  refused_ = false;
   PrintPacket(Direction::kToController, action.kind, action.packet);
   std::string error;
   if (!client_.Send(action.kind, action.packet, &error)) return Fail(error);
@@ -177,9 +192,10 @@ bool HciSession::AwaitAnswer(uint16_t opcode) {
       client_.Take([&](const ReceivedPacket& packet) { return Answers(packet, opcode); }, options_.answer_patience);
   if (answer) {
     last_answer_ = std::move(*answer);
+    refused_ = AnsweredStatus(last_answer_.bytes).value_or(0) != 0;
     return true;
   }
-  if (client_.ServiceDied()) return Fail("the service has died");
+  if (client_.ServiceDied()) return Fail(kDied);
   if (Interrupted()) return false;
   return Fail(StringPrintf("no answer to %s within %g s", OpcodeWords(opcode).c_str(),
                            std::chrono::duration<double>(options_.answer_patience).count()));
@@ -193,13 +209,15 @@ bool HciSession::Wait(const ScriptAction& action) {
     last_answer_ = std::move(*packet);
     return true;
   }
-  if (client_.ServiceDied()) return Fail("the service has died");
+  if (client_.ServiceDied()) return Fail(kDied);
   if (Interrupted()) return false;
   return Fail(StringPrintf("no %s within %g s", action.text.c_str(), action.seconds));
 }
 
 bool HciSession::Expect(const ScriptAction& action) {
-  if (last_answer_.bytes.empty()) return Fail("expect: nothing has been answered yet");
+  refused_ = false;
+  if (last_answer_.bytes.empty())
+    return Fail("expect: nothing has been answered yet; it looks at the answer of the command before it");
   if (action.verb == ScriptAction::Verb::kExpectBytes) {
     if (MatchesPattern(action.pattern, last_answer_.bytes)) return true;
     return Fail("expected other bytes than " + Hex(last_answer_.bytes));
@@ -210,7 +228,9 @@ bool HciSession::Expect(const ScriptAction& action) {
 }
 
 bool HciSession::Scan(double seconds) {
-  if (!Run("le_scan_parameters") || !Run("le_scan_enable 1 0")) return false;
+  for (const char* line : {"le_scan_parameters", "le_scan_enable 1 0"}) {
+    if (!Run(line) || !Settle()) return false;
+  }
   SleepUnlessInterrupted(std::chrono::duration<double>(seconds));
   return Run("le_scan_enable 0 0") && !Interrupted();
 }

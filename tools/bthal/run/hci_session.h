@@ -35,6 +35,9 @@ class HciSession {
   // Parses and runs one line. The first that is about the controller takes the HAL. False when it could not be
   // understood, or an expected answer did not come; what was wrong has been said on standard error.
   bool Run(const std::string& line);
+  // Whether the command that was run last has been carried out, or the refusal looked at (expect); what was refused is
+  // said, once. To be called before a line that is no expectation, and at the end.
+  bool Settle();
   // Gives the HAL back, if it is held.
   bool Close();
 
@@ -61,6 +64,7 @@ class HciSession {
   const TimeColumn time_;
   mutable std::mutex print_mutex_;  // packets are printed by Binder threads
   ReceivedPacket last_answer_;
+  bool refused_ = false;  // it says so, and nobody has looked at it yet
   bool opened_ = false;
   bool quit_ = false;
   HalClaim claim_;

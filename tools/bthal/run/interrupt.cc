@@ -45,6 +45,8 @@ void CatchInterrupts() {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
 }
 
+void EndAsIf(int signal) { OnSignal(signal); }
+
 int InterruptSignal() { return g_signal; }
 
 int InterruptFd() { return g_pipe[0]; }

@@ -9,6 +9,9 @@ namespace bthal::tool {
 // Call once, on the main thread, before any other thread exists.
 void CatchInterrupts();
 
+// As if the signal had come: for what makes going on pointless.
+void EndAsIf(int signal);
+
 // Which signal came first; 0 while none has.
 int InterruptSignal();
 inline bool Interrupted() { return InterruptSignal() != 0; }

@@ -11,6 +11,8 @@
 #include <thread>
 #include <utility>
 
+#include "bthal/show/printable.h"
+
 namespace bthal::tool {
 namespace {
 
@@ -41,7 +43,8 @@ struct LineRelay::Waiting {
   const std::string who;
   std::mutex mutex;
   std::condition_variable changed;
-  std::string text;    // to be written
+  std::string text;  // to be written
+  TerminalFilter filter;
   size_t writing = 0;  // bytes that the thread has taken out of it
   size_t dropped = 0;  // lines, since the last that was taken
   bool ended = false;
@@ -67,7 +70,8 @@ struct LineRelay::Waiting {
   }
 };
 
-LineRelay::LineRelay(int fd, std::string who) : waiting_(std::make_shared<Waiting>(std::move(who))) {
+LineRelay::LineRelay(int fd, std::string who)
+    : terminal_(isatty(fd) == 1), waiting_(std::make_shared<Waiting>(std::move(who))) {
   std::thread([waiting = waiting_, fd] { waiting->WriteForEver(fd); }).detach();
 }
 
@@ -88,7 +92,7 @@ void LineRelay::Put(const std::string& line) {
     ++waiting_->dropped;
     return;
   }
-  waiting_->text += line;
+  waiting_->text += terminal_ ? waiting_->filter.Pass(line) : line;
   waiting_->changed.notify_all();
 }
 

@@ -15,12 +15,13 @@ class LineRelay {
   ~LineRelay();  // waits for the rest to go, as long as any of it does
 
   // A line with its end, or a piece of a long one. Once too many are waiting, lines are dropped until half of these
-  // have gone; then one line says how many. Any thread.
+  // have gone; then one line says how many. A terminal gets them filtered. Any thread.
   void Put(const std::string& line);
 
  private:
   struct Waiting;
 
+  const bool terminal_;
   const std::shared_ptr<Waiting> waiting_;  // shared with a thread that may never come back from writing
 };
 

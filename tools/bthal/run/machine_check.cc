@@ -18,6 +18,7 @@
 
 #include "bthal/hci/hex.h"
 #include "bthal/run/power_switch.h"
+#include "bthal/show/known_names.h"
 #include "conf/conf.h"
 #include "os/device_path.h"
 
@@ -146,6 +147,16 @@ CheckResult Folder(const std::string& name, const std::string& path, bool may_be
   return {name, CheckState::kMissing, true, path + " is not there", "mkdir -p " + DevicePath(path)};
 }
 
+CheckResult Settings() {
+  CheckResult result = Node("vendor settings", "/vendor/etc/bluetooth/bt_vendor.conf", R_OK, false,
+                            "without it every setting has its default: see bthal conf");
+  const std::vector<std::string> problems = SettingsProblems();
+  if (result.state != CheckState::kOk || problems.empty()) return result;
+  return {result.name, CheckState::kWrong, false, problems.front(),
+          problems.size() == 1 ? "correct it (bthal conf --explain)"
+                               : StringPrintf("correct it, and %zu more: bthal conf", problems.size() - 1)};
+}
+
 CheckResult RealTime() {
   const std::string name = "real-time priority";
   const int policy = sched_getscheduler(0);
@@ -169,8 +180,7 @@ std::vector<CheckResult> CheckMachine() {
   return {
       Folder("Binder, properties", "/run/bthal", true),
       Folder("lasting properties", "/var/lib/bthal", true),
-      Node("vendor settings", "/vendor/etc/bluetooth/bt_vendor.conf", R_OK, false,
-           "without it every setting has its default: see bthal conf"),
+      Settings(),
       Node("coexistence driver", "/dev/wbrc", R_OK | W_OK, true,
            "load the vendor's driver, or let 'bthal board --only coex' play it"),
       PowerSwitch(),

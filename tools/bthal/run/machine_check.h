@@ -6,7 +6,7 @@
 
 namespace bthal::tool {
 
-enum class CheckState { kOk, kMissing, kNotPermitted };
+enum class CheckState { kOk, kMissing, kNotPermitted, kWrong };
 
 struct CheckResult {
   std::string name;

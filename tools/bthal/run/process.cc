@@ -62,6 +62,7 @@ void MoveTo(int from, int to) {
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   signal(SIGPIPE, SIG_DFL);
+  signal(SIGXFSZ, SIG_DFL);
   MoveTo(options.standard_input, STDIN_FILENO);
   MoveTo(options.standard_output, STDOUT_FILENO);
   MoveTo(options.standard_error, STDERR_FILENO);

@@ -1,7 +1,9 @@
 #include "bthal/run/supervisor.h"
 
+#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <hardware_legacy/power.h>
+#include <host/role.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,7 +13,9 @@
 #include <utility>
 
 #include "bthal/run/device_names.h"
+#include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/show/death_words.h"
 
 namespace bthal::tool {
 namespace {
@@ -20,6 +24,8 @@ using ::android::base::StringPrintf;
 using std::chrono::milliseconds;
 
 constexpr size_t kLongestLine = 4096;
+// What a wrapper of the service leaves behind is killed with it, but not waited for.
+constexpr milliseconds kLetGoPatience{500};
 constexpr int kPieceBytes = 4096;
 constexpr int kPipeBytes = 65536;
 
@@ -54,8 +60,22 @@ int Supervisor::GiveUp(const std::string& why) {
   return 1;
 }
 
-// Wake locks of the kernel outlive the process that took them: without this the system would never sleep again.
+bool Supervisor::Begin() {
+  if (const pid_t other = ::bthal::host::ClaimRole(::bthal::host::kSupervisorRole)) {
+    GiveUp(StringPrintf("a supervisor is already running on %s (pid %d)", DeviceRoot().c_str(), other));
+    return false;
+  }
+  const pid_t service = ::bthal::host::HolderOfRole(::bthal::host::kServiceRole);
+  if (service == 0 || ::android::base::Basename(options_.program[0]) != kServiceProgram) return true;
+  GiveUp(StringPrintf("a service is already running on %s (pid %d); end it first", DeviceRoot().c_str(), service));
+  return false;
+}
+
+// Wake locks of the kernel outlive the process that took them: without this the system would never sleep again. One
+// that a living service has, which is not ours then, is left to it.
 void Supervisor::ReleaseWakeLock() {
+  const auto vacant = [] { return ::bthal::host::HolderOfRole(::bthal::host::kServiceRole) == 0; };
+  if (!WaitUntil(vacant, kLetGoPatience)) return;
   if (release_wake_lock(kWakeLockName) > 0) Say(StringPrintf("released the wake lock %s", kWakeLockName));
 }
 
@@ -114,6 +134,8 @@ std::optional<Supervisor::End> Supervisor::RunOnce(std::string* error) {
     return std::nullopt;
   }
   const auto began = Clock::now();
+  timespec started = {};
+  clock_gettime(CLOCK_REALTIME_COARSE, &started);  // by which files are dated
   Child child = Child::Spawn({.arguments = options_.program,
                               .environment = {},
                               .standard_output = write_end.get(),
@@ -133,7 +155,7 @@ std::optional<Supervisor::End> Supervisor::RunOnce(std::string* error) {
     PassOn(output.get());
   }
   if (!line_.empty()) EndLine();
-  return End{*ended, lasted, last_words_.Lines()};
+  return End{*ended, lasted, last_words_.Lines(), CrashFilesSince(started)};
 }
 
 // False when the user asked for the end meanwhile.
@@ -148,6 +170,7 @@ bool Supervisor::Pause(int wait_status) {
 }
 
 int Supervisor::Run() {
+  if (!Begin()) return 1;
   for (int restarts = 0;; ++restarts) {
     std::string error;
     const std::optional<End> end = RunOnce(&error);
@@ -155,7 +178,9 @@ int Supervisor::Run() {
     Say(StringPrintf("%s %s after %.1f s", options_.program[0].c_str(), ExitWords(end->wait_status).c_str(),
                      Seconds(end->lasted)));
     if (Interrupted()) return 0;
+    if (const std::string cause = CauseOfDeath(end->last_words); !cause.empty()) Say("  " + cause);
     for (const std::string& line : end->last_words) Say("  it said: " + line);
+    for (const std::string& file : end->crash_files) Say("  it left: " + file);
     ReleaseWakeLock();
     if (options_.once) return ExitStatus(end->wait_status);
     if (options_.max_restarts && restarts >= *options_.max_restarts) {

@@ -43,7 +43,7 @@ class Supervisor {
   explicit Supervisor(SupervisorOptions options);
 
   // Until a signal asks for the end (0), the restarts are used up (1), or, with `once`, the program has ended (its
-  // status; 128 + signal when it was killed).
+  // status; 128 + signal when it was killed). 1 at once where the device root has a supervisor or a service already.
   int Run();
 
  private:
@@ -53,8 +53,11 @@ class Supervisor {
     int wait_status = 0;
     std::chrono::steady_clock::duration lasted{};
     std::vector<std::string> last_words;
+    std::vector<std::string> crash_files;
   };
 
+  // Refuses, having said so, where another supervises, or the service runs without us.
+  bool Begin();
   std::optional<End> RunOnce(std::string* error);
   // Passes its output on until it has ended; nothing when the deadline passes or `interrupt_fd` is readable first.
   std::optional<int> Watch(Child& child, int output, Clock::time_point deadline, int interrupt_fd);

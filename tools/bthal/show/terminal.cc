@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "bthal/show/printable.h"
+
 namespace bthal::tool {
 namespace {
 
@@ -52,6 +54,12 @@ std::string Bar(uint64_t done, uint64_t total) {
   return ::android::base::StringPrintf("[%s%s] %llu/%llu", std::string(full, '#').c_str(),
                                        std::string(kBarWidth - full, '-').c_str(),
                                        static_cast<unsigned long long>(done), static_cast<unsigned long long>(total));
+}
+
+// Past the filter of standard output, which lets nobody else do it.
+void StartLineOver() {
+  fflush(stdout);
+  (void)!write(STDOUT_FILENO, "\r", 1);
 }
 
 }  // namespace
@@ -127,13 +135,15 @@ void ProgressBar::Update(uint64_t done, uint64_t total) {
   if (!IsTerminal() || (cells == cells_ && done < total)) return;
   cells_ = cells;
   drawn_ = true;
-  printf("\r%s", last_.c_str());
+  StartLineOver();
+  printf("%s", last_.c_str());
   fflush(stdout);
 }
 
 void ProgressBar::Finish() {
   if (drawn_) {
-    printf("\r%s\n", last_.c_str());
+    StartLineOver();
+    printf("%s\n", last_.c_str());
   } else if (!last_.empty()) {
     printf("%s\n", last_.c_str());
   }
@@ -144,7 +154,7 @@ void ProgressBar::Finish() {
 
 int Complain(std::string_view line) {
   fflush(stdout);
-  fprintf(stderr, "bthal: %.*s\n", static_cast<int>(line.size()), line.data());
+  fprintf(stderr, "bthal: %s\n", PrintableLine(line).c_str());
   return 1;
 }
 

@@ -1,4 +1,4 @@
-#include "bthal/cli/suggestion.h"
+#include "bthal/hci/suggestion.h"
 
 #include <algorithm>
 #include <numeric>
