@@ -99,7 +99,7 @@ bool Controller::Hears(size_t bytes) {
   const char* why = nullptr;
   if (state_ == State::kOff) why = "the power is off";
   if (state_ == State::kBooting) why = "the firmware is booting";
-  if (why == nullptr && sleep_.Asleep(now)) why = "the controller is asleep";
+  if (why == nullptr && Asleep(now)) why = "the controller is asleep";
   if (why == nullptr) return true;
   decoder_.Reset();
   journal_->Record(WireEvent::kLostBytes, bytes, why);
@@ -190,7 +190,7 @@ void Controller::SetSleepMode() {
 
 std::string Controller::StateLines() const {
   static constexpr const char* kDoes[] = {"off", "on", "on, takes a patch", "on, boots its patch"};
-  const char* sleep = !sleep_.set() ? "mode not set" : sleep_.Asleep(Clock::now()) ? "asleep" : "mode set, awake";
+  const char* sleep = !sleep_.set() ? "mode not set" : Asleep(Clock::now()) ? "asleep" : "mode set, awake";
   return std::string("controller  ") + kDoes[static_cast<size_t>(state_)] + "\n" +  //
          "speed       " + std::to_string(line_->speed()) + " bit/s\n" + "sleep       " + sleep + "\n";
 }

@@ -77,6 +77,7 @@ class Controller final : public Outlet, private Chip {
   };
 
   // controller.cc
+  bool Asleep(Clock::time_point now) const { return sleep_.Asleep(now, line_->Waiting() != 0 ? now : line_->spoke()); }
   bool Hears(size_t bytes);
   void OnPacket(uint8_t type, const Bytes& packet);
   void OnData(uint8_t type, const Bytes& packet);

@@ -1,13 +1,15 @@
 // When the controller's receiver sleeps.
 #pragma once
 
+#include <algorithm>
 #include <optional>
 
 #include "sim/base/timers.h"
 
 namespace bthal::sim {
 
-// With sleep mode set the wake line decides: high, the controller hears; low for a while, it does not.
+// With sleep mode set the wake line decides: high, the controller hears; low for a while, it does not. While it speaks it is
+// awake: what the host sends meanwhile may have to wait until it listens again, and is not lost.
 class Sleep {
  public:
   explicit Sleep(Clock::duration falls_asleep_after) : falls_asleep_after_(falls_asleep_after) {}
@@ -23,8 +25,9 @@ class Sleep {
     wake_line_ = high;
   }
   bool set() const { return set_; }
-  bool Asleep(Clock::time_point now) const {
-    return set_ && !wake_line_ && low_since_ && now - *low_since_ >= falls_asleep_after_;
+  // `spoke` is when it last said something.
+  bool Asleep(Clock::time_point now, Clock::time_point spoke) const {
+    return set_ && !wake_line_ && low_since_ && now - std::max(*low_since_, spoke) >= falls_asleep_after_;
   }
 
  private:

@@ -58,6 +58,8 @@ class Line {
   // From Hold to Release packets wait.
   void Hold() { held_ = true; }
   void Release() { held_ = false; }
+  // When the host last took something.
+  Clock::time_point spoke() const { return progress_; }
   // Bytes waiting to leave.
   size_t Waiting() const { return waiting_; }
 
