@@ -66,7 +66,7 @@ TEST_F(BoardCommandSetTest, ListsWhatItAnswersAndNothingElse) {
   const Packet mask = host_.Command(0x1002);
   ASSERT_EQ(7u + 64u, mask.size());
   std::set<uint16_t> listed;
-  for (size_t bit = 0; bit < 64 * 8; ++bit) {
+  for (size_t bit = 0; bit < size_t{64} * 8; ++bit) {
     if ((mask[7 + bit / 8] >> bit % 8 & 1) == 0) continue;
     const auto octet = kOctets.find(bit / 8);
     ASSERT_TRUE(octet != kOctets.end() && bit % 8 < octet->second.size() && octet->second[bit % 8] != 0)

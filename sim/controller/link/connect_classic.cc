@@ -1,4 +1,6 @@
 // How connections to classic neighbours come about.
+#include <utility>
+
 #include "sim/controller/link/connections.h"
 #include "sim/controller/opcodes.h"
 
