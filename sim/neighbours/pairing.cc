@@ -2,94 +2,40 @@
 
 #include "sim/crypto/aes.h"
 #include "sim/crypto/random.h"
-#include "sim/neighbours/pairing_functions.h"
+#include "sim/neighbours/pairing_messages.h"
 
 namespace bthal::sim {
-namespace {
-
-constexpr uint8_t kRequest = 0x01;
-constexpr uint8_t kResponse = 0x02;
-constexpr uint8_t kConfirm = 0x03;
-constexpr uint8_t kRandom = 0x04;
-constexpr uint8_t kFailed = 0x05;
-constexpr uint8_t kEncryptionKey = 0x06;
-constexpr uint8_t kEncryptionKeyName = 0x07;
-constexpr uint8_t kPublicKey = 0x0C;
-constexpr uint8_t kCheck = 0x0D;
-
-constexpr uint8_t kConfirmFailed = 0x04;
-constexpr uint8_t kKeyTooShort = 0x06;
-constexpr uint8_t kCommandNotSupported = 0x07;
-constexpr uint8_t kUnspecified = 0x08;
-constexpr uint8_t kInvalid = 0x0A;
-constexpr uint8_t kCheckFailed = 0x0B;
-
-constexpr uint8_t kBonding = 0x01;
-constexpr uint8_t kSecure = 0x08;
-constexpr size_t kRequestSize = 7;
-constexpr size_t kKeyNameSize = 10;
-
-Bytes Message(uint8_t code, const Bytes& value) {
-  Bytes message{code};
-  PutAll(message, value);
-  return message;
-}
-
-TypedAddress Typed(const WireAddress& address) {
-  TypedAddress typed = address.address;
-  Put8(typed, address.type);
-  return typed;
-}
-
-size_t SizeOf(uint8_t code) {
-  switch (code) {
-    case kRequest:
-      return kRequestSize;
-    case kPublicKey:
-      return 1 + 2 * kP256Size;
-    default:
-      return 1 + kBlockSize;
-  }
-}
-
-}  // namespace
-
 std::vector<Bytes> Pairing::Receive(const Bytes& message) {
   const uint8_t code = message[0];
-  if (code == kFailed) {
-    step_ = Step::kIdle;
-    return {};
-  }
-  const bool known = code == kRequest || code == kConfirm || code == kRandom || code == kPublicKey || code == kCheck;
-  // The keys that a host hands out are of no use here.
-  if (!known) return code > kFailed && code < kPublicKey ? std::vector<Bytes>{} : Fail(kCommandNotSupported);
-  if (message.size() != SizeOf(code)) return Fail(kInvalid);
+  if (PairingMessageSize(code) == 0) return Fail(kMessageNotSupported);
+  if (PairingMessageSize(code) != message.size()) return Fail(kInvalidMessage);
   const Bytes value = Part(message, 1);
-  if (code == kRequest) return Request(message);
-  if (code == kPublicKey && step_ == Step::kPublicKey) return PublicKey(value);
-  if (code == kConfirm && step_ == Step::kConfirm) return Confirm(value);
-  if (code == kRandom && step_ == Step::kRandom) return Random(value);
-  if (code == kCheck && step_ == Step::kCheck) return Check(value);
-  return Fail(kUnspecified);
+  if (code == kPairingRequest) return Request(message);
+  if (code == kPairingPublicKey && step_ == Step::kPublicKey) return PublicKey(value);
+  if (code == kPairingConfirm && step_ == Step::kConfirm) return Confirm(value);
+  if (code == kPairingRandom && step_ == Step::kRandom) return Random(value);
+  if (code == kPairingCheck && step_ == Step::kCheck) return Check(value);
+  // The keys that a host hands out are of no use here.
+  if (code >= kEncryptionKey && code <= kSigningKey) return {};
+  if (code != kPairingFailed) return Fail(kUnspecifiedReason);
+  step_ = Step::kIdle;
+  return {};
 }
 
 std::vector<Bytes> Pairing::Fail(uint8_t reason) {
   step_ = Step::kIdle;
-  return {{kFailed, reason}};
+  return {{kPairingFailed, reason}};
 }
 
-//   code | what it can show and ask | data from elsewhere | requirements | longest key | keys of either end
 std::vector<Bytes> Pairing::Request(const Bytes& message) {
-  constexpr uint8_t kNothing = 3;
   constexpr uint8_t kInitiatorsKeys = 0x03;
-  constexpr uint8_t kEncryption = 0x01;
   if (message[4] < kBlockSize) return Fail(kKeyTooShort);
   request_ = message;
-  secure_ = (message[3] & kSecure) != 0;
-  const auto requirements = static_cast<uint8_t>(message[3] & (kBonding | kSecure));
-  const auto responders_keys = static_cast<uint8_t>(secure_ ? 0 : message[6] & kEncryption);
-  response_ = {kResponse,      kNothing,   0,
-               requirements,   kBlockSize, static_cast<uint8_t>(message[5] & kInitiatorsKeys),
+  secure_ = (message[3] & kSecurePairing) != 0;
+  const auto requirements = static_cast<uint8_t>(message[3] & (kBonding | kSecurePairing));
+  const auto responders_keys = static_cast<uint8_t>(secure_ ? 0 : message[6] & kOwnEncryptionKey);
+  response_ = {kPairingResponse, kShowsNothing, 0,
+               requirements,     kBlockSize,    static_cast<uint8_t>(message[5] & kInitiatorsKeys),
                responders_keys};
   step_ = secure_ ? Step::kPublicKey : Step::kConfirm;
   return {response_};
@@ -98,14 +44,14 @@ std::vector<Bytes> Pairing::Request(const Bytes& message) {
 std::vector<Bytes> Pairing::PublicKey(const Bytes& value) {
   key_.emplace();
   const std::optional<Bytes> shared = key_->Shared(value);
-  if (!shared) return Fail(kInvalid);
+  if (!shared) return Fail(kInvalidMessage);
   shared_ = *shared;
   hosts_public_ = Part(value, 0, kP256Size);
   random_ = RandomBytes(kBlockSize);
   step_ = Step::kRandom;
   const Bytes own = key_->Public();
-  return {Message(kPublicKey, own),
-          Message(kConfirm, SecureConfirmValue(Part(own, 0, kP256Size), hosts_public_, random_))};
+  return {PairingMessage(kPairingPublicKey, own),
+          PairingMessage(kPairingConfirm, SecureConfirmValue(Part(own, 0, kP256Size), hosts_public_, random_))};
 }
 
 Bytes Pairing::LegacyConfirm(const Bytes& random) const {
@@ -116,7 +62,7 @@ std::vector<Bytes> Pairing::Confirm(const Bytes& value) {
   hosts_confirm_ = value;
   random_ = RandomBytes(kBlockSize);
   step_ = Step::kRandom;
-  return {Message(kConfirm, LegacyConfirm(random_))};
+  return {PairingMessage(kPairingConfirm, LegacyConfirm(random_))};
 }
 
 std::vector<Bytes> Pairing::Random(const Bytes& value) {
@@ -124,11 +70,11 @@ std::vector<Bytes> Pairing::Random(const Bytes& value) {
   if (secure_) {
     step_ = Step::kCheck;
   } else {
-    if (LegacyConfirm(value) != hosts_confirm_) return Fail(kConfirmFailed);
+    if (LegacyConfirm(value) != hosts_confirm_) return Fail(kConfirmValueFailed);
     session_key_ = LegacySessionKey(random_, value);
     step_ = Step::kEncrypt;
   }
-  return {Message(kRandom, random_)};
+  return {PairingMessage(kPairingRandom, random_)};
 }
 
 std::vector<Bytes> Pairing::Check(const Bytes& value) {
@@ -140,7 +86,8 @@ std::vector<Bytes> Pairing::Check(const Bytes& value) {
   }
   session_key_ = keys.long_term;
   step_ = Step::kEncrypt;
-  return {Message(kCheck, CheckValue(keys.check, random_, hosts_random_, Part(response_, 1, 3), own, host))};
+  return {
+      PairingMessage(kPairingCheck, CheckValue(keys.check, random_, hosts_random_, Part(response_, 1, 3), own, host))};
 }
 
 // The key of the connection itself has a name of zeros; so has one that was agreed on with the elliptic curve.
@@ -161,10 +108,7 @@ std::vector<Bytes> Pairing::Encrypted() {
   }
   if (response_[6] == 0) return {};
   memory = {RandomBytes(kKeyNameSize), RandomBytes(kBlockSize), memory.link_key};
-  //   diversifier | random number
-  Bytes name = Part(memory.key_name, 8);
-  PutAll(name, Part(memory.key_name, 0, 8));
-  return {Message(kEncryptionKey, memory.long_term_key), Message(kEncryptionKeyName, name)};
+  return {PairingMessage(kEncryptionKey, memory.long_term_key), KeyNameMessage(memory.key_name)};
 }
 
 }  // namespace bthal::sim

@@ -34,6 +34,8 @@ struct PeersLink {
   std::function<void(std::chrono::milliseconds delay, std::function<void()> action)> later;
   // Least and greatest interval, latency, timeout, 16 bits each.
   std::function<void(const Bytes& times)> ask_for_times;
+  // Encrypts, if the host has the same key of this name; only for a neighbour that leads.
+  std::function<void(const Bytes& name)> encrypt;
 };
 
 class Peer {

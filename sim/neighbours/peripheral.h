@@ -1,4 +1,5 @@
-// A low-energy neighbour at the other end of a connection: it tells of itself, pairs, and its battery runs down.
+// A low-energy neighbour that was found, at the other end of a connection: it tells of itself, pairs, and its battery
+// runs down.
 #pragma once
 
 #include "sim/neighbours/attributes.h"

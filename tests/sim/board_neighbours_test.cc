@@ -345,6 +345,27 @@ TEST_F(BoardNeighboursTest, PhoneConnectsToWhoeverLetsIt) {
   handle_ = connected[2];
   EXPECT_EQ((Packet{0x03, 23, 0}), Ask(kAttributes, {0x02, 0xF7, 0}));
   EXPECT_EQ(Status(0x2019, 0x0C), host_.Command(0x2019, Joined({{handle_, 0}, Packet(26, 0)}))) << "the phone leads";
+  Say(kAttributes, {0x0A, 3, 0});
+  EXPECT_EQ((Packet{0x0B, 'P', 'h', 'o', 'n', 'e'}), Frame(kAttributes));
+
+  // The host wants a secure link: the phone pairs, and encrypts.
+  request_ = Ask(kPairing, {0x0B, 0x01});
+  EXPECT_EQ((Packet{0x01, 3, 0, 1, 16, 0, 1}), request_);
+  response_ = {0x02, 3, 0, 1, 16, 0, 1};
+  const Packet phone{5, 0, 0, 0x5A, 0x22, 0xC2, 1};
+  const Packet own(16, 0x5A);
+  const Packet confirm = Ask(kPairing, response_);
+  const Packet random =
+      Ask(kPairing, Joined({{0x03}, sim::LegacyConfirmValue(own, request_, response_, phone, kHost)}));
+  const Packet phones(random.begin() + 1, random.end());
+  EXPECT_EQ(Joined({{0x03}, sim::LegacyConfirmValue(phones, request_, response_, phone, kHost)}), confirm);
+  Say(kPairing, Joined({{0x04}, own}));
+  EXPECT_EQ(Joined({{0x05, handle_, 0}, kNoName}), Event(0x3E)) << "which key?";
+  host_.Send(0x201A, Joined({{handle_, 0}, sim::LegacySessionKey(own, phones)}));
+  EXPECT_EQ((Packet{0, handle_, 0, 1}), Event(0x08));
+  const Packet key(16, 0x3C);
+  Say(kPairing, Joined({{0x06}, key}));
+  Say(kPairing, {0x07, 9, 10, 1, 2, 3, 4, 5, 6, 7, 8});
   Disconnect();
 
   EXPECT_EQ(Complete(0x2036, {0, 0}), host_.Command(0x2036, {7, 0x13, 0, 0x20, 0, 0, 0x20, 0, 0, 7, 0, 0, 0,
@@ -352,7 +373,12 @@ TEST_F(BoardNeighboursTest, PhoneConnectsToWhoeverLetsIt) {
   host_.Send(0x2039, {1, 1, 7, 0, 0, 0});
   connected = Event(0x3E);
   EXPECT_EQ(0x0A, connected[0]);
-  EXPECT_EQ((Packet{0x12, 0, 7, connected[2], 0, 1}), Event(0x3E));
+  handle_ = connected[2];
+  EXPECT_EQ((Packet{0x12, 0, 7, handle_, 0, 1}), Event(0x3E));
+  EXPECT_EQ((Packet{0x05, handle_, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}), Event(0x3E)) << "it remembers";
+  host_.Send(0x201A, Joined({{handle_, 0}, key}));
+  EXPECT_EQ((Packet{0, handle_, 0, 1}), Event(0x08));
+  EXPECT_EQ(Complete(0x201B, {0x0C, handle_, 0}), host_.Command(0x201B, {handle_, 0})) << "it asked once";
 }
 
 TEST_F(BoardNeighboursTest, WhatIsLimitedEndsByItself) {

@@ -64,6 +64,9 @@ Link& Connections::NewLink(LinkKind kind, const Neighbour& neighbour, const Wire
                  },
                  [this, still](const Bytes& times) {
                    if (Link* there = still()) AskForTimes(*there, times);
+                 },
+                 [this, still](const Bytes& name) {
+                   if (Link* there = still()) AskForKey(*there, name);
                  }};
   link.peers_end = MakePeer(neighbour, std::move(ends));
   return link;
@@ -76,6 +79,15 @@ void Connections::AskForTimes(Link& link, const Bytes& times) {
   Bytes event{kLeRemoteParametersRequest};
   Put16(event, link.handle);
   PutAll(event, times);
+  outlet_->SendEvent(kLeMetaEvent, event);
+}
+
+//   sub-event | handle | random number, 64 bits | diversifier, 16 bits
+void Connections::AskForKey(Link& link, const Bytes& name) {
+  link.asked_for_key = name;
+  Bytes event{kLeLongTermKeyRequest};
+  Put16(event, link.handle);
+  PutAll(event, name);
   outlet_->SendEvent(kLeMetaEvent, event);
 }
 

@@ -58,6 +58,7 @@ class Connections {
   // connections.cc
   Link& NewLink(LinkKind kind, const Neighbour& neighbour, const WireAddress& host);
   void AskForTimes(Link& link, const Bytes& times);
+  void AskForKey(Link& link, const Bytes& name);
   WireAddress OwnAddress(uint8_t type, const Bytes& random) const;
 
   // connect_classic.cc

@@ -24,6 +24,7 @@ struct Link {
   uint16_t supervision_timeout = 0x7D00;
   bool authenticated = false;
   bool encrypted = false;
+  Bytes asked_for_key{};              // the name of the key that the host owes; empty: it owes none
   bool asked_for_times = false;       // the host owes a word on the times that the peer wants
   FrameAssembler frames{};            // from the host
   std::shared_ptr<Peer> peers_end{};  // null for voice

@@ -24,14 +24,26 @@ void LeSecurity::AddTo(CommandTable* table) {
       Start(there, Part(asked, kHandleSize, kKeyNameSize), Part(asked, kHandleSize + kKeyNameSize));
     });
   });
-  // No central around the board encrypts by itself: the host is never asked for a key.
-  auto never = [this](const Bytes& p) {
-    Answer answer = links_->OfLink(p, {});
-    if (answer.parameters[0] == kSuccess) answer.parameters[0] = kCommandDisallowed;
-    return answer;
-  };
-  table->Add(kLeLongTermKeyReply, {28, 1}, {kHandleSize + kBlockSize}, never);
-  table->Add(kLeLongTermKeyNegativeReply, {28, 2}, {kHandleSize}, never);
+  table->Add(kLeLongTermKeyReply, {28, 1}, {kHandleSize + kBlockSize},
+             [this](const Bytes& p) { return ReplyToNeighbour(p); });
+  table->Add(kLeLongTermKeyNegativeReply, {28, 2}, {kHandleSize},
+             [this](const Bytes& p) { return ReplyToNeighbour(p); });
+}
+
+//   handle [| key]; without it the link stays as it is
+Answer LeSecurity::ReplyToNeighbour(const Bytes& parameters) {
+  Answer answer = links_->OfLink(parameters, {});
+  Link* const link = links_->Find(GetLe16(parameters.data()));
+  if (link == nullptr) return answer;
+  const Bytes name = std::exchange(link->asked_for_key, {});
+  if (name.empty()) {
+    answer.parameters[0] = kCommandDisallowed;
+  } else if (parameters.size() > kHandleSize) {
+    answer.then = [this, handle = link->handle, name, key = Part(parameters, kHandleSize)] {
+      if (Link* there = links_->Find(handle)) Start(*there, name, key);
+    };
+  }
+  return answer;
 }
 
 void LeSecurity::Start(Link& link, const Bytes& name, const Bytes& hosts_key) {

@@ -19,6 +19,8 @@ class LeSecurity {
   // Whether the peer has the same key decides.
   void Start(Link& link, const Bytes& name, const Bytes& hosts_key);
   void Tell(const Link& link, uint8_t status, bool refreshed);
+  // To a neighbour that leads and wants to encrypt.
+  Answer ReplyToNeighbour(const Bytes& parameters);
 
   Outlet* const outlet_;
   Links* const links_;
