@@ -79,15 +79,28 @@ void ClassicDevice::Answer(uint8_t code, uint8_t identifier, const Bytes& data) 
   link_.send(kSignalling, command);
 }
 
+// The first channel that is free; 0 if none is.
+uint16_t ClassicDevice::FreeChannel() const {
+  constexpr uint16_t kFirst = 0x0040;
+  constexpr uint16_t kLast = 0x004F;
+  for (uint16_t channel = kFirst; channel <= kLast; ++channel) {
+    if (channels_.count(channel) == 0) return channel;
+  }
+  return 0;
+}
+
 //   this end's channel | the host's | result | status, 16 bits each; then this end asks for nothing but the defaults
 void ClassicDevice::Connect(uint8_t identifier, uint16_t service, uint16_t hosts) {
+  constexpr uint16_t kOpen = 0x0000;
   constexpr uint16_t kNoSuchService = 0x0002;
+  constexpr uint16_t kNoRoom = 0x0004;
   const bool known = service == kServiceRecords || service == kEchoService;
-  const uint16_t own = known ? next_channel_++ : uint16_t{0};
+  const uint16_t own = known ? FreeChannel() : uint16_t{0};
+  const uint16_t result = own != 0 ? kOpen : known ? kNoRoom : kNoSuchService;
   Bytes answer;
-  for (const uint16_t value : {own, hosts, known ? uint16_t{0} : kNoSuchService, uint16_t{0}}) Put16(answer, value);
+  for (const uint16_t value : {own, hosts, result, uint16_t{0}}) Put16(answer, value);
   Answer(kConnect + 1, identifier, answer);
-  if (!known) return;
+  if (result != kOpen) return;
   channels_[own] = {hosts, service};
   Bytes request;
   Put16(request, hosts);

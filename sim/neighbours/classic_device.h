@@ -19,6 +19,7 @@ class ClassicDevice : public Peer {
     uint16_t service;
   };
 
+  uint16_t FreeChannel() const;
   void Signal(const Bytes& command);
   void Answer(uint8_t code, uint8_t identifier, const Bytes& data);
   void Connect(uint8_t identifier, uint16_t service, uint16_t hosts);
@@ -28,7 +29,6 @@ class ClassicDevice : public Peer {
 
   const PeersLink link_;
   std::map<uint16_t, Channel> channels_;  // by what this end calls them
-  uint16_t next_channel_ = 0x0040;
   uint8_t next_identifier_ = 1;
 };
 

@@ -1,11 +1,19 @@
 #include "sim/controller/link/links.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace bthal::sim {
 
+// Handles begin again where the numbers end that a packet has room for.
+uint16_t Links::After(uint16_t handle) {
+  constexpr uint16_t kLastHandle = 0x0EFF;
+  return handle == kLastHandle ? kFirstHandle : static_cast<uint16_t>(handle + 1);
+}
+
 Link& Links::Add(LinkKind kind, const Bytes& peer) {
-  const uint16_t handle = next_handle_++;
+  while (links_.count(next_handle_) != 0) next_handle_ = After(next_handle_);
+  const uint16_t handle = std::exchange(next_handle_, After(next_handle_));
   return links_.emplace(handle, Link{handle, kind, peer}).first->second;
 }
 

@@ -54,6 +54,8 @@ class Links {
  private:
   static constexpr uint16_t kFirstHandle = 0x0040;
 
+  static uint16_t After(uint16_t handle);
+
   std::map<uint16_t, Link> links_;
   uint16_t next_handle_ = kFirstHandle;
   uint64_t generation_ = 0;
