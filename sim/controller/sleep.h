@@ -8,8 +8,8 @@
 
 namespace bthal::sim {
 
-// With sleep mode set the wake line decides: high, the controller hears; low for a while, it does not. While it speaks it is
-// awake: what the host sends meanwhile may have to wait until it listens again, and is not lost.
+// With sleep mode set the wake line decides: high, the controller hears; low for a while, it does not. While it speaks
+// it is awake: what the host sends meanwhile may have to wait until it listens again, and is not lost.
 class Sleep {
  public:
   explicit Sleep(Clock::duration falls_asleep_after) : falls_asleep_after_(falls_asleep_after) {}

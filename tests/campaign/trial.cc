@@ -11,7 +11,7 @@
 #include "bthal/hci/codes.h"
 #include "bthal/hci/words.h"
 #include "bthal/run/device_names.h"
-#include "bthal/show/btsnoop_reader.h"
+#include "bthal/show/snoop/btsnoop_reader.h"
 
 namespace bthal::campaign {
 namespace {

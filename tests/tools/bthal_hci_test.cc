@@ -47,7 +47,7 @@ TEST_F(OnBoard, ARefusedCommandEndsItUnlessThatIsExpected) {
                     more = "read_bd_addr\n";
   const auto count = [](const ProgramResult& result) {
     size_t commands = 0;
-    for (size_t at = 0; (at = result.out.find("> command", at)) != std::string::npos; ++at) ++commands;
+    for (size_t at = 0; (at = result.out.find("< command", at)) != std::string::npos; ++at) ++commands;
     return commands;
   };
   for (const bool from_file : {false, true}) {

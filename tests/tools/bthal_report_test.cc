@@ -1,9 +1,9 @@
 // What bthal makes of a service's report and of its packet log.
 #include <nlohmann/json.hpp>
 
-#include "bthal/show/btsnoop_reader.h"
 #include "bthal/show/record_dump.h"
-#include "bthal/show/snoop_follower.h"
+#include "bthal/show/snoop/btsnoop_reader.h"
+#include "bthal/show/snoop/snoop_follower.h"
 #include "bthal/show/time_column.h"
 #include "bthal/show/trace_json.h"
 #include "support/run_program.h"

@@ -124,7 +124,8 @@ TEST_P(DocsTest, ShowsWhatHappens) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Pages, DocsTest, ::testing::Values("board.md", "demo.md", "hci.md", "host-stacks.md", "tools.md"));
+INSTANTIATE_TEST_SUITE_P(Pages, DocsTest,
+                         ::testing::Values("board.md", "demo.md", "hci.md", "host-stacks.md", "tools.md"));
 
 }  // namespace
 }  // namespace bthal

@@ -157,7 +157,7 @@ TEST_F(EndingsTest, ASignalIsObeyedWhateverIsBeingDone) {
       {{"hci", "le_scan 1000"}, "LE Advertising Report"},
       {{"snoop"}, ""},
       {{"bridge", "unix", root_.path() + "/hci"}, "is there"},
-      {{"thread", "aa"}, "> "},
+      {{"thread", "aa"}, "< "},
       {{"supervise", "--", "/bin/sleep", "1000"}, "started /bin/sleep"},
       {{"board", "--root", other.path()}, "playing below"},
       {{"demo", "--root", other.path(), "--pace"}, "Download Minidriver"}};

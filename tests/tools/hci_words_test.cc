@@ -4,7 +4,7 @@
 #include "bthal/hci/dictionary.h"
 #include "bthal/hci/encode.h"
 #include "bthal/hci/hex.h"
-#include "bthal/hci/script.h"
+#include "bthal/hci/lines/script.h"
 #include "bthal/hci/tell_packet.h"
 #include "support/test.h"
 

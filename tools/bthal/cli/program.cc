@@ -10,7 +10,7 @@
 
 #include "bthal/cli/completion.h"
 #include "bthal/cli/manual.h"
-#include "bthal/hci/suggestion.h"
+#include "bthal/hci/lines/suggestion.h"
 #include "bthal/show/output_file.h"
 #include "bthal/show/terminal.h"
 

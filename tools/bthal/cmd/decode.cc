@@ -13,7 +13,7 @@
 #include "bthal/hci/tell_packet.h"
 #include "bthal/hci/words.h"
 #include "bthal/show/packet_line.h"
-#include "bthal/show/snoop_follower.h"
+#include "bthal/show/snoop/snoop_follower.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {

@@ -14,7 +14,7 @@
 #include "bthal/cmd/call_timeout.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/cmd/packet_options.h"
-#include "bthal/hci/script.h"
+#include "bthal/hci/lines/script.h"
 #include "bthal/run/hci_session.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/run/io/line_source.h"

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "bthal/show/log_printer.h"
-#include "bthal/show/snoop_filter.h"
+#include "bthal/show/snoop/log_printer.h"
+#include "bthal/show/snoop/snoop_filter.h"
 
 namespace bthal::tool {
 

@@ -6,7 +6,7 @@
 #include "bthal/cmd/board_options.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/cmd/packet_options.h"
-#include "bthal/hci/script.h"
+#include "bthal/hci/lines/script.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"

@@ -14,8 +14,8 @@
 #include "bthal/cmd/packet_options.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
-#include "bthal/show/capture_format.h"
-#include "bthal/show/snoop_follower.h"
+#include "bthal/show/snoop/capture_format.h"
+#include "bthal/show/snoop/snoop_follower.h"
 #include "bthal/show/terminal.h"
 #include "os/device_path.h"
 

@@ -11,7 +11,7 @@
 #include "bthal/show/journal_words.h"
 #include "bthal/show/output_file.h"
 #include "bthal/show/record_dump.h"
-#include "bthal/show/snoop_follower.h"
+#include "bthal/show/snoop/snoop_follower.h"
 #include "bthal/show/trace_json.h"
 
 namespace bthal::tool {

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "bthal/hci/encode.h"
-#include "bthal/hci/split_words.h"
+#include "bthal/hci/lines/split_words.h"
 #include "bthal/hci/values.h"
 
 namespace bthal::tool {

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "bthal/hci/split_words.h"
+#include "bthal/hci/lines/split_words.h"
 
 namespace bthal::tool {
 namespace {

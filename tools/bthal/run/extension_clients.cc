@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "bthal/hci/hex.h"
-#include "bthal/hci/split_words.h"
+#include "bthal/hci/lines/split_words.h"
 #include "bthal/run/service_calls.h"
 
 namespace bthal::tool {

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "bthal/hci/script.h"
+#include "bthal/hci/lines/script.h"
 #include "bthal/run/binder_client.h"
 #include "bthal/run/hal_claim.h"
 #include "bthal/show/packet_line.h"

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "bthal/hci/line_completion.h"
+#include "bthal/hci/lines/line_completion.h"
 
 namespace bthal::tool {
 

@@ -62,13 +62,6 @@ void Playground::OnBoard(const sim::JournalEntry& entry) const {
 bool Playground::Start(std::string* error) {
   if (!root_.Prepare(options_.root, error)) return false;
   options_.board.root = root_.path();
-  setenv(kRootVariable, root_.path().c_str(), 1);
-  for (const auto& service : ::bthal::host::ListServices()) {
-    if (!service.alive) continue;
-    *error =
-        "a service runs below " + root_.path() + " already, pid " + std::to_string(service.pid) + "; --attach joins it";
-    return false;
-  }
   Tell("root", root_.path() + " (in other terminals: BTHAL_ROOT=" + root_.path() + ")");
   return Boot(error) && StartService(error);
 }
@@ -76,7 +69,7 @@ bool Playground::Start(std::string* error) {
 bool Playground::Boot(std::string* error) {
   auto board = std::make_unique<sim::Board>(options_.board);
   board->SetObserver([this](const sim::JournalEntry& entry) { OnBoard(entry); });
-  if (!board->Start(error)) return false;
+  if (!board->Start(error) || !root_.MakeLogFolder(error)) return false;
   board_ = std::move(board);
   Tell("board", "chip " + std::to_string(options_.board.chip_id));
   if (!::bthal::host::WipeVolatileProperties()) {

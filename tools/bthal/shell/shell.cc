@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "bthal/hci/split_words.h"
+#include "bthal/hci/lines/split_words.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/run/io/board_client.h"
 #include "bthal/run/io/line_source.h"

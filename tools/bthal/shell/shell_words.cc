@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "bthal/hci/split_words.h"
+#include "bthal/hci/lines/split_words.h"
 #include "sim/controller/faults/fault_kinds.h"
 
 namespace bthal::tool {

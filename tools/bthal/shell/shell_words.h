@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "bthal/hci/line_completion.h"
+#include "bthal/hci/lines/line_completion.h"
 
 namespace bthal::tool {
 

@@ -10,7 +10,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "bthal/hci/suggestion.h"
+#include "bthal/hci/lines/suggestion.h"
 #include "conf/conf.h"
 #include "conf/conf_line.h"
 #include "os/device_path.h"

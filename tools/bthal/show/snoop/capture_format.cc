@@ -1,4 +1,4 @@
-#include "bthal/show/capture_format.h"
+#include "bthal/show/snoop/capture_format.h"
 
 #include "bthal/hci/codes.h"
 

@@ -1,4 +1,4 @@
-#include "bthal/hci/suggestion.h"
+#include "bthal/hci/lines/suggestion.h"
 
 #include <algorithm>
 #include <numeric>

@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "bthal/show/btsnoop_reader.h"
+#include "bthal/show/snoop/btsnoop_reader.h"
 
 namespace bthal::tool {
 

@@ -1,4 +1,4 @@
-#include "bthal/show/snoop_filter.h"
+#include "bthal/show/snoop/snoop_filter.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "bthal/hci/script.h"
+#include "bthal/hci/lines/script.h"
 
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
@@ -9,8 +9,8 @@
 #include "bthal/hci/dictionary.h"
 #include "bthal/hci/encode.h"
 #include "bthal/hci/hex.h"
-#include "bthal/hci/split_words.h"
-#include "bthal/hci/suggestion.h"
+#include "bthal/hci/lines/split_words.h"
+#include "bthal/hci/lines/suggestion.h"
 #include "bthal/hci/words.h"
 
 namespace bthal::tool {

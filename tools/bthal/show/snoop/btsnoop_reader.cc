@@ -1,4 +1,4 @@
-#include "bthal/show/btsnoop_reader.h"
+#include "bthal/show/snoop/btsnoop_reader.h"
 
 #include <android-base/stringprintf.h>
 
@@ -7,7 +7,7 @@
 #include <iterator>
 
 #include "bthal/hci/words.h"
-#include "bthal/show/capture_format.h"
+#include "bthal/show/snoop/capture_format.h"
 #include "bthal/show/time_column.h"
 
 namespace bthal::tool {

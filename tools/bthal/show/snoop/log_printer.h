@@ -3,8 +3,8 @@
 
 #include <optional>
 
-#include "bthal/show/btsnoop_reader.h"
 #include "bthal/show/packet_line.h"
+#include "bthal/show/snoop/btsnoop_reader.h"
 #include "bthal/show/time_column.h"
 
 namespace bthal::tool {

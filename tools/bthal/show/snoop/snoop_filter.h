@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "bthal/show/btsnoop_reader.h"
+#include "bthal/show/snoop/btsnoop_reader.h"
 
 namespace bthal::tool {
 

@@ -1,4 +1,4 @@
-#include "bthal/show/log_printer.h"
+#include "bthal/show/snoop/log_printer.h"
 
 #include <android-base/stringprintf.h>
 

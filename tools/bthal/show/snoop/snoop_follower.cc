@@ -1,4 +1,4 @@
-#include "bthal/show/snoop_follower.h"
+#include "bthal/show/snoop/snoop_follower.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "bthal/show/btsnoop_reader.h"
+#include "bthal/show/snoop/btsnoop_reader.h"
 
 namespace bthal::tool {
 

@@ -1,12 +1,12 @@
-#include "bthal/hci/line_completion.h"
+#include "bthal/hci/lines/line_completion.h"
 
 #include <algorithm>
 #include <iterator>
 
 #include "bthal/hci/dictionary.h"
 #include "bthal/hci/encode.h"
-#include "bthal/hci/script.h"
-#include "bthal/hci/split_words.h"
+#include "bthal/hci/lines/script.h"
+#include "bthal/hci/lines/split_words.h"
 
 namespace bthal::tool {
 namespace {
