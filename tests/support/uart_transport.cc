@@ -1,3 +1,5 @@
+#include <signal.h>
+
 #include "support/uart_transport.h"
 
 #include "hci_flow_control/hci_channel.h"
@@ -14,6 +16,8 @@ std::atomic<int> g_deaths{0};
 }  // namespace
 
 UartTransport::UartTransport() {
+  // As the service's process does: a node whose reader has just gone is no reason to die.
+  signal(SIGPIPE, SIG_IGN);
   os::SetKillSelfForTest([] { ++g_deaths; });
   const auto nothing = [](const hci::HciPacket&) {};
   const auto on_event = [this](const hci::HciPacket& event) {

@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "bthal/run/interrupt.h"
+#include "bthal/show/printable.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
@@ -74,7 +75,7 @@ class LineEditor::Impl {
  public:
   explicit Impl(EditorOptions options) : options_(std::move(options)), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     setlocale(LC_CTYPE, "");
-    edit_.reset(el_init("bthal", stdin, stdout, stderr));
+    edit_.reset(el_init("bthal", stdin, terminal_.get(), stderr));
     history_.reset(history_init());
     HistEvent event;
     history(history_.get(), &event, H_SETSIZE, kKeptLines);
@@ -113,7 +114,7 @@ class LineEditor::Impl {
       HistEvent event;
       if (!read->empty()) history(history_.get(), &event, H_ENTER, read->c_str());
     } else {
-      fputs("\n", stdout);
+      Write("\n");
     }
     SetReading(false);
     return read;
@@ -122,16 +123,21 @@ class LineEditor::Impl {
   void LetGo() { el_set(edit_.get(), EL_PREP_TERM, 0); }
 
   void Print(const std::string& text) {
+    TerminalFilter filter;
+    const std::string printable = filter.Pass(text) + filter.Rest();
     const std::lock_guard lock(mutex_);
     if (reading_) {
-      waiting_ += text;
+      waiting_ += printable;
       Wake(wake_.get());
     } else {
-      Write(text);
+      Write(printable);
     }
   }
 
  private:
+  struct EndFile {
+    void operator()(FILE* file) const { fclose(file); }
+  };
   struct EndEdit {
     void operator()(EditLine* edit) const { el_end(edit); }
   };
@@ -152,9 +158,9 @@ class LineEditor::Impl {
 
   static int ReadCharacter(EditLine* edit, wchar_t* character) { return Of(edit)->NextCharacter(character); }
 
-  static void Write(const std::string& text) {
-    fwrite(text.data(), 1, text.size(), stdout);
-    fflush(stdout);
+  void Write(const std::string& text) const {
+    fwrite(text.data(), 1, text.size(), terminal_.get());
+    fflush(terminal_.get());
   }
 
   // Between two lines too what is typed waits as it is, not echoed, and a Ctrl-D is a character.
@@ -249,6 +255,8 @@ class LineEditor::Impl {
 
   EditorOptions options_;
   const unique_fd wake_;
+  // The terminal itself: what moves its cursor must not be taken for something foreign on its way there.
+  const std::unique_ptr<FILE, EndFile> terminal_{fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0), "w")};
   std::unique_ptr<History, EndHistory> history_;
   std::unique_ptr<EditLine, EndEdit> edit_;
   struct sigaction before_[2] = {};
