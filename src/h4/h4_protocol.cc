@@ -178,8 +178,8 @@ const uint8_t* H4Protocol::DeliverWhole(const uint8_t* data, const uint8_t* end)
   HciPacket packet;
   // Then every header is whole, and there is something behind it.
   while (end - data > kLargestHeaderWithType) {
-    const HciPacketCallback* consumer;
-    size_t size;
+    const HciPacketCallback* consumer = nullptr;
+    size_t size = 0;
     switch (static_cast<HciPacketType>(*data)) {
       case HciPacketType::kEvent:
         consumer = &consumers_.event_cb;

@@ -21,7 +21,7 @@ using ::android::base::unique_fd;
 
 // The bridge keeps no terminal side open, so that it sees the peer go. A peer that goes takes its pseudo-terminal with
 // it: what it left half said, or unread, is nobody else's.
-class PtyBackend : public Backend {
+class PtyBackend final : public Backend {
  public:
   explicit PtyBackend(std::string link) : link_(std::move(link)) {}
   ~PtyBackend() override { Close(); }

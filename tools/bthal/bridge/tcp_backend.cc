@@ -11,7 +11,7 @@ namespace {
 using ::android::base::StringPrintf;
 using ::android::base::unique_fd;
 
-class TcpBackend : public SocketBackend {
+class TcpBackend final : public SocketBackend {
  public:
   TcpBackend(std::string address, int port) : text_(std::move(address)), port_(port) {}
 

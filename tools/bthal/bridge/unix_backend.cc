@@ -13,7 +13,7 @@ namespace {
 using ::android::base::StringPrintf;
 using ::android::base::unique_fd;
 
-class UnixBackend : public SocketBackend {
+class UnixBackend final : public SocketBackend {
  public:
   explicit UnixBackend(std::string path) : path_(std::move(path)) {}
   ~UnixBackend() override { Close(); }

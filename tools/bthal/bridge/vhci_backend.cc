@@ -31,7 +31,7 @@ constexpr size_t kAnswerSize = 4;
 
 // A controller of this machine's kernel is there while the descriptor is open. The kernel itself is the peer, and comes
 // at once.
-class VhciBackend : public Backend {
+class VhciBackend final : public Backend {
  public:
   explicit VhciBackend(std::string node) : node_(std::move(node)) {}
 
