@@ -1,6 +1,6 @@
-#include <signal.h>
-
 #include "support/uart_transport.h"
+
+#include <signal.h>
 
 #include "hci_flow_control/hci_channel.h"
 #include "os/kill_self.h"
