@@ -85,7 +85,8 @@ class LineEditor::Impl {
     el_set(edit_.get(), EL_PROMPT, Prompt);
     el_set(edit_.get(), EL_EDITOR, "emacs");
     el_set(edit_.get(), EL_HIST, history, history_.get());
-    el_set(edit_.get(), EL_ADDFN, "bthal-complete", "Complete what is typed", Complete);
+    // In wide characters, which it takes as they are: of others it makes copies that it never frees.
+    el_wset(edit_.get(), EL_ADDFN, L"bthal-complete", L"Complete what is typed", Complete);
     el_set(edit_.get(), EL_BIND, "^I", "bthal-complete", nullptr);
     el_set(edit_.get(), EL_GETCFN, ReadCharacter);
     el_source(edit_.get(), nullptr);
