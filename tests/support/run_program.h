@@ -7,6 +7,10 @@
 
 namespace bthal::test {
 
+// A shell's words before a program that has a full disk: no file may grow. The thread sanitizer's runtime writes one of
+// its own before main, and dies of it, unless it finds no folder for that.
+inline constexpr char kFullDisk[] = "ulimit -f 0; TMPDIR=/none exec ";
+
 struct ProgramResult {
   int status = -1;  // exit status; 128 + signal when it was killed; -1 when it did not end in time
   std::string out;

@@ -60,7 +60,7 @@ TEST_F(EndingsTest, WhatCannotBePrintedIsToldAndFails) {
     const std::string command =
         BTHAL_PROGRAM + Quoted(arguments) + " <" + root_.path() + "/report >" + root_.path() + "/full";
     const ProgramResult result =
-        RunProgram({"/bin/sh", "-c", "{ (ulimit -f 0; exec " + command + "); echo $?; } 2>&1 | cat"});
+        RunProgram({"/bin/sh", "-c", "{ (" + (kFullDisk + command) + "); echo $?; } 2>&1 | cat"});
     EXPECT_EQ(result.out, "bthal: cannot write to standard output: File too large\n1\n") << command;
   }
 }

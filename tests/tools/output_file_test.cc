@@ -104,7 +104,7 @@ TEST_F(OutputFileTest, WhatMayNotBeWrittenIsLeftAsItWas) {
 // A limit on files' sizes stands for a full disk.
 TEST_F(OutputFileTest, AFullDiskCostsNothingThatWasThere) {
   root_.Write("/out/file", "old\n");
-  const std::string limited = "ulimit -f 0; exec " BTHAL_PROGRAM " ";
+  const std::string limited = std::string(kFullDisk) + BTHAL_PROGRAM + " ";
   const ProgramResult result = RunProgram({"/bin/sh", "-c",
                                            "{ " + limited + "timeline " + Path("report") + " -o " + Path("file") +
                                                "; } 2>&1 >/dev/null | cat; ls -A " + Path("")});
