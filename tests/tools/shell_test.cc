@@ -177,6 +177,7 @@ TEST_F(ShellTest, TellsOfADeadServiceAndStartsAnother) {
   ASSERT_TRUE(AtPrompt("read_bd"));
   kill(Service(), SIGKILL);
   EXPECT_TRUE(shell_->Shows("* service  was killed by SIGKILL; 'restart' starts it anew"));
+  EXPECT_TRUE(shell_->Shows("* hal      the service has died"));
   EXPECT_TRUE(AtPrompt("read_bd"));
   shell_->Type("\x15restart\ninitialize\nread_bd_addr\n");
   EXPECT_TRUE(shell_->Shows("Read BD_ADDR, success")) << shell_->raw();
