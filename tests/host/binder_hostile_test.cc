@@ -139,9 +139,10 @@ TEST(BinderDeafPeersTest, TheirAnswersWaitForThemAndNobodyElseDoes) {
     const RawPeer peer = FoundBy(root.path(), HciInstance());
     for (uint64_t call = 1; call <= kAsked; ++call) Call(peer, call, Hci::descriptor, kSendHciCommand);
     read.Pass();
-    for (uint64_t call = 1; call <= kAsked; ++call) {
-      if (peer.Receive().call != call) return 1;
-    }
+    // Two calls that were sent without waiting may be served side by side.
+    std::set<uint64_t> answered;
+    for (uint64_t call = 1; call <= kAsked; ++call) answered.insert(peer.Receive().call);
+    if (answered.size() != kAsked || *answered.begin() != 1 || *answered.rbegin() != kAsked) return 1;
     for (uint64_t call = 1; call <= kTooMany; ++call) Call(peer, call, Hci::descriptor, kSendHciCommand);
     ask.Pass();
     // What had been sent before the end can still be read.
@@ -180,7 +181,7 @@ TEST(BinderDeafPeersTest, TheirAnswersWaitForThemAndNobodyElseDoes) {
   work.Open();
   worked.Pass();
   EXPECT_FALSE(log.Has("closing the connection"));
-  // They read what waited for them, all of it and in order, and go on to ask for more than is kept.
+  // They read what waited for them, all of it, and go on to ask for more than is kept.
   for (int i = 0; i < kDeaf; ++i) read.Open();
   EXPECT_TRUE(
       WaitFor([&] { return log.Count("closing the connection to a process: it does not read its answers") == kDeaf; }));
