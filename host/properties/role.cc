@@ -50,7 +50,7 @@ pid_t ClaimRole(std::string_view role) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (!Lock(file.get())) {
     const pid_t holder = Holder(file.get());
-    if (holder != 0 && std::chrono::steady_clock::now() > deadline) return holder;
+    if (std::chrono::steady_clock::now() > deadline) return holder != 0 ? holder : -1;
     std::this_thread::sleep_for(kLookAgain);
   }
   [[maybe_unused]] const int kept =

@@ -14,6 +14,7 @@
 #include "bthal/cmd/packet_options.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/show/output_file.h"
 #include "bthal/show/snoop/capture_format.h"
 #include "bthal/show/snoop/snoop_follower.h"
 #include "bthal/show/terminal.h"
@@ -41,6 +42,7 @@ class Capture {
       *error = "-w -: standard output is a terminal; send it to a program or a file";
       return false;
     }
+    if (path != "-" && !MayWriteOutput(path, error)) return false;
     fd_.reset(path == "-" ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
                           : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!fd_.ok()) *error = "cannot write " + path + ": " + strerror(errno);

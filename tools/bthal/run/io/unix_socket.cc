@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 namespace bthal::tool {
@@ -17,6 +18,9 @@ unique_fd ConnectTo(const std::string& path, int type) {
   const unique_fd folder(open(::android::base::Dirname(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!folder.ok()) return {};
   unique_fd client(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+  // Who listens but no longer takes connections, or what is sent, keeps nobody for ever.
+  constexpr timeval kPatience{5, 0};
+  setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof(kPatience));
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   const std::string name =
