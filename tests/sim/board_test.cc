@@ -6,7 +6,6 @@
 namespace bthal::test {
 namespace {
 
-const Packet kSleepParameters{0x01, 0x18, 0x18, 0x01, 0x01, 0x01, 0x01, 0, 0, 0, 0, 0};
 const Packet kOtpParameters{0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
 
 std::string NameIn(const Packet& complete) {

@@ -83,6 +83,32 @@ TEST_F(BoardTrafficTest, TakesBytesFromAHostThatDoesNotRead) {
   }
 }
 
+// The wake line is low for far longer than it takes to fall asleep, but there is still something to say.
+TEST_F(BoardTrafficTest, DoesNotSleepWhileItSpeaks) {
+  constexpr auto kFallsAsleep = std::chrono::milliseconds(1);
+  sim::BoardOptions options = SmallBoard(root_);
+  options.falls_asleep_after = kFallsAsleep;
+  Board& board = Start(options);
+  host_.PowerOn();
+  host_.WriteNode("/proc/bluetooth/sleep/lpm", "1");
+  host_.WriteNode("/proc/bluetooth/sleep/btwrite", "1");
+  EXPECT_EQ(Complete(kSetSleepMode, {0}), host_.Command(kSetSleepMode, kSleepParameters));
+  ASSERT_NO_FATAL_FAILURE(EnterLoopback());
+  const auto write = [&](size_t payload) {
+    Packet packet{0x02, 0x01, 0x00, static_cast<uint8_t>(payload), static_cast<uint8_t>(payload >> 8)};
+    packet.resize(5 + payload, 0x77);
+    host_.Write(packet);
+  };
+  for (int i = 0; i < 100; ++i) write(1021);
+  ASSERT_TRUE(WaitFor([&] { return board.WaitingForHost() > size_t{50} * 1024; }));
+  host_.WriteNode("/proc/bluetooth/sleep/btwrite", "0");
+  const size_t before = board.WaitingForHost();
+  const auto fell = steady_clock::now();
+  while (steady_clock::now() < fell + 20 * kFallsAsleep) write(1);
+  EXPECT_TRUE(WaitFor([&] { return board.WaitingForHost() > before; }));
+  EXPECT_EQ(0u, Count(board, WireEvent::kLostBytes));
+}
+
 TEST_F(BoardTrafficTest, NoticesASecondCommandBeforeTheAnswer) {
   Board& board = Play();
   Packet two = CommandPacket(kReset);

@@ -13,6 +13,8 @@ inline constexpr uint16_t kReadBdAddr = 0x1009;
 inline constexpr uint16_t kWriteBdAddr = 0xFC01;
 inline constexpr uint16_t kUpdateBaudRate = 0xFC18;
 inline constexpr uint16_t kSetSleepMode = 0xFC27;
+// Of Set Sleep Mode, as the service sends them.
+inline const Packet kSleepParameters{0x01, 0x18, 0x18, 0x01, 0x01, 0x01, 0x01, 0, 0, 0, 0, 0};
 inline constexpr uint16_t kMinidriver = 0xFC2E;
 inline constexpr uint16_t kWriteRam = 0xFC4C;
 inline constexpr uint16_t kLaunchRam = 0xFC4E;
