@@ -67,7 +67,11 @@ const char* TransportName(binder_status_t status) {
 
 }  // namespace
 
-AStatus* AStatus_newOk() { return new AStatus; }
+// One for all: nothing in it can be changed, and every good call returns one.
+AStatus* AStatus_newOk() {
+  static AStatus& ok = *new AStatus;
+  return &ok;
+}
 
 AStatus* AStatus_fromExceptionCode(binder_exception_t exception) {
   return AStatus_fromExceptionCodeWithMessage(exception, "");
@@ -88,7 +92,7 @@ AStatus* AStatus_fromServiceSpecificErrorWithMessage(int32_t serviceSpecific, co
 }
 
 AStatus* AStatus_fromStatus(binder_status_t status) {
-  return status == STATUS_OK ? new AStatus : new AStatus{EX_TRANSACTION_FAILED, 0, status, ""};
+  return status == STATUS_OK ? AStatus_newOk() : new AStatus{EX_TRANSACTION_FAILED, 0, status, ""};
 }
 
 bool AStatus_isOk(const AStatus* status) { return status->exception == EX_NONE; }
@@ -110,4 +114,6 @@ const char* AStatus_getDescription(const AStatus* status) {
 }
 
 void AStatus_deleteDescription(const char* description) { free(const_cast<char*>(description)); }
-void AStatus_delete(AStatus* status) { delete status; }
+void AStatus_delete(AStatus* status) {
+  if (status != AStatus_newOk()) delete status;
+}

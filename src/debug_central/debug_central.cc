@@ -86,11 +86,12 @@ bool DebugCentral::hw_stage_firmware_no_longer_supported() const {
   return std::find(unsupported.begin(), unsupported.end(), conf::HardwareStage()) != unsupported.end();
 }
 
-DebugAnchor::DebugAnchor(AnchorType type, std::string text, DebugCentral& central)
-    : type_(type), text_(std::move(text)), central_(central) {
-  central_.Append(type_, text_, kScopeBegins);
+DebugAnchor::DebugAnchor(AnchorType type, std::string_view text, DebugCentral& central)
+    : type_(type), length_(std::min(text.size(), kMaxText)), central_(central) {
+  std::copy_n(text.data(), length_, text_.data());
+  central_.Append(type_, this->text(), kScopeBegins);
 }
 
-DebugAnchor::~DebugAnchor() { central_.Append(type_, text_, kScopeEnds); }
+DebugAnchor::~DebugAnchor() { central_.Append(type_, text(), kScopeEnds); }
 
 }  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -1,6 +1,7 @@
 // The record keeper for everything that goes wrong or is worth remembering on the controller path.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -127,17 +128,23 @@ class DebugCentral {
   std::atomic<std::thread::id> reporter_{};
 };
 
-// A scoped record: `text` + " [ IN]" now, `text` + " [OUT]" when the scope ends.
+// A scoped record: `text` + " [ IN]" now, `text` + " [OUT]" when the scope ends. Made for every packet, so it keeps the
+// text within itself; no text of this service comes near kMaxText.
 class DebugAnchor {
  public:
-  DebugAnchor(AnchorType type, std::string text, DebugCentral& central = DebugCentral::Get());
+  static constexpr size_t kMaxText = 64;  // what is longer is cut off
+
+  DebugAnchor(AnchorType type, std::string_view text, DebugCentral& central = DebugCentral::Get());
   DebugAnchor(const DebugAnchor&) = delete;
   DebugAnchor& operator=(const DebugAnchor&) = delete;
   ~DebugAnchor();
 
  private:
+  std::string_view text() const { return {text_.data(), length_}; }
+
   AnchorType type_;
-  std::string text_;
+  size_t length_;
+  std::array<char, kMaxText> text_;
   DebugCentral& central_;
 };
 

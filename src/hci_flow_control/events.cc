@@ -131,7 +131,9 @@ void HciFlowControl::HciEventPostProcess(const HciPacket& event) {
 }
 
 bool HciFlowControl::FinishOutstanding(uint16_t opcode, const HciPacket& event) {
-  const HciPacket& frame = cmd_queue_.front().data;
+  // Lent, not changed.
+  HciPacket frame;
+  frame.setToExternal(cmd_queue_.front().bytes.data(), cmd_queue_.front().bytes.size());
   if (ReadOpcode(frame, 0) != opcode) {
     if (opcode == 0) return false;
     LOG(WARNING) << "HciEventPostProcess: HCI CMD Frame and Event not matched <" << toString(frame) << "> <"
@@ -139,16 +141,16 @@ bool HciFlowControl::FinishOutstanding(uint16_t opcode, const HciPacket& event) 
     return false;
   }
   LOG(VERBOSE) << "HciEventPostProcess: HCI CMD Frame <" << toString(frame) << "> finished";
-  cmd_queue_.pop_front();
+  FinishFront();
   return true;
 }
 
 void HciFlowControl::SendNext() {
   if (cmd_queue_.empty()) return;
   HciCmdFrame& next = cmd_queue_.front();
-  LOG(DEBUG) << "HciEventPostProcess: HCI CMD Frame <" << toString(next.data) << "> dequeued";
+  LOG(DEBUG) << "HciEventPostProcess: HCI CMD Frame <" << toString(HciPacket(next.bytes)) << "> dequeued";
   next.sent = true;
-  shim::Send(kCommandType, next.data.data(), next.data.size(), true);
+  shim::Send(kCommandType, next.bytes.data(), next.bytes.size(), true);
 }
 
 }  // namespace android::hardware::bluetooth::hci

@@ -77,6 +77,26 @@ bool HciFlowControl::RefusesToQueue() const {
   return true;
 }
 
+HciFlowControl::HciCmdFrame& HciFlowControl::Queue(const uint8_t* data, size_t length) {
+  if (finished_.empty()) {
+    cmd_queue_.emplace_back();
+  } else {
+    cmd_queue_.splice(cmd_queue_.end(), finished_, finished_.begin());
+  }
+  HciCmdFrame& frame = cmd_queue_.back();
+  frame.bytes.assign(data, data + length);
+  frame.sent = false;
+  return frame;
+}
+
+void HciFlowControl::FinishFront() {
+  if (finished_.size() < kKeptFrames) {
+    finished_.splice(finished_.end(), cmd_queue_, cmd_queue_.begin());
+  } else {
+    cmd_queue_.pop_front();
+  }
+}
+
 uint64_t HciFlowControl::RefusedSends() { return refused_sends; }
 
 size_t HciFlowControl::Send(uint8_t type, const uint8_t* data, size_t length) {
@@ -84,12 +104,12 @@ size_t HciFlowControl::Send(uint8_t type, const uint8_t* data, size_t length) {
   if (RefusesToSend(__func__)) return 0;
   if (type == kCommandType) {
     if (RefusesToQueue()) return 0;
-    HciCmdFrame& frame = cmd_queue_.emplace_back(data, length);
+    HciCmdFrame& frame = Queue(data, length);
     if (cmd_queue_.size() > 1) {
-      LOG(DEBUG) << __func__ << ": HCI CMD Frame <" << toString(frame.data) << "> enqueued";
+      LOG(DEBUG) << __func__ << ": HCI CMD Frame <" << toString(HciPacket(frame.bytes)) << "> enqueued";
       return length;
     }
-    LOG(VERBOSE) << __func__ << ": HCI Command <" << toString(frame.data) << "> sending...";
+    LOG(VERBOSE) << __func__ << ": HCI Command <" << toString(HciPacket(frame.bytes)) << "> sending...";
     frame.sent = true;
   }
   return shim::Send(type, data, length, type == kCommandType);

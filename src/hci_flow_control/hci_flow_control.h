@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <memory>
 #include <vector>
 
@@ -26,6 +26,8 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
   // How many commands may wait behind each other. Nobody who listens to the controller comes near it; who goes on
   // sending to one that has fallen silent must not eat the memory.
   static constexpr size_t kMaxQueuedCommands = 8192;
+  // How many frames are kept for the next commands.
+  static constexpr size_t kKeptFrames = 8;
 
   // Connects the consumers to the path. They run without the lock. `owner` is the path's.
   explicit HciFlowControl(const Consumers& consumers, const H4Owner& owner = {});
@@ -66,15 +68,16 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
 
  private:
   struct HciCmdFrame {
-    HciCmdFrame(const uint8_t* bytes, size_t length) : data(bytes, bytes + length) {}
-
-    HciPacket data;
+    std::vector<uint8_t> bytes;
     bool sent = false;
   };
 
   bool Refuses(const char* operation) const;
   bool RefusesToSend(const char* operation) const;
   bool RefusesToQueue() const;
+  // A frame behind the others; one that was finished is used again, so that commands cost no memory in the long run.
+  HciCmdFrame& Queue(const uint8_t* data, size_t length);
+  void FinishFront();
   size_t SendOneByOne(const uint8_t* data, size_t length);
 
   bool HciEventPreProcess(const HciPacket& event);
@@ -84,7 +87,8 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
   bool FinishOutstanding(uint16_t opcode, const HciPacket& event);
   void SendNext();
 
-  std::deque<HciCmdFrame> cmd_queue_;
+  std::list<HciCmdFrame> cmd_queue_;
+  std::list<HciCmdFrame> finished_;  // at most kKeptFrames
   std::vector<HciEventWatcher*> event_watchers_;
   std::array<std::atomic<bool>, 256> watched_codes_{};  // those of event_watchers_; read without the lock
   bool send_batch_fallback_ = false;

@@ -84,8 +84,12 @@ void Deliver(const hci::HciPacket& packet, Delivery& delivery) {
   const auto cb = ConnectedClient();
   if (cb == nullptr) return delivery.missing.Log();
   const CallToClient call;
-  const std::vector<uint8_t> bytes(packet.begin(), packet.end());
+  // The interface wants a vector: one a thread, unless a call from within this one delivers something, too.
+  thread_local std::vector<uint8_t> kept;
+  std::vector<uint8_t> bytes = std::exchange(kept, {});
+  bytes.assign(packet.begin(), packet.end());
   if (!(cb.get()->*delivery.method)(bytes).isOk()) delivery.failed.Log();
+  kept = std::move(bytes);
 }
 
 void DeliverEvent(const hci::HciPacket& packet) {

@@ -3,16 +3,34 @@
 
 #include <stdio.h>
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
-#include <string>
+#include <cstdint>
+#include <string_view>
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
 
-// "<name>: <size> bytes", formatted once for each packet that crosses the service.
-inline std::string PacketText(const char* name, size_t size) {
-  char text[64];
-  const int length = snprintf(text, sizeof(text), "%s: %zu bytes", name, size);
-  return {text, static_cast<size_t>(length)};
-}
+// A text formatted once for each packet that crosses the service, kept within itself. What is longer is cut off.
+class PacketText {
+ public:
+  // "<name>: <size> bytes"
+  PacketText(const char* name, size_t size) { Format("%s: %zu bytes", name, size); }
+  // "<name>: 0x<opcode> - <size> bytes"
+  PacketText(const char* name, uint16_t opcode, size_t size) { Format("%s: 0x%04X - %zu bytes", name, opcode, size); }
+
+  // NOLINTNEXTLINE(google-explicit-constructor): it is nothing but a text
+  operator std::string_view() const { return {text_.data(), length_}; }
+
+ private:
+  template <typename... Args>
+  void Format(const char* format, Args... args) {
+    const int length = snprintf(text_.data(), text_.size(), format, args...);
+    length_ = std::min(static_cast<size_t>(length), text_.size() - 1);
+  }
+
+  std::array<char, 64> text_;
+  size_t length_ = 0;
+};
 
 }  // namespace android::hardware::bluetooth::aidl::qnlbtlinux

@@ -1,11 +1,8 @@
 #define LOG_TAG "bthal.aidl.qnlbtlinux"
 
-#include <android-base/logging.h>
 // The way down: from the client to the controller.
+#include <android-base/logging.h>
 
-#include <stdio.h>
-
-#include <string>
 #include <vector>
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
@@ -28,13 +25,6 @@ hci::HciPacket Lend(const std::vector<uint8_t>& bytes) {
   return packet;
 }
 
-std::string CommandText(const char* name, const hci::HciPacket& packet) {
-  char text[64];
-  const int length = snprintf(text, sizeof(text), "%s: 0x%02hhX%02hhX - %zu bytes", name, packet[1], packet[0],
-                              packet.size() + kTypeByteSize);
-  return {text, static_cast<size_t>(length)};
-}
-
 }  // namespace
 
 ::ndk::ScopedAStatus BluetoothHci::sendHciCommand(const std::vector<uint8_t>& packet) {
@@ -44,7 +34,8 @@ std::string CommandText(const char* name, const hci::HciPacket& packet) {
     return ::ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, "Wrong Command Size!");
   }
   const hci::HciPacket command = Lend(packet);
-  const DebugAnchor anchor(AnchorType::kSendHciCommand, CommandText(__func__, command));
+  const DebugAnchor anchor(AnchorType::kSendHciCommand,
+                           PacketText(__func__, hci::ReadOpcode(command, 0), command.size() + kTypeByteSize));
   BtActivitiesLogger::Get().LogActivities(BtActivitiesLogger::kCommand, command);
   VndSnoopLogger::Get().Capture(command, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
   sendDataToController(command_type_, command);
