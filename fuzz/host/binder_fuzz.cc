@@ -67,19 +67,30 @@ bool Prepare() {
   return true;
 }
 
-// A connection whose peer has said `data` and hung up.
-std::shared_ptr<Connection> Connect(const uint8_t* data, size_t size, unique_fd* peer) {
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) abort();
-  peer->reset(ends[1]);
-  if (size != 0 && send(ends[1], data, size, 0) != static_cast<ssize_t>(size)) abort();
-  shutdown(ends[1], SHUT_WR);
-  return std::make_shared<Connection>(1, unique_fd(ends[0]));
+// A socket whose peer, returned in `*peer`, has said `data` and hung up.
+unique_fd Said(const uint8_t* data, size_t size, unique_fd* peer) {
+  unique_fd own;
+  if (!android::base::Socketpair(SOCK_STREAM, &own, peer)) abort();
+  if (size != 0 && send(peer->get(), data, size, 0) != static_cast<ssize_t>(size)) abort();
+  shutdown(peer->get(), SHUT_WR);
+  return own;
+}
+
+struct Peer {
+  unique_fd calls;
+  unique_fd answers;
+};
+
+// A connection whose peer has said `data` over both sockets and hung up.
+std::shared_ptr<Connection> Connect(const uint8_t* data, size_t size, Peer* peer) {
+  unique_fd calls = Said(data, size, &peer->calls);
+  return std::make_shared<Connection>(1, std::move(calls), Said(data, size, &peer->answers));
 }
 
 void ServeAll(const std::shared_ptr<Connection>& connection) {
   for (;;) {
-    std::vector<bthal::binder::Job> jobs = connection->OnReadable();
+    std::vector<bthal::binder::Job> jobs;
+    connection->OnReadable(&jobs);
     if (jobs.empty()) return;
     for (auto& job : jobs) job.connection->Serve(std::move(job.call));
   }
@@ -90,15 +101,21 @@ void ServeAll(const std::shared_ptr<Connection>& connection) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const bool prepared = Prepare();
   if (!prepared || size > kMaxInput) return 0;
-  unique_fd peer;
+  Peer peer;
   {
     const auto connection = Connect(data, size, &peer);
     ServeAll(connection);
     connection->OnHangUp();
   }
+  {
+    // The peer's first bytes.
+    const auto connection = std::make_shared<Connection>(1, Said(data, size, &peer.calls));
+    ServeAll(connection);
+    connection->OnHangUp();
+  }
   const auto connection = Connect(data, size, &peer);
   AParcel question;
-  std::unique_ptr<AParcel> answer;
+  bthal::binder::ParcelPtr answer;
   connection->Call(1, FIRST_CALL_TRANSACTION, &question, -1, &answer);
   if (answer != nullptr) {
     ::ndk::ScopedAStatus status;

@@ -11,6 +11,7 @@
 
 #include "object.h"
 #include "process.h"
+#include "socket.h"
 
 namespace bthal::binder {
 namespace {
@@ -21,68 +22,80 @@ constexpr size_t kMaxQueuedBytes = 4 * kMaxBodyBytes;
 
 }  // namespace
 
-std::vector<Job> Connection::OnReadable() {
-  Harvest harvest;
+Connection::Connection(uint64_t id, android::base::unique_fd calls, android::base::unique_fd answers)
+    : id_(id), calls_(std::move(calls)), answers_(std::move(answers)) {}
+
+void Connection::OnReadable(std::vector<Job>* jobs) {
+  Harvest harvest{jobs};
   Lock lock(mutex_);
-  if (reading_) {
-    more_came_ = true;
-    return {};
+  if (calls_.reading) {
+    calls_.more_came = true;
+    return;
   }
-  // Whoever waits for an answer reads, and the pool is told again when none does.
-  if (entered_ != 0 || ended_) return {};
-  while (Read(lock, false, &harvest)) continue;
-  WakeNextReader();
-  lock.unlock();
-  return std::move(harvest.jobs);
+  if (ended_) return;
+  while (Read(lock, Way::kCalls, false, &harvest)) continue;
 }
 
 // Receives once and gives everybody what is theirs. Returns whether there may be more to receive at once.
-bool Connection::Read(Lock& lock, bool wait, Harvest* harvest) {
-  reading_ = true;
-  more_came_ = false;
+bool Connection::Read(Lock& lock, Way way, bool wait, Harvest* harvest) {
+  Lane& lane = LaneOf(way);
+  lane.reading = true;
+  lane.more_came = false;
   lock.unlock();
-  std::vector<Message> messages;
-  const MessageReader::Outcome outcome = reader_.Receive(fd(), wait, &messages);
+  const MessageReader::Outcome outcome = lane.reader.Receive(fd(way), wait, &lane.messages);
   lock.lock();
-  reading_ = false;
+  lane.reading = false;
+  bool good = true;
+  for (Message& message : lane.messages) {
+    good = good && !ended_ && Deliver(way, std::move(message), harvest);
+  }
+  lane.messages.clear();
   if (ended_) return false;
-  for (Message& message : messages) {
-    if (Deliver(std::move(message), harvest)) continue;
-    Close("a message that makes no sense");
-    End();
-    return false;
-  }
+  if (!good) Close("a message that makes no sense");
   if (outcome == MessageReader::Outcome::kMalformed) Close("a malformed message");
-  if (outcome == MessageReader::Outcome::kMalformed || outcome == MessageReader::Outcome::kEnd) {
+  if (!good || outcome == MessageReader::Outcome::kMalformed || outcome == MessageReader::Outcome::kEnd) {
     End();
     return false;
   }
-  return outcome == MessageReader::Outcome::kMore || more_came_;
+  return outcome == MessageReader::Outcome::kMore || lane.more_came;
 }
 
-bool Connection::Deliver(Message message, Harvest* harvest) {
-  if (message.header.type == MessageType::kRelease) return DeliverRelease(message.header, harvest);
+bool Connection::Deliver(Way way, Message message, Harvest* harvest) {
+  const Header& header = message.header;
+  // Nothing else comes before the peer's first message, and that comes once.
+  if ((header.type == MessageType::kConnect) != (fd(Way::kAnswers) < 0)) return false;
+  if (header.type == MessageType::kConnect) return TakeAnswersSocket(std::move(message.descriptor));
+  if (header.type == MessageType::kRelease) return way == Way::kCalls && DeliverRelease(header, harvest);
   Incoming incoming;
   bool good = FindObjects(&message, &incoming);
-  if (good && message.header.type == MessageType::kReply) {
-    good = DeliverReply(&incoming);
+  if (good && incoming.header.type == MessageType::kReply) {
+    good = way == Way::kAnswers && DeliverReply(&incoming);
   } else if (good) {
-    good = DeliverCall(&incoming, harvest);
+    good = DeliverCall(way, &incoming, harvest);
   }
   if (incoming.parcel != nullptr) harvest->dropped.push_back(std::move(incoming));
   return good;
 }
 
+bool Connection::TakeAnswersSocket(android::base::unique_fd socket) {
+  if (!IsStreamSocket(socket.get())) return false;
+  answers_.socket = std::move(socket);
+  answers_.fd = answers_.socket.get();
+  // A close that came in between has shut down the other one only.
+  if (!alive()) ShutDown();
+  return buried_ || Process::Get().WatchAnswers(*this);
+}
+
 bool Connection::DeliverReply(Incoming* reply) {
   Waiter* waiter = FindWaiter(reply->header.call);
-  if (waiter == nullptr || waiter->answered) return false;
-  waiter->answered = true;
-  waiter->inbox.push_back(std::move(*reply));
+  if (waiter == nullptr || waiter->reply.has_value()) return false;
+  waiter->reply = std::move(*reply);
   waiter->wake.notify_one();
   return true;
 }
 
-bool Connection::DeliverCall(Incoming* call, Harvest* harvest) {
+bool Connection::DeliverCall(Way way, Incoming* call, Harvest* harvest) {
+  if ((call->header.nested != 0) != (way == Way::kAnswers)) return false;
   // Nobody waits for the answer to a dead peer's call.
   if (buried_) return true;
   if (call->header.target != kServiceListId) {
@@ -95,11 +108,11 @@ bool Connection::DeliverCall(Incoming* call, Harvest* harvest) {
   ++queued_;
   queued_bytes_ += bytes;
   Waiter* waiter = call->header.nested == 0 ? nullptr : FindWaiter(call->header.nested);
-  if (waiter != nullptr && !waiter->answered) {
-    waiter->inbox.push_back(std::move(*call));
+  if (waiter != nullptr && !waiter->reply.has_value()) {
+    waiter->calls.push_back(std::move(*call));
     waiter->wake.notify_one();
   } else {
-    harvest->jobs.push_back({shared_from_this(), std::move(*call)});
+    harvest->jobs->push_back({shared_from_this(), std::move(*call)});
   }
   return true;
 }
@@ -111,8 +124,9 @@ bool Connection::DeliverRelease(const Header& header, Harvest* harvest) {
   found->second.references -= header.call;
   if (found->second.references != 0) return true;
   export_ids_.erase(found->second.object.get());
-  harvest->released.push_back(std::move(found->second.object));
-  exports_.erase(found);
+  found->second.given_back_before = next_call_;
+  ++given_back_;
+  DropGivenBack(&harvest->released);
   return true;
 }
 
@@ -126,13 +140,20 @@ Connection::Waiter* Connection::FindWaiter(uint64_t call) {
 void Connection::End() {
   alive_ = false;
   ended_ = true;
+  ShutDown();
   for (Waiter* waiter : waiters_) waiter->wake.notify_one();
+}
+
+// Whoever reads is woken, and the watching thread learns of the end, whichever socket it began with.
+void Connection::ShutDown() {
+  shutdown(fd(Way::kCalls), SHUT_RDWR);
+  if (fd(Way::kAnswers) >= 0) shutdown(fd(Way::kAnswers), SHUT_RDWR);
 }
 
 void Connection::Close(const char* why) {
   if (!alive_.exchange(false)) return;
   LOG(WARNING) << "closing the connection to a process: " << why;
-  shutdown(fd(), SHUT_RDWR);
+  ShutDown();
 }
 
 }  // namespace bthal::binder

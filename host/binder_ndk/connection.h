@@ -7,10 +7,10 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,7 +30,7 @@ class RemoteObject;
 // A message with its objects found.
 struct Incoming {
   Header header;
-  std::unique_ptr<AParcel> parcel;
+  ParcelPtr parcel;
   ndk::SpAIBinder target;  // of a call; null for the list of services
   android::base::unique_fd descriptor;
 };
@@ -41,38 +41,45 @@ struct Job {
   Incoming call;
 };
 
-// Who reads: a thread that waits for an answer reads the socket itself, so that the answer needs no hand-over. Of
-// several such threads one reads and gives the others what is theirs. While none waits, the thread pool reads. A call
-// from the peer that is made on behalf of a call that waits here is served by the thread that waits; any other goes to
-// the pool.
+// Which of a connection's sockets.
+enum class Way { kCalls, kAnswers };
+
+// Who reads: a thread of the pool the calls; a thread that waits for an answer the answers, so that neither wakes the
+// other. Of several threads that wait one reads and gives the others what is theirs. A call from the peer that is made
+// on behalf of a call that waits here comes with the answers, and is served by the thread that waits.
 //
 // Who writes: the sender of a message, as far as the peer takes it at once; the process's watching thread sends the
 // rest. No thread waits for a peer to read, unless for the answer to a call of its own.
 //
-// Any thread. While the socket is read or foreign code runs, no lock is held.
+// Any thread. While a socket is read or foreign code runs, no lock is held.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
-  // `id` tells the connections of the process apart.
-  Connection(uint64_t id, android::base::unique_fd socket) : id_(id), socket_(std::move(socket)) {}
+  // `id` tells the connections of the process apart. The side that has connected brings both sockets, and has Introduce
+  // called; on the other side `answers` is invalid, until the peer's first message brings it.
+  Connection(uint64_t id, android::base::unique_fd calls, android::base::unique_fd answers = {});
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
   uint64_t id() const { return id_; }
-  int fd() const { return socket_.get(); }
+  // -1 for the answers' as long as the peer has not brought it.
+  int fd(Way way = Way::kCalls) const { return LaneOf(way).fd.load(); }
   // False from the moment that anybody found the peer gone.
   bool alive() const { return alive_.load(); }
 
+  // Gives the peer its end of the answers' socket. Before anything else is sent.
+  void Introduce(int peers_end);
+
   // Calls the peer's object `target` and waits for the outcome; `descriptor` -1 for none. On STATUS_OK `*out` is the
   // answer. See AIBinder_transact.
-  binder_status_t Call(uint64_t target, int32_t code, AParcel* in, int descriptor, std::unique_ptr<AParcel>* out);
+  binder_status_t Call(uint64_t target, int32_t code, AParcel* in, int descriptor, ParcelPtr* out);
 
-  // Reads what has come, without waiting, unless another thread does; returns the calls among it that are for the pool.
-  std::vector<Job> OnReadable();
+  // Reads the calls that have come, without waiting, unless another thread does, and appends them to `jobs`.
+  void OnReadable(std::vector<Job>* jobs);
   // Runs a call of the peer and answers it.
   void Serve(Incoming call);
 
   // The socket takes more of what waits to be sent.
-  void OnRoom();
+  void OnRoom(Way way);
 
   // The peer has hung up: nothing is exported from now on. Returns whom to tell, and what the peer had referred to.
   // Once.
@@ -84,72 +91,85 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void Forget(RemoteObject* proxy);
 
  private:
+  struct Lane {
+    explicit Lane(android::base::unique_fd fd_of_lane) : socket(std::move(fd_of_lane)), fd(socket.get()) {}
+
+    android::base::unique_fd socket;
+    std::atomic<int> fd;     // `socket`, set once
+    std::mutex write_mutex;  // guards outbox; not taken with mutex_ held
+    Outbox outbox;
+
+    bool reading = false;    // under mutex_
+    bool more_came = false;  // while a thread of the pool was reading; under mutex_
+    MessageReader reader;    // of the thread that set `reading`, otherwise nobody's
+    std::vector<Message> messages;
+  };
   // A thread that waits for an answer.
   struct Waiter {
     uint64_t call = 0;
-    bool answered = false;
-    std::deque<Incoming> inbox;
+    std::vector<Incoming> calls;  // made on its behalf
+    std::optional<Incoming> reply;
+    bool asleep = false;  // waits for another thread that reads
     std::condition_variable wake;
-    bool entered = false;  // waits, and does not serve a nested call
-    bool asleep = false;   // waits for another thread that reads
   };
   struct Export {
     ndk::SpAIBinder object;
     uint64_t references;
+    uint64_t given_back_before = 0;  // the call next made when the last reference went
   };
   // What a round of reading found. Destroyed without the lock, because objects may go with it.
   struct Harvest {
-    std::vector<Job> jobs;
-    std::vector<Incoming> dropped;
-    std::vector<ndk::SpAIBinder> released;
+    std::vector<Job>* jobs;
+    std::vector<Incoming> dropped = {};
+    std::vector<ndk::SpAIBinder> released = {};
   };
   using Lock = std::unique_lock<std::mutex>;
 
+  Lane& LaneOf(Way way) { return way == Way::kCalls ? calls_ : answers_; }
+  const Lane& LaneOf(Way way) const { return way == Way::kCalls ? calls_ : answers_; }
+
   // connection.cc: reading, and who gets what
-  bool Read(Lock& lock, bool wait, Harvest* harvest);
-  bool Deliver(Message message, Harvest* harvest);
+  bool Read(Lock& lock, Way way, bool wait, Harvest* harvest);
+  bool Deliver(Way way, Message message, Harvest* harvest);
+  bool TakeAnswersSocket(android::base::unique_fd socket);
   bool DeliverReply(Incoming* reply);
-  bool DeliverCall(Incoming* call, Harvest* harvest);
+  bool DeliverCall(Way way, Incoming* call, Harvest* harvest);
   bool DeliverRelease(const Header& header, Harvest* harvest);
   Waiter* FindWaiter(uint64_t call);
   void End();
+  void ShutDown();
 
   // connection_call.cc: waiting for answers
-  void Enter(Waiter* waiter);
-  void Leave(Waiter* waiter);
-  void WakeNextReader();
   bool Await(Waiter* waiter, Incoming* reply);
+  void WakeNextReader();
 
   // connection_objects.cc: what the two processes refer to
   binder_status_t MarkObjects(AParcel* parcel);
   uint64_t ExportId(AIBinder* object);
   bool FindObjects(Message* message, Incoming* incoming);
   ndk::SpAIBinder FindObject(const AParcel& at_object);
+  void DropGivenBack(std::vector<ndk::SpAIBinder>* released);
 
   // connection_send.cc
-  binder_status_t Send(Header header, AParcel* parcel, int descriptor);
-  binder_status_t Write(iovec* parts, size_t count, int descriptor, bool awaited);
+  binder_status_t Send(Way way, Header header, AParcel* parcel, int descriptor);
+  binder_status_t Write(Way way, iovec* parts, size_t count, int descriptor, bool awaited);
 
   const uint64_t id_;
-  const android::base::unique_fd socket_;
   std::atomic<bool> alive_{true};
-  std::mutex write_mutex_;  // guards outbox_; not taken with mutex_ held
-  Outbox outbox_;
+  Lane calls_;
+  Lane answers_;
 
   std::mutex mutex_;
-  MessageReader reader_;  // of the thread that set reading_, otherwise nobody's
-  bool reading_ = false;
-  bool more_came_ = false;  // while a thread of the pool was reading
-  bool ended_ = false;      // nothing more is read
-  bool buried_ = false;     // OnHangUp was called
+  bool ended_ = false;   // nothing more is read
+  bool buried_ = false;  // OnHangUp was called
   std::vector<Waiter*> waiters_;
-  size_t entered_ = 0;  // waiters that have entered
-  size_t queued_ = 0;   // calls of the peer that nobody has begun to serve
+  size_t queued_ = 0;  // calls of the peer that nobody has begun to serve
   size_t queued_bytes_ = 0;
   uint64_t next_call_ = 1;
   uint64_t next_export_ = kServiceListId + 1;
   std::map<uint64_t, Export> exports_;
-  std::map<const AIBinder*, uint64_t> export_ids_;
+  std::map<const AIBinder*, uint64_t> export_ids_;  // of those that the peer refers to
+  size_t given_back_ = 0;                           // exports that it no longer refers to
   std::map<uint64_t, RemoteObject*> proxies_;
 };
 

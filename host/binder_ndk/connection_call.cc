@@ -30,15 +30,13 @@ uint64_t ServedCallOf(const Connection* connection) {
   return found == served.rend() ? 0 : found->call;
 }
 
-binder_status_t Connection::Call(uint64_t target, int32_t code, AParcel* in, int descriptor,
-                                 std::unique_ptr<AParcel>* out) {
+binder_status_t Connection::Call(uint64_t target, int32_t code, AParcel* in, int descriptor, ParcelPtr* out) {
   Waiter waiter;
   {
     const Lock lock(mutex_);
     if (ended_ || buried_) return STATUS_DEAD_OBJECT;
     waiter.call = next_call_++;
     waiters_.push_back(&waiter);
-    Enter(&waiter);
   }
   Header header{};
   header.type = MessageType::kCall;
@@ -46,33 +44,24 @@ binder_status_t Connection::Call(uint64_t target, int32_t code, AParcel* in, int
   header.target = target;
   header.nested = ServedCallOf(this);
   header.code = code;
-  binder_status_t status = Send(header, in, descriptor);
+  // The thread that waits at the other end for the answer to the call that is served here reads answers only.
+  binder_status_t status = Send(header.nested == 0 ? Way::kCalls : Way::kAnswers, header, in, descriptor);
   Incoming reply{};
   if (status == STATUS_OK && !Await(&waiter, &reply)) status = STATUS_DEAD_OBJECT;
+  std::vector<ndk::SpAIBinder> released;  // destroyed without the lock
   {
     const Lock lock(mutex_);
-    Leave(&waiter);
     std::erase(waiters_, &waiter);
+    WakeNextReader();
+    DropGivenBack(&released);
   }
   if (status == STATUS_OK) status = reply.header.code;
   if (status == STATUS_OK) *out = std::move(reply.parcel);
   return status;
 }
 
-// From now on the waiter, not the pool, reads.
-void Connection::Enter(Waiter* waiter) {
-  waiter->entered = true;
-  if (entered_++ == 0) Process::Get().pool().Pause(*this);
-}
-
-void Connection::Leave(Waiter* waiter) {
-  if (!std::exchange(waiter->entered, false)) return;
-  if (--entered_ == 0) Process::Get().pool().Resume(*this);
-  WakeNextReader();
-}
-
 void Connection::WakeNextReader() {
-  if (reading_ || ended_) return;
+  if (answers_.reading || ended_) return;
   const auto asleep =
       std::find_if(waiters_.begin(), waiters_.end(), [](const Waiter* waiter) { return waiter->asleep; });
   if (asleep != waiters_.end()) (*asleep)->wake.notify_one();
@@ -80,32 +69,32 @@ void Connection::WakeNextReader() {
 
 // Returns false when the connection has ended without an answer.
 bool Connection::Await(Waiter* waiter, Incoming* reply) {
+  std::vector<Job> jobs;
+  Harvest harvest{&jobs};
   Lock lock(mutex_);
   for (;;) {
-    if (!waiter->inbox.empty()) {
-      Incoming incoming = std::move(waiter->inbox.front());
-      waiter->inbox.pop_front();
-      if (incoming.header.type == MessageType::kReply) {
-        *reply = std::move(incoming);
-        return true;
-      }
-      Leave(waiter);
+    if (!waiter->calls.empty()) {
+      Incoming call = std::move(waiter->calls.front());
+      waiter->calls.erase(waiter->calls.begin());
+      WakeNextReader();
       lock.unlock();
-      Serve(std::move(incoming));
+      Serve(std::move(call));
       lock.lock();
-      Enter(waiter);
+    } else if (waiter->reply.has_value()) {
+      *reply = std::move(*waiter->reply);
+      return true;
     } else if (ended_) {
       return false;
-    } else if (reading_) {
+    } else if (answers_.reading) {
       waiter->asleep = true;
       waiter->wake.wait(lock);
       waiter->asleep = false;
     } else {
-      Harvest harvest;
-      Read(lock, true, &harvest);
+      Read(lock, Way::kAnswers, true, &harvest);
+      if (jobs.empty() && harvest.dropped.empty()) continue;
       lock.unlock();
-      Process::Get().pool().Add(std::move(harvest.jobs));
-      harvest = {};
+      Process::Get().pool().Add(&jobs);
+      harvest.dropped.clear();
       lock.lock();
     }
   }
@@ -119,19 +108,19 @@ void Connection::Serve(Incoming call) {
     // The answer would reach nobody, and what the call asks for may be meant for the peer's life only.
     if (buried_) return;
   }
-  AParcel answer;
+  const ParcelPtr answer = NewParcel();
   ServedByThisThread().push_back({this, call.header.call});
   Header header{};
   header.type = MessageType::kReply;
   header.call = call.header.call;
-  header.code = Execute(call.target.get(), call.header.code, *call.parcel, call.descriptor.get(), &answer);
+  header.code = Execute(call.target.get(), call.header.code, *call.parcel, call.descriptor.get(), answer.get());
   ServedByThisThread().pop_back();
   const bool good = header.code == STATUS_OK;
-  const binder_status_t sent = Send(header, good ? &answer : nullptr, -1);
+  const binder_status_t sent = Send(Way::kAnswers, header, good ? answer.get() : nullptr, -1);
   if (sent == STATUS_OK || sent == STATUS_DEAD_OBJECT) return;
   // The answer cannot be sent, but that it cannot can.
   header.code = sent;
-  Send(header, nullptr, -1);
+  Send(Way::kAnswers, header, nullptr, -1);
 }
 
 }  // namespace bthal::binder

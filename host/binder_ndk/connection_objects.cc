@@ -1,6 +1,7 @@
 // What the two processes refer to of one another's objects.
 #include <string.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "connection.h"
@@ -47,9 +48,8 @@ bool Connection::FindObjects(Message* message, Incoming* incoming) {
   const size_t table_bytes = message->header.objects * sizeof(uint32_t);
   incoming->header = message->header;
   incoming->descriptor = std::move(message->descriptor);
-  incoming->parcel = std::make_unique<AParcel>();
+  incoming->parcel = std::move(message->body);
   AParcel& parcel = *incoming->parcel;
-  parcel.data = std::move(message->body);
   std::vector<uint32_t> offsets(message->header.objects);
   const size_t data_bytes = parcel.data.size() - table_bytes;
   if (table_bytes != 0) memcpy(offsets.data(), parcel.data.data() + data_bytes, table_bytes);
@@ -80,12 +80,12 @@ ndk::SpAIBinder Connection::FindObject(const AParcel& at_object) {
   }
   if (kind != static_cast<uint32_t>(ObjectKind::kSenders)) return {};
   at_object.position += kObjectDescriptorOffset;
-  std::string descriptor;
+  std::string_view descriptor;
   if (!ReadText(at_object, &descriptor)) return {};
   RemoteObject*& proxy = proxies_[id];
   // A proxy whose last reference goes in this moment is replaced; it knows that it is no longer the one listed.
   if (proxy == nullptr || !proxy->TryAddStrong()) {
-    proxy = new RemoteObject(shared_from_this(), id, std::move(descriptor));
+    proxy = new RemoteObject(shared_from_this(), id, std::string(descriptor));
   }
   ++proxy->received;
   return ndk::SpAIBinder(proxy);
@@ -102,15 +102,31 @@ void Connection::Forget(RemoteObject* proxy) {
     header.call = proxy->received;
     if (ended_ || buried_) return;
   }
-  Send(header, nullptr, -1);
+  Send(Way::kCalls, header, nullptr, -1);
+}
+
+// What the peer no longer refers to may still be on its way home in an answer, because the reference is given back over
+// the other socket: it stays until every call has returned that was under way then.
+void Connection::DropGivenBack(std::vector<ndk::SpAIBinder>* released) {
+  if (given_back_ == 0) return;
+  uint64_t oldest = next_call_;
+  for (const Waiter* waiter : waiters_) oldest = std::min(oldest, waiter->call);
+  for (auto entry = exports_.begin(); entry != exports_.end();) {
+    Export& exported = entry->second;
+    const bool gone = exported.references == 0 && exported.given_back_before <= oldest;
+    if (gone) released->push_back(std::move(exported.object));
+    if (gone) --given_back_;
+    entry = gone ? exports_.erase(entry) : std::next(entry);
+  }
 }
 
 Estate Connection::OnHangUp() {
   Estate estate;
   alive_ = false;
-  {
-    const std::lock_guard lock(write_mutex_);
-    outbox_.Clear();
+  ShutDown();
+  for (Lane* lane : {&calls_, &answers_}) {
+    const std::lock_guard lock(lane->write_mutex);
+    lane->outbox.Clear();
   }
   const Lock lock(mutex_);
   if (std::exchange(buried_, true)) return estate;

@@ -15,7 +15,7 @@ constexpr size_t kMaxUnreadBytes = kMaxBodyBytes;
 
 // Does not wait for the peer. STATUS_DEAD_OBJECT: it is gone. STATUS_FAILED_TRANSACTION: too large; nothing was sent
 // then.
-binder_status_t Connection::Send(Header header, AParcel* parcel, int descriptor) {
+binder_status_t Connection::Send(Way way, Header header, AParcel* parcel, int descriptor) {
   std::vector<uint32_t> offsets;
   if (parcel != nullptr) {
     const size_t table_bytes = parcel->objects.size() * sizeof(uint32_t);
@@ -35,29 +35,37 @@ binder_status_t Connection::Send(Header header, AParcel* parcel, int descriptor)
   iovec parts[] = {{&header, sizeof(header)},
                    {parcel == nullptr ? nullptr : parcel->data.data(), parcel == nullptr ? 0 : parcel->data.size()},
                    {offsets.data(), offsets.size() * sizeof(uint32_t)}};
-  return Write(parts, std::size(parts), descriptor, header.type == MessageType::kCall);
+  return Write(way, parts, std::size(parts), descriptor, header.type == MessageType::kCall);
 }
 
-binder_status_t Connection::Write(iovec* parts, size_t count, int descriptor, bool awaited) {
-  const std::lock_guard lock(write_mutex_);
+binder_status_t Connection::Write(Way way, iovec* parts, size_t count, int descriptor, bool awaited) {
+  Lane& lane = LaneOf(way);
+  const std::lock_guard lock(lane.write_mutex);
   if (!alive()) return STATUS_DEAD_OBJECT;
-  if (!awaited && outbox_.unawaited_bytes() >= kMaxUnreadBytes) {
+  if (!awaited && lane.outbox.unawaited_bytes() >= kMaxUnreadBytes) {
     Close("it does not read its answers");
     return STATUS_DEAD_OBJECT;
   }
-  const bool all_sent_before = outbox_.empty();
-  if (!outbox_.Send(fd(), parts, count, descriptor, awaited)) {
+  const bool all_sent_before = lane.outbox.empty();
+  if (!lane.outbox.Send(fd(way), parts, count, descriptor, awaited)) {
     Close("it does not take what is written to it");
     return STATUS_DEAD_OBJECT;
   }
-  if (all_sent_before && !outbox_.empty()) Process::Get().AwaitRoom(*this, true);
+  if (all_sent_before && !lane.outbox.empty()) Process::Get().AwaitRoom(*this, way, true);
   return STATUS_OK;
 }
 
-void Connection::OnRoom() {
-  const std::lock_guard lock(write_mutex_);
-  if (!outbox_.Flush(fd())) Close("it does not take what is written to it");
-  if (outbox_.empty() || !alive()) Process::Get().AwaitRoom(*this, false);
+void Connection::OnRoom(Way way) {
+  Lane& lane = LaneOf(way);
+  const std::lock_guard lock(lane.write_mutex);
+  if (!lane.outbox.Flush(fd(way))) Close("it does not take what is written to it");
+  if (lane.outbox.empty() || !alive()) Process::Get().AwaitRoom(*this, way, false);
+}
+
+void Connection::Introduce(int peers_end) {
+  Header header{};
+  header.type = MessageType::kConnect;
+  Send(Way::kCalls, header, nullptr, peers_end);
 }
 
 }  // namespace bthal::binder

@@ -21,12 +21,14 @@ bool IsWellFormed(const Header& header) {
   }
   if ((header.flags & ~kHasDescriptor) != 0) return false;
   const bool is_dump = header.type == MessageType::kCall && header.code == kDumpCode;
-  if (((header.flags & kHasDescriptor) != 0) != is_dump) return false;
+  const bool brings_one = is_dump || header.type == MessageType::kConnect;
+  if (((header.flags & kHasDescriptor) != 0) != brings_one) return false;
   switch (header.type) {
     case MessageType::kCall:
     case MessageType::kReply:
       return true;
     case MessageType::kRelease:
+    case MessageType::kConnect:
       return header.size == 0;
   }
   return false;
@@ -55,7 +57,8 @@ MessageReader::Outcome MessageReader::Receive(int fd, bool wait, std::vector<Mes
   const size_t room = buffer_.size() - end_;
   bool with_descriptor = false;
   const ssize_t count = ReceiveBytes(fd, wait, &with_descriptor);
-  if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return Outcome::kDrained;
+  // A peer that makes a socket of its own non-blocking under a thread that waits is not waited for.
+  if (count < 0 && !wait && (errno == EAGAIN || errno == EWOULDBLOCK)) return Outcome::kDrained;
   if (count <= 0) return Outcome::kEnd;
   end_ += static_cast<size_t>(count);
   if (!Cut(messages)) return Outcome::kMalformed;
@@ -103,7 +106,8 @@ bool MessageReader::Cut(std::vector<Message>* messages) {
     if (!IsWellFormed(header)) return false;
     if (end_ - begin_ - sizeof(Header) < header.size) break;
     const uint8_t* body = buffer_.data() + begin_ + sizeof(Header);
-    Message message{header, std::vector<uint8_t>(body, body + header.size), {}};
+    Message message{header, NewParcel(), {}};
+    message.body->data.assign(body, body + header.size);
     if ((header.flags & kHasDescriptor) != 0) {
       if (descriptor_.get() < 0) return false;
       message.descriptor = std::move(descriptor_);

@@ -7,13 +7,14 @@
 #include <cstdint>
 #include <vector>
 
+#include "parcel.h"
 #include "wire.h"
 
 namespace bthal::binder {
 
 struct Message {
   Header header;
-  std::vector<uint8_t> body;
+  ParcelPtr body;  // its data alone
   android::base::unique_fd descriptor;
 };
 

@@ -64,16 +64,16 @@ void bthal::binder::WriteText(AParcel* parcel, std::string_view text) {
   WriteBytes(parcel, text.data() == nullptr ? "" : text.data(), static_cast<int32_t>(text.size()));
 }
 
-bool bthal::binder::ReadText(const AParcel& parcel, std::string* text) {
+bool bthal::binder::ReadText(const AParcel& parcel, std::string_view* text) {
   const uint8_t* bytes = nullptr;
   uint32_t size = 0;
   if (ReadBytes(&parcel, &bytes, &size) != STATUS_OK || bytes == nullptr) return false;
-  text->assign(reinterpret_cast<const char*>(bytes), size);
+  *text = {reinterpret_cast<const char*>(bytes), size};
   return true;
 }
 
-AParcel* AParcel_create() { return new AParcel; }
-void AParcel_delete(AParcel* parcel) { delete parcel; }
+AParcel* AParcel_create() { return bthal::binder::TakeParcel(); }
+void AParcel_delete(AParcel* parcel) { bthal::binder::GiveParcelBack(parcel); }
 int32_t AParcel_getDataSize(const AParcel* parcel) { return static_cast<int32_t>(parcel->data.size()); }
 int32_t AParcel_getDataPosition(const AParcel* parcel) { return static_cast<int32_t>(parcel->position); }
 

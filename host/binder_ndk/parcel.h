@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,6 +31,15 @@ struct AParcel {
 
 namespace bthal::binder {
 
+// A parcel that is done with serves again, with the memory of its data: a thread keeps a few.
+AParcel* TakeParcel();
+void GiveParcelBack(AParcel* parcel);
+struct ParcelGiver {
+  void operator()(AParcel* parcel) const { GiveParcelBack(parcel); }
+};
+using ParcelPtr = std::unique_ptr<AParcel, ParcelGiver>;
+inline ParcelPtr NewParcel() { return ParcelPtr(TakeParcel()); }
+
 inline constexpr size_t kObjectKindOffset = 0;
 inline constexpr size_t kObjectIdOffset = 4;
 inline constexpr size_t kObjectDescriptorOffset = 12;
@@ -41,8 +51,8 @@ enum class ObjectKind : uint32_t {
 };
 
 void WriteText(AParcel* parcel, std::string_view text);
-// Reads a string that is not null; false when there is none where the parcel stands.
-bool ReadText(const AParcel& parcel, std::string* text);
+// Reads a string that is not null, and lives as long as the parcel's data; false when there is none where it stands.
+bool ReadText(const AParcel& parcel, std::string_view* text);
 
 // The length of a null string or array.
 inline constexpr uint32_t kNullLength = UINT32_MAX;

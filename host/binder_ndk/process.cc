@@ -75,7 +75,9 @@ void Process::AfterForkInParent() {
 void Process::AfterForkInChild() {
   if (Process* process = g_process.exchange(nullptr)) {
     const int harmless = open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (const auto& [id, connection] : process->connections_) dup3(harmless, connection->fd(), O_CLOEXEC);
+    for (const auto& [id, connection] : process->connections_) {
+      for (const Way way : {Way::kCalls, Way::kAnswers}) dup3(harmless, connection->fd(way), O_CLOEXEC);
+    }
     if (process->listener_.get() >= 0) dup3(harmless, process->listener_.get(), O_CLOEXEC);
     dup3(harmless, process->watched_.get(), O_CLOEXEC);
     dup3(harmless, process->wake_.get(), O_CLOEXEC);
@@ -100,9 +102,17 @@ std::shared_ptr<Connection> Process::ConnectTo(const std::string& name) {
     LOG(ERROR) << "the service at " << name << " runs as another user and is not called";
     return nullptr;
   }
+  unique_fd answers;
+  unique_fd peers_end;
+  if (!android::base::Socketpair(AF_UNIX, SOCK_STREAM, 0, &answers, &peers_end)) {
+    PLOG(ERROR) << "no socket for the answers of " << name;
+    return nullptr;
+  }
   const std::lock_guard lock(mutex_);
-  std::shared_ptr<Connection> connection = AdoptLocked(std::move(socket));
-  if (connection != nullptr) by_name_[name] = connection->id();
+  std::shared_ptr<Connection> connection = AdoptLocked(std::move(socket), std::move(answers));
+  if (connection == nullptr) return nullptr;
+  connection->Introduce(peers_end.get());
+  by_name_[name] = connection->id();
   return connection;
 }
 
@@ -115,17 +125,10 @@ void Process::Listen(unique_fd socket) {
   WakeWatcher();
 }
 
-std::shared_ptr<Connection> Process::Adopt(unique_fd socket) {
-  const std::lock_guard lock(mutex_);
-  return AdoptLocked(std::move(socket));
-}
-
-std::shared_ptr<Connection> Process::AdoptLocked(unique_fd socket) {
-  auto connection = std::make_shared<Connection>(next_id_++, std::move(socket));
-  epoll_event event{};
-  event.events = EPOLLRDHUP;
-  event.data.u64 = connection->id();
-  if (epoll_ctl(watched_.get(), EPOLL_CTL_ADD, connection->fd(), &event) != 0) {
+std::shared_ptr<Connection> Process::AdoptLocked(unique_fd calls, unique_fd answers) {
+  const bool has_answers = answers.get() >= 0;
+  auto connection = std::make_shared<Connection>(next_id_++, std::move(calls), std::move(answers));
+  if (!WatchSocket(EPOLL_CTL_ADD, *connection, Way::kCalls, false) || (has_answers && !WatchAnswers(*connection))) {
     PLOG(ERROR) << "cannot watch a connection";
     return nullptr;
   }
@@ -167,12 +170,20 @@ void Process::Watch() {
   }
 }
 
-void Process::AwaitRoom(const Connection& connection, bool wanted) {
+bool Process::WatchSocket(int operation, const Connection& connection, Way way, bool room) {
   epoll_event event{};
-  event.events = EPOLLRDHUP | (wanted ? EPOLLOUT : 0U);
-  event.data.u64 = connection.id();
-  // Fails for a connection that is no longer watched, which is as good.
-  epoll_ctl(watched_.get(), EPOLL_CTL_MOD, connection.fd(), &event);
+  event.events = EPOLLRDHUP | (room ? EPOLLOUT : 0U);
+  event.data.u64 = connection.id() << 1 | (way == Way::kAnswers ? 1 : 0);
+  return epoll_ctl(watched_.get(), operation, connection.fd(way), &event) == 0;
+}
+
+// Fails for a connection that is no longer watched, which is as good.
+void Process::AwaitRoom(const Connection& connection, Way way, bool wanted) {
+  WatchSocket(EPOLL_CTL_MOD, connection, way, wanted);
+}
+
+bool Process::WatchAnswers(const Connection& connection) {
+  return WatchSocket(EPOLL_CTL_ADD, connection, Way::kAnswers, false);
 }
 
 void Process::HandleConnections() {
@@ -181,10 +192,11 @@ void Process::HandleConnections() {
   do {
     count = TEMP_FAILURE_RETRY(epoll_wait(watched_.get(), events, std::size(events), 0));
     for (int i = 0; i < count; ++i) {
+      const uint64_t id = events[i].data.u64 >> 1;
       if (events[i].events != EPOLLOUT) {
-        Bury(events[i].data.u64);
-      } else if (const auto connection = FindConnection(events[i].data.u64)) {
-        connection->OnRoom();
+        Bury(id);
+      } else if (const auto connection = FindConnection(id)) {
+        connection->OnRoom((events[i].data.u64 & 1) == 0 ? Way::kCalls : Way::kAnswers);
       }
     }
   } while (count == std::size(events));
@@ -201,8 +213,12 @@ void Process::Bury(uint64_t id) {
     std::erase_if(by_name_, [&](const auto& entry) { return entry.second == id; });
   }
   pool_.Unwatch(*connection);
-  epoll_ctl(watched_.get(), EPOLL_CTL_DEL, connection->fd(), nullptr);
-  undertaker_.Settle(connection->OnHangUp());
+  // First, because the peer's other socket may come in this moment, to be watched unless the hang-up was seen.
+  Estate estate = connection->OnHangUp();
+  for (const Way way : {Way::kCalls, Way::kAnswers}) {
+    epoll_ctl(watched_.get(), EPOLL_CTL_DEL, connection->fd(way), nullptr);
+  }
+  undertaker_.Settle(std::move(estate));
 }
 
 bool Process::MayAccept() {
@@ -237,7 +253,7 @@ void Process::Accept() {
   }
   const std::lock_guard lock(mutex_);
   if (HasPlaceFor(peer.uid)) {
-    AdoptLocked(std::move(socket));
+    AdoptLocked(std::move(socket), {});
   } else {
     SayTurnedAway(peer);
   }

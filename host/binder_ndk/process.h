@@ -38,12 +38,11 @@ class Process {
   std::shared_ptr<Connection> ConnectTo(const std::string& name);
   // Takes the connections that come to `socket`. Once.
   void Listen(android::base::unique_fd socket);
-  // A connection over a socket that is connected already.
-  std::shared_ptr<Connection> Adopt(android::base::unique_fd socket);
-
   std::shared_ptr<Connection> FindConnection(uint64_t id);
   // Has the connection's OnRoom() called while its socket takes more, or no longer.
-  void AwaitRoom(const Connection& connection, bool wanted);
+  void AwaitRoom(const Connection& connection, Way way, bool wanted);
+  // Watches the connection's second socket, too. False when there is no memory for it.
+  bool WatchAnswers(const Connection& connection);
 
  private:
   Process();
@@ -51,6 +50,7 @@ class Process {
   static void AfterForkInParent();
   static void AfterForkInChild();
 
+  bool WatchSocket(int operation, const Connection& connection, Way way, bool room);
   void WakeWatcher();
   [[noreturn]] void Watch();
   void HandleConnections();
@@ -60,7 +60,7 @@ class Process {
   void Accept();
   bool HasPlaceFor(uid_t user);
   void SayTurnedAway(const Peer& peer);
-  std::shared_ptr<Connection> AdoptLocked(android::base::unique_fd socket);
+  std::shared_ptr<Connection> AdoptLocked(android::base::unique_fd calls, android::base::unique_fd answers);
 
   ThreadPool pool_;
   ServiceList services_;

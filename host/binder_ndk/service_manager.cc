@@ -44,7 +44,7 @@ AIBinder* AServiceManager_checkService(const char* instance) {
   } else if (const auto connection = Process::Get().ConnectTo(socket_name)) {
     AParcel request;
     bthal::binder::WriteText(&request, instance);
-    std::unique_ptr<AParcel> answer;
+    bthal::binder::ParcelPtr answer;
     const binder_status_t status =
         connection->Call(bthal::binder::kServiceListId, bthal::binder::kFindServiceCode, &request, -1, &answer);
     if (status != STATUS_OK || AParcel_readStrongBinder(answer.get(), service.getR()) != STATUS_OK) return nullptr;

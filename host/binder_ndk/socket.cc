@@ -110,6 +110,15 @@ Peer PeerOf(int socket) {
   return {credentials.pid, credentials.uid};
 }
 
+bool IsStreamSocket(int fd) {
+  const auto is = [fd](int option, int expected) {
+    int value = -1;
+    socklen_t size = sizeof(value);
+    return getsockopt(fd, SOL_SOCKET, option, &value, &size) == 0 && value == expected;
+  };
+  return is(SO_DOMAIN, AF_UNIX) && is(SO_TYPE, SOCK_STREAM) && is(SO_ACCEPTCONN, 0);
+}
+
 bool IsTrusted(const Peer& peer) { return peer.uid == geteuid() || peer.uid == 0; }
 
 int PidOf(std::string_view name) {

@@ -27,6 +27,9 @@ struct Peer {
 };
 Peer PeerOf(int socket);
 
+// Whether the descriptor, which a peer has given, is a stream socket of this machine that can be connected.
+bool IsStreamSocket(int fd);
+
 // Whether the peer's user is the own one or root.
 bool IsTrusted(const Peer& peer);
 

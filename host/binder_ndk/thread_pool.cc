@@ -71,41 +71,34 @@ void ThreadPool::Unwatch(const Connection& connection) {
   queue_.erase(first, queue_.end());
 }
 
-void ThreadPool::Pause(const Connection& connection) {
-  if (has_threads_.load()) Control(epoll_.get(), EPOLL_CTL_MOD, connection, EPOLLET);
-}
-void ThreadPool::Resume(const Connection& connection) {
-  // The kernel looks anew whether there is something to read.
-  if (has_threads_.load()) Control(epoll_.get(), EPOLL_CTL_MOD, connection, kReadable);
-}
-
-void ThreadPool::Add(std::vector<Job> jobs) {
-  if (jobs.empty()) return;
-  const uint64_t count = jobs.size();
+void ThreadPool::Add(std::vector<Job>* jobs) {
+  if (jobs->empty()) return;
+  const uint64_t count = jobs->size();
   {
     const std::lock_guard lock(mutex_);
-    for (Job& job : jobs) queue_.push_back(std::move(job));
+    for (Job& job : *jobs) queue_.push_back(std::move(job));
   }
+  jobs->clear();
   // Cannot fail: the counter is far from its limit.
   TEMP_FAILURE_RETRY(write(queue_counter_.get(), &count, sizeof(count)));
 }
 
 void ThreadPool::Run() {
-  has_threads_ = true;
   {
     const std::lock_guard lock(mutex_);
     ++idle_;
   }
+  std::vector<Job> found;  // kept, so that a call needs no memory for it
   for (;;) {
     Job job;
-    if (!Next(&job)) continue;
+    if (!Next(&found, &job)) continue;
     BeginJob();
     job.connection->Serve(std::move(job.call));
     EndJob();
   }
 }
 
-bool ThreadPool::Next(Job* job) {
+bool ThreadPool::Next(std::vector<Job>* found, Job* job) {
   epoll_event event{};
   if (TEMP_FAILURE_RETRY(epoll_wait(epoll_.get(), &event, 1, -1)) != 1) return false;
   if (event.data.u64 == kQueue) {
@@ -119,11 +112,11 @@ bool ThreadPool::Next(Job* job) {
   }
   const std::shared_ptr<Connection> connection = Process::Get().FindConnection(event.data.u64);
   if (connection == nullptr) return false;
-  std::vector<Job> jobs = connection->OnReadable();
-  if (jobs.empty()) return false;
-  *job = std::move(jobs.front());
-  jobs.erase(jobs.begin());
-  Add(std::move(jobs));
+  connection->OnReadable(found);
+  if (found->empty()) return false;
+  *job = std::move(found->front());
+  found->erase(found->begin());
+  Add(found);
   return true;
 }
 

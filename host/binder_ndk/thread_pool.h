@@ -3,7 +3,6 @@
 
 #include <android-base/unique_fd.h>
 
-#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -23,28 +22,25 @@ class ThreadPool {
   void Start();
   [[noreturn]] void Join();
 
-  // The pool reads the connection from now on; no longer, and calls from it that nobody has begun are dropped; not
-  // while it is paused.
+  // The pool reads the connection's calls from now on; no longer, and those that nobody has begun are dropped.
   void Watch(const Connection& connection);
   void Unwatch(const Connection& connection);
-  void Pause(const Connection& connection);
-  void Resume(const Connection& connection);
 
-  void Add(std::vector<Job> jobs);
+  // Takes the jobs, and leaves none.
+  void Add(std::vector<Job>* jobs);
 
   // For a child process after fork: gives up what it shares with its parent.
   void Abandon(int replacement);
 
  private:
   [[noreturn]] void Run();
-  bool Next(Job* job);
+  bool Next(std::vector<Job>* found, Job* job);
   void BeginJob();
   void EndJob();
   void Spawn();
 
   const android::base::unique_fd epoll_;
   const android::base::unique_fd queue_counter_;  // readable once for every job in the queue
-  std::atomic<bool> has_threads_{false};          // false: nobody would be woken needlessly
 
   std::mutex mutex_;
   std::deque<Job> queue_;

@@ -14,9 +14,9 @@ namespace bthal::binder {
 namespace {
 
 binder_status_t FindService(const AParcel& in, AParcel* out) {
-  std::string name;
+  std::string_view name;
   if (!ReadText(in, &name)) return STATUS_BAD_VALUE;
-  return AParcel_writeStrongBinder(out, Process::Get().services().Find(name).get());
+  return AParcel_writeStrongBinder(out, Process::Get().services().Find(std::string(name)).get());
 }
 
 // The arguments of a dump: their number, then each as a string.
@@ -24,9 +24,9 @@ binder_status_t Dump(LocalObject* object, const AParcel& in, int descriptor) {
   int32_t count = 0;
   if (AParcel_readInt32(&in, &count) != STATUS_OK || count < 0) return STATUS_BAD_VALUE;
   std::vector<std::string> texts;
-  for (std::string text; count > 0; --count) {
+  for (std::string_view text; count > 0; --count) {
     if (!ReadText(in, &text)) return STATUS_NOT_ENOUGH_DATA;
-    texts.push_back(text);
+    texts.emplace_back(text);
   }
   if (object->clazz()->on_dump == nullptr) return STATUS_UNKNOWN_TRANSACTION;
   std::vector<const char*> args;
@@ -36,18 +36,18 @@ binder_status_t Dump(LocalObject* object, const AParcel& in, int descriptor) {
 }
 
 binder_status_t CallClass(LocalObject* object, transaction_code_t code, const AParcel& in, AParcel* out) {
-  std::string interface;
+  std::string_view interface;
   if (!ReadText(in, &interface) || interface != object->clazz()->descriptor) return STATUS_BAD_TYPE;
   return object->clazz()->on_transact(object, code, &in, out);
 }
 
 // Calls the object wherever it lives.
-binder_status_t Call(AIBinder* binder, int32_t code, AParcel* in, int descriptor, std::unique_ptr<AParcel>* out) {
+binder_status_t Call(AIBinder* binder, int32_t code, AParcel* in, int descriptor, ParcelPtr* out) {
   if (RemoteObject* remote = binder->AsRemote()) {
     return remote->connection()->Call(remote->id(), code, in, descriptor, out);
   }
   in->position = 0;
-  *out = std::make_unique<AParcel>();
+  *out = NewParcel();
   return Execute(binder, code, *in, descriptor, out->get());
 }
 
@@ -76,12 +76,12 @@ binder_status_t AIBinder_prepareTransaction(AIBinder* binder, AParcel** in) {
 binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, AParcel** in, AParcel** out,
                                   binder_flags_t flags) {
   if (binder == nullptr || in == nullptr || *in == nullptr || out == nullptr) return STATUS_UNEXPECTED_NULL;
-  const std::unique_ptr<AParcel> request(*in);
+  const bthal::binder::ParcelPtr request(*in);
   *in = nullptr;
   *out = nullptr;
   if (code < FIRST_CALL_TRANSACTION || code > LAST_CALL_TRANSACTION) return STATUS_UNKNOWN_TRANSACTION;
   if (flags != 0) return STATUS_BAD_VALUE;
-  std::unique_ptr<AParcel> answer;
+  bthal::binder::ParcelPtr answer;
   const binder_status_t status = bthal::binder::Call(binder, static_cast<int32_t>(code), request.get(), -1, &answer);
   if (status == STATUS_OK) *out = answer.release();
   return status;
@@ -90,7 +90,7 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
 binder_status_t AIBinder_ping(AIBinder* binder) {
   if (binder == nullptr) return STATUS_UNEXPECTED_NULL;
   AParcel nothing;
-  std::unique_ptr<AParcel> answer;
+  bthal::binder::ParcelPtr answer;
   return bthal::binder::Call(binder, bthal::binder::kPingCode, &nothing, -1, &answer);
 }
 
@@ -99,6 +99,6 @@ binder_status_t AIBinder_dump(AIBinder* binder, int fd, const char** args, uint3
   AParcel request;
   AParcel_writeInt32(&request, static_cast<int32_t>(numArgs));
   for (uint32_t i = 0; i < numArgs; ++i) bthal::binder::WriteText(&request, args[i]);
-  std::unique_ptr<AParcel> answer;
+  bthal::binder::ParcelPtr answer;
   return bthal::binder::Call(binder, bthal::binder::kDumpCode, &request, fd, &answer);
 }

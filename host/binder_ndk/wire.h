@@ -1,4 +1,8 @@
-// How two processes talk over their stream socket: messages end to end, in the machine's byte order.
+// How two processes talk over their two stream sockets: messages end to end, in the machine's byte order.
+//
+// The one that connects gives the other the second socket with its first message. Calls go over the first one, and
+// references given back. Answers go over the second one, and the calls that are made on behalf of a call whose answer
+// is awaited: so whoever waits for an answer reads all that is meant for it, and nothing else.
 //
 //    0  u32 size         of the body, which follows the header
 //    4  u16 type         MessageType
@@ -10,7 +14,7 @@
 //   36  u32 flags        kHasDescriptor
 //   40  body             the parcel's data, then `objects` times u32: where each object begins in the data, ascending
 //
-// One descriptor may travel with the first byte of a call that is flagged so: that of a dump.
+// One descriptor travels with the first byte of a message that is flagged so: the call of a dump, and kConnect.
 #pragma once
 
 #include <sys/types.h>
@@ -24,6 +28,7 @@ enum class MessageType : uint16_t {
   kCall = 1,
   kReply = 2,
   kRelease = 3,  // the receiver's object is no longer referred to so many times
+  kConnect = 4,  // the first message of who connects: its descriptor is the socket for the answers
 };
 
 inline constexpr uint32_t kHasDescriptor = 1;

@@ -38,7 +38,9 @@ TEST_F(BinderHostileTest, MalformedMessagesCostTheConnection) {
       {"a dump without a descriptor", {.code = kDump}},
       {"a descriptor announced that does not come", {.code = kDump, .flags = kWithDescriptor}},
       {"an object that was never given", {.target = 4711}},
-      {"an answer to nothing", {.type = kReply, .code = 0}},
+      {"an answer among the calls", {.type = kReply, .code = 0}},
+      {"a call on behalf of nothing", {.nested = 1}},
+      {"a second socket for the answers, without one", {.type = kConnect}},
       {"a reference given back that was never taken", {.type = kRelease, .call = 1, .target = 1}},
       {"nothing given back", {.type = kRelease, .call = 0, .target = 1}},
       {"a body where none belongs", {.size = 4, .type = kRelease, .call = 1, .target = 1}, {0}},
@@ -56,12 +58,56 @@ TEST_F(BinderHostileTest, MalformedMessagesCostTheConnection) {
     peer.Send(header, body);
     EXPECT_TRUE(peer.IsEnded()) << what;
   }
+  // Whoever does not say where the answers go gets none, and neither does who sends what is no such socket.
+  {
+    const RawPeer peer(root_.path(), false);
+    peer.Send(Header{});
+    EXPECT_TRUE(peer.IsCut());
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const RawPeer with_a_pipe(root_.path(), false);
+    with_a_pipe.SendWithDescriptors({.type = kConnect, .flags = kWithDescriptor}, {ends[1]});
+    EXPECT_TRUE(with_a_pipe.IsCut());
+    const RawPeer with_two(root_.path());
+    with_two.SendWithDescriptors({.type = kConnect, .flags = kWithDescriptor}, {ends[1]});
+    EXPECT_TRUE(with_two.IsEnded());
+    close(ends[0]);
+    close(ends[1]);
+  }
   // The rest of a message that never comes costs nothing before the peer hangs up.
   {
     const RawPeer peer(root_.path());
     peer.Send(Header{.size = 1 << 20}, {1, 2, 3});
   }
   EXPECT_TRUE(bystander.Answers());
+}
+
+// Not nonsense: a reference that is given back overtakes the answer that brings the object home.
+TEST_F(BinderHostileTest, AnObjectThatIsGivenBackMayStillComeHome) {
+  constexpr uint32_t kOwn = 1;    // an object of who sends it
+  constexpr uint32_t kYours = 2;  // of who receives it
+  hci_->on_initialize = [](const auto& callbacks) { return callbacks->hciEventReceived({1}); };
+  const RawPeer peer = Client();
+  std::vector<uint32_t> body = Words(Hci::descriptor);
+  const auto offset = static_cast<uint32_t>(4 * body.size());
+  body.insert(body.end(), {kOwn, 5, 0});
+  for (const uint32_t word : Words(Callbacks::descriptor)) body.push_back(word);
+  body.push_back(offset);
+  const auto size = static_cast<uint32_t>(4 * body.size());
+  peer.Send({.size = size, .objects = 1, .call = 9, .target = 1, .code = FIRST_CALL_TRANSACTION + 1}, body);
+  const Header callback = peer.Receive();
+  EXPECT_EQ(callback.type, kCall);
+  EXPECT_EQ(callback.nested, 9u);
+  peer.Send({.type = kRelease, .call = 1, .target = 1, .code = 0});
+  ASSERT_TRUE(peer.Answers()) << "and so the object was given back";
+  peer.Answer({.size = 20, .type = kReply, .objects = 1, .call = callback.call, .code = 0}, {0, kYours, 1, 0, 4});
+  const Header answer = peer.Receive();
+  EXPECT_EQ(answer.type, kReply);
+  EXPECT_EQ(answer.call, 9u);
+  EXPECT_EQ(answer.code, STATUS_OK);
+  // From now on it is not known.
+  peer.Send({.target = 1});
+  EXPECT_TRUE(peer.IsEnded());
 }
 
 TEST_F(BinderHostileTest, NonsenseForTheObjectIsAnswered) {

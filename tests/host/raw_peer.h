@@ -18,6 +18,7 @@ namespace bthal::test {
 inline constexpr uint16_t kCall = 1;
 inline constexpr uint16_t kReply = 2;
 inline constexpr uint16_t kRelease = 3;
+inline constexpr uint16_t kConnect = 4;
 inline constexpr int32_t kFindService = 1;
 inline constexpr int32_t kPing = '_' << 24 | 'P' << 16 | 'N' << 8 | 'G';
 inline constexpr int32_t kDump = '_' << 24 | 'D' << 16 | 'M' << 8 | 'P';
@@ -38,25 +39,31 @@ struct Header {
 // A process's end of a connection, without any manners.
 class RawPeer {
  public:
-  // `root`: the device root on which one process serves.
-  explicit RawPeer(const std::string& root) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  // `root`: the device root on which one process serves. Unless `introduced`, the socket for the answers stays here.
+  explicit RawPeer(const std::string& root, bool introduced = true)
+      : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     for (const auto& entry : std::filesystem::directory_iterator(root + "/run/bthal/binder")) {
       strncpy(address.sun_path, entry.path().c_str(), sizeof(address.sun_path) - 1);
     }
     connected_ = connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    android::base::unique_fd theirs;
+    android::base::Socketpair(SOCK_STREAM, &answers_, &theirs);
+    if (introduced) SendWithDescriptors({.type = kConnect, .flags = kWithDescriptor}, {theirs.get()});
   }
 
   bool connected() const { return connected_; }
 
   void Send(const void* bytes, size_t size) const { send(socket_.get(), bytes, size, MSG_NOSIGNAL); }
   void Send(const Header& header, const std::vector<uint32_t>& body = {}) const {
-    const auto* head = reinterpret_cast<const uint8_t*>(&header);
-    const auto* rest = reinterpret_cast<const uint8_t*>(body.data());
-    std::vector<uint8_t> bytes(head, head + sizeof(header));
-    bytes.insert(bytes.end(), rest, rest + body.size() * sizeof(uint32_t));
+    const std::vector<uint8_t> bytes = Bytes(header, body);
     Send(bytes.data(), bytes.size());
+  }
+  // The same, where the answers go.
+  void Answer(const Header& header, const std::vector<uint32_t>& body = {}) const {
+    const std::vector<uint8_t> bytes = Bytes(header, body);
+    send(answers_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
   }
   void SendWithDescriptors(const Header& header, const std::vector<int>& descriptors,
                            const std::vector<uint32_t>& body = {}) const {
@@ -76,15 +83,20 @@ class RawPeer {
     sendmsg(socket_.get(), &message, MSG_NOSIGNAL);
   }
 
-  // The next message's header, its body skipped; type 0 at the end of the connection.
+  // The next header where the answers go, its body skipped; type 0 at the end of the connection.
   Header Receive() const {
     Header header;
-    if (recv(socket_.get(), &header, sizeof(header), MSG_WAITALL) != sizeof(header)) return {.type = 0};
+    if (recv(answers_.get(), &header, sizeof(header), MSG_WAITALL) != sizeof(header)) return {.type = 0};
     std::vector<char> body(header.size);
-    if (!body.empty()) recv(socket_.get(), body.data(), body.size(), MSG_WAITALL);
+    if (!body.empty()) recv(answers_.get(), body.data(), body.size(), MSG_WAITALL);
     return header;
   }
   bool IsEnded() const { return Receive().type == 0; }
+  // The same, seen where the calls go.
+  bool IsCut() const {
+    char byte = 0;
+    return recv(socket_.get(), &byte, sizeof(byte), 0) <= 0;
+  }
   bool Answers() const {
     Send(Header{.call = 77});
     const Header answer = Receive();
@@ -92,7 +104,16 @@ class RawPeer {
   }
 
  private:
+  static std::vector<uint8_t> Bytes(const Header& header, const std::vector<uint32_t>& body) {
+    const auto* head = reinterpret_cast<const uint8_t*>(&header);
+    const auto* rest = reinterpret_cast<const uint8_t*>(body.data());
+    std::vector<uint8_t> bytes(head, head + sizeof(header));
+    bytes.insert(bytes.end(), rest, rest + body.size() * sizeof(uint32_t));
+    return bytes;
+  }
+
   android::base::unique_fd socket_;
+  android::base::unique_fd answers_;
   bool connected_ = false;
 };
 
