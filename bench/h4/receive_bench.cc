@@ -11,10 +11,12 @@
 #include <limits>
 #include <memory>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "h4/h4_protocol.h"
 #include "hci/hci_packet.h"
+#include "support/figures.h"
 
 namespace {
 
@@ -158,10 +160,9 @@ void Receive(benchmark::State& state) {
   if (ideal_sink.packets != real_sink.packets || ideal_sink.bytes != real_sink.bytes) {
     state.SkipWithError("the two walks did not see the same packets");
   }
-  state.SetLabel(kStreamNames[state.range(0)]);
-  state.counters["ideal_ns"] = ideal_best;
-  state.counters["real_ns"] = real_best;
-  state.counters["ratio"] = real_best / ideal_best;
+  bthal::bench::Tell(
+      state, real_best, ideal_best,
+      "receive " + std::string(kStreamNames[state.range(0)]) + ", " + std::to_string(chunk) + " B a read", "ns");
 }
 BENCHMARK(Receive)
     ->ArgNames({"stream", "chunk"})

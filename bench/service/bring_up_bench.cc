@@ -11,6 +11,7 @@
 
 #include "bthal/run/process.h"
 #include "sim/board.h"
+#include "support/figures.h"
 
 namespace {
 
@@ -87,12 +88,10 @@ void BM_BringUp(benchmark::State& state) {
     }
     std::filesystem::remove_all(root);
     state.SetIterationTime(result.took.count());
-    state.counters["floor_ms"] = 1000 * (kPauses + result.wire).count();
-    state.counters["wire_ms"] = 1000 * result.wire.count();
-    state.counters["ratio"] = result.took / (kPauses + result.wire);
+    bthal::bench::Tell(state, 1000 * result.took.count(), 1000 * (kPauses + result.wire).count(), "bring-up", "ms");
   }
 }
-BENCHMARK(BM_BringUp)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5);
+BENCHMARK(BM_BringUp)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
 

@@ -17,6 +17,7 @@
 #include <android-base/unique_fd.h>
 #include <benchmark/benchmark.h>
 
+#include "support/figures.h"
 #include "vnd_snoop_logger.h"
 
 namespace {
@@ -77,9 +78,7 @@ void Capture(benchmark::State& state) {
                             }));
     logger.Stop();
   }
-  state.counters["bare_write_ns"] = bare_best;
-  state.counters["capture_ns"] = capture_best;
-  state.counters["ratio"] = capture_best / bare_best;
+  bthal::bench::Tell(state, capture_best, bare_best, "capture of " + std::to_string(packet.size()) + " bytes", "ns");
 }
 BENCHMARK(Capture)->ArgName("bytes")->Arg(7)->Arg(64)->Arg(1026)->Arg(8192);
 
