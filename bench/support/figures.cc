@@ -6,13 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace bthal::bench {
 namespace {
-
-// Of /proc/PID/stat, counted behind the program's name.
-constexpr size_t kUserTicks = 11;
-constexpr size_t kSystemTicks = 12;
 
 uint64_t Number(const std::string& text) {
   uint64_t number = 0;
@@ -23,11 +20,14 @@ uint64_t Number(const std::string& text) {
 }  // namespace
 
 Seconds CpuTime(pid_t pid) {
-  std::string stat;
-  android::base::ReadFileToString("/proc/" + std::to_string(pid) + "/stat", &stat);
-  const std::vector<std::string> fields = android::base::Split(stat.substr(stat.rfind(')') + 2), " ");
-  const uint64_t ticks = Number(fields.at(kUserTicks)) + Number(fields.at(kSystemTicks));
-  return Seconds(static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK)));
+  uint64_t nanoseconds = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+    std::string text;
+    // <on a processor, ns> <waiting for one, ns> <slices>
+    android::base::ReadFileToString(task.path() / "schedstat", &text);
+    nanoseconds += Number(android::base::Split(text, " ").at(0));
+  }
+  return std::chrono::nanoseconds(nanoseconds);
 }
 
 double ResidentKib(pid_t pid) {

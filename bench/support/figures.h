@@ -14,7 +14,7 @@ namespace bthal::bench {
 
 using Seconds = std::chrono::duration<double>;
 
-// All threads of `pid` together, those that have ended as well.
+// All threads that `pid` has now, together.
 Seconds CpuTime(pid_t pid);
 // What it has in memory, in KiB.
 double ResidentKib(pid_t pid);
