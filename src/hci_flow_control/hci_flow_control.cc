@@ -32,7 +32,7 @@ std::mutex connection_mutex;
 
 }  // namespace
 
-std::mutex flow_control_mutex;
+os::FairMutex flow_control_mutex;
 
 HciFlowControl::HciFlowControl(const Consumers& consumers, const H4Owner& owner) {
   std::lock_guard connection(connection_mutex);
