@@ -3,32 +3,21 @@
 #include "btqnl_protocol/bluetooth_address.h"
 
 #include <android-base/logging.h>
-#include <android-base/properties.h>
 #include <android-base/stringprintf.h>
-#include <android-base/unique_fd.h>
-#include <fcntl.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <future>
 
+#include "conf/provisioned_address.h"
 #include "debug_central/debug_central.h"
 #include "hci/hci_command.h"
 #include "hci_flow_control/vendor_command.h"
-#include "os/file_utils.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
 
 using ::android::base::StringPrintf;
-using ::android::base::unique_fd;
-
-constexpr char kDeviceTreeAddressPath[] = "/proc/device-tree/chosen/config/bt_addr";
-constexpr size_t kAddressTextSize = 4096;  // blanks and all
-constexpr char kAddressProperty[] = "ro.vendor.bluetooth.evb_bdaddr";
 
 // Write BD_ADDR:
 //   0xFC01 (2) | 6 | address, least significant byte first (6)
@@ -90,33 +79,9 @@ class BluetoothAddress : public HciEventWatcher {
   HciFlowControl* flow_control_;
 };
 
-// The first line of the device tree's entry, else the property; empty without either. Only a file can be the entry:
-// what somebody else has put in its place must not hold up the bring-up.
-std::string ReadAddressText() {
-  const unique_fd entry = os::OpenRegularFile(kDeviceTreeAddressPath, O_RDONLY);
-  if (!entry.ok()) return ::android::base::GetProperty(kAddressProperty, "");
-  std::string text(kAddressTextSize, '\0');
-  const ssize_t size = TEMP_FAILURE_RETRY(read(entry.get(), text.data(), text.size()));
-  text.resize(size < 0 ? 0 : static_cast<size_t>(size));
-  return text.substr(0, text.find('\n'));
-}
-
-// Scans six pairs in `format`, which stores a byte for each pair and how far the text was read.
-bool ScanAddress(const std::string& text, const char* format, AddressBytes* bytes) {
-  AddressBytes pairs{};
-  int end = 0;
-  const int conversions =
-      sscanf(text.c_str(), format, &pairs[0], &pairs[1], &pairs[2], &pairs[3], &pairs[4], &pairs[5], &end);
-  if (conversions < static_cast<int>(pairs.size())) return false;
-  // The conversions would also take signs and "0x", and make an address of "AA-BB-CC-DD-EE-FF" that nobody has given.
-  if (text.find_first_not_of("0123456789ABCDEFabcdef: \t\v\f\r") < static_cast<size_t>(end)) return false;
-  std::reverse_copy(pairs.begin(), pairs.end(), bytes->begin());
-  return true;
-}
-
-AddressBytes ReadProvisionedAddress() {
-  AddressBytes bytes{};
-  if (!ParseBluetoothAddress(ReadAddressText(), &bytes)) {
+conf::AddressBytes ReadProvisionedAddress() {
+  conf::AddressBytes bytes{};
+  if (!conf::ParseBluetoothAddress(conf::ReadAddressText().text, &bytes)) {
     // The zero address is written all the same: a controller without an address of its own stays recognisable as such.
     DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostBdaddrFault, "Can't fetch the provisioning BDA");
   }
@@ -127,12 +92,6 @@ AddressBytes ReadProvisionedAddress() {
 }
 
 }  // namespace
-
-bool ParseBluetoothAddress(const std::string& text, AddressBytes* bytes) {
-  *bytes = {};
-  return ScanAddress(text, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx%n", bytes) ||
-         ScanAddress(text, "%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx%n", bytes);
-}
 
 bool ApplyProvisionBDAddress(HciFlowControl* flow_control) {
   if (flow_control == nullptr) {

@@ -101,6 +101,9 @@ bool BtQnlProtocol::AcceleratedReset() {
   LOG(INFO) << "AcceleratedReset";
   if (btqnl_reset()) return true;
   LOG(ERROR) << "AcceleratedReset: hci_reset fail, try to get fw debug dump";
+  if (hci::shim::IsUserialAutoInit()) {
+    LOG(ERROR) << "AcceleratedReset: a controller without the vendor's commands cannot be kept up: set AccelBtDisable";
+  }
   send_debug_info_cmd();
   std::this_thread::sleep_for(kDebugInformationPause);
   return false;

@@ -17,6 +17,7 @@
 
 #include "debug_central/debug_central.h"
 #include "h4/async_fd_watcher.h"
+#include "h4/hw_control/user_channel.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
@@ -131,7 +132,10 @@ void H4Protocol::OnDataReady(int fd) {
                                      StringPrintf("%s: Unexpected EOF reading the packet type!", __func__));
     if (ReportHangUp(fd)) return;
   } else {
-    const std::string reason = strerror(errno);
+    const int error = errno;
+    const std::string reason = strerror(error);
+    const std::string lost = hwcontrol::LostUserChannel(fd, error);
+    if (!lost.empty()) LOG(ERROR) << __func__ << ": " << lost;
     if (owner_.is_initialized && owner_.is_initialized()) {
       LOG(FATAL) << __func__ << ": Read packet type error: " << reason;
       return;

@@ -1,5 +1,6 @@
 #include "btqnl_protocol/bluetooth_address.h"
 
+#include "conf/provisioned_address.h"
 #include "support/test.h"
 #include "support/uart_transport.h"
 
@@ -7,6 +8,8 @@ namespace android::hardware::bluetooth::hci {
 namespace {
 
 using namespace ::bthal::test;
+using conf::AddressBytes;
+using conf::ParseBluetoothAddress;
 
 constexpr uint16_t kWriteBdAddr = 0xFC01;
 constexpr char kDeviceTree[] = "/proc/device-tree/chosen/config/bt_addr";

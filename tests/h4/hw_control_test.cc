@@ -178,6 +178,7 @@ TEST_F(UserialTest, OtherTypesAreTheKernelsUserChannel) {
     EXPECT_EQ(log_.Count("userial_socket_open: Can't create Bluetooth HCI socket: ") +
                   log_.Count("userial_socket_open: HCI User Channel Error: "),
               1u);
+    EXPECT_EQ(log_.Count("userial_socket_open: "), 2u);  // and in words
     EXPECT_TRUE(log_.Has("error_code: (144), error_info: Host Open Port Error"));
   }
   EXPECT_FALSE(log_.Has("userial_tty_open"));

@@ -1,8 +1,7 @@
-// The transport descriptor: the UART's tty, or the kernel's HCI user channel.
+// The transport descriptor: the UART's tty, or the kernel's HCI user channel (user_channel.cc).
 #define LOG_TAG "bthal.hwcontrol"
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -20,6 +19,7 @@
 #include "conf/userial_type.h"
 #include "debug_central/debug_central.h"
 #include "h4/hw_control/hw_control.h"
+#include "h4/hw_control/user_channel.h"
 #include "os/device_path.h"
 
 namespace android::hardware::bluetooth::hwcontrol {
@@ -29,17 +29,6 @@ using ::android::base::StringPrintf;
 using ::android::base::unique_fd;
 
 constexpr auto kTtySettleTime = std::chrono::milliseconds(50);
-
-// The kernel's interface to HCI sockets, which the C library's headers do not carry.
-constexpr int kAddressFamilyBluetooth = 31;
-constexpr int kProtocolHci = 1;
-constexpr uint16_t kFirstHciDevice = 0;
-constexpr uint16_t kHciChannelUser = 1;
-struct HciSocketAddress {
-  sa_family_t family;
-  uint16_t device;
-  uint16_t channel;
-};
 
 std::optional<speed_t> ToTerminalSpeed(UartBaudRate rate) {
   switch (rate) {
@@ -97,20 +86,6 @@ unique_fd userial_tty_open() {
   }
   fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
   ConfigureNewTty(fd.get());
-  return fd;
-}
-
-unique_fd userial_socket_open() {
-  unique_fd fd(socket(kAddressFamilyBluetooth, SOCK_RAW | SOCK_CLOEXEC, kProtocolHci));
-  if (!fd.ok()) {
-    LOG(ERROR) << StringPrintf("%s: Can't create Bluetooth HCI socket: %s (%d)", __func__, strerror(errno), errno);
-    return fd;
-  }
-  const HciSocketAddress address{kAddressFamilyBluetooth, kFirstHciDevice, kHciChannelUser};
-  if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    LOG(ERROR) << StringPrintf("%s: HCI User Channel Error: %s (%d)", __func__, strerror(errno), errno);
-    fd.reset();
-  }
   return fd;
 }
 

@@ -36,6 +36,7 @@ constexpr Phrase kPhrases[] = {
     {"don't allow multiple clients", "a second client asked for the HAL: see which two use it, and end one"},
     {"called before any initialize()", "a client gave back the HAL without having it: a mistake of the client's"},
     {"Double attempt to initialize", "the controller was to be brought up twice: see what its clients do"},
+    {"Read packet type error: Broken pipe", "hci0 has gone: see why it was unplugged or reset, or its driver unloaded"},
     {"Could not register as a service", "it could not publish itself: see who owns /run/bthal (bthal check)"},
 };
 
@@ -53,7 +54,8 @@ constexpr Code kCodes[] = {
     {0x82, 0x82, "the controller sent an event that is none: see the speed and the flow control"},
     {0x83, 0x83, "the controller sent a packet of no known type: bytes get lost; see the speed and the flow control"},
     {0x84, 0x84, "the controller's port takes nothing, or has hung up: see the tty, its driver and the flow control"},
-    {0x90, 0x90, "the controller's port could not be opened: see UartPort and who may use it (bthal check)"},
+    {0x90, 0x90,
+     "the controller's port could not be opened: see UartPort, or hci0, and who has or may use it (bthal check)"},
     {0x91, 0x91, "the controller could not be powered: see its rfkill entry (bthal check)"},
     {0x92, 0x92, "the controller or its port did not take the working speed: see what the tty's driver can do"},
     {0x93, 0x93, "the controller did not obey the first reset: see its power, the wiring and UartPort"},
@@ -61,8 +63,9 @@ constexpr Code kCodes[] = {
     {0x95, 0x95, "the patched controller did not obey its reset: see that the patch is one for this chip"},
     {0x96, 0x96, "there is no Bluetooth address to give the controller (bthal check says where it is looked for)"},
     {0x97, 0x97, "the coexistence driver could not be opened: see /dev/wbrc (bthal check)"},
-    {0x98, 0x98, "the controller could not be brought up: see what the service said before"},
-    {0x99, 0x99, "the controller could not be reset for the next client: see what the service said before"},
+    {0x98, 0x99,
+     "the controller could not be reset for the next client: see what the service said before; one without the "
+     "vendor's commands needs AccelBtDisable = true (bthal check)"},
     {0xC0, 0xE1, "the sensor hub's transport failed: set UserialType = 1 where there is no hub"},
 };
 
