@@ -42,34 +42,6 @@ TEST(BthalTest, PropertiesAreSetReadAndListed) {
   EXPECT_EQ(Bthal({"prop", "get", "ro.build.type"}).out, "userdebug\n");
 }
 
-TEST(BthalTest, CheckNamesWhatIsMissingAndFallsSilentWhereItIsProvided) {
-  const TempRoot root;
-  const ProgramResult empty = Bthal({"check"});
-  EXPECT_EQ(empty.status, 1);
-  EXPECT_THAT(empty.out,
-              AllOf(HasSubstr("/dev/wbrc is not there"), HasSubstr("bthal board --only coex"),
-                    HasSubstr("no .hcd file in /vendor/firmware/qnlr/"),
-                    HasSubstr("bthal prop set ro.vendor.bluetooth.evb_bdaddr AA:BB:CC:DD:EE:FF"),
-                    HasSubstr("mkdir -p " + root.path() + "/data/vendor/bluetooth"), HasSubstr("not ready")));
-
-  root.Write("/dev/wbrc", "");
-  root.Write("/vendor/firmware/qnlr/QNL.hcd", "");
-  root.Write("/proc/device-tree/chosen/config/bt_addr", "AA:BB:CC:DD:EE:FF\n");
-  std::filesystem::create_directories(root.path() + "/data/vendor/bluetooth");
-  std::filesystem::create_directories(root.path() + "/data/vendor/ssrdump/coredump");
-  std::filesystem::create_symlink("/dev/null", root.path() + "/dev/ttySAC16");
-  const ProgramResult provided = Bthal({"check"});
-  EXPECT_EQ(provided.status, 0) << provided.out;
-  EXPECT_THAT(provided.out, HasSubstr("AA:BB:CC:DD:EE:FF (/proc/device-tree/chosen/config/bt_addr)"));
-  // What is only useful is still named.
-  EXPECT_THAT(provided.out, HasSubstr("/proc/bluetooth/sleep/lpm is not there"));
-
-  root.Write("/proc/device-tree/chosen/config/bt_addr", "AA:BB:CC\n");
-  const ProgramResult wrong = Bthal({"check"});
-  EXPECT_EQ(wrong.status, 1);
-  EXPECT_THAT(wrong.out, HasSubstr("bt_addr holds 'AA:BB:CC'"));
-}
-
 TEST(BthalTest, ServicesAreAbsentWhereNobodyPublishes) {
   const TempRoot root;
   const ProgramResult result = Bthal({"services"});
