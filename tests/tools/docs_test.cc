@@ -1,6 +1,6 @@
 // The pages in docs/ show what really happens: every command of a "console" block is run, and its output compared.
 //
-// A page's commands run one after another, in one folder, with the service on a virtual board. A line "..." stands for
+// The service runs on a virtual board; where a page begins without it, on an empty machine. A line "..." stands for
 // any lines; numbers, runs of blanks and of '#' count as equal whatever their length.
 #include <android-base/strings.h>
 
@@ -93,14 +93,36 @@ std::vector<std::string> Lines(const std::string& text) {
   return ::testing::AssertionFailure() << "not shown: " << actual[at];
 }
 
-class DocsTest : public BoardSessionTest, public ::testing::WithParamInterface<const char*> {};
+// A page's commands one after another, in a folder of their own.
+class DocsTest : public BoardSessionTest {
+ protected:
+  DocsTest() {
+    const std::string path = fs::path(BTHAL_PROGRAM).parent_path().string() + ":" + getenv("PATH");
+    setenv("PATH", path.c_str(), 1);
+    unsetenv("COLUMNS");
+    fs::current_path(work_.path);
+  }
 
-TEST_P(DocsTest, ShowsWhatHappens) {
-  const TemporaryDir work;
-  const std::string path = fs::path(BTHAL_PROGRAM).parent_path().string() + ":" + getenv("PATH");
-  setenv("PATH", path.c_str(), 1);
-  unsetenv("COLUMNS");
-  fs::current_path(work.path);
+  void Follow(const std::string& page) const {
+    const std::vector<Example> examples = ExamplesOf(kDocs / page);
+    ASSERT_FALSE(examples.empty());
+    for (const Example& example : examples) {
+      const ProgramResult result = RunProgram(
+          {"/bin/sh", "-c", std::string("export XDG_RUNTIME_DIR=") + work_.path + "\n" + example.command + "\n"});
+      const std::string printed =
+          ::android::base::StringReplace(result.out + result.error, work_.path, "/run/user/1000", true);
+      EXPECT_TRUE(Matches(example.output, Lines(printed)))
+          << page << ", line " << example.line << ": " << example.command << "\n"
+          << printed;
+    }
+  }
+
+  const TemporaryDir work_;
+};
+
+class PageTest : public DocsTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(PageTest, ShowsWhatHappens) {
   StartBoard({});
   StartService("error");
   // The controller is up before the page begins, and no client had to wait for it.
@@ -110,21 +132,24 @@ TEST_P(DocsTest, ShowsWhatHappens) {
       },
       std::chrono::seconds(60)));
   ASSERT_EQ(Bthal({"hci", "reset"}).status, 0);
-
-  const std::vector<Example> examples = ExamplesOf(kDocs / GetParam());
-  ASSERT_FALSE(examples.empty());
-  for (const Example& example : examples) {
-    const ProgramResult result = RunProgram(
-        {"/bin/sh", "-c", std::string("export XDG_RUNTIME_DIR=") + work.path + "\n" + example.command + "\n"});
-    const std::string printed =
-        ::android::base::StringReplace(result.out + result.error, work.path, "/run/user/1000", true);
-    EXPECT_TRUE(Matches(example.output, Lines(printed)))
-        << GetParam() << ", line " << example.line << ": " << example.command << "\n"
-        << printed;
-  }
+  Follow(GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Pages, DocsTest,
+// A machine with nothing but the controller's port, its power switch and its patch file, which come from a board's
+// root.
+TEST_F(DocsTest, AMachineIsBroughtUpAsThePageSays) {
+  StartBoard();
+  const TempRoot machine;
+  const auto borrow = [&](const std::string& from, const std::string& to) {
+    fs::create_symlink(fs::canonical(root_.path() + from), machine.Below(to));
+  };
+  borrow("/dev/ttySAC16", "/dev/ttyS1");
+  borrow("/sys/class/rfkill/rfkill0", "/sys/class/rfkill/rfkill0");
+  fs::copy(root_.path() + "/vendor/firmware/qnlr/QNL_188_U.hcd", work_.path);
+  Follow("bring-up-on-hardware.md");
+}
+
+INSTANTIATE_TEST_SUITE_P(Pages, PageTest,
                          ::testing::Values("board.md", "demo.md", "hci.md", "host-stacks.md", "tools.md"));
 
 }  // namespace
