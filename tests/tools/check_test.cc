@@ -146,7 +146,9 @@ TEST_F(CheckTest, ThePortIsTriedWhereNobodyElseHasItAndLeftAsItWas) {
     EXPECT_THAT(Row("working speed"), StartsWith("unknown not tried: another user's process may have the port"));
   }
   const termios after = line.Attributes();
-  EXPECT_EQ(memcmp(&before, &after, sizeof(before)), 0);
+  EXPECT_EQ(cfgetospeed(&before), cfgetospeed(&after));
+  EXPECT_EQ(before.c_cflag, after.c_cflag);
+  EXPECT_EQ(before.c_lflag, after.c_lflag);
 
   const unique_fd other(open(line.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   EXPECT_THAT(Row("working speed"), StartsWith("unknown not tried: process " + std::to_string(getpid()) + ", "));

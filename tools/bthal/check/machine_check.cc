@@ -160,7 +160,7 @@ CheckResult Node(const std::string& name, const std::string& path, int mode, boo
 
 CheckResult KernelNode(const std::string& name, const std::string& path, int capability, bool needed,
                        const std::string& provide) {
-  const CheckResult result = Node(name, path, W_OK, needed, provide);
+  CheckResult result = Node(name, path, W_OK, needed, provide);
   struct statfs system = {};
   const bool kernels = statfs(DevicePath(path).c_str(), &system) == 0 && system.f_type == SYSFS_MAGIC;
   if (result.state != CheckState::kOk || !kernels || ServiceHas(capability)) return result;

@@ -1,6 +1,7 @@
 // The controller's tty: what drives it, whether it reaches the working speed, and the line that lets the host send.
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
+#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -39,13 +40,17 @@ std::string DriverOf(dev_t device) {
   if (::android::base::Readlink(node, &link)) return ::android::base::Basename(link);
   std::ifstream list("/proc/tty/drivers");
   for (std::string line; std::getline(list, line);) {
-    std::istringstream words(line);
-    std::string name, path;
+    const size_t node = line.find(" /dev/");
+    if (node == line.npos) continue;
+    std::istringstream words(line.substr(node));
+    std::string path;
     unsigned number = 0, first = 0, last = 0;
     char dash = 0;
-    words >> name >> path >> number >> first;
+    words >> path >> number >> first;
     if (!(words >> dash >> last)) last = first;
-    if (number == major(device) && minor(device) >= first && minor(device) <= last) return name;
+    if (number == major(device) && minor(device) >= first && minor(device) <= last) {
+      return ::android::base::Trim(line.substr(0, node));
+    }
   }
   return "unknown";
 }
@@ -123,7 +128,8 @@ std::vector<CheckResult> Port(const std::string& path) {
   tty.found += " (driver " + driver + ")";
   const PortHolders holders = HoldersOf(info.st_rdev);
   if (!holders.known.empty()) return InUse(tty, driver, holders.known.front());
-  if (!holders.all_seen) return {tty, NotTried("another user's process may have the port", "run bthal check as root")};
+  if (!holders.all_seen)
+    return {tty, NotTried("another user's process may have the port", "bthal check as root, without --user")};
   std::vector<CheckResult> results = Tried(fd.get(), before);
   results.insert(results.begin(), tty);
   return results;

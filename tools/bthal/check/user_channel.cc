@@ -39,6 +39,7 @@ CheckResult NoHci0(const std::vector<HciDevice>& devices) {
                   "load its driver (modprobe btusb), or attach it (btattach)");
   }
   std::vector<std::string> others;
+  others.reserve(devices.size());
   for (const HciDevice& device : devices) others.push_back("hci" + std::to_string(device.number));
   return Needed(CheckState::kMissing, "there is no hci0, but " + ::android::base::Join(others, ", "),
                 "unplug it, or unload its driver, and begin anew while nothing has the old hci0: the lowest number "
