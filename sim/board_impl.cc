@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include "sim/base/files.h"
+#include "sim/controller/emulator_address.h"
 #include "sim/controller/firmware/patch_file.h"
 #include "sim/furnish.h"
 
@@ -80,8 +81,19 @@ bool Board::Impl::OpenCoex(std::string* error) {
   return guardian_.Start(lock, error) && inputs_.Open(error) && coex_.Open(options_.root, error);
 }
 
+// Keys are made from the addresses at both ends of a link: what the host takes for its own must be what others see, and
+// that is the emulator's.
+bool Board::Impl::OpenBackend(std::string* error) {
+  if (!backend_.Connect(options_.backend, error)) return false;
+  const Bytes address = AskEmulatorsAddress(&backend_, error);
+  if (address.empty()) return false;
+  controller_.FixAddress(address);
+  options_.provisioned_address = AddressText(address);
+  return true;
+}
+
 bool Board::Impl::OpenTheRest(std::string* error) {
-  if (!options_.backend.empty() && !backend_.Connect(options_.backend, error)) return false;
+  if (!options_.backend.empty() && !OpenBackend(error)) return false;
   if (options_.furnish && !Furnish(options_, error)) return false;
   const std::string uart = options_.root + kUart;
   const auto obey = [this](const std::string& question) { return Obey(question); };

@@ -51,6 +51,7 @@ class Board::Impl {
   bool AddFaults(std::string* error);
   bool OpenCoex(std::string* error);
   bool OpenTheRest(std::string* error);
+  bool OpenBackend(std::string* error);
   bool OpenFifos(std::string* error);
   // board_control.cc: what is asked at the control socket, and the answer.
   std::string Obey(const std::string& question);
@@ -58,7 +59,7 @@ class Board::Impl {
   void Run();
   void Wait();
 
-  const BoardOptions options_;
+  BoardOptions options_;
   EventJournal journal_;
   Faults faults_;
   // In this order: what plays a node is taken from the inputs before they go, and its guardian goes last.

@@ -51,6 +51,13 @@ bool WritePatch(const std::string& path, const std::string& name, size_t records
   return WriteFile(path, std::string(patch.begin(), patch.end()), error);
 }
 
+// An emulator's address may be another each time.
+bool WriteAddress(const BoardOptions& options, std::string* error) {
+  const std::string path = options.root + "/proc/device-tree/chosen/config/bt_addr";
+  const std::string text = options.provisioned_address + "\n";
+  return options.backend.empty() ? WriteIfAbsent(path, text, error) : WriteFile(path, text, error);
+}
+
 }  // namespace
 
 bool Furnish(const BoardOptions& options, std::string* error) {
@@ -60,10 +67,7 @@ bool Furnish(const BoardOptions& options, std::string* error) {
   }
   if (!WriteIfAbsent(root + "/vendor/etc/bluetooth/bt_vendor.conf", kConfiguration, error)) return false;
   if (!WriteIfAbsent(root + "/sys/class/power_supply/battery/capacity", "87\n", error)) return false;
-  if (options.provision_address &&
-      !WriteIfAbsent(root + "/proc/device-tree/chosen/config/bt_addr", options.provisioned_address + "\n", error)) {
-    return false;
-  }
+  if (options.provision_address && !WriteAddress(options, error)) return false;
   const std::string firmware = root + kFirmwareFolder;
   for (const std::string& name : PatchNames(options.chip_id)) {
     if (!WritePatch(firmware + name, name, options.patch_records, error)) return false;

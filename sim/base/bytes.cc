@@ -32,4 +32,11 @@ Bytes ParseAddress(const std::string& text) {
   return address;
 }
 
+std::string AddressText(const Bytes& address) {
+  char text[18];
+  snprintf(text, sizeof(text), "%02X:%02X:%02X:%02X:%02X:%02X", address[5], address[4], address[3], address[2],
+           address[1], address[0]);
+  return text;
+}
+
 }  // namespace bthal::sim

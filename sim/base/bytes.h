@@ -30,5 +30,6 @@ std::string Hex(uint64_t value, int digits);
 
 // "AA:BB:CC:DD:EE:FF" into six bytes, least significant first; empty if the text is no address.
 Bytes ParseAddress(const std::string& text);
+std::string AddressText(const Bytes& address);
 
 }  // namespace bthal::sim

@@ -42,6 +42,8 @@ class Controller final : public Outlet, private Chip {
   Controller(const BoardOptions& options, EventJournal* journal, Line* line, Coex* coex, Faults* faults,
              Backend* emulator);
 
+  // Before anything else: whose commands the emulator obeys has the emulator's address.
+  void FixAddress(const Bytes& address) { identity_.Fix(address); }
   void SetPower(bool on);
   void SetWakeLine(bool high);
   // What the host sent.

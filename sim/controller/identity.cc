@@ -13,6 +13,11 @@ void Identity::Patch() {
   build = kPatchedBuild;
 }
 
+void Identity::Fix(const Bytes& fixed) {
+  address = own_address = fixed;
+  address_is_fixed = true;
+}
+
 void Identity::Forget() {
   name = "QNL" + std::to_string(chip_id) + " ROM";
   build = 0;

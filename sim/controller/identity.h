@@ -17,9 +17,13 @@ struct Identity {
   // The patch answers from now on.
   void Patch();
 
+  // The address is this one, and cannot be changed: that of an emulator.
+  void Fix(const Bytes& address);
+
   uint8_t chip_id;
   std::string patched_name;
   Bytes own_address;  // least significant byte first
+  bool address_is_fixed = false;
 
   std::string name;    // what Read Local Name answers
   uint16_t build = 0;  // 0: no patch runs

@@ -23,8 +23,10 @@ constexpr unsigned kDebugInfoBytes = 64;
 
 void VendorCommands::AddTo(CommandTable* table) {
   table->Add(kWriteBdAddr, kUnlisted, {6}, [this](const Bytes& p) {
-    identity_->address = p;
-    return Answer();
+    if (!identity_->address_is_fixed) identity_->address = p;
+    if (identity_->address == p) return Answer();
+    outlet_->ProtocolError("the emulator's address cannot be changed to " + AddressText(p));
+    return Answer::Complete({kCommandDisallowed});
   });
   //   0 | 0 | bit rate, 32 bits
   table->Add(kUpdateBaudRate, kUnlisted, {6, {}, SpeedFits}, [this](const Bytes& p) {

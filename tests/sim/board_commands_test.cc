@@ -206,10 +206,11 @@ TEST_F(BoardCommandsTest, ScansAndConnects) {
   EXPECT_EQ(Complete(0x200B, {0}), host_.Command(0x200B, {1, 0x10, 0, 0x10, 0, 0, 0}));
   EXPECT_EQ(Complete(0x200C, {0}), host_.Command(0x200C, {1, 1}));
   Packet peer;
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < 5; ++i) {
     const Packet report = host_.Read();
     ASSERT_EQ(0x3E, report.at(1));
     ASSERT_EQ(report.size(), 3u + report[2]);
+    ASSERT_EQ(i % 2 == 0 ? 0 : 4, report.at(5)) << "advertised, then the answer to an active scan, though it is empty";
     ASSERT_EQ(report.size(), 14u + report[13] + 2 - 1) << "length, data, RSSI";
     if (i == 0) peer.assign(report.begin() + 6, report.begin() + 13);  // address type and address
   }

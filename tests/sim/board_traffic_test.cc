@@ -171,13 +171,27 @@ class Emulator {
   int peer_ = -1;
 };
 
-TEST_F(BoardTrafficTest, AnEmulatorAnswersTheStandardCommands) {
+constexpr uint16_t kReadAddress = 0x1009;
+constexpr uint16_t kWriteAddress = 0xFC01;
+const Packet kAddressTold{0, 0x42, 0, 0, 1, 0xAA, 0};  // status, address
+
+TEST_F(BoardTrafficTest, AnEmulatorAnswersTheStandardCommandsAndLendsItsAddress) {
   Emulator emulator(root_.Below("/emulator"));
   sim::BoardOptions options = SmallBoard(root_);
   options.backend = "unix:" + root_.Below("/emulator");
+  std::thread first([&] {
+    emulator.Accept();
+    EXPECT_EQ(CommandPacket(kReadAddress), emulator.Read());
+    emulator.Write(Complete(kReadAddress, kAddressTold));
+  });
+  root_.Write("/proc/device-tree/chosen/config/bt_addr", "AA:BB:CC:11:22:33\n");
   Board& board = Start(options);
-  emulator.Accept();
+  first.join();
+  EXPECT_EQ("00:AA:01:00:00:42\n", root_.Read("/proc/device-tree/chosen/config/bt_addr")) << "which the service writes";
   host_.PowerOn();
+  EXPECT_EQ(Complete(kWriteAddress, {0}), host_.Command(kWriteAddress, {0x42, 0, 0, 1, 0xAA, 0}));
+  EXPECT_EQ(Complete(kWriteAddress, {0x0C}), host_.Command(kWriteAddress, {0x33, 0x22, 0x11, 0xCC, 0xBB, 0xAA}));
+  EXPECT_EQ(Complete(kReadAddress, kAddressTold), host_.Command(kReadAddress));
   EXPECT_EQ(188, host_.Command(0xFC79).at(7)) << "the maker's commands stay ours";
   host_.Send(kReset);
   EXPECT_EQ(CommandPacket(kReset), emulator.Read());
@@ -189,8 +203,9 @@ TEST_F(BoardTrafficTest, AnEmulatorAnswersTheStandardCommands) {
   host_.Write({0x02, 0x40, 0x00, 0x01, 0x00, 0x55});
   EXPECT_EQ((Packet{0x02, 0x40, 0x00, 0x01, 0x00, 0x55}), emulator.Read());
   emulator.HangUp();
-  ASSERT_TRUE(Await(board, WireEvent::kProtocolError));
-  EXPECT_THAT(Texts(board, WireEvent::kProtocolError), ElementsAre(HasSubstr("the emulator has gone: it hung up")));
+  ASSERT_TRUE(Await(board, WireEvent::kProtocolError, 2));
+  EXPECT_THAT(Texts(board, WireEvent::kProtocolError),
+              ElementsAre(HasSubstr("cannot be changed to AA:BB:CC:11:22:33"), HasSubstr("it hung up")));
   EXPECT_EQ(Complete(kReset, {0x03}), host_.Command(kReset)) << "Hardware Failure";
   EXPECT_EQ(188, host_.Command(0xFC79).at(7));
 }

@@ -102,7 +102,7 @@ void Scanner::ReportAll(uint64_t run) {
     if (!neighbour.low_energy || outlet_->Waiting() > kTooMuchWaits) continue;
     if (once_each_ && !reported_.insert(neighbour.address).second) continue;
     Report(neighbour, false);
-    if (active_ && !ScanResponseData(neighbour).empty()) Report(neighbour, true);
+    if (active_) Report(neighbour, true);  // who has no more to say says so
   }
   outlet_->timers().After(kAdvertisersEvery, [this, run] { ReportAll(run); });
 }
