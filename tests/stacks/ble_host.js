@@ -3,7 +3,7 @@
 const { EventEmitter, once } = require('events');
 const net = require('net');
 const { promisify } = require('util');
-const { AdvertisingDataBuilder, BleManager } = require('ble-host');
+const { AdvertisingDataBuilder, AttErrors, BleManager } = require('ble-host');
 const { BATTERY, FULL, LEVEL, NOTE, NOTES, dashed, short } = require('./attributes');
 
 // What the length field of each packet that a controller sends says: where it is, and its size.
@@ -40,7 +40,7 @@ class Transport extends EventEmitter {
 function ask(object, method, ...args) {
   return new Promise((resolve, reject) => {
     object[method](...args, (status, value) => {
-      if (status) reject(new Error(`${method}: status ${status}`));
+      if (status) reject(Object.assign(new Error(`${method}: status ${status}`), { status }));
       else resolve(value);
     });
   });
@@ -75,12 +75,24 @@ class Link {
     await this.paired;
   }
 
+  // Asks once more after a pairing if it is refused for want of that.
+  async request(uuid, method, ...args) {
+    try {
+      return await ask(this.characteristics[uuid], method, ...args);
+    } catch (refusal) {
+      const { INSUFFICIENT_AUTHENTICATION, INSUFFICIENT_ENCRYPTION } = AttErrors;
+      if (![INSUFFICIENT_AUTHENTICATION, INSUFFICIENT_ENCRYPTION].includes(refusal.status)) throw refusal;
+      await this.pair();
+      return ask(this.characteristics[uuid], method, ...args);
+    }
+  }
+
   read(uuid) {
-    return ask(this.characteristics[uuid], 'read');
+    return this.request(uuid, 'read');
   }
 
   write(uuid, value) {
-    return ask(this.characteristics[uuid], 'write', value);
+    return this.request(uuid, 'write', value);
   }
 
   async notification(uuid) {
@@ -107,7 +119,7 @@ class Stack {
     const scanner = this.manager.startScan();
     return new Promise((resolve) => {
       scanner.on('report', (report) => {
-        const name = report.parsedDataItems.localName;
+        const name = report.parsedDataItems.localName?.replace(/\.{3}$/, '');  // so it marks a shortened one
         if (!names.includes(name)) return;
         found.set(name, report);
         if (found.size < names.length) return;

@@ -1,4 +1,5 @@
-// bleno: a stack for the peripheral role, over a serial port.
+// bleno: a stack for the peripheral role, over a serial port. It cannot pair there: it leaves the keys to the kernel's stack,
+// which has no part in it.
 'use strict';
 const { once } = require('events');
 const { withBindings } = require('@stoprocent/bleno');
@@ -16,7 +17,6 @@ function services({ Characteristic, PrimaryService }, noted) {
   const note = new Characteristic({
     uuid: NOTE,
     properties: ['read', 'write'],
-    secure: ['read', 'write'],
     onReadRequest: (connection, offset, done) => done(Characteristic.RESULT_SUCCESS, text.subarray(offset)),
     onWriteRequest(connection, value, offset, withoutResponse, done) {
       text = value;

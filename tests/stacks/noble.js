@@ -4,6 +4,7 @@ const { once } = require('events');
 const { withBindings } = require('@stoprocent/noble');
 const { short } = require('./attributes');
 
+// It pairs by itself when it is refused something for want of that.
 class Link {
   constructor(peripheral) {
     this.peripheral = peripheral;
@@ -15,9 +16,6 @@ class Link {
     this.characteristics = Object.fromEntries(characteristics.map((one) => [short(one.uuid), one]));
     return services.map((service) => short(service.uuid));
   }
-
-  // It pairs by itself as soon as it is refused something for want of encryption.
-  async pair() {}
 
   read(uuid) {
     return this.characteristics[uuid].readAsync();
