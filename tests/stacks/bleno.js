@@ -5,6 +5,8 @@ const { once } = require('events');
 const { withBindings } = require('@stoprocent/bleno');
 const { BATTERY, FULL, LEVEL, NOTE, NOTES } = require('./attributes');
 
+const POWER_LIMIT_MS = 60000;
+
 // bleno's classes, of the bindings in use.
 function services({ Characteristic, PrimaryService }, noted) {
   let text = Buffer.alloc(0);
@@ -49,7 +51,7 @@ class Stack {
 module.exports = {
   async open(port) {
     const bleno = withBindings('hci', { hciDriver: 'uart', bindParams: { uart: { port, baudRate: 1000000 } } });
-    await bleno.waitForPoweredOnAsync();
+    await bleno.waitForPoweredOnAsync(POWER_LIMIT_MS);
     return new Stack(bleno);
   },
 };

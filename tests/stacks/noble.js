@@ -4,6 +4,8 @@ const { once } = require('events');
 const { withBindings } = require('@stoprocent/noble');
 const { short } = require('./attributes');
 
+const POWER_LIMIT_MS = 60000;
+
 // It pairs by itself when it is refused something for want of that.
 class Link {
   constructor(peripheral) {
@@ -67,7 +69,7 @@ class Stack {
 module.exports = {
   async open(port) {
     const noble = withBindings('hci', { hciDriver: 'uart', bindParams: { uart: { port, baudRate: 1000000 } } });
-    await noble.waitForPoweredOnAsync();
+    await noble.waitForPoweredOnAsync(POWER_LIMIT_MS);
     return new Stack(noble);
   },
 };
