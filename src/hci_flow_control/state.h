@@ -10,8 +10,8 @@ namespace android::hardware::bluetooth::hci {
 
 inline constexpr uint8_t kCommandType = static_cast<uint8_t>(HciPacketType::kCommand);
 
-// Taken by every operation of every instance, and held across transport writes and watcher calls. Not recursive. Fair: a
-// command gets its turn while another thread sends data without pause.
+// Taken by every operation of every instance, and held across transport writes and watcher calls. Not recursive. Fair:
+// a command gets its turn while another thread sends data without pause.
 extern os::FairMutex flow_control_mutex;
 
 }  // namespace android::hardware::bluetooth::hci
