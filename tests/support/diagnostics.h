@@ -36,6 +36,14 @@ inline std::vector<std::string> DumpSection(const std::string& title) {
   return lines;
 }
 
+// The record's history as one text, a line each, without the times.
+inline std::string History() {
+  constexpr size_t kTimeSize = 14;  // "09:05:07:042: "
+  std::string text;
+  for (const std::string& line : DumpSection("Anchors' History")) text.append(line, kTimeSize) += '\n';
+  return text;
+}
+
 // The names of a folder's entries that begin with `prefix`, sorted; none without the folder.
 inline std::vector<std::string> NamesIn(const std::string& folder, const std::string& prefix = "") {
   std::vector<std::string> names;

@@ -44,6 +44,14 @@ std::vector<LogLine> LogCapture::Lines() const {
   return Captured();
 }
 
+std::string LogCapture::Text(const std::set<std::string>& tags) const {
+  std::string text;
+  for (const LogLine& line : Lines()) {
+    if (tags.contains(line.tag)) text.append({line.severity, ' '}).append(line.text) += '\n';
+  }
+  return text;
+}
+
 size_t LogCapture::Count(const std::string& text) const {
   const std::lock_guard lock(g_mutex);
   return static_cast<size_t>(std::count_if(Captured().begin(), Captured().end(), [&](const LogLine& line) {
