@@ -135,7 +135,8 @@ TEST_F(BtqnlFirmwareTest, SendsRecordByRecordAndLaunchesOnce) {
 }
 
 TEST_F(BtqnlFirmwareTest, StopsAtARefusedRecordAndAtARefusedLaunch) {
-  const std::string log = log_.Text({"bthal.qnlproto"}), record = History();
+  const Recorded recorded;
+  log_.Clear();
   auto done = Download(Text({kWrite, kEmptyRecord}), false);
   ASSERT_TRUE(controller_.Refuses(kWrite, 0x12));
   EXPECT_FALSE(done.get());
@@ -148,7 +149,7 @@ TEST_F(BtqnlFirmwareTest, StopsAtARefusedRecordAndAtARefusedLaunch) {
   protocol_.Shutdown();
   EXPECT_FALSE(protocol_.download_passthrough(Open().get()));
   EXPECT_FALSE(protocol_.download_direct(-1, false));
-  EXPECT_EQ("\n" + log_.Text({"bthal.qnlproto"}).substr(log.size()), R"(
+  EXPECT_EQ(log_.Text({"bthal.qnlproto"}), R"(
 I download_direct: Downloading Firmware Patchram data
 D download_direct: Sending 0xfc4c 0x03
 W OnEventReceive: Recv Failure VSE 0e 04 01 4c fc 12
@@ -168,7 +169,7 @@ E download_passthrough: Failed to write PatchRam
 I download_direct: Downloading Firmware Patchram data
 E download_direct: Failed to read patchram preamble (-1): Bad file descriptor (9)
 )");
-  EXPECT_EQ("\n" + History().substr(record.size()), R"(
+  EXPECT_EQ(recorded.Text(), R"(
 btqnl_send_command_wait_complete: opcode 0xfc4c LEN 0x03 Result 0x12
 download_direct: Failed to write patchram: 0x12
 btqnl_send_command_wait_complete: opcode 0xfc4e LEN 0x04 Result 0x12
@@ -221,7 +222,7 @@ TEST_F(BtqnlFirmwareTest, HandsBatchesOverAndTheLaunchAlone) {
   EXPECT_TRUE(done.get());
   const std::string log =
       std::regex_replace(log_.Text({"bthal.qnlproto"}), std::regex("in [0-9]+ milli"), "in some milli");
-  EXPECT_EQ("\n" + log.substr(log.find("I download_passthrough: Downl")), R"(
+  EXPECT_EQ(log.substr(log.find("\nI download_passthrough: Downl")), R"(
 I download_passthrough: Downloading Firmware PatchRam data
 I download_passthrough: Sending 32508 bytes of PatchRam data
 I download_passthrough: Processed 32508 bytes of PatchRam in some milliseconds

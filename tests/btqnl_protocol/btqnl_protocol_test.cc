@@ -35,6 +35,7 @@ TEST_F(BtQnlProtocolTest, BringsTheControllerUpInOrder) {
   root_.Write("/proc/bluetooth/sleep/btwrite", "");
   root_.Write("/sys/power/wake_lock", "");
   root_.Write("/sys/power/wake_unlock", "");
+  const Recorded recorded;
 
   auto ready = Initialize();
   ASSERT_EQ(controller_.NextCommand(), Command(kReset));
@@ -68,7 +69,7 @@ TEST_F(BtQnlProtocolTest, BringsTheControllerUpInOrder) {
   EXPECT_EQ(protocol_.chip_id(), 188);
   EXPECT_EQ(protocol_.local_name(), "QNL188");
   EXPECT_EQ(root_.Read("/sys/power/wake_unlock"), "bthal_wakelock\n");
-  EXPECT_EQ("\n" + std::regex_replace(log_.Text({"bthal.qnlproto"}), std::regex("( 00){9,}"), " ..."), R"(
+  EXPECT_EQ(std::regex_replace(log_.Text({"bthal.qnlproto"}), std::regex("( 00){9,}"), " ..."), R"(
 I first_hci_reset
 I send_hci_reset
 V OnEventReceive: Recv Success VSE 0e 04 01 03 0c 00
@@ -131,7 +132,7 @@ V OnEventReceive: Recv Success VSE 0e 04 01 27 fc 00
 D btqnl_send_command_wait_complete: 0xfc27 LEN 0x0c Result 0x00
 I lpm_setup: LPM Enabled
 )");
-  EXPECT_EQ("\n" + History().substr(History().find("Initialize")), R"(
+  EXPECT_EQ(recorded.Text(), R"(
 Initialize
 btqnl_reset [ IN]
 read_btqnl_chip_id, chip_id: 188
@@ -173,12 +174,11 @@ TEST_F(BtQnlProtocolTest, GoesOnWithoutALocalNameAndWithoutSleepMode) {
 TEST_F(BtQnlProtocolTest, ARefusedStepIsToldAtEveryLevel) {
   const auto bring_up = [this](const StatusOf& status_of) {
     log_.Clear();
-    const size_t before = History().size();
+    const Recorded recorded;
     auto ready = Initialize();
     Play(ready, status_of, {174, 0});
     ready.get();
-    return ::android::base::Split(log_.Text({"bthal.qnlproto", "bthal.debug_central"}) + History().substr(before),
-                                  "\n");
+    return ::android::base::Split(log_.Text({"bthal.qnlproto", "bthal.debug_central"}) + recorded.Text(), "\n");
   };
   protocol_.Shutdown();  // asleep, whatever has been before
   const auto good = bring_up([](uint16_t) { return uint8_t{0}; });

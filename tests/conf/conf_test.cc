@@ -21,6 +21,12 @@ class ConfTest : public ::testing::Test {
     return found == settings.end() ? ConfigSetting{} : *found;
   }
 
+  static std::string Shown(const Config& config) {
+    std::string text = "\n";
+    for (const ConfigSetting& setting : config.Settings()) text += setting.key + "=" + setting.value + "\n";
+    return text;
+  }
+
   // What the vendor file `text` alone makes of the settings.
   Config Read(const std::string& text) {
     root_.Write(kVendorConfPath, text);
@@ -33,16 +39,37 @@ class ConfTest : public ::testing::Test {
 
 TEST_F(ConfTest, WithoutFilesEverythingIsDefault) {
   const Config config = Config::Preview();
-  EXPECT_EQ(config.uart_port, "/dev/ttySAC16");
-  EXPECT_EQ(config.userial_type, 1u);
-  EXPECT_EQ(config.userial_type_fallback, 1u);
-  EXPECT_EQ(config.big_hammer_bt_reg_on_delay_ms, 100);
-  EXPECT_EQ(config.max_usf_recovery_time_s, 15);
-  EXPECT_EQ(config.min_usf_disconnection_interval_s, 3600);
+  EXPECT_EQ(Shown(config), R"(
+FastDownloadDisable=false
+SarBackOffHighResolution=false
+BigHammerBtRegOnDelay=100
+UartPort=/dev/ttySAC16
+UserialType=1
+AccelBtDisable=false
+ThreadDispatcherEnabled=false
+AocPowerPinCtrlCheckEnable=false
+HwStageDoesNotCtrlPowerPinFromAoc=
+HwStageWithOldChipFwNoLongerSupport=
+UserialTypeFallback=1
+MaxUsfRecoveryTimeInSeconds=15
+MinUsfDisconnectionIntervalInSeconds=3600
+ApmUartSkipSuspend=false
+BqrEnergyReportLogging=false
+BtA2dpOffloadCap=
+BtOpusEnabled=
+POFEnable=
+BqrEventMaskValueUpdate=
+)");
+  EXPECT_EQ(log_.Text(), R"(
+I is_user_debug_or_eng_build: build_type : 
+I Attempt to load conf from /vendor/etc/bluetooth/bt_vendor.conf
+I config file >/vendor/etc/bluetooth/bt_vendor.conf< not found
+I Attempt to load conf from /vendor/etc/bluetooth/bt_vendor_overlay.conf
+I config file >/vendor/etc/bluetooth/bt_vendor_overlay.conf< not found
+)");
+  EXPECT_FALSE(config.is_user_debug_or_eng_build);
   EXPECT_TRUE(config.GetFastDownloadState());
   EXPECT_TRUE(config.IsAcceleratedBtOnSupported());
-  EXPECT_TRUE(log_.Has("Attempt to load conf from /vendor/etc/bluetooth/bt_vendor.conf"));
-  EXPECT_TRUE(log_.Has("config file >/vendor/etc/bluetooth/bt_vendor_overlay.conf< not found"));
   for (const ConfigSetting& setting : config.Settings()) EXPECT_EQ(setting.source, "default") << setting.key;
 }
 
@@ -66,17 +93,29 @@ TEST_F(ConfTest, ReadsEveryKindOfLine) {
       "HwStageDoesNotCtrlPowerPinFromAoc = EVT1.0-PROTO 2\n"
       "HwStageWithOldChipFwNoLongerSupport = DEV--EVT-\n"
       "MinUsfDisconnectionIntervalInSeconds = 60");  // the last line of a file may lack its end
-  EXPECT_EQ(config.uart_port, "/dev/tty with blanks");
+  EXPECT_EQ(Shown(config), R"(
+FastDownloadDisable=true
+SarBackOffHighResolution=false
+BigHammerBtRegOnDelay=-250
+UartPort=/dev/tty with blanks
+UserialType=0
+AccelBtDisable=true
+ThreadDispatcherEnabled=false
+AocPowerPinCtrlCheckEnable=false
+HwStageDoesNotCtrlPowerPinFromAoc=EVT1.0-PROTO 2
+HwStageWithOldChipFwNoLongerSupport=DEV--EVT-
+UserialTypeFallback=2147483647
+MaxUsfRecoveryTimeInSeconds=77
+MinUsfDisconnectionIntervalInSeconds=60
+ApmUartSkipSuspend=false
+BqrEnergyReportLogging=true
+BtA2dpOffloadCap=
+BtOpusEnabled=
+POFEnable=
+BqrEventMaskValueUpdate=
+)");
   EXPECT_FALSE(config.GetFastDownloadState());
-  EXPECT_TRUE(config.accel_bt_disabled);
   EXPECT_FALSE(config.DoNeedAocPowerPinCtrlCheck());
-  EXPECT_FALSE(config.apm_uart_skip_suspend);
-  EXPECT_TRUE(config.bqr_energy_report_logging);
-  EXPECT_EQ(config.big_hammer_bt_reg_on_delay_ms, -250);
-  EXPECT_EQ(config.userial_type, 0u);
-  EXPECT_EQ(config.userial_type_fallback, 2147483647u);
-  EXPECT_EQ(config.max_usf_recovery_time_s, 77);
-  EXPECT_EQ(config.min_usf_disconnection_interval_s, 60);
   EXPECT_THAT(config.hw_stages_not_controlling_power_pin_from_aoc, ElementsAre("EVT1.0", "PROTO 2"));
   EXPECT_THAT(config.hw_stages_with_old_chip_fw_no_longer_supported, ElementsAre("DEV", "", "EVT", ""));
 }
@@ -161,8 +200,18 @@ TEST_F(ConfTest, BuildTypeIsTakenFromItsProperty) {
   EXPECT_TRUE(log_.Has("is_user_debug_or_eng_build: build_type : userdebug"));
 }
 
+TEST_F(ConfTest, AValueThatTheSystemDoesNotTakeIsNamed) {
+  Config& config = Config::GetInstance();
+  config.is_user_debug_or_eng_build = true;
+  config.StoreConfigValue("BtOpusEnabled", std::string(92, '1'));
+  config.StoreConfigValue("BqrEventMaskValueUpdate", std::string(92, '2'));
+  EXPECT_TRUE(log_.Has("StoreConfigValue: the system does not take the value of persist.bluetooth.opus.enabled"));
+  EXPECT_TRUE(log_.Has("StoreConfigValue: the system does not take the value of " + std::string(kEventMask)));
+}
+
 TEST_F(ConfTest, SwitchesCombineFileAndPropertyAtEveryCall) {
   const Config config = Read("ThreadDispatcherEnabled = 1\nUserialType = 2\nUserialTypeFallback = 0\n");
+  log_.Clear();
   EXPECT_FALSE(config.IsThreadDispatcherEnabled());
   SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
   EXPECT_TRUE(config.IsThreadDispatcherEnabled());
@@ -173,6 +222,19 @@ TEST_F(ConfTest, SwitchesCombineFileAndPropertyAtEveryCall) {
   hci::shim::EnableBtUartFallback();
   EXPECT_EQ(config.GetUserialType(), 0u);
   EXPECT_FALSE(config.IsAcceleratedBtOnSupported());
+  EXPECT_EQ(log_.Text(), R"(
+I IsThreadDispatcherEnabled: is_thread_dispatcher_enabled_prop: 0
+I IsThreadDispatcherEnabled: is_thread_dispatcher_enabled_prop: 1
+I is_user_debug_or_eng_build: build_type : 
+I Attempt to load conf from /vendor/etc/bluetooth/bt_vendor.conf
+I Attempt to load conf from /vendor/etc/bluetooth/bt_vendor_overlay.conf
+I config file >/vendor/etc/bluetooth/bt_vendor_overlay.conf< not found
+I IsThreadDispatcherEnabled: is_thread_dispatcher_enabled_prop: 1
+I IsAcceleratedBtOnSupported: accel_bt_on_disable_prop: false
+W EnableBtUartFallback
+I GetUserialType: BT UART fallback to 0
+I IsAcceleratedBtOnSupported: accel_bt_on_disable_prop: true
+)");
   EXPECT_EQ(Read("UserialType = 2\nUserialTypeFallback = 3\n").GetUserialType(), 2u);
 
   SetProperty(kDisableAccelerateBtOnProperty, "0");  // only the word "false" is none

@@ -6,6 +6,7 @@
 #include "conf/userial_type.h"
 #include "os/kill_self.h"
 #include "shim/shim.h"
+#include "support/diagnostics.h"
 #include "support/fifo_node.h"
 #include "support/pty.h"
 #include "support/test.h"
@@ -28,8 +29,11 @@ class HwControlTest : public ::testing::Test {
   }
   ~HwControlTest() override { os::SetKillSelfForTest(nullptr); }
 
+  static inline const std::set<std::string> kTags = {"bthal.hwcontrol", "bthal.debug_central", "coex_device"};
+
   BtHwControl& control_ = BtHwControl::Get();
   TempRoot root_;
+  Recorded recorded_;
   LogCapture log_;
 };
 
@@ -46,9 +50,36 @@ TEST_F(HwControlTest, PowerSwitchIsTheEntryWhoseTypeIsExactlyBluetooth) {
   EXPECT_TRUE(control_.PowerControl(false));
   EXPECT_EQ(root_.Read(entry + "3/state"), "0");
   for (const char* other : {"0", "1", "2"}) EXPECT_EQ(root_.Read(entry + other + "/state"), "x");
-  EXPECT_TRUE(log_.Has("rfkill_state_finder: Use rfkill /sys/class/rfkill/rfkill3/state."));
-  EXPECT_TRUE(log_.Has("rfkill_state_finder: /sys/class/rfkill/rfkill3 is [hci0]"));
-  EXPECT_TRUE(log_.Has("PowerControl: Enabling"));
+  const std::string log = log_.Text(kTags);
+  EXPECT_EQ(log.substr(0, log.rfind("I PowerControl: Disabling")), R"(
+D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill0/type is [wlan]
+D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill2/type is [bluetooth2]
+D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill3/type is [bluetooth]
+I rfkill_state_finder: Use rfkill /sys/class/rfkill/rfkill3/state.
+I rfkill_state_finder: /sys/class/rfkill/rfkill3 is [hci0]
+I PowerControl: Enabling
+I BtRegOnCoordinate: enabling=1, after=0
+I BtSend msg: 0x47
+I WriteEvent
+E Failed to write the message to coex device!!
+I BtRegOnCoordinate: enabling=1, after=1
+I BtSend msg: 0x48
+I WriteEvent
+E Failed to write the message to coex device!!
+D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill0/type is [wlan]
+D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill2/type is [bluetooth2]
+D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill3/type is [bluetooth]
+I rfkill_state_finder: Use rfkill /sys/class/rfkill/rfkill3/state.
+I rfkill_state_finder: /sys/class/rfkill/rfkill3 is [hci0]
+)");
+  EXPECT_EQ(recorded_.Text(), R"(
+PowerControl [ IN]
+PowerControl: Enabling, state_path: /sys/class/rfkill/rfkill3/state
+PowerControl [OUT]
+PowerControl [ IN]
+PowerControl: Disabling, state_path: /sys/class/rfkill/rfkill3/state
+PowerControl [OUT]
+)");
 }
 
 TEST_F(HwControlTest, WithoutAnEntryPowerIsSomebodyElses) {
@@ -63,15 +94,33 @@ TEST_F(HwControlTest, WithoutAnEntryPowerIsSomebodyElses) {
 TEST_F(HwControlTest, PowerFailureIsReported) {
   root_.Write("/sys/class/rfkill/rfkill0/type", "bluetooth");
   EXPECT_FALSE(control_.PowerControl(true));
-  EXPECT_TRUE(log_.Has("PowerControl: Unable to open rfkill state {/sys/class/rfkill/rfkill0/state}: No such file"));
-  EXPECT_TRUE(log_.Has("error_code: (145), error_info: Unable to open rfkill state"));
+  EXPECT_EQ(log_.Text(kTags), R"(
+D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill0/type is [bluetooth]
+I rfkill_state_finder: Use rfkill /sys/class/rfkill/rfkill0/state.
+E PowerControl: Unable to open rfkill state {/sys/class/rfkill/rfkill0/state}: No such file or directory (2)
+E ReportBqrError: root inflamed event with error_code: (145), error_info: Unable to open rfkill state
+E ReportBqrError: slient recover!
+)");
   log_.Clear();
 
   std::filesystem::create_symlink("/dev/full", root_.Below("/sys/class/rfkill/rfkill0/state"));
   EXPECT_FALSE(control_.PowerControl(true));
-  EXPECT_TRUE(log_.Has("PowerControl: Failed to change rfkill state: No space left on device (28)"));
-  EXPECT_TRUE(log_.Has("BtRegOnCoordinate: enabling=1, after=1"));  // said whether or not it worked
-  EXPECT_TRUE(log_.Has("error_code: (145), error_info: Cannot write power control data"));
+  EXPECT_EQ(log_.Text(kTags), R"(
+D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill0/type is [bluetooth]
+I rfkill_state_finder: Use rfkill /sys/class/rfkill/rfkill0/state.
+I PowerControl: Enabling
+I BtRegOnCoordinate: enabling=1, after=0
+I BtSend msg: 0x47
+I WriteEvent
+E Failed to write the message to coex device!!
+E PowerControl: Failed to change rfkill state: No space left on device (28)
+I BtRegOnCoordinate: enabling=1, after=1
+I BtSend msg: 0x48
+I WriteEvent
+E Failed to write the message to coex device!!
+E ReportBqrError: root inflamed event with error_code: (145), error_info: Cannot write power control data
+E ReportBqrError: slient recover!
+)") << "the coexistence driver is told whether or not it worked";
   log_.Clear();
 
   // A FIFO that nobody holds open is an error, not a wait.
@@ -205,33 +254,78 @@ TEST_F(HwControlTest, WakeLineFollowsSetupSuspendWakeAndTeardown) {
   ASSERT_TRUE(control_.LpmSetup());
   wake.CloseReader();
   EXPECT_FALSE(control_.LpmSuspend());
-  EXPECT_TRUE(log_.Has("LpmSuspend: Unable to suspend LPM:Broken pipe (32)"));
   EXPECT_FALSE(control_.LpmWakeUp());
-  EXPECT_TRUE(log_.Has("LpmWakeUp: Unable to wake up LPM:Broken pipe (32)"));
   control_.LpmTeardown();
+  EXPECT_EQ(log_.Text(kTags), R"(
+I LpmSetup: LPM enabling
+I LpmTeardown: LPM disabling
+D LpmTeardown: LPM Disabled
+I LpmSetup: LPM enabling
+E LpmSuspend: Unable to suspend LPM:Broken pipe (32)
+E LpmWakeUp: Unable to wake up LPM:Broken pipe (32)
+I LpmTeardown: LPM disabling
+D LpmTeardown: LPM Disabled
+)");
+  EXPECT_EQ(recorded_.Text(), R"(
+LpmSetup: LPM enabling
+LpmSuspend: Deassert
+LpmWakeUp: Assert
+LpmTeardown: LPM disabling
+LpmSetup: LPM enabling
+LpmSuspend: Unable to suspend LPM, Broken pipe (32)
+LpmWakeUp: Unable to wake up LPM, Broken pipe (32)
+LpmTeardown: LPM disabling
+)");
 }
 
 TEST_F(HwControlTest, FailedLpmSetupLeavesItTornDown) {
   const size_t open_before = CountEntries("/proc/self/fd");
   EXPECT_FALSE(control_.LpmSetup());
-  EXPECT_TRUE(log_.Has("LpmSetup: Unable to open LPM control port (/proc/bluetooth/sleep/btwrite): No such file"));
 
   root_.Write(kBtWrite, "");
   EXPECT_FALSE(control_.LpmSetup());
-  EXPECT_TRUE(log_.Has("LpmSetup: Unable to open LPM driver (/proc/bluetooth/sleep/lpm): No such file"));
 
   std::filesystem::create_symlink("/dev/full", root_.Below(kLpm));
   EXPECT_FALSE(control_.LpmSetup());
-  EXPECT_TRUE(log_.Has("LpmSetup: Unable to enable LPM driver (/proc/bluetooth/sleep/lpm): No space left"));
-  EXPECT_TRUE(log_.Has("LpmTeardown: Unable to disable LPM driver"));
 
   std::filesystem::remove(root_.Below(kLpm));
   std::filesystem::remove(root_.Below(kBtWrite));
   root_.Write(kLpm, "");
   std::filesystem::create_symlink("/dev/full", root_.Below(kBtWrite));
   EXPECT_FALSE(control_.LpmSetup());
-  EXPECT_TRUE(log_.Has("LpmSetup: Unable to wake up LPM:No space left on device (28)"));
   EXPECT_EQ(root_.Read(kLpm), "0");
+  std::filesystem::remove(root_.Below(kLpm));
+  control_.LpmTeardown();
+  EXPECT_EQ(log_.Text(kTags), R"(
+I LpmSetup: LPM enabling
+W LpmSetup: Unable to open LPM control port (/proc/bluetooth/sleep/btwrite): No such file or directory (2)
+I LpmSetup: LPM enabling
+E LpmSetup: Unable to open LPM driver (/proc/bluetooth/sleep/lpm): No such file or directory (2)
+I LpmSetup: LPM enabling
+E LpmSetup: Unable to enable LPM driver (/proc/bluetooth/sleep/lpm): No space left on device (28)
+I LpmTeardown: LPM disabling
+E LpmTeardown: Unable to disable LPM driver (/proc/bluetooth/sleep/lpm): No space left on device (28)
+D LpmTeardown: LPM Disabled
+I LpmSetup: LPM enabling
+E LpmSetup: Unable to wake up LPM:No space left on device (28)
+I LpmTeardown: LPM disabling
+D LpmTeardown: LPM Disabled
+I LpmTeardown: LPM disabling
+E LpmTeardown: Unable to close LPM driver (/proc/bluetooth/sleep/lpm): No such file or directory (2)
+)");
+  EXPECT_EQ(recorded_.Text(), R"(
+LpmSetup: LPM enabling
+LpmSetup: Unable to open LPM control port, No such file or directory (2)
+LpmSetup: LPM enabling
+LpmSetup: Unable to open LPM driver, No such file or directory (2)
+LpmSetup: LPM enabling
+LpmTeardown: LPM disabling
+LpmSetup: LPM enabling
+LpmSetup: Unable to wake up LPM: No space left on device (28)
+LpmTeardown: LPM disabling
+LpmTeardown: LPM disabling
+LpmTeardown: Unable to close LPM driver, No such file or directory (2)
+)");
 
   EXPECT_FALSE(control_.IsLpmRunning());
   EXPECT_EQ(CountEntries("/proc/self/fd"), open_before);
@@ -239,13 +333,29 @@ TEST_F(HwControlTest, FailedLpmSetupLeavesItTornDown) {
 
 TEST_F(HwControlTest, SkipSuspendKeepsItsDescriptor) {
   EXPECT_FALSE(control_.UartSkipSuspend(true));
-  EXPECT_TRUE(log_.Has("UartSkipSuspend: Unable to open UartCtrl port (" + std::string(kUartDebug) + "): No such"));
   FifoNode node(root_, kUartDebug);
   const size_t open_before = CountEntries("/proc/self/fd");
   EXPECT_TRUE(control_.UartSkipSuspend(true));
   EXPECT_TRUE(control_.UartSkipSuspend(false));
   EXPECT_EQ(node.Take(), "89");
   EXPECT_EQ(CountEntries("/proc/self/fd"), open_before + 2);
+  node.CloseReader();
+  EXPECT_FALSE(control_.UartSkipSuspend(true));
+  std::filesystem::remove(root_.Below(kUartDebug));
+  std::filesystem::create_symlink("/dev/full", root_.Below(kUartDebug));
+  EXPECT_FALSE(control_.UartSkipSuspend(true));
+  EXPECT_EQ(log_.Text(kTags), R"(
+I UartSkipSuspend: open UartCtrl device node
+W UartSkipSuspend: Unable to open UartCtrl port (/sys/devices/platform/155d0000.serial/uart_dbg): No such file or directory (2)
+I UartSkipSuspend: open UartCtrl device node
+I UartSkipSuspend: enable UART skip suspend
+I UartSkipSuspend: open UartCtrl device node
+I UartSkipSuspend: disable UART skip suspend
+I UartSkipSuspend: open UartCtrl device node
+W UartSkipSuspend: Unable to open UartCtrl port (/sys/devices/platform/155d0000.serial/uart_dbg): No such device or address (6)
+I UartSkipSuspend: open UartCtrl device node
+E UartSkipSuspend: Unable to set uart IOCTRL:No space left on device (28)
+)");
 }
 
 TEST_F(HwControlTest, BatteryLevelIsTheTextOfItsNode) {

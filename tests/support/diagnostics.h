@@ -36,13 +36,22 @@ inline std::vector<std::string> DumpSection(const std::string& title) {
   return lines;
 }
 
-// The record's history as one text, a line each, without the times.
-inline std::string History() {
-  constexpr size_t kTimeSize = 14;  // "09:05:07:042: "
-  std::string text;
-  for (const std::string& line : DumpSection("Anchors' History")) text.append(line, kTimeSize) += '\n';
-  return text;
-}
+// What the record's history gains from here on: lines without their times, after an empty one, as a raw string has them.
+class Recorded {
+ public:
+  Recorded() : before_(History().size()) {}
+  std::string Text() const { return "\n" + History().substr(before_); }
+
+ private:
+  static std::string History() {
+    constexpr size_t kTimeSize = 14;  // "09:05:07:042: "
+    std::string text;
+    for (const std::string& line : DumpSection("Anchors' History")) text.append(line, kTimeSize) += '\n';
+    return text;
+  }
+
+  size_t before_;
+};
 
 // The names of a folder's entries that begin with `prefix`, sorted; none without the folder.
 inline std::vector<std::string> NamesIn(const std::string& folder, const std::string& prefix = "") {

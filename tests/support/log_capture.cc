@@ -45,9 +45,9 @@ std::vector<LogLine> LogCapture::Lines() const {
 }
 
 std::string LogCapture::Text(const std::set<std::string>& tags) const {
-  std::string text;
+  std::string text = "\n";
   for (const LogLine& line : Lines()) {
-    if (tags.contains(line.tag)) text.append({line.severity, ' '}).append(line.text) += '\n';
+    if (tags.empty() || tags.contains(line.tag)) text.append({line.severity, ' '}).append(line.text) += '\n';
   }
   return text;
 }

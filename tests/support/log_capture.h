@@ -23,8 +23,8 @@ class LogCapture {
   LogCapture& operator=(const LogCapture&) = delete;
 
   std::vector<LogLine> Lines() const;
-  // The lines of these tags as one text, each as "E what it says".
-  std::string Text(const std::set<std::string>& tags) const;
+  // The lines of these tags, or of all, each as "E what it says", after an empty one, as a raw string has them.
+  std::string Text(const std::set<std::string>& tags = {}) const;
   // Whether some line contains `text`; how many do.
   bool Has(const std::string& text) const { return Count(text) != 0; }
   size_t Count(const std::string& text) const;
