@@ -59,7 +59,7 @@ CoexDevice& CoexDevice::Get() {
 int CoexDevice::DeviceOpen(std::function<void()> handler, int pause_ms) {
   LOG(INFO) << "DeviceOpen";
   const int fd = OpenNode();
-  if (fd < 0) return -1;
+  if (fd < 0) return fd;
   bool live = false;
   {
     const std::lock_guard lock(mutex_);
@@ -76,7 +76,7 @@ int CoexDevice::DeviceOpen(std::function<void()> handler, int pause_ms) {
   return fd;
 }
 
-// Opens the node, unless it is open, and returns its descriptor.
+// Opens the node, unless it is open, and returns its descriptor, or -1.
 int CoexDevice::OpenNode() {
   if (const Descriptor open_device = device()) return open_device->get();
 

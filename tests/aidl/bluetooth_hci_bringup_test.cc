@@ -5,7 +5,10 @@
 #include "host/binder_objects.h"
 #include "os/kill_self.h"
 #include "support/board_session.h"
+#include "support/diagnostics.h"
 #include "support/test.h"
+
+#include <regex>
 
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
 namespace {
@@ -48,6 +51,8 @@ class BringUpFailureTest : public BoardSessionTest {
     });
   }
 
+  static inline const std::set<std::string> kTags = {"bthal.aidl.qnlbtlinux", "bthal.activity_watcher"};
+
   LogCapture log_;
   std::shared_ptr<BluetoothHci> hci_;
 };
@@ -56,24 +61,50 @@ Bytes ErrorEvent(uint8_t kind) { return {0xFF, 4, 0x58, 5, 0, kind}; }
 
 TEST_F(BringUpFailureTest, AClientHearsOfAControllerThatFailsAndOfNothingAfterIt) {
   Start(/*accelerated=*/false, {"wrong-status,opcode=reset,count=always"});
+  log_.Clear();
   EXPECT_TRUE(hci_->initialize(client_).isOk());
+  EXPECT_EQ(log_.Text(kTags), R"(
+I initialize_impl
+I perform_init
+I open_coex_dev: return ret (1), count:0
+E Initialize() failed
+)");
   EXPECT_THAT(client_->Events(), ElementsAre(ErrorEvent(0x93)));
   EXPECT_THAT(client_->Statuses(), ElementsAre(HalStatus::HARDWARE_INITIALIZATION_ERROR));
-  EXPECT_TRUE(log_.Has("Initialize() failed"));
-  EXPECT_TRUE(log_.Has("HasClientConnectWith: has_client: 0"));
   EXPECT_EQ(g_aborts, 1);
   EXPECT_EQ(g_kills, 0);
   EXPECT_TRUE(IsOff());
   EXPECT_TRUE(hci_->sendHciCommand({3, 12, 0}).isOk()) << "dropped";
   // Whoever comes next is the first client again.
+  log_.Clear();
+  const Recorded recorded;
+  client_->Fail(true);
   EXPECT_TRUE(hci_->initialize(client_).isOk());
+  EXPECT_EQ(log_.Text(kTags), R"(
+I initialize_impl
+I perform_init
+I open_coex_dev: return ret (1), count:0
+W Unable to callback bqr root inflamed event to Stack
+E Initialize() failed
+E VendorInterface -> Unable to call initializationComplete(ERR)
+)");
+  EXPECT_THAT(recorded.Text(), HasSubstr("\nperform_init: Unable to call initializationComplete(ERR)\n"));
   EXPECT_THAT(client_->Statuses(),
               ElementsAre(HalStatus::HARDWARE_INITIALIZATION_ERROR, HalStatus::HARDWARE_INITIALIZATION_ERROR));
 }
 
 TEST_F(BringUpFailureTest, AClientHearsOfAChannelThatCannotBeOpened) {
   Start(/*accelerated=*/false, {}, /*with_uart=*/false);
+  log_.Clear();
+  client_->Fail(true);
   EXPECT_TRUE(hci_->initialize(client_).isOk());
+  EXPECT_EQ(log_.Text(kTags), R"(
+I initialize_impl
+I perform_init
+I open_coex_dev: return ret (1), count:0
+W Unable to callback bqr root inflamed event to Stack
+E VendorInterface -> Unable to call initializationComplete(ERR)
+)");
   EXPECT_THAT(client_->Statuses(), ElementsAre(HalStatus::HARDWARE_INITIALIZATION_ERROR));
   EXPECT_FALSE(log_.Has("DeviceClose")) << "the coexistence device stays open for the next attempt";
   EXPECT_TRUE(IsOff());
@@ -81,8 +112,18 @@ TEST_F(BringUpFailureTest, AClientHearsOfAChannelThatCannotBeOpened) {
 
 TEST_F(BringUpFailureTest, WithoutAClientTheProcessIsEnded) {
   Start(/*accelerated=*/true, {"wrong-status,opcode=reset,count=always"});
-  EXPECT_TRUE(log_.WaitFor("Calling kill due to an error"));
   EXPECT_TRUE(log_.WaitFor("DeviceClose"));
+  EXPECT_EQ(log_.Text(kTags), R"(
+I BluetoothHci
+I initialize: controller activity goes to the dump only, there is no power-statistics service to tell
+I BluetoothHci: [bthal.thread_dispatcher] Thread Dispatcher enabled: 0
+I thread_perform_init
+I perform_init
+I open_coex_dev: return ret (1), count:0
+W notify_cb: g_cb == nullptr
+E Initialize() failed
+E Calling kill due to an error
+)");
   EXPECT_EQ(g_kills, 2) << "once by the report, once for want of a client";
   EXPECT_EQ(g_aborts, 0);
 }
@@ -114,6 +155,70 @@ class HostedServiceTest : public BringUpFailureTest {
   ClientProcess clients_[3];
   const std::shared_ptr<FakeHci> door_ = ndk::SharedRefBase::make<FakeHci>();
 };
+
+TEST_F(HostedServiceTest, ASessionIsLoggedStepByStep) {
+  const auto session = [&](const char* up) {
+    EXPECT_TRUE(log_.WaitFor(up));
+    EXPECT_EQ(Initialize(clients_[0]), HalStatus::SUCCESS);
+    EXPECT_TRUE(log_.WaitFor("Enable Bluetooth HAL Extensions"));
+    EXPECT_TRUE(hci_->close().isOk());
+    // The extensions start beside the client.
+    return std::regex_replace(log_.Text(kTags), std::regex("I startVarneHalExtensions[^\\n]*\\n"), "");
+  };
+  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/true));
+  EXPECT_EQ(session("BTQNL controller is ready"), R"(
+I BluetoothHci
+I initialize: controller activity goes to the dump only, there is no power-statistics service to tell
+I BluetoothHci: [bthal.thread_dispatcher] Thread Dispatcher enabled: 0
+I thread_perform_init
+I perform_init
+I open_coex_dev: return ret (1), count:0
+I setup_signal_handler:
+I setup_signal_handler: sigaction(SIGTERM)
+I perform_init: BTQNL controller is ready
+I initialize_impl
+I Init thread is running. Waiting for it to exit
+I Init thread exited. Continue further processing
+I BluetoothHci::initialize() completed
+I BluetoothHci::close()
+I stopVarneHalExtensions: Disable Bluetooth HAL Extensions
+I BluetoothHci::close() Done
+)");
+  hci_.reset();
+  log_.Clear();
+  Accelerate(false);
+  hci_ = ndk::SharedRefBase::make<BluetoothHci>();
+  EXPECT_EQ(session("Thread Dispatcher enabled"), R"(
+I BluetoothHci
+I initialize: controller activity goes to the dump only, there is no power-statistics service to tell
+I BluetoothHci: [bthal.thread_dispatcher] Thread Dispatcher enabled: 0
+I initialize_impl
+I perform_init
+I open_coex_dev: return ret (1), count:0
+I setup_signal_handler:
+I setup_signal_handler: sigaction(SIGTERM)
+I perform_init: BTQNL controller is ready
+I BluetoothHci::initialize() completed
+I BluetoothHci::close()
+I stopVarneHalExtensions: Disable Bluetooth HAL Extensions
+I perform_close
+I closeHci
+I closeHci: hci_handle_ = nullptr
+I BluetoothHci::close() Done
+)");
+
+  // Whoever is nobody, and what is no command.
+  log_.Clear();
+  EXPECT_EQ(hci_->initialize(nullptr).getServiceSpecificError(), -22);
+  const auto status = hci_->sendHciCommand({3});
+  EXPECT_EQ(status.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
+  EXPECT_STREQ(status.getMessage(), "Wrong Command Size!");
+  EXPECT_EQ(log_.Text(kTags), R"(
+I initialize_impl
+E cb == nullptr! -> Unable to call initializationComplete(ERR)
+E sendHciCommand: Wrong Command Size
+)");
+}
 
 TEST_F(HostedServiceTest, OfClientsThatWaitForTheSameBringUpOneIsServed) {
   ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/true, {"late-answer,opcode=reset,ms=500"}));
@@ -201,6 +306,12 @@ TEST_F(HostedServiceTest, ALateNoticeOfADeathLeavesTheSuccessorAlone) {
   EXPECT_EQ(successor.get(), HalStatus::SUCCESS);
   death.WaitUntilTold();
   EXPECT_FALSE(log_.Has("BluetoothHci::close()"));
+}
+
+TEST_F(BringUpFailureTest, ATerminationThatTakesTooLongIsCutShort) {
+  const TerminationDeadline deadline(milliseconds(1));
+  EXPECT_TRUE(WaitFor([] { return g_kills == 1; }));
+  EXPECT_TRUE(log_.Has("TerminationDeadline: not done after 1 ms, killing the process"));
 }
 
 TEST(TerminationTest, ForgettingTheStepsWaitsForThoseThatRun) {

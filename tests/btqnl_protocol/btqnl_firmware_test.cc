@@ -238,6 +238,21 @@ I download_passthrough: total bytes sent 65287
   EXPECT_EQ(log_.Count("SendBatch unsupported"), 1u) << "asked again although it is known";
 }
 
+TEST_F(BtqnlFirmwareTest, HandsOverALaunchOfItsOwnWhereThePatchHasNone) {
+  root_.Write("/patch.hcd", Text({kWrite}));
+  auto done = Start([this] { return protocol_.download_passthrough(Open().get()); });
+  ASSERT_EQ(controller_.NextCommand(), kWrite);
+  ASSERT_TRUE(controller_.Accepts(kOwnLaunch));
+  EXPECT_TRUE(done.get());
+  EXPECT_TRUE(log_.Has("download_passthrough: Sending Launch Ram command"));
+  EXPECT_TRUE(log_.Has("download_passthrough: total bytes sent 15"));
+
+  done = Start([this] { return protocol_.download_passthrough(Open().get()); });
+  ASSERT_EQ(controller_.NextCommand(), kWrite);
+  ASSERT_TRUE(controller_.Refuses(kOwnLaunch, 0x12));
+  EXPECT_FALSE(done.get());
+}
+
 TEST(PatchReaderTest, CutsRecordsAndSaysWhereAPatchEndsInside) {
   const Bytes patch = {0x4C, 0xFC, 2, 0xAA, 0xBB, 0x90, 0xFC, 0, 0x4E, 0xFC, 4, 1, 2};
   PatchReader reader(patch);

@@ -1,6 +1,7 @@
 #include "btqnl_protocol/btqnl_protocol.h"
 
 #include "btqnl_protocol/commands.h"
+#include "conf/conf.h"
 #include "shim/shim.h"
 #include "support/diagnostics.h"
 #include "support/scripted_bring_up.h"
@@ -310,6 +311,25 @@ Initialize: Unable to get local name information
   }
 }
 
+TEST_F(BtQnlProtocolTest, WhatTheKernelsDriverHasBroughtUpIsLeftAsItIs) {
+  uint32_t& type = conf::Config::GetInstance().userial_type;
+  const uint32_t uart = std::exchange(type, 0);
+  hci::shim::InitializeController();  // which few machines have the socket for
+  type = uart;
+  log_.Clear();
+  const Recorded recorded;
+  EXPECT_TRUE(protocol_.Initialize(transport_.flow()));
+  EXPECT_EQ(recorded.Text(), "\nInitialize\nInitialize: HCI_UART driver (0) handles BTQNL protocol\n");
+  log_.Clear();
+  EXPECT_TRUE(protocol_.Initialize(transport_.flow()));
+  EXPECT_TRUE(protocol_.baudrate_change(UartBaudRate::kUartBaudRate3000000, false));
+  EXPECT_EQ(log_.Text(), R"(
+I Initialize: Do no-op for USERIAL ( 0 )
+D baudrate_change: Userial port does not support baudrate change
+)");
+  EXPECT_THAT(controller_.NextCommand(milliseconds(0)), IsEmpty());
+}
+
 TEST_F(BtQnlProtocolTest, FirstResetRecoversByPowerCyclesTwiceAtMost) {
   {
     auto ready = Initialize();
@@ -408,10 +428,26 @@ TEST_F(BtQnlProtocolTest, AHaltEndsTheWaitAtOnceAndADeadHandleIsNone) {
   transport_.Close();
   EXPECT_FALSE(ready.get());
   EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: 0xfc18 LEN 0x06 Result 0x03"));
+  log_.Clear();
   EXPECT_FALSE(protocol_.btqnl_reset());
-  EXPECT_TRUE(log_.Has("btqnl_reset: Userial port is not ready"));
+  EXPECT_FALSE(protocol_.baudrate_change(UartBaudRate::kUartBaudRate115200, true));
+  EXPECT_FALSE(protocol_.firmware_download());
   EXPECT_FALSE(protocol_.read_local_name());
-  EXPECT_TRUE(log_.Has("btqnl_send_command_wait_complete: Unable to send command"));
+  EXPECT_FALSE(protocol_.AcceleratedReset());
+  EXPECT_EQ(log_.Text({"bthal.qnlproto"}), R"(
+E btqnl_reset: Userial port is not ready
+E baudrate_change: Userial port is not ready
+E firmware_download: Userial is not ready
+I btqnl_read_local_name
+W btqnl_send_command_wait_complete: Unable to send command
+E btqnl_read_local_name: Read local name failed: 2
+I AcceleratedReset
+E btqnl_reset: Userial port is not ready
+E AcceleratedReset: hci_reset fail, try to get fw debug dump
+I send_debug_info_cmd
+W btqnl_send_command_no_wait: Unable to send command
+I send_debug_info_cmd: Done (status:0)
+)");
 }
 
 TEST_F(BtQnlProtocolTest, AFailedAcceleratedResetAsksForTheDebugInformation) {

@@ -1,9 +1,13 @@
 #include "coex_device/coex_device.h"
 
+#include <sys/resource.h>
 #include <termios.h>
+
+#include <regex>
 
 #include "debug_central/debug_central.h"
 #include "os/kill_self.h"
+#include "support/diagnostics.h"
 #include "support/pty.h"
 #include "support/test.h"
 
@@ -19,6 +23,8 @@ using namespace ::bthal::test;
 const Bytes kBigHammer = {1, 0, 1, 0x42};
 const Bytes kBigHammerWithAck = {1, 0, 1, 0x43};
 const Bytes kAck = {0x02, 0x02, 0x04, 0x81};
+
+const std::regex kDescriptor(":[0-9]+\\)");
 
 std::atomic<int> g_deaths{0};
 
@@ -72,16 +78,39 @@ TEST_F(CoexDeviceTest, ABigHammerEndsInTheQuietRestart) {
     steps += "handler;";
     handled = std::chrono::steady_clock::now();
   };
+  const Recorded recorded;
   ASSERT_GE(device_.DeviceOpen(handler, 20), 0);
   driver_.Write(kBigHammerWithAck);
   ASSERT_TRUE(WaitFor([] { return g_deaths == 1; }));
   EXPECT_EQ(steps, "handler;");
   EXPECT_EQ(driver_.Read(8), (Bytes{0x02, 0x02, 0x03, 0x45, 0x02, 0x02, 0x04, 0x81}));
   EXPECT_GE(std::chrono::steady_clock::now() - handled, std::chrono::milliseconds(20));
-  EXPECT_TRUE(log_.Has("ReadEvent Sleep : 20 ms"));
+  EXPECT_TRUE(WaitFor([&] { return recorded.Text().ends_with("Thread done\n"); }));
+  const std::string log = std::regex_replace(log_.Text({"coex_device"}), kDescriptor, ":N)");
+  EXPECT_EQ(log.substr(log.find("\nI PollEventThread: POLLIN")), R"(
+I PollEventThread: POLLIN
+I ReadEvent Read wlbt driver event: 0x43
+I BtSend msg: 0x45
+I WriteEvent
+I ReadEvent Sleep : 20 ms
+I BtSend msg: 0x81
+I WriteEvent
+I DeviceClose
+I ClosePollThread
+I ClosePollThread: close socket fds_1
+I ClosePollThread: close socket fds_0
+I ClosePollThread: pthread_join
+I DeviceClose: close(coex_fd_:N)
+I PollEventThread: Thread done
+)");
+  EXPECT_EQ(recorded.Text(), R"(
+ClosePollThread, close socket fds_1
+ClosePollThread, close socket fds_0
+restart bt due to receiving Big Hammer Event!
+PollEventThread: Thread done
+)");
   EXPECT_TRUE(log_.Has("error_code: (127), error_info: restart bt due to receiving Big Hammer Event!"));
-  EXPECT_FALSE(IsOpen()) << "still open when the report was made";
-  EXPECT_TRUE(log_.WaitFor("PollEventThread: Thread done"));
+  EXPECT_FALSE(IsOpen());
 
   // The other value: the same without the acknowledgement, which would come before the message sent below.
   ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
@@ -141,6 +170,22 @@ TEST_F(CoexDeviceTest, AbsentOrHungUpItIsClosedAndCanBeOpenedAgain) {
   EXPECT_EQ(driver.Read(4), (Bytes{0x02, 0x02, 0x03, 0x48}));
 }
 
+TEST_F(CoexDeviceTest, WithoutASocketPairThereIsNoDevice) {
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const Recorded recorded;
+  const unique_fd next(dup(STDERR_FILENO));
+  rlimit few = before;
+  few.rlim_cur = static_cast<rlim_t>(next.get()) + 2;  // the device gets the last one
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  const int opened = device_.DeviceOpen([] {}, 0);
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(opened, -1);
+  EXPECT_TRUE(log_.Has("Failed to create socket pair!! Error: Too many open files"));
+  EXPECT_EQ(recorded.Text(), "\nFailed to create socket pair\n");
+  EXPECT_GE(device_.DeviceOpen([] {}, 0), 0) << "the next attempt";
+}
+
 TEST_F(CoexDeviceTest, AStuckPollThreadIsEndedByForce) {
   unique_fd reader, nobody_writes;
   ASSERT_TRUE(::android::base::Pipe(&reader, &nobody_writes));
@@ -151,14 +196,34 @@ TEST_F(CoexDeviceTest, AStuckPollThreadIsEndedByForce) {
     [[maybe_unused]] const ssize_t count = read(reader.get(), &byte, 1);
     ADD_FAILURE() << "the handler went on";
   };
+  // As a library of the process may do before it starts threads.
+  sigset_t usr1;
+  sigemptyset(&usr1);
+  sigaddset(&usr1, SIGUSR1);
+  pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
   ASSERT_GE(device_.DeviceOpen(handler, 0), 0);
+  pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
   driver_.Write(kBigHammer);
   stuck.get_future().wait();
+  const Recorded recorded;
+  log_.Clear();
 
   device_.DeviceClose();  // comes back although the thread never would
-  EXPECT_TRUE(log_.Has("coex_close_timeout"));
-  EXPECT_TRUE(log_.Has("sigusr1_handler: pthread_exit(0)"));
-  EXPECT_FALSE(log_.Has("PollEventThread: Thread done"));
+  EXPECT_EQ(std::regex_replace(log_.Text({"coex_device"}), kDescriptor, ":N)"), R"(
+I DeviceClose
+I ClosePollThread
+I ClosePollThread: close socket fds_1
+I ClosePollThread: close socket fds_0
+I ClosePollThread: pthread_join
+E coex_close_timeout
+I sigusr1_handler: pthread_exit(0)
+I DeviceClose: close(coex_fd_:N)
+)");
+  EXPECT_EQ(recorded.Text(), R"(
+ClosePollThread, close socket fds_1
+ClosePollThread, close socket fds_0
+coex_close_timeout: PollEventThread Stuck!
+)");
   EXPECT_FALSE(IsOpen());
   ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
   EXPECT_TRUE(IsOpen());

@@ -1,5 +1,8 @@
 // What becomes of the controller's vendor events: which of them the stack sees, and which files they leave.
+#include <sys/resource.h>
+
 #include "bluetooth_bqr.h"
+#include "conf/conf.h"
 #include "support/diagnostics.h"
 #include "support/test.h"
 
@@ -9,6 +12,7 @@ namespace {
 using namespace ::bthal::test;
 
 using hci::HciPacket;
+using ::testing::EndsWith;
 
 constexpr char kSnoop[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
 constexpr char kBackup[] = "/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log";
@@ -66,6 +70,8 @@ TEST_F(VendorEventsTest, OnlyWhatIsTheStacksReachesIt) {
   }
   EXPECT_EQ(CoreDumps(root_).size(), 0u);
   EXPECT_EQ(CrashInfos(root_).size(), 0u);
+  EXPECT_FALSE(central_.HandleVendorEvent({0xFF}));
+  EXPECT_EQ(log_.Count("HandleVendorEvent: Invalid length of VS event!"), 1u);
   EXPECT_EQ(log_.Count("Invalid length of BQR event!"), 3u);
   EXPECT_EQ(log_.Count("Invalid length of debug info event!"), 2u);
   const std::string kept = BluetoothBqr::Get().Report();
@@ -74,6 +80,38 @@ TEST_F(VendorEventsTest, OnlyWhatIsTheStacksReachesIt) {
         std::to_string(id) + ": 1, the latest [6]{255, 4, 88, " + std::to_string(id) + ", 1, 2}\n";
     EXPECT_THAT(kept, HasSubstr("Quality report " + report));
   }
+}
+
+TEST_F(VendorEventsTest, EnergyReportsAreHiddenAndGoToTheirLogWhereThatIsWanted) {
+  const std::string log = "/data/vendor/bluetooth/bqr_energy_report.log";
+  const HciPacket report = VendorEvent({0x58, 0x06, 1, 2});
+  BtBqrEnergyRecoder& recorder = BtBqrEnergyRecoder::Get();
+  std::filesystem::create_directories(root_.path() + "/data/vendor/bluetooth");
+  recorder.StartLogging();
+  EXPECT_FALSE(Reaches(report));
+  EXPECT_FALSE(std::filesystem::exists(root_.Below(log)));
+
+  conf::Config::GetInstance().bqr_energy_report_logging = true;
+  recorder.StartLogging();
+  recorder.StartLogging();  // once more: the same log
+  EXPECT_FALSE(Reaches(report));
+  EXPECT_THAT(root_.Read(log), MatchesRegex("20[^\n]*\n\\[6\\]\\{255, 4, 88, 6, 1, 2\\}\n"));
+  EXPECT_FALSE(std::filesystem::exists(root_.Below(log + ".last")));
+  recorder.StopLogging();
+  EXPECT_FALSE(Reaches(report));
+  EXPECT_THAT(root_.Read(log), EndsWith("2}\n"));
+
+  // A full disk.
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  signal(SIGXFSZ, SIG_IGN);
+  recorder.StartLogging();
+  const rlimit nothing = {1, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &nothing);
+  for (int i = 0; i < 3; ++i) Reaches(report);
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_TRUE(log_.HasThrottled("OnEnergyReport: unable to write to " + log));
+  recorder.StopLogging();
 }
 
 TEST_F(VendorEventsTest, TheCapabilityAnswerIsKeptAndScanAnswersAreLogged) {

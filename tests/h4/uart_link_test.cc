@@ -100,20 +100,28 @@ TEST(UartLinkTest, AConsumerThatDoesNotReturnIsNotWaitedForAndReadsNoMore) {
 
 TEST(WriteWatchdogTest, ReportsAStallOnceAndNamesThePacket) {
   constexpr milliseconds kLimit{50};
-  std::promise<std::string> reported;
-  std::atomic<int> reports{0};
-  WriteWatchdog watchdog(
-      [&](const std::string& what) {
-        if (reports++ == 0) reported.set_value(what);
-      },
-      kLimit);
-  const std::vector<uint8_t> reset = {0x03, 0x0C, 0x00};
-  {
-    WriteWatchdog::Write write(watchdog, 0x01, reset.data(), reset.size());
-    write.Progress(2);
-    EXPECT_EQ(reported.get_future().get(), "command 0x0C03: 2/4 bytes written, no progress for 50 ms");
+  const std::vector<uint8_t> packet = {0x03, 0x2C, 0x00};
+  const std::pair<uint8_t, const char*> kPackets[] = {{0x01, "command 0x2C03"},
+                                                      {0x02, "ACL packet of handle 0xC03"},
+                                                      {0x03, "SCO packet of handle 0xC03"},
+                                                      {0x05, "ISO packet of handle 0xC03"},
+                                                      {0x70, "Thread frame"},
+                                                      {0x66, "packet of type 102"}};
+  for (const auto& [type, name] : kPackets) {
+    std::promise<std::string> reported;
+    std::atomic<int> reports{0};
+    WriteWatchdog watchdog(
+        [&](const std::string& what) {
+          if (reports++ == 0) reported.set_value(what);
+        },
+        kLimit);
+    {
+      WriteWatchdog::Write write(watchdog, type, packet.data(), packet.size());
+      write.Progress(2);
+      EXPECT_EQ(reported.get_future().get(), std::string(name) + ": 2/4 bytes written, no progress for 50 ms");
+    }
+    EXPECT_EQ(reports, 1);
   }
-  EXPECT_EQ(reports, 1);
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ ndk::ScopedAStatus RecordingCallbacks::initializationComplete(HalStatus status) 
     statuses_.push_back(status);
   }
   if (const StatusReaction reaction = Copy(on_status_)) reaction(status);
-  return ndk::ScopedAStatus::ok();
+  return Copy(fail_) ? ndk::ScopedAStatus::fromServiceSpecificError(1) : ndk::ScopedAStatus::ok();
 }
 
 bool RecordingCallbacks::WaitForStatus(HalStatus status) const {
