@@ -39,7 +39,7 @@ class VndSnoopLogger : private std::ofstream {
 
   // Appends one record, with one write to the file and no allocation. `filtered` writes only the first 16 bytes of the
   // packet. Does nothing while not logging.
-  void Capture(const hci::HciPacket& packet, Direction direction, PacketType type, bool filtered);
+  void Capture(const hci::HciPacket& packet, Direction direction, PacketType type, bool filtered = false);
 
   // True while a log is open for capture; then traffic that the controller marks as its own is kept from the stack.
   bool is_logging() const { return is_logging_; }

@@ -136,7 +136,7 @@ void BluetoothFinder::OnRefused(const HciPacket& event) {
 
 void BluetoothFinder::FinishPoweredOffMode(const HciPacket& event, bool success) {
   LOG(INFO) << "OnEventReceive: Entered powered off mode" << (success ? "" : " failed");
-  VndSnoopLogger::Get().Capture(event, VndSnoopLogger::kFromController, VndSnoopLogger::kEvent, false);
+  VndSnoopLogger::Get().Capture(event, VndSnoopLogger::kFromController, VndSnoopLogger::kEvent);
   VndSnoopLogger::Get().Stop();
   // Success or not, the controller is left as it reported: nothing may touch its power any more.
   ::android::hardware::bluetooth::os::KillSelf();

@@ -76,7 +76,7 @@ bool BtQnlProtocol::firmware_download() {
   const std::string path = find_firmware_file();
   LOG(INFO) << "firmware_download: Looking for patchfile [" << path << "]";
   unique_fd fd = OpenPatchFile(path);
-  if (fd.get() < 0) {
+  if (!fd.ok()) {
     LOG(ERROR) << "firmware_download: Unable to open patchfile [" << path << "]";
     DebugCentral::Get().UpdateRecord(
         AnchorType::kFirmwareDownloadFailed,

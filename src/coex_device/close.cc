@@ -54,7 +54,7 @@ void CoexDevice::CloseSockets() {
     const std::lock_guard lock(mutex_);
     sender = std::move(wake_sender_);
   }
-  if (sender.get() < 0) return;
+  if (!sender.ok()) return;
   LOG(INFO) << "ClosePollThread: close socket fds_1";
   DebugCentral::Get().UpdateRecord(AnchorType::kCoexCloseSecondSocket,
                                    StringPrintf("%s, close socket fds_1", "ClosePollThread"));

@@ -81,7 +81,7 @@ int CoexDevice::OpenNode() {
   if (const Descriptor open_device = device()) return open_device->get();
 
   base::unique_fd fd(TEMP_FAILURE_RETRY(open(os::DevicePath(kDevicePath).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)));
-  if (fd.get() < 0) {
+  if (!fd.ok()) {
     LOG(ERROR) << "Failed to open the coex device!! Error: " << strerror(errno);
     return -1;
   }
@@ -98,17 +98,16 @@ int CoexDevice::OpenNode() {
 }
 
 bool CoexDevice::CreateSocketPair() {
-  int fds[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
+  auto session = std::make_shared<PollSession>();
+  base::unique_fd sender;
+  if (!base::Socketpair(SOCK_STREAM | SOCK_CLOEXEC, &session->wake_receiver, &sender)) {
     LOG(ERROR) << "Failed to create socket pair!! Error: " << strerror(errno);
     DebugCentral::Get().UpdateRecord(AnchorType::kCoexSocketPairFailed, "Failed to create socket pair");
     return false;
   }
-  auto session = std::make_shared<PollSession>();
-  session->wake_receiver.reset(fds[0]);
   const std::lock_guard lock(mutex_);
   session_ = std::move(session);
-  wake_sender_.reset(fds[1]);
+  wake_sender_ = std::move(sender);
   return true;
 }
 

@@ -96,16 +96,16 @@ void CoexDevice::PollEvents(PollSession& session) {
     }
     device.reset();  // a big hammer closes the device, and then it has to be closed
 
-    int error = 0;
+    bool lasting_error = false;
     if (fds[0].revents & POLLIN) {
       LOG(INFO) << "PollEventThread: POLLIN";
-      error = ReadEvent(this);
+      lasting_error = IsLasting(ReadEvent(this));
     }
     if (fds[0].revents & (POLLHUP | POLLERR | POLLNVAL)) {  // also when there is something to read at the end
       LOG(ERROR) << "PollEventThread: (POLLHUP | POLLERR)";
       return;
     }
-    if (IsLasting(error)) return;
+    if (lasting_error) return;
     if (fds[1].revents != 0) {
       LOG(INFO) << "PollEventThread: socket event";
       DebugCentral::Get().UpdateRecord(AnchorType::kCoexSocketEvent,

@@ -46,12 +46,9 @@ AsyncFdWatcher::Run::~Run() {
 AsyncFdWatcher::Run* AsyncFdWatcher::Run::OfThisThread() { return static_cast<Run*>(run_of_this_thread); }
 
 bool AsyncFdWatcher::Run::OpenPipe() {
-  int ends[2];
-  if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) return false;
   std::lock_guard lock(internal_mutex_);
-  notification_listen_fd_.reset(ends[0]);
-  notification_write_fd_.reset(ends[1]);
-  return ends[0] < FD_SETSIZE;
+  return ::android::base::Pipe(&notification_listen_fd_, &notification_write_fd_, O_NONBLOCK | O_CLOEXEC) &&
+         notification_listen_fd_.get() < FD_SETSIZE;
 }
 
 bool AsyncFdWatcher::Run::Start() {
@@ -107,7 +104,7 @@ bool AsyncFdWatcher::Run::IsWatchedLocked(const Watched* watched) const {
 }
 
 void AsyncFdWatcher::Run::WakeLocked() {
-  if (notification_write_fd_.get() < 0) return;
+  if (!notification_write_fd_.ok()) return;
   const uint8_t wake_up = 0;
   // A full pipe wakes as well as one byte more would.
   [[maybe_unused]] const ssize_t written =

@@ -81,7 +81,7 @@ void HciFlowControl::OnHciEventReady(const HciPacket& event, const HciPacketCall
     return;
   }
   if (HciEventPreProcess(event)) {
-    VndSnoopLogger::Get().Capture(event, VndSnoopLogger::kFromController, VndSnoopLogger::kEvent, false);
+    VndSnoopLogger::Get().Capture(event, VndSnoopLogger::kFromController, VndSnoopLogger::kEvent);
     LOG(DEBUG) << __func__ << ": HCI Event <" << toString(event) << "> handled";
   } else {
     event_cb(event);

@@ -9,10 +9,8 @@ namespace android::hardware::bluetooth::os {
 void InterruptThread(pthread_t thread) {
   static std::once_flag once;
   std::call_once(once, [] {
-    struct sigaction action {};
+    struct sigaction action {};  // without SA_RESTART
     action.sa_handler = [](int) {};
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = 0;  // without SA_RESTART
     sigaction(SIGUSR2, &action, nullptr);
   });
   pthread_kill(thread, SIGUSR2);

@@ -39,7 +39,7 @@ std::unique_ptr<ThreadTimer> ThreadTimer::Create(const char* name, std::function
   auto state = std::make_shared<State>();
   state->on_expiry = std::move(on_expiry);
   state->fd.reset(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC));
-  if (state->fd.get() < 0) return nullptr;
+  if (!state->fd.ok()) return nullptr;
   Thread thread = Thread::Start(name, [state] { state->Run(); });
   if (!thread.joinable()) return nullptr;
   thread.detach();

@@ -92,10 +92,7 @@ bool ThreadDispatcher::OnBluetoothDisabled() {
 
 bool ThreadDispatcher::StartThreadDispatcher() {
   if (dispatcher_thread_.joinable()) return false;  // this very thread, which cannot wait for its own end
-  int ends[2];
-  if (pipe2(ends, O_NONBLOCK | O_CLOEXEC) != 0) return false;
-  notify_listen_fd_.reset(ends[0]);
-  notify_write_fd_.reset(ends[1]);
+  if (!::android::base::Pipe(&notify_listen_fd_, &notify_write_fd_, O_NONBLOCK | O_CLOEXEC)) return false;
   dispatcher_thread_ = os::Thread::Start("bt_thread_disp", [this] { ThreadDispatcherRoutine(); });
   if (dispatcher_thread_.joinable()) return true;
   notify_listen_fd_.reset();

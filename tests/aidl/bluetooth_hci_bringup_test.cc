@@ -210,6 +210,7 @@ I BluetoothHci::close() Done
   // Whoever is nobody, and what is no command.
   log_.Clear();
   EXPECT_EQ(hci_->initialize(nullptr).getServiceSpecificError(), -22);
+  EXPECT_TRUE(hci_->sendHciCommand({3, 12}).isOk()) << "nothing but an opcode";
   const auto status = hci_->sendHciCommand({3});
   EXPECT_EQ(status.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
   EXPECT_STREQ(status.getMessage(), "Wrong Command Size!");

@@ -166,6 +166,7 @@ TEST_F(BluetoothHciTest, DumpShowsTheRecordAndTheStatistics) {
   reader.reset();
   EXPECT_EQ(hal_->dump(nobody_reads.get(), nullptr, 0), STATUS_OK);
   const std::string text = ReportOf(*hal_);
+  EXPECT_EQ(service_->CountInLog("dump: Dump debug log"), 2U);
   for (const char* part :
        {"initialize_impl [ IN]", "initialize_impl [OUT]", "perform_init [ IN]",
         "perform_init: BTQNL controller is ready", "open_coex_dev, open the coex device (Success)",
@@ -196,6 +197,7 @@ TEST_P(ClientDeathTest, TheNextClientGetsAWorkingHal) {
   EXPECT_TRUE(Answers(kReset));
   EXPECT_TRUE(hal_->close().isOk());
   EXPECT_EQ(service_->CountInLog("don't allow multiple clients"), 0U);
+  EXPECT_EQ(service_->CountInLog("Skipping unlink call, service died.") > 0, !GetParam());
   EXPECT_TRUE(service_->IsAlive());
 }
 
@@ -226,6 +228,7 @@ TEST_F(TwoClientsTest, ASecondClientIsToldAndEndsTheService) {
   EXPECT_EQ(Initialize(), static_cast<int>(HalStatus::ALREADY_INITIALIZED));
   EXPECT_TRUE(service_->IsAlive()) << "dies a second later";
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("initialize_impl: already initialized, don't allow multiple clients"), 1U);
   EXPECT_EQ(service_->CountInLog("initialize_impl: make hal crash for recovering caller's abnormal behavior!"), 1U);
   EXPECT_EQ(service_->CountInLog("thread_perform_self_kill self kill"), 1U);
 }
@@ -319,6 +322,7 @@ TEST_F(BluetoothHciTest, AResetThatFailsAtOpeningOrClosingIsReportedWithItsKind)
   Initialize();
   EXPECT_EQ(service_->WaitForEndText(), "signal 6");
   EXPECT_TRUE(client_->WaitForEvent(ErrorEvent(0x98)));
+  EXPECT_EQ(service_->CountInLog("initialize_impl: Accelerated Init failed"), 1U);
 
   Serve();
   ASSERT_EQ(Initialize(), kSuccess);
@@ -326,6 +330,7 @@ TEST_F(BluetoothHciTest, AResetThatFailsAtOpeningOrClosingIsReportedWithItsKind)
   EXPECT_FALSE(hal_->close().isOk());
   EXPECT_EQ(service_->WaitForEndText(), "signal 6");
   EXPECT_TRUE(client_->WaitForEvent(ErrorEvent(0x99)));
+  EXPECT_EQ(service_->CountInLog("bthal.aidl.qnlbtlinux: Accelerated shutdown failed"), 1U);
 }
 
 TEST_F(BluetoothHciTest, WithoutTheCoexistenceDeviceTheBringUpIsReportedAfterThirtyAttempts) {
@@ -334,6 +339,7 @@ TEST_F(BluetoothHciTest, WithoutTheCoexistenceDeviceTheBringUpIsReportedAfterThi
   StartService();
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_EQ(service_->CountInLog("open_coex_dev: return ret (0), count:30"), 1U);
+  EXPECT_EQ(service_->CountInLog("Failed to open coex device"), 1U);
   EXPECT_EQ(service_->CountInLog("error_code: (151), error_info: Can't open coex device"), 1U);
 }
 

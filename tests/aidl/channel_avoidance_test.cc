@@ -39,6 +39,7 @@ TEST_F(ExtensionTest, TwoMapsGoOutAndExactlyTheirAnswersAreClaimed) {
   controller_.Complete(kOpcode, 1);  // to a command of the stack
   EXPECT_TRUE(EventsReach(1));
   EXPECT_THAT(transport_.Events(), ElementsAre(Bytes{0x0E, 4, 1, 0x3F, 0x0C, 1}));
+  EXPECT_EQ(log_.Count("setBluetoothChannelStatus: Channel Map <"), 2u);
   EXPECT_TRUE(log_.Has("OnEventReceive: (2) Recv Failure VSE <[6]{14, 4, 1, 63, 12, 18}>"));
   EXPECT_TRUE(log_.Has("OnEventReceive: (1) Recv Success VSE <[6]{14, 4, 1, 63, 12, 0}>"));
 }

@@ -60,13 +60,23 @@ TEST_F(FinderTest, TwentyFiveKeysGoOutInThreeCommandsOneAtATimeThenTheStart) {
 
 TEST_F(FinderTest, APartKeyStaysBehindAndARefusedKeyDoesNotEndTheMode) {
   const Bytes keys = Keys(30);
+  finder_->setPoweredOffMode(true);
   Send(keys);
   finder_->OnBluetoothEnabled(transport_.flow());
   ASSERT_TRUE(finder_->enterPoweredOffMode());
   EXPECT_EQ(controller_.NextCommand(), KeysCommand(keys, 0, 1));
   controller_.SendEvent(Answer(0x12, 1));
   EXPECT_EQ(controller_.NextCommand(), kStart);
-  EXPECT_TRUE(log_.WaitFor("OnEventReceive: (2) Recv Failure VSE <[7]{14, 5, 1, 98, 253, 18, 1}>"));
+  EXPECT_TRUE(log_.WaitFor("OnEventReceive: (2) Recv Failure VSE"));
+  EXPECT_EQ(log_.Text({"bthal.aidl.pof"}), R"(
+I setPoweredOffMode: 1
+I sendPrecomputedKeys: 0
+D OnBluetoothEnabled
+I enterPoweredOffMode
+I sendKeys: [26]{98, 253, 23, 1, 0, 1, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19}
+I startPoweredOffMode: [12]{98, 253, 9, 2, 64, 6, 10, 0, 4, 0, 0, 80}
+W OnEventReceive: (2) Recv Failure VSE <[7]{14, 5, 1, 98, 253, 18, 1}>
+)");
 }
 
 // Whatever the controller says to the start, the process ends, and the log that was being written holds the answer.
@@ -160,6 +170,7 @@ TEST_F(FinderTest, TheKeyStoreWarnsOfMoreThanItsIndexReachesAndDoesNotGrowForEve
   const auto refused = finder_->sendPrecomputedKeys({1});
   EXPECT_EQ(refused.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
   EXPECT_STREQ(refused.getMessage(), "Key store is full!");
+  EXPECT_TRUE(log_.Has("sendPrecomputedKeys: key store is full, 1 bytes refused"));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "aidl/bluetooth_hci/callbacks.h"
 
+#include "bluetooth_Activity.h"
 #include "support/btsnoop_file.h"
 #include "support/diagnostics.h"
 #include "support/hal_client.h"
@@ -182,6 +183,32 @@ TEST_F(PacketCallbacksTest, WhatCannotBeDeliveredIsDroppedWithAWarning) {
                            "cb->isoDataReceived: 5 bytes [ IN]", "SendThreadFrame: 4 bytes [ IN]"}) {
     EXPECT_THAT(history, HasSubstr(text));
   }
+}
+
+TEST_F(PacketCallbacksTest, WhatCrossesIsCountedByItsKindWhileTheControllerIsUp) {
+  BtActivitiesLogger& activity = BtActivitiesLogger::Get();
+  activity.StartLogging();
+  activity.OnBluetoothEnabled();
+  activity.OnBluetoothEnabled();
+  EventCallback(Bytes{0x0E, 4, 1, 3, 12, 0});
+  for (int i = 0; i < 2; ++i) AclCallback(Acl(1, 0));
+  ScoCallback(Bytes{1, 0, 0});
+  activity.UpdateBthalWakelockStat("then", 5000, 3);
+  activity.UpdateBthalWakelockStat("now", 4000, 2);
+  activity.UpdateControllerActivity({.tx_ms = 9, .rx_ms = 9, .idle_ms = 9, .energy_used = 9});
+  activity.UpdateControllerActivity({.tx_ms = 1, .rx_ms = 2, .idle_ms = 3, .energy_used = 4});
+  const std::string counted = R"(Commands to the controller: 0 packets, 0 bytes
+Events from the controller: 1 packets, 6 bytes
+ACL data to the controller: 0 packets, 0 bytes
+ACL data from the controller: 2 packets, 10 bytes
+Long awake periods of the link: 2, 9000 ms together, the longest 5000 ms; the last from now: 4000 ms, 2 wake-ups
+Controller's own account, the latest of 2: sending 1 ms, receiving 2 ms, idle 3 ms, energy 4
+)";
+  EXPECT_EQ(activity.Report(), "Bluetooth is on, enabled 2 times, packets are counted\n" + counted);
+  activity.StopLogging();
+  activity.OnBluetoothDisabled();
+  AclCallback(Acl(1, 0));
+  EXPECT_EQ(activity.Report(), "Bluetooth is off, enabled 2 times, packets are not counted\n" + counted);
 }
 
 // Whether a thread is inside a call to the client is known to itself alone, and only as long as it is.

@@ -47,6 +47,7 @@ TEST_F(SessionEdgesTest, ACallerThatDiesWhileItWaitsIsNobody) {
   ASSERT_NO_FATAL_FAILURE(Initialize());
   EXPECT_TRUE(Exchange(kReset));
   EXPECT_TRUE(service_->IsAlive());
+  EXPECT_TRUE(service_->WaitForLog("initialize_impl: the caller has died meanwhile, nothing to initialize"));
   doomed.wait();
 }
 

@@ -95,6 +95,7 @@ TEST_F(BluetoothAddressTest, EndsWithoutAnAnswer) {
   EXPECT_EQ(log_.Count("Apply: the controller did not answer"), 1u) << "waited out, though halted";
   EXPECT_FALSE(ApplyProvisionBDAddress(transport_.flow())) << "halted before it began";
   EXPECT_FALSE(ApplyProvisionBDAddress(nullptr));
+  EXPECT_TRUE(log_.Has("Apply: no transport to the controller, the address is not provisioned"));
 }
 
 TEST(ParseBluetoothAddressTest, TakesTheTwoFormsAndNothingElse) {

@@ -81,6 +81,7 @@ TEST_F(BtqnlFirmwareTest, ChoosesThePatchByOtpAndRemembersAWrittenOne) {
   EXPECT_THAT(opcodes_, ElementsAre(kCheckOtp, kDownloadConfig, kMinidriver));
   EXPECT_EQ(ChosenFile(188, 0), "QNL_188_S.hcd");
   EXPECT_THAT(opcodes_, ElementsAre(kDownloadConfig, kMinidriver)) << "asked although it is known";
+  EXPECT_TRUE(log_.Has("isOtpWritten: Check OTP status command error: 12"));
   EXPECT_TRUE(log_.Has("isOtpWritten: Check OTP status response event :0x0e 0x04 0x01 0x2f 0xfe 0x0c"));
   EXPECT_EQ(log_.Count("isOtpWritten: OTP is not empty!"), 1u);
 }
@@ -148,6 +149,7 @@ TEST_F(BtqnlFirmwareTest, StopsAtARefusedRecordAndAtARefusedLaunch) {
 
   protocol_.Shutdown();
   EXPECT_FALSE(protocol_.download_passthrough(Open().get()));
+  EXPECT_FALSE(protocol_.download_passthrough(-1));
   EXPECT_FALSE(protocol_.download_direct(-1, false));
   EXPECT_EQ(log_.Text({"bthal.qnlproto"}), R"(
 I download_direct: Downloading Firmware Patchram data
@@ -166,6 +168,8 @@ I Shutdown
 I download_passthrough: Downloading Firmware PatchRam data
 I download_passthrough: Sending 7 bytes of PatchRam data
 E download_passthrough: Failed to write PatchRam
+I download_passthrough: Downloading Firmware PatchRam data
+E download_passthrough: Failed to read patchram preamble (-1): Bad file descriptor (9)
 I download_direct: Downloading Firmware Patchram data
 E download_direct: Failed to read patchram preamble (-1): Bad file descriptor (9)
 )");

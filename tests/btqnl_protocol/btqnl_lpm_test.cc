@@ -66,6 +66,9 @@ TEST_F(BtqnlLpmTest, FallsAsleepAndRaisesTheLineBeforeTheFirstByte) {
   EXPECT_EQ(LowPowerLink::Get().lpm_statistics().last_wake_count, 2u);
   EXPECT_EQ(LowPowerLink::Get().lpm_statistics().total_wake_count, 3u);
   EXPECT_FALSE(LowPowerLink::Get().lpm_statistics().last_wake_time.empty());
+  aidl::qnlbtlinux::RegisterDiagnostics();
+  EXPECT_THAT(DumpText(), ContainsRegex("Transmissions in the link's awake periods: 3; the last from "
+                                        "20[0-9-]+ [0-9:.]+: [0-9]+ ms, 2 transmissions\n"));
 
   protocol_.Shutdown();
   EXPECT_EQ(driver_.History(), "10");
@@ -182,6 +185,8 @@ TEST_F(BtqnlLpmTest, TearDownReleasesWhatIsHeldAndALateExpiryFindsNothing) {
   ASSERT_EQ(controller_.NextCommand(), Command(kReset));
   EXPECT_EQ(wake_line_.History(), line);
   EXPECT_EQ(LowPowerLink::Get().lpm_statistics().total_wake_count, 0u);
+  EXPECT_EQ(LowPowerLink::Get().lpm_statistics().last_wake_count, 0u);
+  EXPECT_EQ(LowPowerLink::Get().lpm_statistics().last_awake_ms, 0);
 
   // A second set-up starts afresh, asleep or not before.
   BringUp();

@@ -38,6 +38,7 @@ TEST_F(BtQnlProtocolTest, BringsTheControllerUpInOrder) {
   root_.Write("/sys/power/wake_unlock", "");
   const Recorded recorded;
 
+  EXPECT_FALSE(protocol_.GetFirstHciResetFlag());
   auto ready = Initialize();
   ASSERT_EQ(controller_.NextCommand(), Command(kReset));
   EXPECT_EQ(root_.Read("/sys/power/wake_lock"), "bthal_wakelock\n");

@@ -56,7 +56,10 @@ class CoexDeviceTest : public ::testing::Test {
 TEST_F(CoexDeviceTest, SendsEveryMessageAsTheDriverKnowsIt) {
   EXPECT_FALSE(CoexDevice::BtSend(&device_, kCoexPowerIsOn));
   EXPECT_TRUE(log_.Has("Failed to write the message to coex device!!"));
-  ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
+  const int fd = device_.DeviceOpen([] {}, 0);
+  ASSERT_GE(fd, 0);
+  EXPECT_TRUE(log_.Has("DeviceOpen return upon created fd: " + std::to_string(fd)));
+  EXPECT_TRUE(log_.WaitFor("PollEventThread: Thread created fd = " + std::to_string(fd)));
   for (int code = 1; code <= 7; ++code) EXPECT_TRUE(CoexDevice::BtSend(&device_, code));
   EXPECT_EQ(driver_.Read(28),
             (Bytes{0x02, 0x02, 0x03, 0x41, 0x02, 0x02, 0x04, 0x81, 0x02, 0x02, 0x03, 0x45, 0x02, 0x02,

@@ -201,6 +201,29 @@ TEST_F(VendorEventsTest, FragmentsWithoutARootInflammationStartTheDumpThemselves
   EXPECT_EQ(ReadOnly("coredump_bt_chredump_"), Text(chre));
 }
 
+TEST_F(VendorEventsTest, AFullDiskIsToldAndCostsNoEvent) {
+  root_.Write(kSnoop, "packets");
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  signal(SIGXFSZ, SIG_IGN);
+  const rlimit nothing = {1, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &nothing);
+  EXPECT_TRUE(Reaches(RootInflammation(0x15)));
+  for (const uint8_t id : {0x13, 0x14}) EXPECT_FALSE(Reaches(Fragment({0x58, id, 0x00, 0}, 0, 100, 3)));
+  setrlimit(RLIMIT_FSIZE, &before);
+  for (const char* line :
+       {"start_crash_dump: Failed to write to /data/vendor/ssrdump/coredump/coredump_bt_",
+        "start_crash_dump: Failed to write to /data/vendor/ssrdump/crashinfo_bt_",
+        "GetFsDebugDump: Unable to write the dump of dev/logbuffer_btlpm: File too large (27)",
+        "backup_logging_files_before_crash: Error copying file",
+        "backup_logging_files_before_crash: /data/vendor/bluetooth/btsnoop_hci_vnd.log: File too large (27)",
+        ".bin misses the rest of a fragment: File too large (27)",
+        "AppendToChreDump: actual write (1 bytes) is not the same with expected write (100 bytes) size.",
+        "AppendToChreDump: total written 1 bytes", "AppendToChreDump: there are 1 segments not be saved"}) {
+    EXPECT_TRUE(log_.Has(line)) << line;
+  }
+}
+
 TEST_F(VendorEventsTest, SensorHubFragmentsThatCannotBeSavedAreCounted) {
   std::filesystem::remove_all(root_.path() + kCoreDumpDir);
   const HciPacket chre = Fragment({0x58, 0x14, 0x00, 0}, 0, 100, 3);

@@ -56,7 +56,9 @@ TEST(ProcessSetupTest, UnknownSeverityIsNamedAndInfoUsed) {
   LOG(INFO) << "informed";
   LOG(DEBUG) << "debugged";
   const std::string text = ::testing::internal::GetCapturedStderr();
-  EXPECT_THAT(text, AllOf(HasSubstr("BTHAL_LOG=chatty"), HasSubstr("informed"), Not(HasSubstr("debugged"))));
+  EXPECT_THAT(text,
+              AllOf(HasSubstr("BTHAL_LOG=chatty is not one of verbose, debug, info, warning, error; using info\n"),
+                    HasSubstr("informed"), Not(HasSubstr("debugged"))));
 }
 
 // A pager that waits, a terminal that is stopped.

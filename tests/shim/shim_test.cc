@@ -89,8 +89,11 @@ TEST_F(ShimTest, PathIsChosenByOverrideThenRevisionThenConfiguration) {
   EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
   EXPECT_TRUE(log_.Has("WARNING: AOC UART is unstable on this SoC revision"));
 
+  EXPECT_TRUE(log_.Has("Override to use AOC path"));
+
   SetProperty(kOverride, "apm");
   EXPECT_TRUE(InitializeController());
+  EXPECT_TRUE(log_.Has("Override to use APM path"));
   EXPECT_EQ(GetUserialType(), conf::kUserialApm);
 
   config.aoc_power_pin_ctrl_check_enabled = false;

@@ -3,6 +3,7 @@
 #include <grp.h>
 #include <sys/un.h>
 
+#include <regex>
 #include <semaphore>
 
 #include "conf/conf.h"
@@ -73,6 +74,28 @@ TEST_F(ThreadDispatcherTest, FramesGoBothWaysOverH4) {
   EXPECT_EQ(ThreadDispatcher::DroppedFrames(), 1u);
   EXPECT_TRUE(client.Send({0x42}));
   EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x42)) << "the refused frame came after all";
+}
+
+TEST_F(ThreadDispatcherTest, ASessionIsLoggedStepByStep) {
+  EXPECT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
+  const ThreadClient client = Connect();
+  ASSERT_TRUE(AcceptedClients(1));
+  EXPECT_TRUE(client.Send({0x01}));
+  EXPECT_TRUE(WaitFor([&] { return log_.Count("Server is idle...") == 3; }));
+  EXPECT_TRUE(dispatcher_.OnBluetoothDisabled());
+  // Not every machine has the socket file's group.
+  EXPECT_EQ(std::regex_replace(log_.Text(), std::regex("I GiveToSystemGroup[^\\n]*\\n"), ""), R"(
+I OnBluetoothEnabled: [bthal.thread_dispatcher]
+I ThreadDispatcherRoutine: [bthal.thread_dispatcher] Dispatcher is open.
+D ReceiveFromClients: [bthal.thread_dispatcher] Server is idle...
+I ReceiveFromClients: [bthal.thread_dispatcher] Server receives client connect request...
+I AcceptClient: [bthal.thread_dispatcher] Accepted new client successfully.
+D ReceiveFromClients: [bthal.thread_dispatcher] Server is idle...
+E OnThreadPacketReady: [bthal.thread_dispatcher] Unable to send Thread frames to the controller.
+D ReceiveFromClients: [bthal.thread_dispatcher] Server is idle...
+I ReceiveFromClients: [bthal.thread_dispatcher] Server is terminated by notification...
+I ThreadDispatcherRoutine: [bthal.thread_dispatcher] Dispatcher is closed.
+)");
 }
 
 TEST_F(ThreadDispatcherTest, FramesThatContradictTheirLengthAreNamed) {

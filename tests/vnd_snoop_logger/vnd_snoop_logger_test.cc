@@ -122,7 +122,7 @@ TEST_F(VndSnoopLoggerTest, RecordsAreByteExact) {
   };
   StartEnabled();
   const uint64_t before = now();
-  for (const auto& one : kCases) logger_.Capture(PacketOf(one.size), one.direction, one.type, false);
+  for (const auto& one : kCases) logger_.Capture(PacketOf(one.size), one.direction, one.type);
   const uint64_t after = now();
 
   const SnoopFile file = Parse(kPath);
@@ -151,7 +151,7 @@ TEST_F(VndSnoopLoggerTest, ARecordIsOneWriteAndNoAllocation) {
     const hci::HciPacket packet = PacketOf(size);
     const uint64_t writes = WritesSoFar();
     const size_t allocations = t_allocations;
-    logger_.Capture(packet, Logger::kFromController, Logger::kAclData, false);
+    logger_.Capture(packet, Logger::kFromController, Logger::kAclData);
     EXPECT_EQ(t_allocations - allocations, 0u) << size;
     EXPECT_EQ(WritesSoFar() - writes, 1u) << size;
   }
@@ -165,7 +165,7 @@ TEST_F(VndSnoopLoggerTest, RotatesAfterTheMaximumAndThenAfterOneMore) {
   uint8_t next = 0;
   const auto capture = [&](int count) {
     for (int i = 0; i < count; ++i) {
-      logger_.Capture(PacketOf(1, next++), Logger::kToController, Logger::kCommand, false);
+      logger_.Capture(PacketOf(1, next++), Logger::kToController, Logger::kCommand);
     }
   };
   const auto firsts = [&](const char* path) {
@@ -199,14 +199,14 @@ TEST_F(VndSnoopLoggerTest, StartRotatesAndStopKeepsTheFile) {
   EXPECT_TRUE(log_.Has("Vendor btsnoop max packets: 65535"));
   EXPECT_TRUE(log_.Has("Vendor snoop log enabled: 1"));
   EXPECT_TRUE(log_.Has(std::string("Previous log file \"") + kPath + "\" does not exist, skip renaming"));
-  logger_.Capture(PacketOf(4), Logger::kToController, Logger::kCommand, false);
+  logger_.Capture(PacketOf(4), Logger::kToController, Logger::kCommand);
   logger_.Start();
   EXPECT_EQ(Parse(kLastPath).records.size(), 1u);
   EXPECT_EQ(Parse(kPath).records.size(), 0u);
   logger_.Stop();
   EXPECT_TRUE(log_.Has(std::string("Closing btsnoop log data at ") + kPath));
   EXPECT_FALSE(logger_.is_logging());
-  logger_.Capture(PacketOf(4), Logger::kToController, Logger::kCommand, false);
+  logger_.Capture(PacketOf(4), Logger::kToController, Logger::kCommand);
   EXPECT_EQ(root_.Read(kPath).size(), 16u);
 }
 
@@ -223,7 +223,7 @@ TEST_F(VndSnoopLoggerTest, SwitchedOffDeletesBothFiles) {
     SetProperty(kMode, off.mode);
     logger_.Start();
     EXPECT_FALSE(logger_.is_logging());
-    logger_.Capture(PacketOf(4), Logger::kToController, Logger::kCommand, false);
+    logger_.Capture(PacketOf(4), Logger::kToController, Logger::kCommand);
     EXPECT_FALSE(std::filesystem::exists(root_.Below(kPath)));
     EXPECT_FALSE(std::filesystem::exists(root_.Below(kLastPath)));
   }
@@ -265,19 +265,19 @@ TEST_F(VndSnoopLoggerTest, AFullDiskCostsTheRestOfTheFileAndNothingElse) {
     log_.Clear();
     rlimit limit{16 + 25 + 10 + 60, RLIM_INFINITY};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand, false);
-    logger_.Capture(PacketOf(size), Logger::kToController, Logger::kAclData, false);
+    logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand);
+    logger_.Capture(PacketOf(size), Logger::kToController, Logger::kAclData);
     EXPECT_EQ(log_.Count("error: \"File too large\""), log_.Lines().size());
     EXPECT_GE(log_.Lines().size(), 1u);
     limit.rlim_cur = RLIM_INFINITY;
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
 
-    logger_.Capture(PacketOf(11), Logger::kToController, Logger::kCommand, false);  // stays failed
+    logger_.Capture(PacketOf(11), Logger::kToController, Logger::kCommand);  // stays failed
     EXPECT_TRUE(log_.HasThrottled("Failed to write packet header for btsnoop, error: \"File too large\""));
     EXPECT_TRUE(log_.HasThrottled("Failed to write packet payload for btsnoop, error: \"File too large\""));
     EXPECT_TRUE(log_.HasThrottled("Failed to flush, error: \"File too large\""));
-    logger_.Capture(PacketOf(12), Logger::kToController, Logger::kCommand, false);
-    logger_.Capture(PacketOf(13), Logger::kToController, Logger::kCommand, false);  // the fifth
+    logger_.Capture(PacketOf(12), Logger::kToController, Logger::kCommand);
+    logger_.Capture(PacketOf(13), Logger::kToController, Logger::kCommand);  // the fifth
     const SnoopFile failed = Parse(kLastPath);
     EXPECT_EQ(failed.records.size(), 1u);
     EXPECT_EQ(failed.bytes_left, 0u);
@@ -293,21 +293,21 @@ TEST_F(VndSnoopLoggerTest, WithoutItsFolderItComplainsAndGoesOnWithTheNextFile) 
   EXPECT_TRUE(log_.Has(std::string("Unable to open snoop log at \"") + kPath + "\", error: \"No such file or dir"));
   EXPECT_TRUE(log_.Has(std::string("Unable to write file header to \"") + kPath + "\", error: \"No such file or dir"));
   EXPECT_TRUE(log_.Has("Failed to flush, error: \"No such file or directory\""));
-  logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand, false);
+  logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand);
   EXPECT_TRUE(log_.Has("Failed to write packet header for btsnoop, error: \"No such file or directory\""));
 
   std::filesystem::create_directories(folder_);
   logger_.Start();
-  logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand, false);
+  logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand);
   EXPECT_EQ(Parse(kPath).records.size(), 1u);
 
   std::filesystem::remove(root_.Below(kPath));  // taken away from under an open stream
   log_.Clear();
-  logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand, false);
+  logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand);
   EXPECT_TRUE(log_.Lines().empty());
   logger_.Start();
   EXPECT_TRUE(log_.Has("skip renaming"));
-  logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand, false);
+  logger_.Capture(PacketOf(10), Logger::kToController, Logger::kCommand);
   EXPECT_EQ(Parse(kPath).records.size(), 1u);
 }
 
@@ -320,7 +320,7 @@ TEST_F(VndSnoopLoggerTest, EightThreadsTearNoRecord) {
     threads.emplace_back([this, t] {
       for (int i = 0; i < kEach; ++i) {
         const hci::HciPacket packet = {t, static_cast<uint8_t>(i), static_cast<uint8_t>(i >> 8)};
-        logger_.Capture(packet, Logger::kToController, Logger::kIsoData, false);
+        logger_.Capture(packet, Logger::kToController, Logger::kIsoData);
       }
     });
   }
@@ -347,7 +347,7 @@ TEST_F(VndSnoopLoggerTest, AKilledProcessLeavesWholeRecords) {
     ChildProcess child([&] {
       logger_.Start();
       for (size_t size = 0;; size = (size + 97) % 3000) {
-        logger_.Capture(PacketOf(size), Logger::kFromController, Logger::kAclData, false);
+        logger_.Capture(PacketOf(size), Logger::kFromController, Logger::kAclData);
       }
       return 0;
     });
@@ -389,7 +389,7 @@ TEST_F(VndSnoopLoggerTest, DoesNotWaitForALogThatIsNoFile) {
   ASSERT_EQ(mkfifo((folder_ + "/btsnoop_hci_vnd.log").c_str(), 0600), 0);
   StartEnabled();
   EXPECT_TRUE(log_.Has(std::string("Unable to open snoop log at \"") + kPath + "\", error: \"No such device or "));
-  logger_.Capture({1, 2, 3}, Logger::kToController, Logger::kCommand, false);
+  logger_.Capture({1, 2, 3}, Logger::kToController, Logger::kCommand);
   SetProperty(kEnabled, "false");
   logger_.Start();
   EXPECT_TRUE(log_.Has("Main log file does not exist at"));

@@ -121,7 +121,7 @@ void DeliverIso(const hci::HciPacket& packet) {
 }
 
 void Capture(const hci::HciPacket& packet, Direction direction, PacketType type) {
-  VndSnoopLogger::Get().Capture(packet, direction, type, false);
+  VndSnoopLogger::Get().Capture(packet, direction, type);
 }
 
 void CaptureUnmarked(const hci::HciPacket& packet, size_t offset, uint8_t mark, Direction direction, PacketType type) {

@@ -37,7 +37,7 @@ hci::HciPacket Lend(const std::vector<uint8_t>& bytes) {
   const DebugAnchor anchor(AnchorType::kSendHciCommand,
                            PacketText(__func__, hci::ReadOpcode(command, 0), command.size() + kTypeByteSize));
   BtActivitiesLogger::Get().LogActivities(BtActivitiesLogger::kCommand, command);
-  VndSnoopLogger::Get().Capture(command, VndSnoopLogger::kToController, VndSnoopLogger::kCommand, false);
+  VndSnoopLogger::Get().Capture(command, VndSnoopLogger::kToController, VndSnoopLogger::kCommand);
   sendDataToController(command_type_, command);
   return ::ndk::ScopedAStatus::ok();
 }
@@ -53,7 +53,7 @@ hci::HciPacket Lend(const std::vector<uint8_t>& bytes) {
 ::ndk::ScopedAStatus BluetoothHci::sendScoData(const std::vector<uint8_t>& packet) {
   const hci::HciPacket data = Lend(packet);
   const DebugAnchor anchor(AnchorType::kSendScoData, PacketText(__func__, data.size() + kTypeByteSize));
-  VndSnoopLogger::Get().Capture(data, VndSnoopLogger::kToController, VndSnoopLogger::kScoData, false);
+  VndSnoopLogger::Get().Capture(data, VndSnoopLogger::kToController, VndSnoopLogger::kScoData);
   sendDataToController(sco_type_, data);
   return ::ndk::ScopedAStatus::ok();
 }
@@ -61,7 +61,7 @@ hci::HciPacket Lend(const std::vector<uint8_t>& bytes) {
 ::ndk::ScopedAStatus BluetoothHci::sendIsoData(const std::vector<uint8_t>& packet) {
   const hci::HciPacket data = Lend(packet);
   const DebugAnchor anchor(AnchorType::kSendIsoData, PacketText(__func__, data.size() + kTypeByteSize));
-  VndSnoopLogger::Get().Capture(data, VndSnoopLogger::kToController, VndSnoopLogger::kIsoData, false);
+  VndSnoopLogger::Get().Capture(data, VndSnoopLogger::kToController, VndSnoopLogger::kIsoData);
   sendDataToController(iso_type_, data);
   return ::ndk::ScopedAStatus::ok();
 }

@@ -112,7 +112,6 @@ void HandleSigterm(std::function<void(int signum)> steps) {
   thread.SetSteps(std::move(steps));
   struct sigaction action {};
   action.sa_handler = signal_handler;
-  sigemptyset(&action.sa_mask);
   if (sigaction(SIGTERM, &action, nullptr) != 0) {
     LOG(ERROR) << StringPrintf("HandleSigterm: sigaction failed: %s (%d)", strerror(errno), errno);
   }
