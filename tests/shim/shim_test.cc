@@ -101,6 +101,13 @@ TEST_F(ShimTest, PathIsChosenByOverrideThenRevisionThenConfiguration) {
   EXPECT_FALSE(InitializeController());
   EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
   EXPECT_TRUE(log_.Has("Unexpected setting 'AOC' for persist.vendor.bluetooth.uart_path_override - using default"));
+
+  // Only the first revision is an early one.
+  SetProperty(kOverride, "default");
+  SetProperty(kSocRevision, "1");
+  config.aoc_power_pin_ctrl_check_enabled = true;
+  EXPECT_FALSE(InitializeController());
+  EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
   // A transport that this build does not have is not a dead one: no lasting fallback.
   EXPECT_FALSE(IsBtUartFallback());
 }

@@ -82,6 +82,8 @@ TEST_F(ThreadDispatcherTest, ASessionIsLoggedStepByStep) {
   ASSERT_TRUE(AcceptedClients(1));
   EXPECT_TRUE(client.Send({0x01}));
   EXPECT_TRUE(WaitFor([&] { return log_.Count("Server is idle...") == 3; }));
+  dispatcher_.SendThreadPacket(FromController({0x02}));
+  EXPECT_THAT(client.Receive(), ElementsAre(0x02));
   EXPECT_TRUE(dispatcher_.OnBluetoothDisabled());
   // Not every machine has the socket file's group.
   EXPECT_EQ(std::regex_replace(log_.Text(), std::regex("I GiveToSystemGroup[^\\n]*\\n"), ""), R"(
@@ -93,6 +95,7 @@ I AcceptClient: [bthal.thread_dispatcher] Accepted new client successfully.
 D ReceiveFromClients: [bthal.thread_dispatcher] Server is idle...
 E OnThreadPacketReady: [bthal.thread_dispatcher] Unable to send Thread frames to the controller.
 D ReceiveFromClients: [bthal.thread_dispatcher] Server is idle...
+D SendThreadPacket: [bthal.thread_dispatcher] Sending to Thread HAL.
 I ReceiveFromClients: [bthal.thread_dispatcher] Server is terminated by notification...
 I ThreadDispatcherRoutine: [bthal.thread_dispatcher] Dispatcher is closed.
 )");
