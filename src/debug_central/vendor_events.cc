@@ -69,6 +69,7 @@ constexpr size_t kRootInflammationSize = 6;
 //   0xFF | length | 0x57 or 0x58 | report id | ... | last (at 5) | ...
 constexpr size_t kLastFragmentOffset = 5;
 constexpr size_t kDebugInfoMinSize = 9;
+constexpr size_t kFragmentMinSize = 4;
 
 constexpr int kFragmentFlags = O_WRONLY | O_CREAT | O_APPEND | O_SYNC;
 constexpr mode_t kFragmentMode = 0640;
@@ -209,6 +210,10 @@ void DebugCentral::HandleDebugInfoEvent(const HciPacket& event) {
 }
 
 void DebugCentral::HandleFirmwareDumpFragment(const HciPacket& event) {
+  if (event.size() < kFragmentMinSize) {
+    LOG(ERROR) << __func__ << ": Invalid length of bqr debug firmware dump event!";
+    return;
+  }
   if (dump_suffix().empty()) {
     LOG(ERROR) << __func__ << ": did not receive Root Inflammation event before FW Dump!";
     start_crash_dump(false, kReasonFragmentWithoutRootInflammation);
@@ -217,6 +222,10 @@ void DebugCentral::HandleFirmwareDumpFragment(const HciPacket& event) {
 }
 
 void DebugCentral::HandleChreDumpFragment(const HciPacket& event) {
+  if (event.size() < kFragmentMinSize) {
+    LOG(ERROR) << __func__ << ": Invalid length of bqr chre debug dump event!";
+    return;
+  }
   if (dump_suffix().empty()) {
     LOG(ERROR) << __func__ << ": did not receive Root Inflammation event before CHRE Dump!";
     start_crash_dump(false, kReasonFragmentWithoutRootInflammation);
