@@ -2,6 +2,8 @@
 
 #include <time.h>
 
+#include <algorithm>
+
 #include <android-base/stringprintf.h>
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
@@ -9,6 +11,8 @@ namespace {
 
 // A slot that once held a longer text gives that memory back at its next record.
 constexpr size_t kKeptCapacity = 512;
+// No text of a packet is longer: from its first record on a slot takes any of them without more memory.
+constexpr size_t kUsualCapacity = 96;
 
 }  // namespace
 
@@ -27,7 +31,7 @@ void RecordTable::Record::Assign(Time when, std::string_view first, std::string_
   time = when;
   const size_t length = first.size() + second.size();
   if (text.capacity() > kKeptCapacity && length <= kKeptCapacity) std::string().swap(text);
-  text.reserve(length);
+  text.reserve(std::max(length, kUsualCapacity));
   text.assign(first).append(second);
 }
 
