@@ -1,27 +1,10 @@
 #!/usr/bin/env bash
 # Run in the booted kernel: bluetoothd and the kernel's host stack over the service, the controller being the virtual board.
 # What a desktop does, ROUNDS times; then the service and the bridge are killed under it.
-set -euo pipefail
+. "$(dirname "$0")/common.sh"
 readonly MONITOR=C2:22:5A:00:00:02 HEADSET=00:22:5A:00:00:04
-readonly BUILD=${BUILD:-$PWD/build} ROUNDS=${ROUNDS:-3}
-export BTHAL_ROOT=/tmp/device PATH=$BUILD:$PATH
-
-say() { printf '== %s\n' "$*"; }
-fail() {
-  say "FAILED: $*"
-  tail -n 15 /tmp/bridge.log /tmp/bluetoothd.log /tmp/ctl.log || true
-  exit 1
-}
-
-# until_true SECONDS COMMAND...
-until_true() {
-  local end=$((SECONDS + $1))
-  shift
-  until "$@" >/dev/null 2>&1; do
-    [ "$SECONDS" -lt "$end" ] || return 1
-    sleep 0.05
-  done
-}
+readonly ROUNDS=${ROUNDS:-3}
+export BTHAL_ROOT=/run/device
 
 # ctl COMMAND...: one question to bluetoothd.
 ctl() { timeout 20 bluetoothctl "$@" </dev/null; }
@@ -34,8 +17,8 @@ is() { ctl info "$1" | grep "$2: ${3:-yes}"; }
 # tell COMMAND: to the bluetoothctl that stays, which is also the one that is asked to confirm a pairing.
 tell() { printf '%s\n' "$*" >&5; }
 # told TEXT: it has printed it since `forget`.
-told() { tail -c "+$((heard + 1))" /tmp/ctl.log | grep -a "$1"; }
-forget() { heard=$(stat -c %s /tmp/ctl.log); }
+told() { tail -c "+$((heard + 1))" "$LOGS/ctl.log" | grep -a "$1"; }
+forget() { heard=$(stat -c %s "$LOGS/ctl.log"); }
 
 # attributes DEVICE: is told of its battery running down, and writes and reads its note, for which the link has to be
 # encrypted.
@@ -60,17 +43,17 @@ attributes() {
 mkdir -m 700 "$BTHAL_ROOT"
 mkdir -p /run/dbus /var/lib/bluetooth
 dbus-daemon --system --fork
-bthal board >/tmp/board.log 2>&1 &
-bthal supervise >/tmp/supervise.log 2>&1 &
-bthal bridge vhci >/tmp/bridge.log 2>&1 &
+bthal board >"$LOGS/board.log" 2>&1 &
+bthal supervise >"$LOGS/supervise.log" 2>&1 &
+bthal bridge vhci >"$LOGS/bridge.log" 2>&1 &
 bridge=$!
-/usr/libexec/bluetooth/bluetoothd -d >/tmp/bluetoothd.log 2>&1 &
+/usr/libexec/bluetooth/bluetoothd -d >"$LOGS/bluetoothd.log" 2>&1 &
 until_true 20 ctl list || fail "no bluetoothd"
 until_true 20 test -e /sys/class/bluetooth/hci0 || fail "no hci0"
 until_true 20 eval 'ctl list | grep Controller' || fail "bluetoothd sees no controller"
-mkfifo /tmp/ctl
-bluetoothctl --agent NoInputNoOutput </tmp/ctl >/tmp/ctl.log 2>&1 &
-exec 5>/tmp/ctl
+mkfifo "$LOGS/ctl"
+bluetoothctl --agent NoInputNoOutput <"$LOGS/ctl" >"$LOGS/ctl.log" 2>&1 &
+exec 5>"$LOGS/ctl"
 [ -e /sys/class/rfkill/rfkill0 ] || fail "the kernel gave no rfkill entry"
 
 for round in $(seq "$ROUNDS"); do
@@ -106,16 +89,16 @@ done
 say "the service is killed"
 ctl power on >/dev/null && until_true 10 powered || fail "power on"
 pkill -KILL -f android.hardware.bluetooth-service
-until_true 10 grep -q 'the service has gone' /tmp/bridge.log || fail "the bridge has not noticed"
+until_true 10 grep -q 'the service has gone' "$LOGS/bridge.log" || fail "the bridge has not noticed"
 until_true 20 powered || fail "the adapter is not back"
 say "the bridge is killed"
 kill -KILL "$bridge"
 until_true 10 test ! -e /sys/class/bluetooth/hci0 || fail "hci0 outlives its bridge"
-bthal bridge vhci >/tmp/bridge.log 2>&1 &
+bthal bridge vhci >"$LOGS/bridge.log" 2>&1 &
 bridge=$!
 until_true 20 powered || fail "the adapter is not back"
 kill -TERM "$bridge"
 wait "$bridge" || true
 [ ! -e /sys/class/bluetooth/hci0 ] || fail "hci0 is left behind"
-cat /tmp/bridge.log
+cat "$LOGS/bridge.log"
 say "everything as it should be"
