@@ -307,8 +307,8 @@ class LoopbackTest : public BridgeTest {
 
   static void BeginLoopback(const Host& host) {
     EXPECT_TRUE(host.IsServed());
-    host.Say({0x01, 0x02, 0x18, 0x01, 0x01});  // Write Loopback Mode: local
-    constexpr size_t kConnections = 4 * 14;    // Connection Complete of one data and three voice links
+    host.Say({0x01, 0x02, 0x18, 0x01, 0x01});        // Write Loopback Mode: local
+    constexpr size_t kConnections = size_t{4} * 14;  // Connection Complete of one data and three voice links
     EXPECT_EQ(host.Hear(7 + kConnections).size(), 7 + kConnections);
   }
 
