@@ -33,10 +33,10 @@ strike() {
 
 # What there is besides files: processes, sockets, nodes and devices, without their numbers.
 inventory() {
-  pgrep -a '^(bthal|android.hardwar|board)' | cut -d ' ' -f 2-3 | sort
-  find "$BTHAL_ROOT" ! -type f ! -type d -printf '%P\n' | sed -E 's/[0-9]+/N/g' | sort
-  find "$BTHAL_ROOT" -type f \( -name '*.new*' -o -name '*.tmp' \) -printf '%P\n'
-  find /sys/class/bluetooth -name 'hci*' ! -name '*:*' -printf '%f\n' | sort
+  {
+    pgrep -l '^(bthal|android.hardwar|board)'
+    find "$BTHAL_ROOT" /sys/class/bluetooth ! -type d \( ! -type f -o -name '*.new*' -o -name '*.tmp' \)
+  } | sed -E '/hci[0-9]+:/d; s#^[0-9]+ ##; s#/(ttySAC|[0-9]+-)[0-9]+$#/\1N#; s#/[0-9]+-N#/N#' | sort
 }
 as_before() { [ "$(inventory)" = "$before" ]; }
 
@@ -51,7 +51,7 @@ keep supervise bthal supervise --once &
 supervising=$!
 keep bridge bthal bridge vhci &
 bridging=$!
-keep traffic "$BUILD/tests/hci_echo" 1000000000 &
+keep traffic nice "$BUILD/tests/hci_echo" 1000000000 &
 traffic=$!
 until_true "$PATIENCE" echoed || fail "no traffic"
 before=$(inventory)
