@@ -1,5 +1,5 @@
 // What a host stack behind `bthal bridge pty` gets, beside one that has the board's bare pty: a command's round trip,
-// and data that the controller sends back.
+// as the medians of short bursts, and data that the controller sends back, as the best of some rounds. By turns.
 #include <android-base/file.h>
 #include <android-base/unique_fd.h>
 #include <benchmark/benchmark.h>
@@ -8,7 +8,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -19,12 +18,15 @@
 
 #include "bthal/run/process.h"
 #include "sim/board.h"
+#include "support/figures.h"
+#include "support/hal.h"
 
 namespace {
 
 using ::android::base::unique_fd;
-using Bytes = std::vector<uint8_t>;
-using Seconds = std::chrono::duration<double>;
+using bthal::bench::Bytes;
+using bthal::bench::Quantile;
+using bthal::bench::Seconds;
 
 // H4: with the type byte.
 const Bytes kReset = {1, 0x03, 0x0C, 0};
@@ -38,16 +40,16 @@ constexpr size_t kLoopbackAnswer = 4 * 14 + 7;
 constexpr size_t kPayload = 1021;
 constexpr size_t kCredit = 8;
 
-constexpr int kTrips = 200;
+constexpr int kTripsOfBurst = 20;
+constexpr int kBursts = 200;
 constexpr int kPackets = 2000;
+constexpr int kRounds = 10;
 constexpr auto kPatience = std::chrono::seconds(20);
 
 // A board below a folder of its own, and a terminal behind which it answers.
 class Controller {
  public:
-  Controller() {
-    root_ = (std::filesystem::temp_directory_path() / "bthal-bench-XXXXXX").string();
-    if (mkdtemp(root_.data()) == nullptr) return;
+  Controller() : root_(bthal::bench::NewRoot()) {
     bthal::sim::BoardOptions options;
     options.root = root_;
     options.patch_records = 3;
@@ -78,8 +80,8 @@ class Controller {
 
   bool Exchange(const Bytes& packet, size_t answer) { return Write(packet) && Read(answer); }
 
-  // The seconds that it takes the packets to go and come, which must be in loopback.
-  double EchoAll() {
+  // In loopback: MB/s of data that goes and comes.
+  double Loopback() {
     Bytes packet = {2, 0x01, 0x20, kPayload & 0xFF, kPayload >> 8};
     packet.resize(packet.size() + kPayload, 0x55);
     const auto start = std::chrono::steady_clock::now();
@@ -88,18 +90,22 @@ class Controller {
     });
     Read(kPackets * (packet.size() + kCredit));
     writer.join();
-    return Seconds(std::chrono::steady_clock::now() - start).count();
+    return kPackets * kPayload / Seconds(std::chrono::steady_clock::now() - start).count() / 1e6;
   }
 
-  double Trips() {
+  double MicrosecondsOfATrip() {
     const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < kTrips; ++i) Exchange(kReadAddress, kAddressAnswer);
-    return Seconds(std::chrono::steady_clock::now() - start).count();
+    for (int i = 0; i < kTripsOfBurst; ++i) Exchange(kReadAddress, kAddressAnswer);
+    return Seconds(std::chrono::steady_clock::now() - start).count() / kTripsOfBurst * 1e6;
   }
 
   const std::string& error() const { return error_; }
 
  protected:
+  const std::string root_;
+  std::string error_;
+
+ private:
   bool Write(const Bytes& packet) {
     return TEMP_FAILURE_RETRY(write(fd_.get(), packet.data(), packet.size())) == static_cast<ssize_t>(packet.size());
   }
@@ -113,10 +119,6 @@ class Controller {
     return true;
   }
 
-  std::string root_;
-  std::string error_;
-
- private:
   std::unique_ptr<bthal::sim::Board> board_;
   unique_fd fd_;
 };
@@ -150,49 +152,54 @@ class Bridged : public Controller {
   bthal::tool::Child service_;
 };
 
-// Both in turn within one iteration, so that the machine's moods strike both. The best of each, and the median of the
-// ratios.
-template <typename Measure>
-void Compare(benchmark::State& state, Controller& bridged, Controller& bare, Measure measure, const char* unit,
-             double (*in_unit)(double seconds)) {
-  if (!bridged.error().empty()) return state.SkipWithError(bridged.error().c_str());
-  if (!bare.error().empty()) return state.SkipWithError(bare.error().c_str());
-  std::vector<double> ratios;
-  std::vector<double> floor;
-  std::vector<double> through;
-  for (auto _ : state) {
-    through.push_back(measure(bridged));
-    floor.push_back(measure(bare));
-    ratios.push_back(through.back() / floor.back());
-    state.SetIterationTime(through.back());
-  }
-  for (std::vector<double>* values : {&ratios, &floor, &through}) std::sort(values->begin(), values->end());
-  state.counters[std::string("bare_") + unit] = in_unit(floor.front());
-  state.counters[std::string("bridge_") + unit] = in_unit(through.front());
-  state.counters["ratio_of_best"] = through.front() / floor.front();
-  state.counters["ratio"] = ratios[ratios.size() / 2];
-}
+struct Pair {
+  std::vector<double> bridged;
+  std::vector<double> bare;
+};
 
-void BM_RoundTrip(benchmark::State& state) {
-  Bridged bridged;
-  Bare bare;
-  Compare(
-      state, bridged, bare, [](Controller& controller) { return controller.Trips(); }, "us",
-      [](double seconds) { return seconds / kTrips * 1e6; });
-}
-BENCHMARK(BM_RoundTrip)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20)->Repetitions(3);
-
-void BM_Loopback(benchmark::State& state) {
+// `prepare` for each of the two, then `measure` by turns.
+template <typename Prepare, typename Measure>
+Pair Compare(benchmark::State& state, int rounds, Prepare prepare, Measure measure) {
+  Pair pair;
   Bridged bridged;
   Bare bare;
   for (Controller* controller : {static_cast<Controller*>(&bridged), static_cast<Controller*>(&bare)}) {
-    if (!controller->Exchange(kLoopback, kLoopbackAnswer)) return state.SkipWithError("no loopback mode");
+    const std::string error = controller->error().empty() && !prepare(*controller) ? "refused" : controller->error();
+    if (error.empty()) continue;
+    state.SkipWithError(error.c_str());
+    return pair;
   }
-  Compare(
-      state, bridged, bare, [](Controller& controller) { return controller.EchoAll(); }, "MB_s",
-      [](double seconds) { return kPackets * kPayload / seconds / 1e6; });
+  for (auto _ : state) {
+    for (int i = 0; i < rounds; ++i) {
+      pair.bridged.push_back(measure(bridged));
+      pair.bare.push_back(measure(bare));
+    }
+  }
+  return pair;
 }
-BENCHMARK(BM_Loopback)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(10)->Repetitions(3);
+
+void RoundTrip(benchmark::State& state) {
+  const Pair pair = Compare(
+      state, kBursts, [](Controller&) { return true; },
+      [](Controller& controller) { return controller.MicrosecondsOfATrip(); });
+  if (pair.bare.empty()) return;
+  bthal::bench::Tell(state, Quantile(pair.bridged, 0.5), Quantile(pair.bare, 0.5), "bridge, command round trip, median",
+                     "us");
+  state.counters["min"] = Quantile(pair.bridged, 0);
+  state.counters["floor_min"] = Quantile(pair.bare, 0);
+}
+BENCHMARK(RoundTrip)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+void Loopback(benchmark::State& state) {
+  const Pair pair = Compare(
+      state, kRounds, [](Controller& controller) { return controller.Exchange(kLoopback, kLoopbackAnswer); },
+      [](Controller& controller) { return controller.Loopback(); });
+  if (pair.bare.empty()) return;
+  bthal::bench::Tell(state, Quantile(pair.bridged, 1), Quantile(pair.bare, 1), "bridge, ACL sent back", "MB/s");
+  state.counters["median"] = Quantile(pair.bridged, 0.5);
+  state.counters["floor_median"] = Quantile(pair.bare, 0.5);
+}
+BENCHMARK(Loopback)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
