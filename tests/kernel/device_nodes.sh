@@ -39,7 +39,7 @@ refused() {
   forget
   ! client read_bd_addr || fail "served in spite of: $1"
   grep -q 'Host Open Userial Error' "$LOGS/client.log" || fail "the client is not told of: $1"
-  until_true 20 told "HCI User Channel Error: $1" || fail "the service has not said: $1"
+  until_true 20 told "userial_socket_open: $1" || fail "the service has not said: $1"
   until_true 20 told 'supervise: started' || fail "the service is not started again"
 }
 # told TEXT: the service or its supervisor has, since `forget`.
@@ -60,7 +60,7 @@ stay() {
 tell() { printf '%s\n' "$*" >&5; }
 leave() {
   exec 5>&-
-  wait "$staying" || left=$?
+  wait "$staying" || true
 }
 
 power() { [ "$(cat "$RFKILL")" = "$1" ]; }
@@ -71,7 +71,7 @@ say "no hci0"
 furnish ''
 bthal supervise >"$LOGS/supervise.log" 2>&1 &
 supervisor=$!
-refused 'No such device'
+refused 'there is no hci0, nor any other'
 
 say "hci0 is there, down or up"
 emulate 0
@@ -100,7 +100,7 @@ echo 1 >"$RFKILL"
 BTHAL_ROOT=/run/second bthal supervise >"$LOGS/second.log" 2>&1 &
 second=$!
 BTHAL_ROOT=/run/second stay
-refused 'Device or resource busy'
+refused 'hci0 is busy: another process has its user channel'
 tell read_local_version
 until_true 20 grep 'Read Local Version Information, success' "$LOGS/staying.log" || fail "the other one has lost it"
 leave
@@ -111,7 +111,7 @@ say "hci0 goes in use"
 stay
 forget
 unplug "$first" 0
-until_true 20 told 'Broken pipe' || fail "the service has not noticed"
+until_true 20 told 'OnDataReady: hci0 has gone' || fail "the service has not noticed"
 leave
 until_true 20 told 'supervise: started' || fail "the service is not started again"
 emulate 0
@@ -121,12 +121,14 @@ served || fail "not served after hci0 has come back"
 say "only hci1 is left, then the numbers have gaps"
 emulate 1
 unplug "$first" 0
-refused 'No such device'
+refused 'there is no hci0, but hci1'
 emulate 0
 [ ! -e "$RFKILL" ] || fail "there is no gap"
 hciconfig hci0 up
-refused 'Device or resource busy'
-hciconfig hci0 down
+refused "hci0 is up: the kernel's own host stack has it"
+echo 1 | tee /sys/class/bluetooth/hci0/rfkill*/soft >/dev/null
+refused 'hci0 is blocked by rfkill'
+echo 0 | tee /sys/class/bluetooth/hci0/rfkill*/soft >/dev/null
 served || fail "not served without an rfkill entry"
 kill "$supervisor"
 wait "$supervisor" || true
