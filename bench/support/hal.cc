@@ -26,12 +26,13 @@ ndk::ScopedAStatus Client::aclDataReceived(const Bytes& /*data*/) {
   return ndk::ScopedAStatus::ok();
 }
 
+// Who waits is woken once, not for every packet.
 void Client::Count() {
-  ++packets_;
-  packets_.notify_all();
+  if (++packets_ == awaited_) packets_.notify_all();
 }
 
 void Client::WaitFor(uint64_t packets) {
+  awaited_ = packets;
   for (uint64_t seen = packets_; seen < packets; seen = packets_) packets_.wait(seen);
 }
 

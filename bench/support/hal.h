@@ -33,7 +33,7 @@ class Client : public ::aidl::android::hardware::bluetooth::BnBluetoothHciCallba
   bool initialized() const { return initialized_; }
   // Events and ACL packets so far.
   uint64_t packets() const { return packets_; }
-  // Until there are as many.
+  // Until there are as many. One thread at a time.
   void WaitFor(uint64_t packets);
   // Called with every event, on the thread that brings it. Set before the client is given to anybody.
   std::function<void(const Bytes&)> on_event;
@@ -43,6 +43,7 @@ class Client : public ::aidl::android::hardware::bluetooth::BnBluetoothHciCallba
 
   std::atomic<bool> initialized_{false};
   std::atomic<uint64_t> packets_{0};
+  std::atomic<uint64_t> awaited_{0};
 };
 
 class Hal {
