@@ -94,6 +94,6 @@ build() {
   [ -z "$files" ] || echo "$files files in $SECONDS s" >"$folder/build.took"
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build ccache android-libbase-dev android-liblog-dev libcli11-dev libedit-dev
-  nlohmann-json3-dev nettle-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build ccache android-libbase-dev android-liblog-dev flatbuffers-compiler
+  libflatbuffers-dev libcli11-dev libedit-dev nlohmann-json3-dev nettle-dev)
 TEST_PACKAGES=(libgtest-dev libgmock-dev libtinyxml2-dev tshark bluez man-db zsh fish)

@@ -121,7 +121,11 @@ class DebugCentral {
   std::string uart_debug_port_;
   std::string dump_suffix_;
   RecordTable records_;
-  uint64_t unsaved_chre_segments_ = 0;  // receive thread only
+
+  // Fragments come from the receive thread, and from who asked the sensor hub for its dump. Held while a fragment is
+  // written; guards what follows.
+  std::mutex chre_dump_mutex_;
+  uint64_t unsaved_chre_segments_ = 0;
 
   // Held by the first reporter to the end of the process: the others park on it.
   std::mutex report_mutex_;

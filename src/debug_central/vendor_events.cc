@@ -230,6 +230,7 @@ void DebugCentral::HandleChreDumpFragment(const HciPacket& event) {
     LOG(ERROR) << __func__ << ": did not receive Root Inflammation event before CHRE Dump!";
     start_crash_dump(false, kReasonFragmentWithoutRootInflammation);
   }
+  const std::lock_guard lock(chre_dump_mutex_);
   AppendToChreDump(event);
 }
 

@@ -69,11 +69,10 @@ void DeinitializeCallback() {
 }
 
 bool StartReceiving(const std::weak_ptr<const void>& receiver) {
-  return !IsUartPath() || UartLink::Get().Watch(receiver);
+  return IsUartPath() ? UartLink::Get().Watch(receiver) : UsfHelper::Get().StartReceiving(receiver);
 }
 
 bool Reconnect(const std::weak_ptr<const void>& receiver) {
-  if (!IsUartPath()) return true;
   Consumers consumers;
   H4Owner owner;
   {
@@ -82,12 +81,16 @@ bool Reconnect(const std::weak_ptr<const void>& receiver) {
     consumers = connected.consumers;
     owner = connected.owner;
   }
-  UartLink::Get().Attach(BtHwControl::Get().userial_fd(), consumers, owner);
-  return UartLink::Get().Watch(receiver);
+  if (IsUartPath()) {
+    UartLink::Get().Attach(BtHwControl::Get().userial_fd(), consumers, owner);
+  } else {
+    UsfHelper::Get().InitializeCallback(consumers);
+  }
+  return StartReceiving(receiver);
 }
 
 void TakeLineAway(std::chrono::milliseconds patience) {
-  if (!IsUartPath()) return;
+  if (!IsUartPath()) return UsfHelper::Get().TakeLineAway(patience);
   // First the senders: one that is stuck in a write holds the lock that the receive thread waits for.
   UartLink::Get().Detach(patience);
   UartLink::Get().StopReceiving(patience);

@@ -71,6 +71,10 @@ TEST(AndroidPackagingTest, EverySourceIsBuiltOnceAndWhereItBelongs) {
         << "Android.bp must have once, in srcs of " << module << " and nowhere else:\n        \"" << source << "\",";
     modules_of.erase(source);
   }
+  for (const std::string& schema : FilesBelow(kTree / "src", ".fbs")) {
+    EXPECT_EQ(modules_of[schema], std::vector<std::string>{"bthal_hub_schema"}) << schema;
+    modules_of.erase(schema);
+  }
   for (const auto& [source, modules] : modules_of) {
     ADD_FAILURE() << "Android.bp must lose, in srcs of " << modules[0] << ", what is not there:\n        \"" << source
                   << "\",";

@@ -35,6 +35,7 @@ class ShimTest : public ::testing::Test {
     root_.Write(kPowerState, "x");
     UseLine(line_);
     Config::GetInstance().uart_port = "/dev/ttyTest";
+    Config::GetInstance().max_usf_recovery_time_s = 0;
   }
   ~ShimTest() override {
     channel::Deinitialize();
