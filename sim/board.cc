@@ -31,6 +31,12 @@ void Board::SendRaw(const std::vector<uint8_t>& bytes) {
 }
 
 bool Board::AddFault(const std::string& fault, std::string* error) {
+  if (fault.starts_with(kHubFaultPrefix)) {
+    HubFault parsed;
+    if (!ParseHubFault(fault, &parsed, error)) return false;
+    impl_->hub().faults().Add(parsed);
+    return true;
+  }
   Fault parsed;
   if (!ParseFault(fault, &parsed, error)) return false;
   impl_->Ask([this, parsed] {
@@ -41,6 +47,7 @@ bool Board::AddFault(const std::string& fault, std::string* error) {
 }
 
 void Board::ClearFaults() {
+  impl_->hub().faults().Clear();
   impl_->Ask([this] { impl_->faults().Clear(); });
 }
 
@@ -61,6 +68,8 @@ size_t Board::WaitingForHost() const { return impl_->waiting(); }
 void Board::HangUpUart() {
   impl_->Ask([this] { impl_->line().HangUp(); });
 }
+
+void Board::RestartHub(std::chrono::milliseconds away) { impl_->hub().Restart(away); }
 
 void Board::HangUpCoex() {
   impl_->Ask([this] { impl_->coex().HangUp(); });

@@ -56,6 +56,8 @@ class Board {
   // the path afterwards finds a fresh one.
   void HangUpUart();
   void HangUpCoex();
+  // With a sensor hub: it hangs up, forgets everything but the power, and is away for so long.
+  void RestartHub(std::chrono::milliseconds away);
 
  private:
   class Impl;

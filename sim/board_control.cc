@@ -19,6 +19,14 @@ std::string Board::Impl::Obey(const std::string& question) {
   static const std::string kOk = "ok\n";
   const std::string verb = question.substr(0, question.find(' '));
   const std::string rest = verb.size() < question.size() ? question.substr(verb.size() + 1) : "";
+  if (verb == "fault" && rest.starts_with(kHubFaultPrefix)) {
+    HubFault fault;
+    std::string error;
+    if (!options_.hub) return Refuse("this board has no sensor hub; start it with --hub");
+    if (!ParseHubFault(rest, &fault, &error)) return Refuse(error);
+    hub_.faults().Add(std::move(fault));
+    return kOk;
+  }
   if (verb == "fault") {
     Fault fault;
     std::string error;
@@ -34,6 +42,7 @@ std::string Board::Impl::Obey(const std::string& question) {
   if (verb == "state") return State() + kOk;
   if (verb == "clear") {
     faults_.Clear();
+    hub_.faults().Clear();
     return kOk;
   }
   std::string list;

@@ -57,6 +57,12 @@ bool Board::Impl::Lock(std::string* error) {
 
 bool Board::Impl::AddFaults(std::string* error) {
   for (const std::string& text : options_.faults) {
+    if (text.starts_with(kHubFaultPrefix)) {
+      HubFault fault;
+      if (!ParseHubFault(text, &fault, error)) return false;
+      hub_.faults().Add(std::move(fault));
+      continue;
+    }
     Fault fault;
     if (!ParseFault(text, &fault, error)) return false;
     faults_.Add(std::move(fault));
@@ -110,12 +116,14 @@ bool Board::Impl::Start(std::string* error) {
   if (!AddFaults(error) || !OpenCoex(error)) return false;
   if (!options_.only_coex && !OpenTheRest(error)) return false;
   if (!tasks_.Open(error)) return false;
+  if (options_.hub && !hub_.Start(error)) return false;
   thread_ = std::thread([this] { Run(); });
   return true;
 }
 
 void Board::Impl::Stop() {
   if (!thread_.joinable()) return;
+  hub_.Stop();
   stop_ = true;
   Ask([] {});
   thread_.join();

@@ -11,6 +11,7 @@
 #include "sim/board.h"
 #include "sim/controller/controller.h"
 #include "sim/controller/faults/faults.h"
+#include "sim/hub/hub.h"
 #include "sim/nodes/coex.h"
 #include "sim/nodes/control.h"
 #include "sim/nodes/fifos.h"
@@ -31,6 +32,7 @@ class Board::Impl {
         fifos_(&inputs_, &guardian_),
         line_(&journal_, &guardian_, options_.pace),
         backend_(&journal_),
+        hub_(options_.root, &journal_, &guardian_),
         controller_(options_, &journal_, &line_, &coex_, &faults_, options_.backend.empty() ? nullptr : &backend_) {}
   ~Impl() { Stop(); }
 
@@ -43,6 +45,7 @@ class Board::Impl {
   Line& line() { return line_; }
   Coex& coex() { return coex_; }
   Faults& faults() { return faults_; }
+  Hub& hub() { return hub_; }
   size_t waiting() const { return waiting_.load(); }
 
  private:
@@ -70,6 +73,7 @@ class Board::Impl {
   Line line_;
   Control control_{&guardian_};
   Backend backend_;
+  Hub hub_;
   Controller controller_;
 
   Fd lock_;

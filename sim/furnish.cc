@@ -22,8 +22,8 @@ constexpr const char* kFolders[] = {
 constexpr char kConfiguration[] =
     "# Settings of the Bluetooth service on the virtual board.\n"
     "UartPort = /dev/ttySAC16\n"
-    "UserialType = 1\n"
-    "BigHammerBtRegOnDelay = 100\n";
+    "BigHammerBtRegOnDelay = 100\n"
+    "UserialType = ";
 
 std::vector<std::string> PatchNames(uint8_t chip_id) {
   std::vector<std::string> names{"QNL.hcd",     "QNL_188_U.hcd", "QNL_188_S.hcd", "QNL_174.hcd", "QNL_181.hcd",
@@ -65,7 +65,10 @@ bool Furnish(const BoardOptions& options, std::string* error) {
   for (const char* folder : kFolders) {
     if (!MakeFolder(root + folder, error)) return false;
   }
-  if (!WriteIfAbsent(root + "/vendor/etc/bluetooth/bt_vendor.conf", kConfiguration, error)) return false;
+  if (!WriteIfAbsent(root + "/vendor/etc/bluetooth/bt_vendor.conf",
+                     kConfiguration + std::string(options.hub ? "2\n" : "1\n"), error)) {
+    return false;
+  }
   if (!WriteIfAbsent(root + "/sys/class/power_supply/battery/capacity", "87\n", error)) return false;
   if (options.provision_address && !WriteAddress(options, error)) return false;
   const std::string firmware = root + kFirmwareFolder;

@@ -42,6 +42,8 @@ const char* ToString(WireEvent event) {
       return "sleep mode set";
     case WireEvent::kFault:
       return "fault";
+    case WireEvent::kHubRequest:
+      return "hub request";
   }
   return "unknown";
 }

@@ -28,7 +28,8 @@ enum class WireEvent {
   kPatchLaunched,  // text: the image's name, which is the file's
   kBooted,         // the launched patch (or the ROM after power-on) answers from now on
   kSleepModeSet,
-  kFault,  // text: the scripted fault that struck
+  kFault,       // text: the scripted fault that struck
+  kHubRequest,  // text: what the sensor hub was asked, but for single packets; value: the message's size
 };
 
 const char* ToString(WireEvent event);

@@ -18,6 +18,7 @@ struct BoardOptions {
   bool provision_address = true;              // the device tree carries `provisioned_address`
   std::string provisioned_address = "AA:BB:CC:11:22:33";
   size_t patch_records = 240;
+  bool hub = false;        // a sensor hub has the UART, and the furnished configuration says so
   bool pace = false;       // deliver bytes at the real bit rate
   bool only_coex = false;  // play nothing but /dev/wbrc
   bool furnish = true;     // also make configuration, battery, device tree and patch files

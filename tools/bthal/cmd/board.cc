@@ -18,6 +18,7 @@
 #include "bthal/show/journal_words.h"
 #include "bthal/show/terminal.h"
 #include "sim/controller/faults/faults.h"
+#include "sim/hub/hub_faults.h"
 
 namespace bthal::tool {
 namespace {
@@ -132,7 +133,7 @@ void AddBoard(Command& app) {
       "  bthal supervise\n"
       "  bthal hci 'le_scan 2'\n"
       "\nFaults:\n" +
-      sim::FaultHelp());
+      sim::FaultHelp() + "\n" + sim::HubFaultHelp());
   AddControl(sub, command);
   sub.Run([command] { return Run(*command); });
 }

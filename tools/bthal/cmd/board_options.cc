@@ -9,6 +9,7 @@
 #include "bthal/cli/command.h"
 #include "sim/base/bytes.h"
 #include "sim/controller/faults/faults.h"
+#include "sim/hub/hub_faults.h"
 
 namespace bthal::tool {
 namespace {
@@ -46,6 +47,7 @@ void AddBoardOptions(Command& sub, sim::BoardOptions* options) {
       .ShowDefault()
       .Type("N")
       .Within(1, 65535);
+  sub.Flag("--hub", &options->hub, "the UART belongs to a sensor hub, and the configuration says so");
   sub.Flag("--pace", &options->pace, "bytes take the time that they take on a real line");
   sub.Take("--backend", &options->backend, "an H4 controller emulator that answers the standard commands")
       .Type("unix:PATH");
@@ -66,7 +68,13 @@ bool BoardOptionsAreClear(const sim::BoardOptions& options, std::string* error) 
   if (!options.backend.empty() && !BackendIsThere(options.backend, error)) return false;
   for (const std::string& text : options.faults) {
     sim::Fault fault;
-    if (sim::ParseFault(text, &fault, error)) continue;
+    sim::HubFault hub_fault;
+    const bool at_hub = text.starts_with(sim::kHubFaultPrefix);
+    if (at_hub && !options.hub) {
+      *error = "--fault " + text + ": there is no sensor hub without --hub";
+      return false;
+    }
+    if (at_hub ? sim::ParseHubFault(text, &hub_fault, error) : sim::ParseFault(text, &fault, error)) continue;
     *error = "--fault " + text + ": " + *error;
     return false;
   }

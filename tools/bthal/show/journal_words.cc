@@ -54,6 +54,8 @@ std::string NoteOf(const JournalEntry& entry) {
       return Note("chip", "sleep mode set");
     case WireEvent::kFault:
       return Note("fault", entry.text);
+    case WireEvent::kHubRequest:
+      return Note("hub", entry.text);
   }
   return Note("board", sim::ToString(entry.event));
 }
