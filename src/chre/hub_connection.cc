@@ -73,7 +73,7 @@ void HubConnection::GiveUp() {
 
 bool HubConnection::AwaitUp(const std::atomic<bool>& give_up) {
   std::unique_lock lock(mutex_);
-  while (recovery_.state() == State::kLost && !give_up) changed_.wait_for(lock, kGiveUpInterval);
+  while ((recovery_.state() == State::kLost || telling_) && !give_up) changed_.wait_for(lock, kGiveUpInterval);
   return recovery_.state() == State::kUp && !give_up;
 }
 
@@ -208,11 +208,11 @@ bool HubConnection::Lose() {
   {
     const std::lock_guard lock(mutex_);
     recovery_.Lost(Now());
-    changed_.notify_all();
+    telling_ = recovery_.state() == State::kDead;
   }
   listener_.on_lost();
   if (state() != State::kDead) return true;
-  listener_.on_dead();
+  TellOfDeath();
   return false;
 }
 
@@ -220,9 +220,16 @@ void HubConnection::Die() {
   {
     const std::lock_guard lock(mutex_);
     recovery_.TooLate();
-    changed_.notify_all();
+    telling_ = true;
   }
+  TellOfDeath();
+}
+
+void HubConnection::TellOfDeath() {
   listener_.on_dead();
+  const std::lock_guard lock(mutex_);
+  telling_ = false;
+  changed_.notify_all();
 }
 
 }  // namespace android::hardware::bluetooth::hci::hub

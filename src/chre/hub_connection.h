@@ -67,6 +67,7 @@ class HubConnection {
   // Up to lost; false if that was one too many.
   bool Lose();
   void Die();
+  void TellOfDeath();
   HubRecovery::State state() const;
 
   const Listener listener_;
@@ -78,6 +79,7 @@ class HubConnection {
   mutable std::mutex mutex_;  // a leaf, but for the thread's start; guards what follows
   std::condition_variable changed_;
   HubRecovery recovery_;
+  bool telling_ = false;  // dead, and on_dead has not returned
   bool running_ = false;  // the thread connects, reads or recovers
   os::Thread thread_;
   Clock::time_point lost_until_;  // the connection's thread only

@@ -11,7 +11,6 @@
 
 #include "debug_central/debug_central.h"
 #include "os/error_text.h"
-#include "os/thread.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
@@ -46,10 +45,7 @@ void Report(BqrErrorCode kind, const std::string& text) { DebugCentral::Get().Re
 
 // For those who may not wait for the end: the connection's thread, which the crash dump still needs, and senders, whose
 // lock the client may need to hear of it.
-void ReportAside(BqrErrorCode kind, const std::string& text) {
-  LOG(ERROR) << text;
-  os::Thread::StartOrDie("bt_hub_report", [kind, text] { Report(kind, text); }).detach();
-}
+void ReportAside(BqrErrorCode kind, const std::string& text) { DebugCentral::Get().ReportAside(kind, text); }
 
 void ReportAside(const std::optional<Refusal>& refusal) {
   if (refusal) ReportAside(refusal->kind, Text(*refusal));
@@ -77,8 +73,6 @@ bool UsfHelper::PrepareUsfTransport() {
 }
 
 void UsfHelper::PrepareUsfTransportAsync() { connection_.EstablishInBackground(); }
-
-bool UsfHelper::IsReady() const { return port_open_ && connection_.IsUp(); }
 
 std::optional<Refusal> UsfHelper::Ask(const char* request, milliseconds patience, const Encode& encode) {
   const uint32_t id = requests_.Add(request, patience, true);
@@ -217,15 +211,18 @@ void UsfHelper::OnBack(bool renewed) {
     requests_.Resume();
     return;
   }
-  const auto kind = BqrErrorCode::kChreUsfOperationCanceledError;
-  requests_.FailAll(kind);
-  if (port_open_.exchange(false)) ReportAside(kind, "sensor hub: the connection is another one");
+  EndLine(BqrErrorCode::kChreUsfOperationCanceledError, "sensor hub: the connection is another one");
 }
 
 void UsfHelper::OnDead() {
-  const auto kind = BqrErrorCode::kChreUsfServiceNotAvailableError;
+  EndLine(BqrErrorCode::kChreUsfServiceNotAvailableError, "sensor hub: the transport is dead");
+}
+
+// The report first: whoever fails for want of the line would have one of its own.
+void UsfHelper::EndLine(BqrErrorCode kind, const char* text) {
+  if (port_open_) ReportAside(kind, text);
+  port_open_ = false;
   requests_.FailAll(kind);
-  if (port_open_.exchange(false)) ReportAside(kind, "sensor hub: the transport is dead");
 }
 
 void UsfHelper::OnTick() {

@@ -34,8 +34,8 @@ class UsfHelper {
   void PrepareUsfTransportAsync();
   // The controller is to be reached without the hub until the next boot.
   bool IsUsfTransportDead() const { return hub::HubRecovery::IsDead(); }
-  // Connected, and the port behind the hub is open.
-  bool IsReady() const;
+  // The port behind the hub is open, though its connection may be lost for a while.
+  bool IsReady() const { return port_open_; }
   bool IsLpmEnabled() const { return lpm_enabled_; }
 
   // `control_pin`: the hub drives the controller's power pin.
@@ -81,6 +81,7 @@ class UsfHelper {
   void OnBack(bool renewed);
   void OnDead();
   void OnTick();
+  void EndLine(BqrErrorCode kind, const char* text);
 
   hub::HubRequests requests_;
   hub::HubDelivery delivery_;

@@ -67,6 +67,10 @@ class DebugCentral {
   // wait for the end. Returns only when a test has replaced both endings, and then the next report may begin.
   void ReportBqrError(BqrErrorCode code, const std::string& info);
 
+  // The same on a thread of its own, for those who may not wait for the end. Returns when this report, or another, has
+  // begun: what the caller's failure makes others report comes later.
+  void ReportAside(BqrErrorCode code, const std::string& info);
+
   // For a process that is about to end in another way: from now on reporters wait for that end. Waits for nothing; a
   // report that is under way goes on. The caller's own reports are only logged.
   void HoldReports();
@@ -81,7 +85,9 @@ class DebugCentral {
 
   void Append(AnchorType type, std::string_view text, std::string_view suffix);
 
-  // The steps of ReportBqrError.
+  // `begun` (may be empty) is called once nobody can come before.
+  void Report(BqrErrorCode code, const std::string& info, const std::function<void()>& begun);
+  // Its steps.
   void RecordReport(BqrErrorCode code, const std::string& info);
   void TellStack(BqrErrorCode code);
   void EndProcess(BqrErrorCode code, const std::string& info);

@@ -36,15 +36,28 @@ hci::HciPacket RootInflammationEvent(BqrErrorCode code) {
 
 }  // namespace
 
-void DebugCentral::ReportBqrError(BqrErrorCode code, const std::string& info) {
+void DebugCentral::ReportBqrError(BqrErrorCode code, const std::string& info) { Report(code, info, nullptr); }
+
+void DebugCentral::ReportAside(BqrErrorCode code, const std::string& info) {
+  const auto begun = std::make_shared<std::promise<void>>();
+  std::future<void> has_begun = begun->get_future();
+  os::Thread::StartOrDie("bt_report", [this, code, info, begun] {
+    Report(code, info, [begun] { begun->set_value(); });
+  }).detach();
+  has_begun.wait();
+}
+
+void DebugCentral::Report(BqrErrorCode code, const std::string& info, const std::function<void()>& begun) {
   const auto self = std::this_thread::get_id();
   if (reporter_ == self) {
     // A step of the report has itself failed; the report goes on.
-    LOG(ERROR) << StringPrintf("%s: error_code (%d) while reporting, error_info: %s", __func__, static_cast<int>(code),
-                               info.c_str());
+    LOG(ERROR) << StringPrintf("%s: error_code (%d) while reporting, error_info: %s", "ReportBqrError",
+                               static_cast<int>(code), info.c_str());
     return;
   }
-  const std::lock_guard reporting(report_mutex_);
+  std::unique_lock reporting(report_mutex_, std::try_to_lock);
+  if (begun) begun();
+  if (!reporting.owns_lock()) reporting.lock();
   reporter_ = self;
   RecordReport(code, info);
   TellStack(code);
