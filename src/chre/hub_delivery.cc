@@ -32,6 +32,9 @@ struct Kept {
   std::vector<uint8_t> bytes;
 };
 
+// In memory, with what keeping it takes.
+size_t Cost(size_t packet_size) { return sizeof(Kept) + packet_size + 2 * sizeof(size_t); }
+
 void Call(const Consumers& consumers, Kept& packet) {
   const auto consumer = [&]() -> const HciPacketCallback& {
     switch (static_cast<HciPacketType>(packet.type)) {
@@ -67,7 +70,7 @@ struct HubDelivery::Run {
       if (ended) break;
       Kept packet = std::move(kept.front());
       kept.pop_front();
-      kept_bytes -= packet.bytes.size();
+      kept_bytes -= Cost(packet.bytes.size());
       calling = true;
       changed.notify_all();
       lock.unlock();
@@ -143,7 +146,7 @@ void HubDelivery::Add(uint8_t type, std::span<const uint8_t> packet) {
     run->changed.wait(lock, [&] { return run->ended || run->kept_bytes < kMaxKept; });
     if (!run->ended) {
       run->kept.push_back({type, {packet.begin(), packet.end()}});
-      run->kept_bytes += packet.size();
+      run->kept_bytes += Cost(packet.size());
       run->changed.notify_all();
       return;
     }

@@ -36,7 +36,7 @@ class HubDelivery {
  private:
   struct Run;
 
-  static constexpr size_t kMaxKept = size_t{1024} * 1024;
+  static constexpr size_t kMaxKept = size_t{256} * 1024;
 
   std::shared_ptr<Run> Current() const;
 

@@ -99,11 +99,13 @@ size_t ResidentKib(pid_t pid) {
   return 0;
 }
 
-class TrafficTest : public BoardSessionTest {
+// Over the UART, or over the sensor hub.
+class TrafficTest : public BoardSessionTest, public ::testing::WithParamInterface<bool> {
  protected:
   void SetUp() override {
     sim::BoardOptions options = SmallBoard();
     options.journal_data_bytes = 1024 * 1024;
+    options.hub = GetParam();
     ASSERT_NO_FATAL_FAILURE(StartBoard(options));
     StartService("info");
     ASSERT_NO_FATAL_FAILURE(FindHal());
@@ -157,7 +159,10 @@ class TrafficTest : public BoardSessionTest {
   std::shared_ptr<CheckingCallbacks> checker_ = ndk::SharedRefBase::make<CheckingCallbacks>();
 };
 
-TEST_F(TrafficTest, NothingIsLostReorderedOrDuplicatedAndMemoryStaysFlat) {
+INSTANTIATE_TEST_SUITE_P(Paths, TrafficTest, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "Hub" : "Uart"; });
+
+TEST_P(TrafficTest, NothingIsLostReorderedOrDuplicatedAndMemoryStaysFlat) {
   size_t early_kib = 0;
   std::thread watch([&] {
     WaitFor([&] { return checker_->acl.taken() > kPacketsOfAKind / 5; }, kPatience);

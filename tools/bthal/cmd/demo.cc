@@ -36,6 +36,7 @@ void AddDemo(Command& app) {
       "  bthal demo\n"
       "  bthal demo --snoop --pace\n"
       "  bthal demo --chip-id 174\n"
+      "  bthal demo --hub                                   a sensor hub between the service and the controller\n"
       "  bthal demo --fault no-answer,opcode=reset          the first reset is not answered (see bthal board --help)");
   sub.Run([options] { return Run(*options); });
 }

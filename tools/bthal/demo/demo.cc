@@ -56,6 +56,7 @@ bool IsWorthShowing(const JournalEntry& entry) {
     case WireEvent::kHostSpeed:
     case WireEvent::kPatchLaunched:
     case WireEvent::kBooted:
+    case WireEvent::kHubRequest:
       return true;
     default:
       return false;
