@@ -87,6 +87,7 @@ TEST_F(HubDeathsTest, IsRecoveredFromOrFallenBackAsWritten) {
     }
     EXPECT_EQ(GetProperty("bluetooth.usf.dead", "false"), "false");
     service_.reset();
+    ASSERT_TRUE(WaitFor([&] { return std::filesystem::exists(root_.Below("/run/bthal/sensor-hub")); }));
   }
   std::cout << deaths << " deaths, fallen back after " << fallen_back << '\n';
 }
