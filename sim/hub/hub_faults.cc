@@ -97,8 +97,12 @@ bool ParseHubFault(const std::string& text, HubFault* fault, std::string* error)
 std::string HubFaultHelp() {
   std::string help =
       "At the sensor hub (--hub), each with request=power|port|speed|low-power|packet|batch|dump, after, count:\n";
-  for (const Word& word : kWords)
-    help += "  " + std::string(word.name) + std::string(18 - std::string(word.name).size(), ' ') + word.about + "\n";
+  constexpr size_t kColumn = 18;
+  for (const Word& word : kWords) {
+    std::string name = word.name;
+    name.resize(kColumn, ' ');
+    help.append("  ").append(name).append(word.about).append("\n");
+  }
   return help;
 }
 

@@ -11,6 +11,7 @@
 #include "bluetooth_Activity.h"
 #include "bluetooth_bqr.h"
 #include "btqnl_protocol/btqnl_protocol.h"
+#include "chre/usf_helper.h"
 #include "conf/userial_type.h"
 #include "debug_central/debug_central.h"
 #include "debug_central/files.h"
@@ -38,6 +39,13 @@ void DumpTransport(int fd) {
 // The sensor hub keeps no logs in the kernel.
 void DumpKernelLogs(int fd) {
   if (hci::shim::GetUserialType() != conf::kUserialAoc) DumpTransport(fd);
+}
+
+std::string SensorHub() {
+  if (hci::shim::GetUserialType() != conf::kUserialAoc) return "";
+  const hci::UsfHelper& hub = hci::UsfHelper::Get();
+  return StringPrintf("Sensor hub: port %s, low-power mode %s, %" PRIu64 " messages dropped\n",
+                      hub.IsReady() ? "open" : "closed", hub.IsLpmEnabled() ? "on" : "off", hub.DroppedMessages());
 }
 
 // What was dropped, and on which way.
@@ -78,7 +86,8 @@ void RegisterDiagnostics() {
                                [](int fd) { Write(fd, BtQnlProtocol::GetInstacne().local_name() + "\n"); });
     central.RegisterDumpSource(DumpSection::kKernelLogs, DumpKernelLogs);
     central.RegisterDumpSource(DumpSection::kStatistics, [](int fd) { Write(fd, BtActivitiesLogger::Get().Report()); });
-    central.RegisterDumpSource(DumpSection::kStatistics, [](int fd) { Write(fd, AwakePeriods() + Losses()); });
+    central.RegisterDumpSource(DumpSection::kStatistics,
+                               [](int fd) { Write(fd, AwakePeriods() + Losses() + SensorHub()); });
     central.RegisterDumpSource(DumpSection::kStatistics, [](int fd) { Write(fd, BluetoothBqr::Get().Report()); });
   });
 }
