@@ -85,7 +85,7 @@ bool ParseHubFault(const std::string& text, HubFault* fault, std::string* error)
   while (words >> word) {
     const size_t equals = word.find('=');
     if (equals == std::string::npos) {
-      *error = "'" + word + "' lacks its value: write " + word + "=VALUE";
+      error->assign("'").append(word).append("' lacks its value: write ").append(word).append("=VALUE");
       return false;
     }
     if (!ParseKey(word.substr(0, equals), word.substr(equals + 1), &parsed, error)) return false;
