@@ -5,9 +5,9 @@
 
 namespace android::hardware::bluetooth::os {
 
-// Whoever waits for it gets it before anybody who comes later, the thread that has just released it included. Of several
-// that wait, one is next; the order of the others is the system's. A std::mutex that is released and taken again at once
-// by a thread that does so without pause is hardly ever had by another.
+// Whoever waits for it gets it before anybody who comes later, the thread that has just released it included. Of
+// several that wait, one is next; the order of the others is the system's. A std::mutex that is released and taken
+// again at once by a thread that does so without pause is hardly ever had by another.
 //
 // BasicLockable, any thread, not recursive. Uncontended it costs two mutexes.
 class FairMutex {

@@ -36,7 +36,8 @@ inline std::vector<std::string> DumpSection(const std::string& title) {
   return lines;
 }
 
-// What the record's history gains from here on: lines without their times, after an empty one, as a raw string has them.
+// What the record's history gains from here on: lines without their times, after an empty one, as a raw string has
+// them.
 class Recorded {
  public:
   Recorded() : before_(History().size()) {}
