@@ -10,6 +10,7 @@
 #include <android-base/properties.h>
 
 #include "conf/conf.h"
+#include "conf/userial_type.h"
 
 namespace android::hardware::bluetooth::hci::hub {
 namespace {
@@ -18,8 +19,7 @@ using ::android::base::GetBoolProperty;
 using ::android::base::GetIntProperty;
 using ::android::base::SetProperty;
 
-// Both end with the boot.
-constexpr char kDeadProperty[] = "bluetooth.usf.dead";
+// Ends with the boot.
 constexpr char kLastLossProperty[] = "bluetooth.usf.last.loss";  // seconds since the boot
 constexpr int64_t kNever = -1;
 
@@ -31,7 +31,7 @@ BootTime Now() {
   return BootTime(now.tv_sec);
 }
 
-bool HubRecovery::IsDead() { return GetBoolProperty(kDeadProperty, false); }
+bool HubRecovery::IsDead() { return GetBoolProperty(conf::kSensorHubDeadProperty, false); }
 
 bool HubRecovery::WasLost() { return GetIntProperty(kLastLossProperty, kNever) != kNever; }
 
@@ -63,7 +63,7 @@ void HubRecovery::GivenUp() {
 
 void HubRecovery::Die() {
   state_ = State::kDead;
-  SetProperty(kDeadProperty, "true");
+  SetProperty(conf::kSensorHubDeadProperty, "true");
 }
 
 }  // namespace android::hardware::bluetooth::hci::hub

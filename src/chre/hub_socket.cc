@@ -13,6 +13,7 @@
 
 #include "chre/hub_link.h"
 #include "chre/hub_message.h"
+#include "conf/userial_type.h"
 #include "os/device_path.h"
 #include "os/error_text.h"
 
@@ -22,9 +23,6 @@ namespace {
 using ::android::base::unique_fd;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-
-constexpr char kFolder[] = "/run/bthal";
-constexpr char kName[] = "sensor-hub";
 
 // Closes when the last of those who send or wait has let go of it.
 using Socket = std::shared_ptr<const unique_fd>;
@@ -70,21 +68,21 @@ class SocketLink : public HubLink {
 };
 
 HubLink::Connected SocketLink::Connect(std::string* why) {
-  const std::string path = os::DevicePath(kFolder);
+  const std::string path = os::DevicePath(conf::kSensorHubFolder);
   const auto fail = [&](const std::string& what) {
     *why = what + ": " + os::ErrorText();
     return Connected::kNotYet;
   };
   // By way of the folder's descriptor: the device root's own path may be too long for an address.
   const unique_fd folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!folder.ok()) return fail("no sensor hub at " + path + "/" + kName);
+  if (!folder.ok()) return fail("no sensor hub at " + path + "/" + conf::kSensorHubSocket);
   sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-  const std::string short_path = "/proc/self/fd/" + std::to_string(folder.get()) + "/" + kName;
+  const std::string short_path = "/proc/self/fd/" + std::to_string(folder.get()) + "/" + conf::kSensorHubSocket;
   short_path.copy(address.sun_path, sizeof(address.sun_path) - 1);
   auto fd = std::make_shared<const unique_fd>(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!fd->ok()) return fail("no socket to be had");
   if (connect(fd->get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    return fail("no sensor hub at " + path + "/" + kName);
+    return fail("no sensor hub at " + path + "/" + conf::kSensorHubSocket);
   }
   Set(std::move(fd));
   return Connected::kYes;

@@ -2,6 +2,8 @@
 #include <android-base/strings.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/xattr.h>
 #include <termios.h>
 
@@ -117,6 +119,21 @@ TEST_F(CheckTest, ThePowerSwitchIsTheOneThatTheServiceWillUse) {
                     HasSubstr("useful: unload btusb, or")));
   root_.Write(kSettings, "UserialType = 0\n");
   EXPECT_EQ(Row("power switch"), "ok /sys/class/rfkill/rfkill1 [hci0]");
+}
+
+TEST_F(CheckTest, TheSensorHubIsLookedForAndTheTtyOnceItIsGivenUp) {
+  root_.Write(kSettings, "UserialType = 2\n");
+  EXPECT_THAT(Row("sensor hub"), AllOf(StartsWith("missing nothing plays one at /run/bthal/sensor-hub"),
+                                       HasSubstr("needed: let 'bthal board --hub' play it")));
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  root_.Below("/run/bthal/sensor-hub").copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const unique_fd hub(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(bind(hub.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  EXPECT_EQ(Row("sensor hub"), "ok /run/bthal/sensor-hub");
+  EXPECT_EQ(Row("controller's tty"), "");
+  SetProperty("bluetooth.usf.dead", "true");
+  EXPECT_THAT(Row("sensor hub"), StartsWith("wrong was lost for good in this boot (bluetooth.usf.dead)"));
+  EXPECT_THAT(Row("controller's tty"), StartsWith("missing "));
 }
 
 TEST_F(CheckTest, TheAddressIsWhatTheServiceReadsFromIt) {

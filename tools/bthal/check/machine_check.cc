@@ -129,9 +129,7 @@ uint32_t UserialType(const Config& config) {
 // The way to the controller.
 std::vector<CheckResult> Path(const Config& config, uint32_t type) {
   if (type == kUserialApm) return Port(config.uart_port);
-  if (type != kUserialAoc) return UserChannel(config);
-  return {{"controller's tty", CheckState::kMissing, true, "UserialType = 2: there is no sensor hub here",
-           std::string("UserialType = 1 (tty) or 0 (HCI user channel) in ") + kSettingsFile}};
+  return type == kUserialAoc ? SensorHub(config) : UserChannel(config);
 }
 
 // What the service brings a controller up with by itself; with the HCI user channel the kernel's driver has done it.

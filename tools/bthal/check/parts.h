@@ -29,6 +29,9 @@ std::vector<CheckResult> UserChannel(const ::android::hardware::bluetooth::conf:
 // The tty, the speed it reaches, and its flow control. The speed is set and put back where nobody else has the port.
 std::vector<CheckResult> Port(const std::string& path);
 
+// The sensor hub; where it is given up until the next boot, the tty as well.
+std::vector<CheckResult> SensorHub(const ::android::hardware::bluetooth::conf::Config& config);
+
 // The address, as the service itself would read it.
 CheckResult Address();
 

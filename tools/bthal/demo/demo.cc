@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "bthal/demo/demo_check.h"
+#include "bthal/demo/paced_download.h"
 #include "bthal/demo/service_child.h"
 #include "bthal/hci/words.h"
 #include "bthal/run/device_names.h"
@@ -299,7 +300,21 @@ bool Demo::Judge() {
            fact.text.c_str());
     all &= fact.holds;
   }
-  return all || Fail("not everything happened that should have");
+  return (all || Fail("not everything happened that should have")) && (!options_.board.hub || CompareDownloads());
+}
+
+bool Demo::CompareDownloads() {
+  const std::string log = root_.Log("paced-download.log");
+  const auto by_hub = PacedDownload(options_.board, true, root_.path() + "/by-hub", log);
+  const auto direct = by_hub ? PacedDownload(options_.board, false, root_.path() + "/direct", log) : std::nullopt;
+  if (!direct) return Fail("the patch did not come at the line's real pace: see " + log);
+  printf("\n%s\n\n", Paint(Colour::kHeading, "The patch once more, at the line's real pace").c_str());
+  for (const auto& [name, download] : {std::pair("by the sensor hub", *by_hub), std::pair("without it", *direct)}) {
+    printf("  %-17s  %5llu records in %5llu messages, %.2f MB/s\n", name,
+           static_cast<unsigned long long>(download.records), static_cast<unsigned long long>(download.messages),
+           download.megabytes_per_second());
+  }
+  return true;
 }
 
 }  // namespace bthal::tool

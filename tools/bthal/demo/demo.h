@@ -51,6 +51,7 @@ class Demo {
   bool EndClient();
   bool EndService();
   bool Judge();
+  bool CompareDownloads();
   int Conclude(bool well);
 
   void OnBoard(const sim::JournalEntry& entry);

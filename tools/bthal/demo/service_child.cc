@@ -11,14 +11,15 @@
 
 namespace bthal::tool {
 
-Child SpawnService(const std::string& log, std::string* error) {
+Child SpawnService(const std::string& log, std::string* error,
+                   std::vector<std::pair<std::string, std::string>> environment) {
   const ::android::base::unique_fd file(open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644));
   if (!file.ok()) {
     *error = "cannot write " + log + ": " + strerror(errno);
     return {};
   }
   return Child::Spawn({.arguments = {ProgramBeside(kServiceProgram)},
-                       .environment = {},
+                       .environment = std::move(environment),
                        .standard_output = file.get(),
                        .standard_error = file.get()},
                       error);
