@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "btqnl_protocol/bluetooth_address.h"
+#include "conf/provisioned_address.h"
 
-namespace hci = android::hardware::bluetooth::hci;
+namespace conf = android::hardware::bluetooth::conf;
 
 namespace {
 
@@ -26,9 +26,9 @@ std::string Lower(std::string text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  hci::AddressBytes bytes{9, 9, 9, 9, 9, 9};
-  if (!hci::ParseBluetoothAddress(text, &bytes)) {
-    Check(bytes == hci::AddressBytes{});
+  conf::AddressBytes bytes{9, 9, 9, 9, 9, 9};
+  if (!conf::ParseBluetoothAddress(text, &bytes)) {
+    Check(bytes == conf::AddressBytes{});
     return 0;
   }
   // Both forms written back must be taken again, and mean the same.
@@ -39,8 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   snprintf(plain, sizeof(plain), "%02x%02x%02x%02x%02x%02x", bytes[5], bytes[4], bytes[3], bytes[2], bytes[1],
            bytes[0]);
   for (const char* form : {colons, plain}) {
-    hci::AddressBytes again{};
-    Check(hci::ParseBluetoothAddress(form, &again) && again == bytes);
+    conf::AddressBytes again{};
+    Check(conf::ParseBluetoothAddress(form, &again) && again == bytes);
   }
   // A text that begins with two digits a pair is one of the two.
   const std::string start = Lower(text).substr(0, 17);

@@ -1,4 +1,5 @@
 // The sensor hub's path from end to end: the real service, the board with its hub, the controller's journal as witness.
+#include <aidl/vendor/tovani/bluetooth_ext/IBluetoothFinder.h>
 #include <android-base/stringprintf.h>
 
 #include "support/board_session.h"
@@ -224,6 +225,18 @@ TEST_F(HubTest, TheUartPathPreparesTheHubBesides) {
   board_->RestartHub(milliseconds(0));
   EXPECT_TRUE(WaitFor([&] { return Asked("connected") == 2; }));
   EXPECT_TRUE(Exchange(read_local_version_));
+}
+
+TEST_F(HubTest, TheFinderGoesOutOverIt) {
+  const Bytes start = {0x62, 0xFD, 9, 2, 0x40, 6, 0x0A, 0, 4, 0, 0, 0x50};
+  StartHubBoard();
+  OpenSession();
+  const auto finder = FindService<::aidl::vendor::tovani::bluetooth_ext::IBluetoothFinder>();
+  ASSERT_TRUE(finder->sendPrecomputedKeys(Bytes(20, 7)).isOk());
+  ASSERT_TRUE(finder->setPoweredOffMode(true).isOk());
+  service_->Signal(SIGTERM);
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(board_->Commands().back(), start);
 }
 
 TEST_F(HubTest, ACrashTakesTheHubsDumpInItsOrder) {

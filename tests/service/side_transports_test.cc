@@ -13,14 +13,20 @@ using ::aidl::vendor::tovani::bluetooth_ext::IBTChannelAvoidance;
 
 const Bytes kReadAddress = {0x09, 0x10, 0};
 
-// With accelerated Bluetooth-on (true) the controller stays up between sessions; without, it comes up for each.
-class SideTransportsTest : public BoardSessionTest, public ::testing::WithParamInterface<bool> {
+// With accelerated Bluetooth-on the controller stays up between sessions; without, it comes up for each. Both over the
+// UART and by a sensor hub.
+class SideTransportsTest : public BoardSessionTest, public ::testing::WithParamInterface<std::tuple<bool, bool>> {
  protected:
+  static bool accelerated() { return std::get<0>(GetParam()); }
+  static bool hub() { return std::get<1>(GetParam()); }
+
   void SetUp() override {
-    ASSERT_NO_FATAL_FAILURE(StartBoard());
+    sim::BoardOptions options = SmallBoard();
+    options.hub = hub();
+    ASSERT_NO_FATAL_FAILURE(StartBoard(options));
     root_.Write("/vendor/etc/bluetooth/bt_vendor_overlay.conf", "ThreadDispatcherEnabled = true\n");
     SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
-    Accelerate(GetParam());
+    Accelerate(accelerated());
     StartService();
     ASSERT_NO_FATAL_FAILURE(FindHal());
   }
@@ -50,19 +56,19 @@ class SideTransportsTest : public BoardSessionTest, public ::testing::WithParamI
 };
 
 TEST_P(SideTransportsTest, WorkInEverySessionAndInNoneBetween) {
-  if (!GetParam()) {
+  if (!accelerated()) {
     EXPECT_THAT(board_->Commands(), IsEmpty());
   }
   for (size_t session = 1; session <= 3; ++session) {
     client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
     ASSERT_NO_FATAL_FAILURE(Initialize());
     EXPECT_TRUE(SidesWork());
-    EXPECT_EQ(Count(*board_, WireEvent::kPatchLaunched), GetParam() ? 1U : session);
+    EXPECT_EQ(Count(*board_, WireEvent::kPatchLaunched), accelerated() ? 1U : session);
     const size_t offs = Count(*board_, WireEvent::kPowerOff);
     ASSERT_TRUE(hal_->close().isOk());
     EXPECT_TRUE(SidesAreOff());
     EXPECT_EQ(service_->CountInLog("BluetoothHci::close() Done"), session);
-    if (GetParam()) {
+    if (accelerated()) {
       EXPECT_EQ(board_->Commands().back(), (Bytes{0x79, 0xFC, 0})) << "the reset of the close";
     } else {
       EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, offs + 1));
@@ -72,12 +78,18 @@ TEST_P(SideTransportsTest, WorkInEverySessionAndInNoneBetween) {
 
 TEST_P(SideTransportsTest, EveryPowerChangeIsToldToTheDriverInOrder) {
   ASSERT_NO_FATAL_FAILURE(Initialize());
-  // Off, going and gone; then on, coming and there.
-  EXPECT_THAT(CoexMessages(), ElementsAre(0x45, 0x46, 0x47, 0x48));
+  // Off, going and gone; then on, coming and there. What the hub's own pin does is the hub's to tell.
+  const std::vector<int> changes = hub() ? std::vector<int>() : std::vector{0x45, 0x46, 0x47, 0x48};
+  EXPECT_THAT(CoexMessages(), ElementsAreArray(changes));
   ASSERT_TRUE(hal_->close().isOk());
   service_->Signal(SIGTERM);
   ASSERT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_EQ(service_->CountInLog("W bthal.aidl.qnlbtlinux: signal_handler: Caught Signal! signum: 15"), 1U);
+  EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, Count(*board_, WireEvent::kPowerOn)));
+  if (hub()) {
+    EXPECT_THAT(CoexMessages(), IsEmpty());
+    return;
+  }
   EXPECT_TRUE(WaitFor([&] { return CoexMessages().size() >= 6; }));
   EXPECT_EQ(CoexMessages()[4], 0x45);
   EXPECT_EQ(CoexMessages()[5], 0x46);
@@ -92,7 +104,8 @@ TEST_P(SideTransportsTest, SigtermEndsTheServiceWhileACommandIsNeverAnswered) {
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
 }
 
-INSTANTIATE_TEST_SUITE_P(Acceleration, SideTransportsTest, ::testing::Bool());
+INSTANTIATE_TEST_SUITE_P(AccelerationAndHub, SideTransportsTest,
+                         ::testing::Combine(::testing::Bool(), ::testing::Bool()));
 
 }  // namespace
 }  // namespace bthal::test

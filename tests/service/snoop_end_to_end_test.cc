@@ -36,14 +36,16 @@ std::string Words(uint8_t type, const std::string& packet) {
   return words;
 }
 
-class SnoopEndToEndTest : public BoardSessionTest {
+// Over the UART, and by a sensor hub.
+class SnoopEndToEndTest : public BoardSessionTest, public ::testing::WithParamInterface<bool> {
  protected:
-  // What went over the wire, but for ordinary ACL data, which is not captured.
+  // What went over the wire, but for what is not captured: ordinary ACL data, and the sensor hub's batches.
   std::vector<std::string> OnTheWire() const {
     std::vector<std::string> words;
     for (const JournalEntry& entry : board_->Journal()) {
       if (entry.event != WireEvent::kReceived && entry.event != WireEvent::kSent) continue;
-      if (entry.packet_type != kAcl) {
+      const bool batched = GetParam() && entry.packet_type == kCommand && entry.bytes[0] == 0x4C;
+      if (entry.packet_type != kAcl && !batched) {
         words.push_back(Words(entry.packet_type, std::string(entry.bytes.begin(), entry.bytes.end())));
       }
     }
@@ -51,8 +53,10 @@ class SnoopEndToEndTest : public BoardSessionTest {
   }
 };
 
-TEST_F(SnoopEndToEndTest, AWholeSessionIsInTheLogAsItWasOnTheWireAndReadersTakeIt) {
-  StartBoard(SmallBoard());
+TEST_P(SnoopEndToEndTest, AWholeSessionIsInTheLogAsItWasOnTheWireAndReadersTakeIt) {
+  sim::BoardOptions options = SmallBoard();
+  options.hub = GetParam();
+  StartBoard(options);
   SetProperty("persist.bluetooth.vendor.btsnoop", "true");
   SetProperty("persist.bluetooth.btsnooplogmode", "full");
   // With the bring-up made for the client, it is in the log as well.
@@ -96,6 +100,8 @@ TEST_F(SnoopEndToEndTest, AWholeSessionIsInTheLogAsItWasOnTheWireAndReadersTakeI
   const Output btmon = RunReader("btmon -r '" + path + "'");
   EXPECT_THAT(btmon.text, HasSubstr("Read Local Version Information"));
 }
+
+INSTANTIATE_TEST_SUITE_P(Hub, SnoopEndToEndTest, ::testing::Bool());
 
 }  // namespace
 }  // namespace bthal::test
