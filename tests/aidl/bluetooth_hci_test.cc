@@ -195,6 +195,8 @@ TEST_P(ClientDeathTest, TheNextClientGetsAWorkingHal) {
   third_.Kill();
   ASSERT_EQ(Initialize(), kSuccess);
   EXPECT_TRUE(Answers(kReset));
+  const bool recorded = ReportOf(*hal_).find("operator(): Skipping unlink call, service died") != std::string::npos;
+  EXPECT_EQ(recorded, !GetParam());
   EXPECT_TRUE(hal_->close().isOk());
   EXPECT_EQ(service_->CountInLog("don't allow multiple clients"), 0U);
   EXPECT_EQ(service_->CountInLog("Skipping unlink call, service died.") > 0, !GetParam());
