@@ -35,7 +35,6 @@ State HubConnection::state() const {
 bool HubConnection::IsUp() const { return state() == State::kUp; }
 
 bool HubConnection::StartLocked(bool insist) {
-  if (thread_.joinable()) thread_.join();  // one that has ended
   stop_ = false;
   running_ = true;
   thread_ = os::Thread::Start("bt_hub", [this, insist] { Run(insist); });
@@ -94,6 +93,7 @@ void HubConnection::Run(bool insist) {
   const std::lock_guard lock(mutex_);
   recovery_.GivenUp();
   running_ = false;
+  if (thread_.joinable()) thread_.detach();  // nobody waits for it
   changed_.notify_all();
 }
 

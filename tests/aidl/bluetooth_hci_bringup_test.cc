@@ -139,7 +139,7 @@ TEST_F(BringUpFailureTest, WithoutAClientAndWithoutAChannelTheProcessIsEnded) {
 class HostedServiceTest : public BringUpFailureTest {
  protected:
   HostedServiceTest() {
-    door_->on_initialize = [this](const auto& client) { return hci_->initialize(client); };
+    door_->on_initialize = [this](const auto& client) { return Hci()->initialize(client); };
   }
   // No bring-up for those who come after the clients.
   ~HostedServiceTest() override { SetProperty("sys.shutdown.requested", "0"); }
@@ -152,7 +152,18 @@ class HostedServiceTest : public BringUpFailureTest {
   }
   static HalStatus Initialize(ClientProcess& client) { return static_cast<HalStatus>(client.Initialize()); }
 
+  BluetoothHci* Hci() {
+    const std::lock_guard lock(hci_mutex_);
+    return hci_.get();
+  }
+  // While the door is open.
+  void Replace(std::shared_ptr<BluetoothHci> hci) {
+    const std::lock_guard lock(hci_mutex_);
+    hci_ = std::move(hci);
+  }
+
   ClientProcess clients_[3];
+  std::mutex hci_mutex_;
   const std::shared_ptr<FakeHci> door_ = ndk::SharedRefBase::make<FakeHci>();
 };
 
@@ -184,10 +195,10 @@ I BluetoothHci::close()
 I stopVarneHalExtensions: Disable Bluetooth HAL Extensions
 I BluetoothHci::close() Done
 )");
-  hci_.reset();
+  Replace(nullptr);
   log_.Clear();
   Accelerate(false);
-  hci_ = ndk::SharedRefBase::make<BluetoothHci>();
+  Replace(ndk::SharedRefBase::make<BluetoothHci>());
   EXPECT_EQ(session("Thread Dispatcher enabled"), R"(
 I BluetoothHci
 I initialize: controller activity goes to the dump only, there is no power-statistics service to tell
