@@ -1,5 +1,6 @@
 # Sourced by play and desktop: boards, services, bridges and stacks, in a folder that is gone afterwards.
 set -euo pipefail
+. "$(dirname "$0")/../shell.sh"
 readonly HERE=$(cd "$(dirname "$0")" && pwd)
 readonly EMULATOR=/tmp/bt-server-bredrle
 export PATH=$HERE/../../build:$PATH
@@ -8,7 +9,6 @@ readonly WORK
 children=()
 party=
 
-say() { printf '== %s\n' "$*"; }
 fail() {
   say "FAILED: $*"
   tail -n 15 "$WORK"/*.log || true
@@ -23,16 +23,6 @@ clear_up() {
   children=()
 }
 trap 'clear_up; rm -rf "$WORK"' EXIT
-
-# until_true SECONDS COMMAND...
-until_true() {
-  local end=$((SECONDS + $1))
-  shift
-  until "$@" >/dev/null 2>&1; do
-    [ "$SECONDS" -lt "$end" ] || return 1
-    sleep 0.05
-  done
-}
 
 # in_background NAME COMMAND...: until clear_up; what it prints is in NAME.log.
 in_background() {
