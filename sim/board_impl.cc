@@ -145,7 +145,7 @@ void Board::Impl::Run() {
   controller_.StrikeNow();
   while (!stop_) {
     Wait();
-    tasks_.Run();
+    if (called_) tasks_.Run();
     const Clock::time_point now = Clock::now();
     controller_.timers().RunDue(now);
     // Read first, obey later: whatever was written to a node before these bytes were sent is known by then.
@@ -180,6 +180,7 @@ void Board::Impl::Wait() {
     journal_.Record(WireEvent::kProtocolError, 0, std::string("the board cannot wait: ") + strerror(errno));
     stop_ = true;
   }
+  called_ = polls.front().revents != 0;
   asked_ = std::any_of(polls.begin() + others, polls.end(), [](const pollfd& poll) { return poll.revents != 0; });
 }
 

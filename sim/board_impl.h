@@ -78,7 +78,8 @@ class Board::Impl {
 
   Fd lock_;
   Tasks tasks_;
-  bool asked_ = false;  // something has come at the control socket
+  bool called_ = false;  // there are tasks
+  bool asked_ = false;   // something has come at the control socket
   std::atomic<bool> stop_{false};
   std::atomic<size_t> waiting_{0};
   std::thread thread_;

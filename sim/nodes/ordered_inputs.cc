@@ -3,7 +3,9 @@
 #include <errno.h>
 #include <poll.h>
 #include <string.h>
+#include <sys/epoll.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -14,11 +16,24 @@ namespace {
 constexpr int kEventMayFollowMs = 1;
 constexpr size_t kFourBytes = 4;
 
+bool IsFifo(int fd) {
+  struct stat info {};
+  return fstat(fd, &info) == 0 && S_ISFIFO(info.st_mode);
+}
+
+bool Collect(const Fd& epoll, int fd) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  return epoll_ctl(epoll.get(), EPOLL_CTL_ADD, fd, &event) == 0;
+}
+
 }  // namespace
 
 bool OrderedInputs::Open(std::string* error) {
   order_.Reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-  if (order_.ok()) return true;
+  at_once_.Reset(epoll_create1(EPOLL_CLOEXEC));
+  polled_ = {at_once_.get()};
+  if (order_.ok() && at_once_.ok() && Collect(at_once_, order_.get())) return true;
   *error = std::string("cannot watch the order of writes: ") + strerror(errno) +
            "; raise fs.inotify.max_user_instances if too many programs watch files";
   return false;
@@ -28,10 +43,12 @@ bool OrderedInputs::Add(int fd, const std::string& path, Framing framing, OnUnit
   // The kernel merges an event into the one before when they are alike. A close in between keeps apart what was written
   // by one who opens the node for each write, as most do.
   const int watch = inotify_add_watch(order_.get(), path.c_str(), IN_MODIFY | IN_CLOSE_WRITE);
-  if (watch < 0) {
+  const bool is_fifo = IsFifo(fd);
+  if (watch < 0 || (is_fifo && !Collect(at_once_, fd))) {
     *error = "cannot watch " + path + ": " + strerror(errno);
     return false;
   }
+  if (!is_fifo) polled_.push_back(fd);
   sources_.push_back({fd, watch, framing, std::move(on_unit), {}, {}});
   return true;
 }
@@ -40,16 +57,20 @@ void OrderedInputs::Remove(int fd) {
   const auto gone = std::find_if(sources_.begin(), sources_.end(), [&](const Source& s) { return s.fd == fd; });
   if (gone == sources_.end()) return;
   inotify_rm_watch(order_.get(), gone->watch);
+  epoll_ctl(at_once_.get(), EPOLL_CTL_DEL, fd, nullptr);  // fails for a terminal
+  std::erase(polled_, fd);
   sources_.erase(gone);
 }
 
-std::vector<int> OrderedInputs::Descriptors() const {
-  std::vector<int> descriptors{order_.get()};
-  for (const Source& source : sources_) descriptors.push_back(source.fd);
-  return descriptors;
+bool OrderedInputs::SomethingWasWritten() const {
+  std::vector<pollfd> polls;
+  polls.reserve(polled_.size());
+  for (const int fd : polled_) polls.push_back({fd, POLLIN, 0});
+  return poll(polls.data(), polls.size(), 0) != 0;
 }
 
 void OrderedInputs::Drain() {
+  if (!SomethingWasWritten()) return;
   for (;;) {
     // In this order, so that what an event tells of has been read by the time the event is looked at.
     ReadOrder();

@@ -26,8 +26,8 @@ class OrderedInputs {
   bool Add(int fd, const std::string& path, Framing framing, OnUnit on_unit, std::string* error);
   void Remove(int fd);
 
-  // What to poll for input.
-  std::vector<int> Descriptors() const;
+  // What to poll for input: few descriptors, however many nodes there are.
+  const std::vector<int>& Descriptors() const { return polled_; }
   // Hands over all that was written before the call.
   void Drain();
 
@@ -41,6 +41,7 @@ class OrderedInputs {
     std::deque<Bytes> units;  // read, not yet handed over
   };
 
+  bool SomethingWasWritten() const;
   void ReadOrder();
   static void ReadSource(Source& source);
   static void Cut(Source& source);
@@ -49,6 +50,10 @@ class OrderedInputs {
   void HandOver();
 
   Fd order_;
+  // The order and all FIFOs: their writers' calls return when this knows of it. A terminal's bytes may still be on
+  // their way then, unless it is asked itself.
+  Fd at_once_;
+  std::vector<int> polled_;  // at_once_, and the terminals
   std::vector<Source> sources_;
   std::deque<int> events_;  // watch descriptors, one for a write
 };

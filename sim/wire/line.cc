@@ -83,6 +83,7 @@ Arrived Line::ReadPty(size_t limit) const {
     const ssize_t count = TEMP_FAILURE_RETRY(read(pty_.board_end(), buffer, room));
     if (count <= 0) break;
     bytes.insert(bytes.end(), buffer, buffer + count);
+    if (static_cast<size_t>(count) < room) break;  // that was all
   }
   if (!bytes.empty()) arrived.host_speed = ReadHostSpeed();
   return arrived;
