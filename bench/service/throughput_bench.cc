@@ -1,32 +1,31 @@
 // ACL data of 1026 bytes through client, Binder, service and pty, either way, beside a relay that does nothing but pass
-// it on: over a socket, each packet acknowledged, as a call of the interface is, and over a pty of its own. The board
-// is the same in both, and answers nothing. By turns, the best of some rounds of each.
+// it on, over a pty of its own. The board is the same in both, and answers nothing. By turns, the best of some rounds
+// of each.
 #include <android-base/file.h>
 #include <android-base/unique_fd.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/figures.h"
 #include "support/hal.h"
+#include "support/relay.h"
 
 namespace {
 
 using ::android::base::unique_fd;
 using bthal::bench::Bytes;
 using bthal::bench::Hal;
+using bthal::bench::Relay;
 using bthal::sim::Board;
 using bthal::sim::JournalEntry;
 using bthal::sim::WireEvent;
@@ -63,9 +62,7 @@ class Arrivals {
   std::atomic<uint64_t> count_{0};
 };
 
-bool ReadWhole(int fd, uint8_t* bytes, size_t count) { return android::base::ReadFully(fd, bytes, count); }
-
-// A client's end of a socket, a relay's at the other, and the port.
+// A relay to a board of its own.
 class Bare {
  public:
   Bare() : root_(bthal::bench::NewRoot()) {
@@ -77,11 +74,8 @@ class Bare {
     const unique_fd power(open((root_ + "/sys/class/rfkill/rfkill0/state").c_str(), O_WRONLY | O_CLOEXEC));
     android::base::WriteStringToFd("1", power);
     port_.reset(open((root_ + "/dev/ttySAC16").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    termios attributes{};
-    tcgetattr(port_.get(), &attributes);
-    cfmakeraw(&attributes);
-    cfsetspeed(&attributes, B115200);
-    tcsetattr(port_.get(), TCSANOW, &attributes);
+    bthal::bench::MakeRaw(port_.get());
+    SetFirstSpeed();
     const bool on = board_->WaitFor(
         [](const auto& journal) {
           return std::any_of(journal.begin(), journal.end(),
@@ -89,67 +83,31 @@ class Bare {
         },
         std::chrono::seconds(10));
     if (!on) error_ = "the board does not come up";
-    if (!android::base::Socketpair(SOCK_STREAM, &client_, &relay_)) error_ = "no sockets";
+    relay_ = std::make_unique<Relay>(port_.get(), kSize, kSize);
   }
   ~Bare() {
+    relay_.reset();
     board_.reset();
     std::filesystem::remove_all(root_);
   }
 
   const std::string& error() const { return error_; }
   Board& board() { return *board_; }
-
-  // As the client: what it sends is on its way when this returns.
-  void Write(const Bytes& packet) {
-    android::base::WriteFully(client_.get(), packet.data(), packet.size());
-    ReadWhole(client_.get(), &acknowledgement_, 1);
-  }
-  // Runs a relay from the client to the port.
-  std::thread RelayDown() {
-    return std::thread([this] {
-      std::array<uint8_t, kSize> packet;
-      while (ReadWhole(relay_.get(), packet.data(), packet.size())) {
-        android::base::WriteFully(port_.get(), packet.data(), packet.size());
-        android::base::WriteFully(relay_.get(), packet.data(), 1);
-      }
-    });
-  }
-  void EndOfClient() { shutdown(client_.get(), SHUT_RDWR); }
-
-  // Relays that many packets from the port to a client of its own.
-  void RelayUp(uint64_t packets) {
-    std::thread client([this, packets] {
-      std::array<uint8_t, kSize> packet;
-      for (uint64_t i = 0; i < packets && ReadWhole(client_.get(), packet.data(), packet.size()); ++i) {
-        android::base::WriteFully(client_.get(), packet.data(), 1);
-      }
-    });
-    std::array<uint8_t, 64 * kSize> buffer;
-    size_t have = 0;
-    for (uint64_t i = 0; i < packets;) {
-      const ssize_t n = TEMP_FAILURE_RETRY(read(port_.get(), buffer.data() + have, buffer.size() - have));
-      if (n <= 0) break;
-      have += static_cast<size_t>(n);
-      size_t begin = 0;
-      for (; have - begin >= kSize; begin += kSize, ++i) {
-        android::base::WriteFully(relay_.get(), buffer.data() + begin, kSize);
-        ReadWhole(relay_.get(), &acknowledgement_, 1);
-      }
-      std::copy(buffer.begin() + static_cast<ptrdiff_t>(begin), buffer.begin() + static_cast<ptrdiff_t>(have),
-                buffer.begin());
-      have -= begin;
-    }
-    client.join();
-  }
+  Relay& relay() { return *relay_; }
 
  private:
+  void SetFirstSpeed() {
+    termios attributes{};
+    tcgetattr(port_.get(), &attributes);
+    cfsetspeed(&attributes, B115200);
+    tcsetattr(port_.get(), TCSANOW, &attributes);
+  }
+
   std::string root_;
   std::string error_;
   std::unique_ptr<Board> board_;
   unique_fd port_;
-  unique_fd client_;
-  unique_fd relay_;
-  uint8_t acknowledgement_ = 0;
+  std::unique_ptr<Relay> relay_;
 };
 
 template <typename Step>
@@ -175,8 +133,6 @@ void Throughput(benchmark::State& state) {
   const Bytes data = Data();
   Bytes packet = {kAcl};
   packet.insert(packet.end(), data.begin(), data.end());
-  std::thread relay;
-  if (down) relay = bare.RelayDown();
   Arrivals through(hal.board());
   Arrivals without(bare.board());
   double measured = 0;
@@ -190,14 +146,13 @@ void Throughput(benchmark::State& state) {
                             through.Wait(round * kPackets);
                           }));
       floor = std::max(floor, MegabytesPerSecond([&] {
-                         if (!down) return SendUp(bare.board(), data), bare.RelayUp(kPackets);
-                         for (uint64_t i = 0; i < kPackets; ++i) bare.Write(packet);
+                         const uint64_t before = bare.relay().packets();
+                         if (!down) return SendUp(bare.board(), data), bare.relay().WaitFor(before + kPackets);
+                         for (uint64_t i = 0; i < kPackets; ++i) bare.relay().Send(packet.data());
                          without.Wait(round * kPackets);
                        }));
     }
   }
-  bare.EndOfClient();
-  if (relay.joinable()) relay.join();
   bthal::bench::Tell(state, measured, floor, down ? "ACL down" : "ACL up", "MB/s");
 }
 BENCHMARK(Throughput)->DenseRange(0, 1)->Iterations(1)->Unit(benchmark::kMillisecond);
