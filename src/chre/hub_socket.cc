@@ -67,6 +67,14 @@ class SocketLink : public HubLink {
   Socket socket_;
 };
 
+// The user of who listens at the other end, as he was when he began to; nobody's where the kernel does not know.
+uid_t ListenerOf(int socket) {
+  ucred credentials{.pid = 0, .uid = static_cast<uid_t>(-1), .gid = 0};
+  socklen_t size = sizeof(credentials);
+  (void)getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size);
+  return credentials.uid;
+}
+
 HubLink::Connected SocketLink::Connect(std::string* why) {
   const std::string path = os::DevicePath(conf::kSensorHubFolder);
   const auto fail = [&](const std::string& what) {
@@ -83,6 +91,12 @@ HubLink::Connected SocketLink::Connect(std::string* why) {
   if (!fd->ok()) return fail("no socket to be had");
   if (connect(fd->get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
     return fail("no sensor hub at " + path + "/" + conf::kSensorHubSocket);
+  }
+  // What a hub says is acted on, and what the client sends is told to it: another user's process may play none.
+  if (const uid_t user = ListenerOf(fd->get()); user != 0 && user != geteuid()) {
+    *why = "no sensor hub at " + path + "/" + conf::kSensorHubSocket + ": a process of user " + std::to_string(user) +
+           " listens there, not one of user " + std::to_string(geteuid()) + " or root";
+    return Connected::kNotYet;
   }
   Set(std::move(fd));
   return Connected::kYes;
