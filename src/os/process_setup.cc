@@ -177,7 +177,7 @@ void EndUnlessOnlyService() {
   if (root.size() > 1) root.pop_back();
   StandardError::Write(::android::base::StringPrintf("%s is already running on %s (pid %d)\n",
                                                      program_invocation_short_name, root.c_str(), holder));
-  _exit(1);
+  _exit(::bthal::host::kRoleTakenStatus);
 }
 
 }  // namespace android::hardware::bluetooth::os

@@ -11,9 +11,9 @@ namespace android::hardware::bluetooth::os {
 // other thread exists.
 void SetUpProcess();
 
-// On Linux: ends the process with status 1 and one line on stderr where another service runs below the same device
-// root, before anything of that one is touched. Call after SetUpProcess, before main(). On Android init starts one
-// only.
+// On Linux: ends the process with a status of its own (EX_UNAVAILABLE, 69) and one line on stderr where another service
+// runs below the same device root, before anything of that one is touched. Call after SetUpProcess, before main(). On
+// Android init starts one only.
 void EndUnlessOnlyService();
 
 }  // namespace android::hardware::bluetooth::os

@@ -1,4 +1,5 @@
 // One service, one supervisor and one board on a device root: whoever comes second leaves the first alone.
+#include <host/role.h>
 #include <host/service_registry.h>
 
 #include "support/board_session.h"
@@ -48,11 +49,11 @@ TEST_F(SoleProcessTest, ASecondServiceEndsBeforeItTouchesAnything) {
   const size_t powered = Count(*board_, sim::WireEvent::kPowerOn);
 
   const ProgramResult second = RunProgram({SERVICE_PROGRAM});
-  EXPECT_EQ(second.status, 1);
+  EXPECT_EQ(second.status, host::kRoleTakenStatus);
   EXPECT_EQ(second.error, fs::path(SERVICE_PROGRAM).filename().string() + " is already running on " + root_.path() +
                               " (pid " + pid + ")\n");
   const ProgramResult supervisor = Bthal({"supervise"});
-  EXPECT_EQ(supervisor.status, 1);
+  EXPECT_EQ(supervisor.status, host::kRoleTakenStatus);
   EXPECT_EQ(supervisor.error,
             "bthal: a service is already running on " + root_.path() + " (pid " + pid + "); end it first\n");
   fs::remove(root_.path() + "/run/bthal/supervisor.lock");
@@ -95,11 +96,35 @@ TEST_F(SoleProcessTest, ASecondSupervisorIsRefused) {
     std::vector<std::string> arguments = {"supervise"};
     arguments.insert(arguments.end(), program.begin(), program.end());
     const ProgramResult second = Bthal(arguments);
-    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.status, host::kRoleTakenStatus);
     EXPECT_EQ(second.error, "bthal: " + refusal + "\n");
   }
   EXPECT_THAT(Bthal({"demo", "--root", root_.path()}).error, HasSubstr("demo failed: " + refusal));
   EXPECT_EQ(Listing(), before);
+}
+
+// Somebody has started another while the supervised one was down: neither supervisor nor units try again and again.
+TEST_F(SoleProcessTest, ARefusedServiceIsNotStartedAgain) {
+  const std::string name = "/" + fs::path(SERVICE_PROGRAM).filename().string();
+  const std::string program = root_.path() + name;
+  root_.Write(name,
+              "#!/bin/sh\necho >> $BTHAL_ROOT/runs\nwhile [ ! -e $BTHAL_ROOT/go ]; do sleep 0.01; done\n"
+              "exec " SERVICE_PROGRAM "\n");
+  fs::permissions(program, fs::perms::owner_all);
+  Companion supervisor;
+  ASSERT_TRUE(supervisor.Start({"supervise", "--", program}));
+  ASSERT_TRUE(WaitFor([&] { return root_.Read("/runs") == "\n"; }));
+  StartBoard();
+  StartService("error");
+  ASSERT_TRUE(service_->WaitUntilPublished()) << service_->Log();
+  root_.Write("/go", "");
+  EXPECT_EQ(supervisor.End(), host::kRoleTakenStatus);
+  EXPECT_EQ(root_.Read("/runs"), "\n");
+  EXPECT_THAT(supervisor.lines, Contains("bthal: a service is already running on " + root_.path() + " (pid " +
+                                         std::to_string(service_->pid()) + "); end it first"));
+  std::string unit;
+  ASSERT_TRUE(::android::base::ReadFileToString(SOURCE_TREE "/packaging/linux/bthal.service.in", &unit));
+  EXPECT_THAT(unit, HasSubstr("\nRestartPreventExitStatus=" + std::to_string(host::kRoleTakenStatus) + "\n"));
 }
 
 }  // namespace

@@ -21,6 +21,7 @@ namespace bthal::tool {
 namespace {
 
 using ::android::base::StringPrintf;
+using ::bthal::host::kRoleTakenStatus;
 using std::chrono::milliseconds;
 
 constexpr size_t kLongestLine = 4096;
@@ -65,10 +66,14 @@ bool Supervisor::Begin() {
     GiveUp(StringPrintf("a supervisor is already running on %s (pid %d)", DeviceRoot().c_str(), other));
     return false;
   }
+  return !ServiceIsTaken();
+}
+
+bool Supervisor::ServiceIsTaken() {
   const pid_t service = ::bthal::host::HolderOfRole(::bthal::host::kServiceRole);
-  if (service == 0 || ::android::base::Basename(options_.program[0]) != kServiceProgram) return true;
+  if (service == 0 || ::android::base::Basename(options_.program[0]) != kServiceProgram) return false;
   GiveUp(StringPrintf("a service is already running on %s (pid %d); end it first", DeviceRoot().c_str(), service));
-  return false;
+  return true;
 }
 
 // Wake locks of the kernel outlive the process that took them: without this the system would never sleep again. One
@@ -170,7 +175,7 @@ bool Supervisor::Pause(int wait_status) {
 }
 
 int Supervisor::Run() {
-  if (!Begin()) return 1;
+  if (!Begin()) return kRoleTakenStatus;
   for (int restarts = 0;; ++restarts) {
     std::string error;
     const std::optional<End> end = RunOnce(&error);
@@ -181,6 +186,7 @@ int Supervisor::Run() {
     if (const std::string cause = CauseOfDeath(end->last_words); !cause.empty()) Say("  " + cause);
     for (const std::string& line : end->last_words) Say("  it said: " + line);
     for (const std::string& file : end->crash_files) Say("  it left: " + file);
+    if (ExitStatus(end->wait_status) == kRoleTakenStatus && ServiceIsTaken()) return kRoleTakenStatus;
     ReleaseWakeLock();
     if (options_.once) return ExitStatus(end->wait_status);
     if (options_.max_restarts && restarts >= *options_.max_restarts) {

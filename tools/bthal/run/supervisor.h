@@ -43,7 +43,8 @@ class Supervisor {
   explicit Supervisor(SupervisorOptions options);
 
   // Until a signal asks for the end (0), the restarts are used up (1), or, with `once`, the program has ended (its
-  // status; 128 + signal when it was killed). 1 at once where the device root has a supervisor or a service already.
+  // status; 128 + signal when it was killed). host::kRoleTakenStatus where the device root has a supervisor or a
+  // service already: at once, or when the service is refused because of it.
   int Run();
 
  private:
@@ -58,6 +59,8 @@ class Supervisor {
 
   // Refuses, having said so, where another supervises, or the service runs without us.
   bool Begin();
+  // Whether it is the service that is to run, and another runs, having said so.
+  bool ServiceIsTaken();
   std::optional<End> RunOnce(std::string* error);
   // Passes its output on until it has ended; nothing when the deadline passes or `interrupt_fd` is readable first.
   std::optional<int> Watch(Child& child, int output, Clock::time_point deadline, int interrupt_fd);

@@ -27,7 +27,6 @@ struct Phrase {
   const char* cause;
 };
 constexpr Phrase kPhrases[] = {
-    {"is already running on", "another service has the device root: end it first"},
     {"Unable to open patchfile",
      "the firmware patch could not be opened: see that /vendor/firmware/qnlr has a readable "
      ".hcd file for this chip (bthal check)"},

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <sysexits.h>
 
 #include <string_view>
 
@@ -9,6 +10,9 @@ namespace bthal::host {
 
 inline constexpr std::string_view kServiceRole = "service";
 inline constexpr std::string_view kSupervisorRole = "supervisor";
+
+// The exit status of a program that ends because another has its role: to start it again would not help.
+inline constexpr int kRoleTakenStatus = EX_UNAVAILABLE;
 
 // Makes this process the one that has the role below the device root, until it ends, however it ends: the kernel keeps
 // the claim. 0 on success, and where no claim can be made at all, the folder not being ours; else the process that has
