@@ -6,11 +6,13 @@
 #include <android-base/stringprintf.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <utility>
 
 #include "coex_device/session.h"
@@ -23,6 +25,8 @@ namespace {
 using ::android::base::StringPrintf;
 
 constexpr char kDevicePath[] = "/dev/wbrc";
+// Two messages go with each change of power, and power has to go within the time that SIGTERM leaves.
+constexpr std::chrono::milliseconds kWritePatience(500);
 
 // Messages to the driver:
 //   0x02 | 0x02 | group (1) | value (1)
@@ -47,6 +51,28 @@ Message MessageOf(int code) {
       LOG(ERROR) << "Unknown Message";
       return {0x02, 0x02, 0x00, 0x00};
   }
+}
+
+// Waits until the driver may take something; false when `until` comes first.
+bool AwaitRoom(int fd, std::chrono::steady_clock::time_point until) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+  if (left.count() <= 0) return false;
+  pollfd device{fd, POLLOUT, 0};
+  poll(&device, 1, static_cast<int>(left.count()));
+  return true;
+}
+
+// Writes a whole message to the non-blocking descriptor.
+bool Write(int fd, const uint8_t* message, size_t size) {
+  const auto until = std::chrono::steady_clock::now() + kWritePatience;
+  ssize_t written = 0;
+  while ((written = TEMP_FAILURE_RETRY(write(fd, message, size))) < 0 && errno == EAGAIN) {
+    if (AwaitRoom(fd, until)) continue;
+    LOG(ERROR) << kDevicePath << " has taken nothing for " << kWritePatience.count()
+               << " ms: see whether the driver behind it still runs";
+    return false;
+  }
+  return written == static_cast<ssize_t>(size);
 }
 
 }  // namespace
@@ -85,6 +111,7 @@ int CoexDevice::OpenNode() {
     LOG(ERROR) << "Failed to open the coex device!! Error: " << strerror(errno);
     return -1;
   }
+  fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) | O_NONBLOCK);
   const int number = fd.get();
   os::Thread ended;
   {
@@ -131,8 +158,7 @@ bool CoexDevice::BtSend(CoexDevice* device, int code) {
 bool CoexDevice::WriteEvent(const uint8_t* message, size_t size) {
   LOG(INFO) << "WriteEvent";
   const Descriptor open_device = device();
-  if (open_device == nullptr ||
-      TEMP_FAILURE_RETRY(write(open_device->get(), message, size)) != static_cast<ssize_t>(size)) {
+  if (open_device == nullptr || !Write(open_device->get(), message, size)) {
     LOG(ERROR) << "Failed to write the message to coex device!!";
     return false;
   }

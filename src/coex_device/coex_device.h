@@ -40,7 +40,8 @@ class CoexDevice {
   // Ends the poll thread (by force after one second) and closes the device.
   void DeviceClose();
 
-  // Sends one message; false (logged) when the device is closed or the write fails.
+  // Sends one message; false (logged) when the device is closed, the write fails, or the driver does not take it within
+  // half a second.
   static bool BtSend(CoexDevice* device, int code);
 
   // Reads and acts on one event; 0 or a negative errno (-EIO at end of file, -EMSGSIZE for part of an event). Poll

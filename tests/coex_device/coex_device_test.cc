@@ -257,16 +257,21 @@ TEST_F(CoexDeviceTest, AForeignSignalEndsNoThread) {
   EXPECT_TRUE(IsOpen());
 }
 
-TEST_F(CoexDeviceTest, ABlockedWriteDoesNotHoldUpTheClose) {
+TEST_F(CoexDeviceTest, ADriverThatTakesNothingHoldsUpNobodyForLong) {
   ASSERT_GE(device_.DeviceOpen([] {}, 0), 0);
   const unique_fd line(open(driver_.host_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   ASSERT_EQ(tcflow(line.get(), TCOOFF), 0);  // from here on a write waits
+  const auto began = steady_clock::now();
   auto sent = std::async(std::launch::async, [this] { return IsOpen(); });
   ASSERT_TRUE(log_.WaitFor("WriteEvent"));
   device_.DeviceClose();
   EXPECT_FALSE(IsOpen());
+  EXPECT_EQ(sent.wait_for(seconds(20)), std::future_status::ready);
+  EXPECT_GE(steady_clock::now() - began, milliseconds(500)) << "one that is only slow gets its message";
   ASSERT_EQ(tcflow(line.get(), TCOON), 0);
-  sent.wait();  // ends, however far it had come
+  EXPECT_FALSE(sent.get());
+  EXPECT_TRUE(log_.Has("/dev/wbrc has taken nothing for 500 ms: see whether the driver behind it still runs"));
+  EXPECT_EQ(log_.Count("Failed to write the message to coex device!!"), 2u);
 }
 
 TEST_F(CoexDeviceTest, SendersAndClosersMayMeet) {
