@@ -126,6 +126,35 @@ TEST_F(EndingsTest, AServiceThatHangsIsGivenUp) {
   service_->Signal(SIGCONT);
 }
 
+// Its socket, its names and its files are there still.
+TEST_F(EndingsTest, AServiceThatWasKilledIsNone) {
+  StartBoard();
+  StartService("error");
+  ASSERT_TRUE(service_->WaitUntilPublished());
+  const std::string pid = std::to_string(service_->pid());
+  const LogCapture log;
+  ASSERT_NE(FindService<::aidl::android::hardware::bluetooth::IBluetoothHci>(), nullptr);
+  service_->Signal(SIGKILL);
+  ASSERT_EQ(service_->WaitForEndText(), "signal 9");
+  ASSERT_EQ(CountEntries(root_.path() + "/run/bthal/binder"), 1u);
+  root_.Write("/keys", "mode on\n");
+  for (const Arguments& arguments : std::vector<Arguments>{{"dump"},
+                                                           {"afh", "--avoid", "3"},
+                                                           {"finder", root_.path() + "/keys"},
+                                                           {"hci", "--wait-service", "0", "reset"}}) {
+    const ProgramResult result = Bthal(arguments);
+    EXPECT_EQ(result.status, 1) << Quoted(arguments);
+    EXPECT_THAT(result.error, MatchesRegex("bthal: no service runs on " + root_.path() +
+                                           " \\([^ ]+ is not published\\); start it with bthal supervise\n"));
+  }
+  EXPECT_THAT(Bthal({"services"}).out, ContainsRegex("^dead +" + pid + "  android.hardware.bluetooth.IBluetoothHci"));
+  Companion bridge;
+  ASSERT_TRUE(bridge.Start({"bridge", "unix", root_.path() + "/hci"}));
+  EXPECT_TRUE(bridge.Says("waiting for the service: no service runs on"));
+  EXPECT_EQ(FindService<::aidl::android::hardware::bluetooth::IBluetoothHci>(), nullptr);
+  EXPECT_EQ(log.Text(), "\n") << "nor has a client anything to complain of";
+}
+
 // Whether the process has got as far as to catch the signal.
 bool Catches(pid_t pid, int signal) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
