@@ -1,4 +1,5 @@
 // What bthal makes of a service's report and of its packet log.
+#include <android-base/strings.h>
 #include <nlohmann/json.hpp>
 
 #include "bthal/show/record_dump.h"
@@ -100,7 +101,9 @@ TEST(SpanTest, KeepsWhatLostItsPartner) {
   EXPECT_EQ(Named(spans, "early").end_ms, 2000);
   EXPECT_TRUE(Named(spans, "late").unfinished);
   EXPECT_EQ(Named(spans, "late").end_ms, 5000);
-  EXPECT_THAT(BarChart(spans, 80, 0), AllOf(HasSubstr("(began earlier)"), HasSubstr("(still going on)")));
+  const std::string chart = BarChart(spans, 80, 0);
+  EXPECT_THAT(chart, AllOf(HasSubstr("(began earlier)"), HasSubstr("(still going on)")));
+  for (const std::string& line : android::base::Split(chart, "\n")) EXPECT_LE(line.size(), 80u) << line;
 }
 
 // Two threads whose scopes cross must not be drawn inside one another.

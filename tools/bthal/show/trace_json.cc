@@ -15,16 +15,18 @@ using ::android::base::StringAppendF;
 using ::android::base::StringPrintf;
 
 constexpr int kNameWidth = 34;
+constexpr int kLeastNameWidth = 22;  // in a narrow terminal
+constexpr int kFigureWidth = 20;
 constexpr int kLeastBarWidth = 20;
 constexpr int kUsualWidth = 100;
 constexpr int kRemarkWidth = 18;
 constexpr char kBringUp[] = "perform_init";
 
 // Name columns: indented, cut where it is too long.
-std::string NameColumn(const Span& span) {
+std::string NameColumn(const Span& span, size_t width) {
   std::string name(2 * span.depth, ' ');
   name += span.name.substr(0, span.name.find('\n'));
-  if (name.size() > kNameWidth) name = name.substr(0, kNameWidth - 2) + "..";
+  if (name.size() > width) name = name.substr(0, width - 2) + "..";
   return name;
 }
 
@@ -104,15 +106,15 @@ std::string BarChart(const std::vector<Span>& spans, int width, int64_t least_ms
   const int64_t zero = shown.front().begin_ms;
   const BusyTime busy(shown);
   const bool remarks = std::ranges::any_of(shown, [](const Span& span) { return !RemarkOf(span).empty(); });
-  const int usual = (width == 0 ? kUsualWidth : width) - kNameWidth - 20 - (remarks ? kRemarkWidth : 0);
-  const int columns = std::max(kLeastBarWidth, usual);
-  std::string chart =
-      Paint(Colour::kHeading, StringPrintf("%-*s %8s %8s", kNameWidth, "step", "at ms", "took ms")) + "\n";
+  const int room = (width == 0 ? kUsualWidth : width) - kFigureWidth - (remarks ? kRemarkWidth : 0);
+  const int names = std::clamp(room - kLeastBarWidth, kLeastNameWidth, kNameWidth);
+  const int columns = std::max(kLeastBarWidth, room - names);
+  std::string chart = Paint(Colour::kHeading, StringPrintf("%-*s %8s %8s", names, "step", "at ms", "took ms")) + "\n";
   for (const Span& span : shown) {
     const int left = std::min(busy.Column(span.begin_ms, columns), columns - 1);
     const int right = busy.Column(span.end_ms, columns);
     const std::string bar = right > left ? std::string(static_cast<size_t>(right - left), '#') : "|";
-    StringAppendF(&chart, "%-*s %8lld %8lld  %*s%s%s\n", kNameWidth, NameColumn(span).c_str(),
+    StringAppendF(&chart, "%-*s %8lld %8lld  %*s%s%s\n", names, NameColumn(span, static_cast<size_t>(names)).c_str(),
                   static_cast<long long>(span.begin_ms - zero), static_cast<long long>(span.end_ms - span.begin_ms),
                   left, "", Paint(Colour::kGood, bar).c_str(), RemarkOf(span).c_str());
   }
