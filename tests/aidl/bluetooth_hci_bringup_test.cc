@@ -4,6 +4,7 @@
 #include "aidl/bluetooth_hci/termination.h"
 #include "host/binder_objects.h"
 #include "os/kill_self.h"
+#include "shim/shim.h"
 #include "support/board_session.h"
 #include "support/diagnostics.h"
 #include "support/test.h"
@@ -132,6 +133,26 @@ TEST_F(BringUpFailureTest, WithoutAClientAndWithoutAChannelTheProcessIsEnded) {
   Start(/*accelerated=*/true, {}, /*with_uart=*/false);
   EXPECT_TRUE(log_.WaitFor("InitializeHciHandle failed, calling kill"));
   EXPECT_TRUE(WaitFor([] { return g_kills == 2; }));
+}
+
+// The controller was brought up with the service, and has lost its port since.
+TEST_F(BringUpFailureTest, AClientHearsThatAChannelIsNotOpenedTwice) {
+  Start(/*accelerated=*/true, {});
+  ASSERT_TRUE(log_.WaitFor("BTQNL controller is ready"));
+  hci::shim::DeinitializeController();
+  log_.Clear();
+  client_->Fail(true);
+  EXPECT_TRUE(hci_->initialize(client_).isOk());
+  EXPECT_EQ(log_.Text(kTags), R"(
+I initialize_impl
+I Init thread is running. Waiting for it to exit
+I Init thread exited. Continue further processing
+I perform_init
+E perform_init: hci_handle != nullptr! -> Double attempt to initialize the HAL
+E VendorInterface -> Unable to call initializationComplete(ERR)
+)");
+  EXPECT_THAT(client_->Statuses(), ElementsAre(HalStatus::HARDWARE_INITIALIZATION_ERROR));
+  EXPECT_EQ(g_aborts + g_kills, 0);
 }
 
 // The service is this process. Its clients are others, made before it has threads; they reach it through a door that

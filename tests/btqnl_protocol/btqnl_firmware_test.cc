@@ -86,6 +86,20 @@ TEST_F(BtqnlFirmwareTest, ChoosesThePatchByOtpAndRemembersAWrittenOne) {
   EXPECT_EQ(log_.Count("isOtpWritten: OTP is not empty!"), 1u);
 }
 
+TEST_F(BtqnlFirmwareTest, SomeChipsHaveAPatchOfTheirOwn) {
+  constexpr uint8_t kOthers[] = {kPlainChip, 173, 188};
+  for (const uint8_t chip : {174, 181, 185, 200}) {
+    const std::string own = "QNL_" + std::to_string(chip) + ".hcd";
+    EXPECT_EQ(ChosenFile(chip), "QNL.hcd") << "for want of " << own;
+    root_.Write("/vendor/firmware/qnlr/" + own, Text({kLaunch}));
+    EXPECT_EQ(ChosenFile(chip), own);
+  }
+  for (const uint8_t chip : kOthers) {
+    root_.Write("/vendor/firmware/qnlr/QNL_" + std::to_string(chip) + ".hcd", Text({kLaunch}));
+    EXPECT_EQ(ChosenFile(chip), "QNL.hcd") << int{chip};
+  }
+}
+
 TEST_F(BtqnlFirmwareTest, ObeysASelectionThatExistsAndRefusesWithoutAUsableFile) {
   SetProperty("persist.bluetooth.firmware.selection", "BTFW_D.hcd");
   EXPECT_EQ(ChosenFile(kPlainChip), "QNL.hcd");
