@@ -109,6 +109,7 @@ struct Spoiled {
   const char* name;
   const char* fault;
   int code;
+  const char* info;
 };
 
 void PrintTo(const Spoiled& spoiled, std::ostream* out) { *out << spoiled.name; }
@@ -120,6 +121,7 @@ TEST_P(SpoiledHubTest, EndsTheServiceWithItsKindAndNotForGood) {
   StartService();
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_TRUE(Reported(GetParam().code)) << service_->Log();
+  EXPECT_EQ(service_->CountInLog(std::string("error_info: sensor hub: ") + GetParam().info), 1U);
   board_->ClearFaults();
   ASSERT_NO_FATAL_FAILURE(OpenSession());
   EXPECT_TRUE(Exchange(read_local_version_));
@@ -127,19 +129,19 @@ TEST_P(SpoiledHubTest, EndsTheServiceWithItsKindAndNotForGood) {
 }
 
 const Spoiled kSpoiled[] = {
-    {"Power", "hub-status,request=power,status=1,after=1", 0xC1},
-    {"Port", "hub-status,request=port,status=12", 0xCC},
-    {"Speed", "hub-status,request=speed,status=9", 0xC9},
-    {"LowPower", "hub-status,request=low-power,status=8", 0xC8},
-    {"Packet", "hub-status,request=packet,status=14", 0xCE},
-    {"Batch", "hub-status,request=batch,status=20", 0xD4},
-    {"BeyondTheCatalogue", "hub-status,request=port,status=21", 0xC1},
-    {"PortUnanswered", "hub-never,request=port", 0xD0},
-    {"PacketUnanswered", "hub-never,request=packet,after=3", 0xD0},
-    {"UnknownType", "hub-unknown-type,request=speed", 0xD5},
-    {"BrokenEvent", "hub-broken-event,request=speed", 0xD6},
-    {"GoneAtThePort", "hub-hang-up,request=port", 0xCA},
-    {"GoneInTheDownload", "hub-restart,request=batch,ms=200", 0xCA},
+    {"Power", "hub-status,request=power,status=1,after=1", 0xC1, "power on failed with 0xC1"},
+    {"Port", "hub-status,request=port,status=12", 0xCC, "open port failed with 0xCC"},
+    {"Speed", "hub-status,request=speed,status=9", 0xC9, "speed failed with 0xC9"},
+    {"LowPower", "hub-status,request=low-power,status=8", 0xC8, "low-power mode on failed with 0xC8"},
+    {"Packet", "hub-status,request=packet,status=14", 0xCE, "HCI packet failed with 0xCE"},
+    {"Batch", "hub-status,request=batch,status=20", 0xD4, "batch failed with 0xD4"},
+    {"BeyondTheCatalogue", "hub-status,request=port,status=21", 0xC1, "open port failed with 0xC1"},
+    {"PortUnanswered", "hub-never,request=port", 0xD0, "open port failed with 0xD0"},
+    {"PacketUnanswered", "hub-never,request=packet,after=3", 0xD0, "HCI packet failed with 0xD0"},
+    {"UnknownType", "hub-unknown-type,request=speed", 0xD5, "packet type 0x09"},
+    {"BrokenEvent", "hub-broken-event,request=speed", 0xD6, "broken connection event"},
+    {"GoneAtThePort", "hub-hang-up,request=port", 0xCA, "open port failed with 0xCA"},
+    {"GoneInTheDownload", "hub-restart,request=batch,ms=200", 0xCA, "the connection is another one"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Faults, SpoiledHubTest, ::testing::ValuesIn(kSpoiled),
@@ -152,6 +154,13 @@ TEST_F(HubTest, NoiseDelayAndAPauseOfItsConnectionAreSurvived) {
   OpenSession();
   EXPECT_EQ(Count(*board_, WireEvent::kFault), 9U);
   EXPECT_TRUE(Exchange(read_local_version_));
+  EXPECT_EQ(service_->CountInLog("I bthal.usf: connected to the sensor hub"), 1U);
+  EXPECT_EQ(service_->CountInLog("E bthal.usf: the sensor hub sent what is no message of its, 64 bytes"), 1U);
+  EXPECT_EQ(service_->CountInLog("E bthal.usf: the sensor hub has lost its connection"), 1U);
+  EXPECT_EQ(service_->CountInLog("I bthal.usf: the sensor hub has its connection back"), 1U);
+  const std::string report = ReportOf(*hal_);
+  EXPECT_THAT(report, HasSubstr("Sensor hub: port open, low-power mode on, 6 messages dropped\n"));
+  EXPECT_THAT(report, Not(HasSubstr("Debugfs:"))) << "it keeps no logs in the kernel";
   EXPECT_EQ(GetProperty("bluetooth.usf.dead", ""), "");
 }
 
@@ -175,6 +184,8 @@ TEST_F(DyingHubTest, OneDeathIsRecoveredAndASecondSoonAfterFallsBack) {
   OpenSession();
   board_->RestartHub(milliseconds(300));
   EXPECT_EQ(service_->WaitForEndText(), "signal 6");
+  EXPECT_EQ(service_->CountInLog("E bthal.usf: the sensor hub has hung up"), 1U);
+  EXPECT_EQ(service_->CountInLog("I bthal.usf: the sensor hub is back"), 1U);
   EXPECT_TRUE(client_->WaitForEvent({0xFF, 0x04, 0x58, 0x05, 0x00, 0xCA}));
   client_ = ndk::SharedRefBase::make<RecordingCallbacks>();
   ASSERT_NO_FATAL_FAILURE(OpenSession());
@@ -184,6 +195,8 @@ TEST_F(DyingHubTest, OneDeathIsRecoveredAndASecondSoonAfterFallsBack) {
   board_->RestartHub(milliseconds(0));
   EXPECT_EQ(service_->WaitForEndText(), "signal 6");
   EXPECT_TRUE(client_->WaitForEvent({0xFF, 0x04, 0x58, 0x05, 0x00, 0xCB}));
+  EXPECT_EQ(service_->CountInLog(" s after the loss before, which is less than 3600 s"), 1U);
+  EXPECT_EQ(service_->CountInLog("error_info: sensor hub: the transport is dead"), 1U);
   ExpectFallback();
 }
 
@@ -197,11 +210,16 @@ TEST_F(DyingHubTest, OneThatStaysAwayFallsBack) {
 }
 
 TEST_F(DyingHubTest, OneThatTellsOfALossAndNotOfItsEndFallsBack) {
-  StartHubBoard({"hub-lost,request=low-power,ms=0"});
+  StartHubBoard({"hub-lost,request=low-power,ms=0"}, "ApmUartSkipSuspend = 1\n");
   StartService();
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
   EXPECT_TRUE(Reported(0xCB));
+  EXPECT_EQ(service_->CountInLog("E bthal.usf: the sensor hub's connection has not come back"), 1U);
+  EXPECT_EQ(service_->CountInLog("InitializeController, enable apm uart skip suspend"), 1U);
   ExpectFallback();
+  EXPECT_EQ(service_->CountInLog("InitializeController, disable apm uart skip suspend"), 1U);
+  EXPECT_TRUE(Await(*board_, WireEvent::kUartDebug, 2));
+  EXPECT_THAT(Texts(*board_, WireEvent::kUartDebug), ElementsAre("8", "9")) << "of the port that the hub does not use";
 }
 
 TEST_F(HubTest, WithoutAHubThePreparationIsReportedAndNothingFallsBack) {
