@@ -44,13 +44,33 @@ TEST(HubRequestsTest, WhatIsNotWaitedForIsOverdueOnceAndItsRefusalTold) {
 TEST(HubRequestsTest, WhileTheConnectionIsLostNoTimePasses) {
   HubRequests requests;
   const uint32_t id = requests.Add("request", kShort, true);
+  const uint32_t answered = requests.Add("answered", kLong, true);
+  requests.Add("not waited for", kShort, false);
+  EXPECT_FALSE(requests.OnReply(answered, 0));
   requests.Suspend();
   std::future<std::optional<Refusal>> waiting = std::async(std::launch::async, [&] { return requests.Await(id); });
   EXPECT_EQ(waiting.wait_for(milliseconds(50)), std::future_status::timeout);
+  EXPECT_FALSE(requests.Overdue());
   requests.FailAll(BqrErrorCode::kChreUsfServiceNotAvailableError);
   const auto refusal = waiting.get();
   ASSERT_TRUE(refusal);
   EXPECT_EQ(refusal->kind, BqrErrorCode::kChreUsfServiceNotAvailableError);
+  EXPECT_FALSE(requests.Await(answered)) << "before the loss";
+  EXPECT_FALSE(requests.HasUnawaited());
+  requests.Forget(requests.Add("forgotten", kShort, false));
+  EXPECT_FALSE(requests.HasUnawaited());
+
+  // After a return it begins anew.
+  constexpr milliseconds kPatience(20);
+  const uint32_t again = requests.Add("again", kPatience, true);
+  requests.Suspend();
+  std::this_thread::sleep_for(kPatience);
+  const auto back = steady_clock::now();
+  requests.Resume();
+  const auto late = requests.Await(again);
+  EXPECT_GE(steady_clock::now() - back, kPatience);
+  ASSERT_TRUE(late);
+  EXPECT_EQ(late->kind, BqrErrorCode::kChreUsfOperationTimedOutError);
 }
 
 TEST(HubDumpTest, IsWholeWhenNothingIsMissingWhateverTheOrder) {
