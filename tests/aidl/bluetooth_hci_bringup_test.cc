@@ -155,6 +155,23 @@ E VendorInterface -> Unable to call initializationComplete(ERR)
   EXPECT_EQ(g_aborts + g_kills, 0);
 }
 
+TEST_F(BringUpFailureTest, ABigHammerClosesAndLeavesItsRecord) {
+  Start(/*accelerated=*/true, {});
+  ASSERT_TRUE(log_.WaitFor("BTQNL controller is ready"));
+  log_.Clear();
+  const Recorded recorded;
+  board_->SendCoexEvent({1, 0, 1, 0x42});
+  EXPECT_TRUE(WaitFor([] { return g_kills == 1; }));
+  EXPECT_EQ(log_.Text(kTags), R"(
+E resetBtCallback called
+I closeHci
+I closeHci: hci_handle_ = nullptr
+W notify_cb: g_cb == nullptr
+)");
+  EXPECT_THAT(recorded.Text(), StartsWith("\nresetBtCallback Big Hammer Occurred\n"));
+  EXPECT_TRUE(IsOff());
+}
+
 // The service is this process. Its clients are others, made before it has threads; they reach it through a door that
 // the test holds.
 class HostedServiceTest : public BringUpFailureTest {

@@ -295,6 +295,12 @@ TEST_F(BluetoothHciTest, InFinderModeARefusalLivesAndTheControllersAnswerEnds) {
   ASSERT_TRUE(service_->WaitForLog("Enter powered off mode failed!", 2));
   EXPECT_EQ(service_->CountInLog(": Already entered powered off mode"), 1U);
   EXPECT_TRUE(Answers(kReset));
+
+  // Nor is there one in a controller that cannot be reset first.
+  ASSERT_NO_FATAL_FAILURE(AddFault("wrong-status,opcode=reset"));
+  service_->Signal(SIGTERM);
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("signal_handler: Accelerated Init failed"), 1U);
 }
 
 TEST_F(BluetoothHciTest, ABigHammerIsToldAndRestartsTheServiceQuietly) {

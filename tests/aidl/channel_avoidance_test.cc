@@ -111,6 +111,8 @@ TEST_F(ExtensionTest, TheOthersRefuseTheirOperationsOnAndOff) {
     return codes == std::vector<binder_exception_t>(4, EX_UNSUPPORTED_OPERATION);
   };
   EXPECT_TRUE(refused());
+  EXPECT_TRUE(log_.Has("setBluetoothTxPowerCap: refused: Transmit-power caps are not offered"));
+  EXPECT_TRUE(log_.Has("registerForLmpEvents: refused: LMP event registration is not offered"));
   sar->OnBluetoothEnabled(transport_.flow());
   ccc->OnBluetoothEnabled(transport_.flow());
   inject->OnBluetoothEnabled(transport_.flow());

@@ -37,6 +37,7 @@ TEST_F(BluetoothAddressTest, WritesTheDeviceTreesAddressLeastSignificantByteFirs
   EXPECT_THAT(ApplyAccepted(), ElementsAre(0x01, 0xFC, 6, 0xFF, 0xEE, 0xDD, 0xCC, 0xBB, 0xAA));
   EXPECT_TRUE(log_.Has("Provision: BDADDR <ff:ee:dd:cc:bb:aa>"));
   EXPECT_TRUE(log_.Has("Apply: Send VSC <[9]{1, 252, 6, 255, 238, 221, 204, 187, 170}>"));
+  EXPECT_TRUE(log_.Has("OnEventReceive: Recv Success VSE <[6]{14, 4, 1, 1, 252, 0}>"));
   EXPECT_EQ(UartTransport::Deaths(), 0);
   EXPECT_THAT(transport_.Events(), IsEmpty());
 }

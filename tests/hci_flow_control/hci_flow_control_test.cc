@@ -193,6 +193,7 @@ TEST_F(HciFlowControlTest, AnswersToOtherCommandsReleaseNothing) {
 
 TEST_F(HciFlowControlTest, DataAndUnacknowledgedCommandsPassTheQueue) {
   Send(kReset);
+  EXPECT_TRUE(log_.Has("Send: HCI Command <[3]{3, 12, 0}> sending..."));
   Send(kReadVersion);
   const Bytes acl = {0x40, 0x20, 0x01, 0x00, 0x77};
   EXPECT_EQ(flow_->Send(0x02, acl.data(), acl.size()), 6u);

@@ -68,6 +68,8 @@ TEST_P(SideTransportsTest, WorkInEverySessionAndInNoneBetween) {
     ASSERT_TRUE(hal_->close().isOk());
     EXPECT_TRUE(SidesAreOff());
     EXPECT_EQ(service_->CountInLog("BluetoothHci::close() Done"), session);
+    EXPECT_EQ(service_->CountInLog(": [bthal.thread_dispatcher] Enabling Thread Dispatcher."), session);
+    EXPECT_EQ(service_->CountInLog(": [bthal.thread_dispatcher] Disabling Thread Dispatcher."), session);
     if (accelerated()) {
       EXPECT_EQ(board_->Commands().back(), (Bytes{0x79, 0xFC, 0})) << "the reset of the close";
     } else {

@@ -228,6 +228,7 @@ TEST_F(ThreadDispatcherTest, StreamThatLosesItsFramingCostsTheConnection) {
     EXPECT_TRUE(client.SendRaw({0x41}));
     EXPECT_TRUE(client.Receive().empty());
     EXPECT_TRUE(log_.Has("RecvStream: [bthal.socket_processor] Invalid header type."));
+    EXPECT_TRUE(log_.Has("ReceiveFromClients: [bthal.thread_dispatcher] Server receives from client failed..."));
   }
   {
     const ThreadClient client = Connect(SocketMode::kStream);
@@ -265,6 +266,7 @@ TEST_F(ThreadDispatcherTest, ADispatcherStoppedOnItsOwnThreadStartsAgain) {
   ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(flow));
   EXPECT_TRUE(Connect().Send({0x80, 0x01, 0x04}));
   stopped.acquire();
+  EXPECT_TRUE(log_.Has("OnThreadPacketReady: [bthal.thread_dispatcher] Hardware reset from Thread HAL."));
   auto started = std::async(std::launch::async, [&] { return dispatcher_.OnBluetoothEnabled(flow); });
   EXPECT_TRUE(WaitFor([&] { return log_.Count("OnBluetoothEnabled: [bthal.thread_dispatcher]") == 4; }));
   restarting.release();
