@@ -139,10 +139,9 @@ size_t UsfHelper::SendHciBatchToUsf(const uint8_t* data, size_t length, bool) {
   return refusal ? 0 : length;
 }
 
-bool UsfHelper::InitializeCallback(const Consumers& consumers) {
+void UsfHelper::InitializeCallback(const Consumers& consumers) {
   line_taken_ = false;
   delivery_.Attach(consumers);
-  return true;
 }
 
 bool UsfHelper::StartReceiving(const std::weak_ptr<const void>& receiver) { return delivery_.Start(receiver); }

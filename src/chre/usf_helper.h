@@ -50,7 +50,7 @@ class UsfHelper {
   size_t SendHciToUsf(uint8_t type, const uint8_t* data, size_t length, bool ack_required);
   size_t SendHciBatchToUsf(const uint8_t* data, size_t length, bool ack_required);
 
-  bool InitializeCallback(const Consumers& consumers);
+  void InitializeCallback(const Consumers& consumers);
   // From here on the consumers are called, `receiver` being kept alive meanwhile.
   bool StartReceiving(const std::weak_ptr<const void>& receiver);
   // Lets senders go and delivers nothing more; waits for `patience` for a consumer that is being called.

@@ -310,6 +310,8 @@ TEST_F(BtqnlRecordTest, WhatTheKernelsDriverHasBroughtUpIsLeftAsItIs) {
 I Initialize: Do no-op for USERIAL ( 0 )
 D baudrate_change: Userial port does not support baudrate change
 )");
+  EXPECT_FALSE(protocol_.AcceleratedReset());
+  EXPECT_TRUE(log_.Has("AcceleratedReset: a controller without the vendor's commands cannot be kept up: set AccelBt"));
   EXPECT_THAT(controller_.NextCommand(milliseconds(0)), IsEmpty());
 }
 

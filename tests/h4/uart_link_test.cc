@@ -60,6 +60,13 @@ TEST_P(DeafLineTest, AStuckSenderIsLetGo) {
 
 INSTANTIATE_TEST_SUITE_P(SocketOrNot, DeafLineTest, ::testing::Bool());
 
+TEST(UartLinkTest, WithoutALineNothingIsWatchedAndNothingSent) {
+  UartLink& link = UartLink::Get();
+  EXPECT_FALSE(link.Watch(std::make_shared<int>()));
+  EXPECT_EQ(link.Send(kAcl, kLarge.data(), kLarge.size()), 0u);
+  EXPECT_TRUE(link.WaitForSenders(milliseconds(0)));
+}
+
 TEST(UartLinkTest, AConsumerThatDoesNotReturnIsNotWaitedForAndReadsNoMore) {
   LogCapture log;
   const Pty line;

@@ -49,13 +49,19 @@ class HubUndoTest : public ::testing::TestWithParam<Case> {
   }
   ~HubUndoTest() override { os::SetKillSelfForTest(nullptr); }
 
+  std::vector<JournalEntry> Requests() const {
+    std::vector<JournalEntry> requests;
+    for (const JournalEntry& entry : board_->Journal()) {
+      if (entry.event == WireEvent::kHubRequest && entry.text != "connected") requests.push_back(entry);
+    }
+    return requests;
+  }
   std::vector<std::string> Asked() const {
     std::vector<std::string> asked;
-    for (const JournalEntry& entry : board_->Journal()) {
-      if (entry.event == WireEvent::kHubRequest && entry.text != "connected") asked.push_back(entry.text);
-    }
+    for (const JournalEntry& entry : Requests()) asked.push_back(entry.text);
     return asked;
   }
+  steady_clock::time_point AskedAt(size_t index) const { return Requests().at(index).time; }
   std::vector<WireEvent> Host() const {
     std::vector<WireEvent> host;
     for (const JournalEntry& entry : board_->Journal()) {
@@ -73,8 +79,10 @@ TEST_P(HubUndoTest, GoesBackStepByStep) {
   if (GetParam().host_power_fails) std::filesystem::remove(root_.Below("/sys/class/rfkill/rfkill0/state"));
   EXPECT_FALSE(InitializeController());
   EXPECT_THAT(Asked(), ElementsAreArray(GetParam().asked));
-  // With its pin the hub writes to the same switch.
-  if (GetParam().hub_has_the_pin) return;
+  if (GetParam().hub_has_the_pin) {  // and writes to the same switch
+    EXPECT_GE(AskedAt(1) - AskedAt(0), milliseconds(30)) << "the controller takes that long to lose its power";
+    return;
+  }
   EXPECT_TRUE(WaitFor([&] { return Host() == GetParam().host; })) << ::testing::PrintToString(Host());
 }
 

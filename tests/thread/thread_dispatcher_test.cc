@@ -1,6 +1,7 @@
 #include "thread/thread_dispatcher.h"
 
 #include <grp.h>
+#include <sys/resource.h>
 #include <sys/un.h>
 
 #include <regex>
@@ -313,6 +314,19 @@ TEST_F(ThreadDispatcherTest, SocketFileHasItsModeAndGroupAlsoUnderALongRoot) {
   } else {
     EXPECT_TRUE(log_.Has("No group \"system\" here"));
   }
+}
+
+TEST_F(ThreadDispatcherTest, WithoutAPipeItDoesNotStartAndIsNotRunning) {
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit none = before;
+  none.rlim_cur = 0;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_FALSE(dispatcher_.OnBluetoothEnabled(nullptr));
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_TRUE(log_.Has("OnBluetoothEnabled: [bthal.thread_dispatcher] Thread Dispatcher starting process is failed."));
+  EXPECT_FALSE(dispatcher_.OnBluetoothDisabled());
+  EXPECT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr)) << "the next attempt";
 }
 
 TEST_F(ThreadDispatcherTest, SocketThatCannotBeBoundLeavesADispatcherWithoutClients) {
