@@ -2,6 +2,8 @@
 // been kept from ending it.
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "aidl/bluetooth_hci/termination.h"
+#include "bluetooth_bqr.h"
+#include "conf/conf.h"
 #include "host/binder_objects.h"
 #include "os/kill_self.h"
 #include "shim/shim.h"
@@ -57,6 +59,14 @@ class BringUpFailureTest : public BoardSessionTest {
   LogCapture log_;
   std::shared_ptr<BluetoothHci> hci_;
 };
+
+bool HasThread(const std::string& name) {
+  return std::ranges::any_of(std::filesystem::directory_iterator("/proc/self/task"), [&](const auto& task) {
+    std::string of;
+    ::android::base::ReadFileToString(task.path() / "comm", &of);
+    return of == name + "\n";
+  });
+}
 
 Bytes ErrorEvent(uint8_t kind) { return {0xFF, 4, 0x58, 5, 0, kind}; }
 
@@ -156,8 +166,10 @@ E VendorInterface -> Unable to call initializationComplete(ERR)
 }
 
 TEST_F(BringUpFailureTest, ABigHammerClosesAndLeavesItsRecord) {
+  conf::Config::GetInstance().bqr_energy_report_logging = true;
   Start(/*accelerated=*/true, {});
   ASSERT_TRUE(log_.WaitFor("BTQNL controller is ready"));
+  ASSERT_TRUE(WaitFor([] { return !HasThread("bt_init"); })) << "which has the turn";
   log_.Clear();
   const Recorded recorded;
   board_->SendCoexEvent({1, 0, 1, 0x42});
@@ -170,6 +182,10 @@ W notify_cb: g_cb == nullptr
 )");
   EXPECT_THAT(recorded.Text(), StartsWith("\nresetBtCallback Big Hammer Occurred\n"));
   EXPECT_TRUE(IsOff());
+  const std::string energy_log = root_.Read(kBqrEnergyLogPath);
+  EXPECT_THAT(energy_log, StartsWith("20"));
+  BtBqrEnergyRecoder::Get().OnEnergyReport({0xFF, 4, 0x58, 6, 1, 2});
+  EXPECT_EQ(root_.Read(kBqrEnergyLogPath), energy_log) << "closed with the controller";
 }
 
 // The service is this process. Its clients are others, made before it has threads; they reach it through a door that

@@ -1,6 +1,7 @@
 // What the hub has sent, on its way to the consumers: in order, no further than they take it, and counted where it
 // ends.
 #include "chre/hub_delivery.h"
+#include "chre/hub_link.h"
 
 #include "support/test.h"
 
@@ -108,6 +109,12 @@ TEST_F(HubDeliveryTest, ATakeAwayWaitsForTheConsumer) {
   taken.wait_for(milliseconds(20));  // whoever does not wait has returned by then
   leave.set_value();
   EXPECT_TRUE(taken.get());
+}
+
+TEST(PlatformLinkTest, WithoutTheClientLibraryThereIsNoWay) {
+  std::string why;
+  EXPECT_EQ(MakePlatformLink()->Connect(&why), HubLink::Connected::kNever);
+  EXPECT_EQ(why, "this build is not linked with the sensor hub's client library");
 }
 
 }  // namespace

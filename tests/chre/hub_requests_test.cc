@@ -89,6 +89,11 @@ TEST(HubDumpTest, IsWholeWhenNothingIsMissingWhateverTheOrder) {
   EXPECT_FALSE(dump.Add({4096, false, event}));
   EXPECT_EQ(dump.Collect(kLong, &complete).size(), 2U);
   EXPECT_TRUE(complete);
+  ASSERT_TRUE(dump.Begin());
+  auto collected = std::async(std::launch::async, [&] { return dump.Collect(kLong, &complete); });
+  EXPECT_EQ(collected.wait_for(milliseconds(20)), std::future_status::timeout);
+  EXPECT_TRUE(dump.Add({0, true, event}));
+  EXPECT_EQ(collected.wait_for(kLong / 3), std::future_status::ready) << "waits for what has come";
 }
 
 }  // namespace

@@ -256,6 +256,13 @@ TEST_F(HubTest, TheFinderGoesOutOverIt) {
   EXPECT_EQ(board_->Commands().back(), start);
 }
 
+TEST_F(HubTest, ACrashTellsOfADumpThatTheHubRefuses) {
+  StartHubBoard({"hub-status,request=dump,status=1"});
+  OpenSession();
+  AddFault("root-inflammation,now");
+  EXPECT_TRUE(service_->WaitForLog("dump is not whole: 0 fragments came; sensor hub: debug dump failed with 0xC1"));
+}
+
 TEST_F(HubTest, ACrashTakesTheHubsDumpInItsOrder) {
   StartHubBoard({"hub-shuffle,request=dump"});
   OpenSession();
@@ -276,6 +283,7 @@ TEST_F(HubTest, ACrashTakesTheHubsDumpInItsOrder) {
     places.push_back(dump().find(fragment));
   }
   EXPECT_TRUE(std::ranges::is_sorted(places)) << dump();
+  EXPECT_EQ(service_->CountInLog("debug dump is not whole"), 0U);
 }
 
 }  // namespace

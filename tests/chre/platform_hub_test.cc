@@ -1,0 +1,135 @@
+// The way to the hub through the platform's client library, which is played here: a pair of sockets of whole messages.
+#include <sys/eventfd.h>
+
+#include "chre/hub_link.h"
+#include "chre/hub_message.h"
+#include "support/test.h"
+
+namespace {
+
+struct Handle {
+  bthal::test::unique_fd socket, interruption;
+};
+
+bool g_there = false;
+int g_closed = 0;
+bthal::test::unique_fd g_hub;  // its end of the latest connection
+
+int PollFor(std::initializer_list<pollfd> what, int timeout_ms) {
+  std::vector<pollfd> watched(what);
+  const int ready = poll(watched.data(), watched.size(), timeout_ms);
+  if (ready == 0) errno = ETIMEDOUT;
+  return ready > 0 ? 0 : -1;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* bthal_usf_connect() {
+  errno = ECONNREFUSED;
+  if (!g_there) return nullptr;
+  int ends[2];
+  CHECK_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+  g_hub.reset(ends[1]);
+  return new Handle{bthal::test::unique_fd(ends[0]), bthal::test::unique_fd(eventfd(0, EFD_NONBLOCK))};
+}
+
+int bthal_usf_send(void* handle, const uint8_t* message, size_t size, int timeout_ms) {
+  const int fd = static_cast<Handle*>(handle)->socket.get();
+  if (PollFor({{fd, POLLOUT, 0}}, timeout_ms) != 0) return -1;
+  return send(fd, message, size, MSG_NOSIGNAL) < 0 ? -1 : 0;
+}
+
+ssize_t bthal_usf_receive(void* handle, uint8_t* message, size_t room, int timeout_ms) {
+  const auto& [socket, interruption] = *static_cast<Handle*>(handle);
+  if (PollFor({{socket.get(), POLLIN, 0}, {interruption.get(), POLLIN, 0}}, timeout_ms) != 0) return -1;
+  uint64_t count = 0;
+  if (read(interruption.get(), &count, sizeof(count)) < 0) return recv(socket.get(), message, room, MSG_TRUNC);
+  errno = EINTR;
+  return -1;
+}
+
+void bthal_usf_interrupt(void* handle) {
+  const uint64_t one = 1;
+  CHECK_EQ(write(static_cast<Handle*>(handle)->interruption.get(), &one, sizeof(one)), 8);
+}
+
+void bthal_usf_close(void* handle) {
+  delete static_cast<Handle*>(handle);
+  ++g_closed;
+}
+
+}  // extern "C"
+
+namespace android::hardware::bluetooth::hci::hub {
+namespace {
+
+using namespace ::bthal::test;
+using Event = HubLink::Event;
+
+class PlatformHubTest : public ::testing::Test {
+ protected:
+  bool Send(const Bytes& message, milliseconds patience = seconds(20)) {
+    return link_->Send(message, patience, give_up_);
+  }
+  static void HubSends(const Bytes& message) {
+    EXPECT_EQ(send(g_hub.get(), message.data(), message.size(), 0), static_cast<ssize_t>(message.size()));
+  }
+
+  std::atomic<bool> give_up_{false};
+  std::string why_;
+  Bytes received_;
+  const std::unique_ptr<HubLink> link_ = MakePlatformLink();
+};
+
+TEST_F(PlatformHubTest, CarriesWholeMessagesBothWaysUntilTheEnd) {
+  EXPECT_EQ(link_->Connect(&why_), HubLink::Connected::kNotYet);
+  EXPECT_EQ(why_, "the sensor hub's client library does not connect: Connection refused (111)");
+  EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kHungUp);
+  EXPECT_FALSE(Send({1}));
+  EXPECT_EQ(errno, ENOTCONN);
+  link_->Interrupt();  // nobody
+
+  g_there = true;
+  ASSERT_EQ(link_->Connect(&why_), HubLink::Connected::kYes);
+  EXPECT_TRUE(Send({1, 2, 3}));
+  Bytes sent(10);
+  EXPECT_EQ(recv(g_hub.get(), sent.data(), sent.size(), 0), 3);
+  EXPECT_EQ(link_->Wait(&received_, milliseconds(1)), Event::kTimeout);
+  const Bytes largest(kMaxMessage, 0x55);
+  HubSends(largest);
+  HubSends(Bytes(kMaxMessage + 1));
+  HubSends({7});
+  EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kMessage);
+  EXPECT_EQ(received_, largest);
+  EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kTooLarge);
+  EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kMessage);
+  EXPECT_THAT(received_, ElementsAre(7));
+  link_->Interrupt();
+  EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kInterrupted);
+  g_hub.reset();
+  EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kHungUp);
+  EXPECT_FALSE(Send({1}));
+  EXPECT_EQ(errno, EPIPE);
+  EXPECT_EQ(g_closed, 0);
+  link_->Disconnect();
+  EXPECT_EQ(g_closed, 1);
+}
+
+TEST_F(PlatformHubTest, AHubThatTakesNothingIsWaitedForUntilThePatienceEndsOrIsGivenUp) {
+  g_there = true;
+  ASSERT_EQ(link_->Connect(&why_), HubLink::Connected::kYes);
+  const Bytes message(kMaxMessage);
+  while (Send(message, milliseconds(10))) continue;
+  EXPECT_EQ(errno, ETIMEDOUT);
+  const auto start = steady_clock::now();
+  EXPECT_FALSE(Send(message, milliseconds(30)));
+  EXPECT_GE(steady_clock::now() - start, milliseconds(30));
+  give_up_ = true;
+  EXPECT_FALSE(Send(message));
+  EXPECT_EQ(errno, ECANCELED);
+}
+
+}  // namespace
+}  // namespace android::hardware::bluetooth::hci::hub
