@@ -25,6 +25,8 @@ using tool::Outbox;
 const Bytes kReset = {0x01, 0x03, 0x0C, 0x00};
 const Bytes kResetDone = {0x04, 0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
 const Bytes kReadAddress = {0x01, 0x09, 0x10, 0x00};
+const Bytes kAddressRead = {0x04, 0x0E, 0x0A, 0x01, 0x09, 0x10, 0x00, 0x33, 0x22, 0x11, 0xCC, 0xBB, 0xAA};
+const Bytes kReadCommands = {0x01, 0x02, 0x10, 0x00};
 
 Bytes Together(std::initializer_list<Bytes> all) {
   Bytes bytes;
@@ -249,6 +251,24 @@ TEST_F(BridgeTest, OneHostAfterTheOtherOverAUnixSocket) {
   EXPECT_EQ(RunProgram({BTHAL_PROGRAM, "hci", "reset"}).status, 0);
 }
 
+// Its answers come when its successor is there and has sent the same.
+TEST_F(BridgeTest, AnAnswerToAHostThatHasGoneIsNotForItsSuccessor) {
+  Start({"unix", path_});
+  std::string error;
+  ASSERT_TRUE(board_->AddFault("late-answer,opcode=0x1002,ms=700,count=1", &error)) << error;
+  {
+    const Host gone = Host::OnSocket(path_);
+    gone.Say(Together({kReadCommands, kReset}));
+    ASSERT_TRUE(Receives(*board_, kReadCommands[0], {kReadCommands.begin() + 1, kReadCommands.end()}));
+  }
+  ASSERT_TRUE(bridge_.Says("the host has gone"));
+  const Host next = Host::OnSocket(path_);
+  next.Say(Together({kReset, kReadAddress}));
+  EXPECT_EQ(next.Hear(kResetDone.size() + kAddressRead.size()), Together({kResetDone, kAddressRead}));
+  kill(bridge_.talk.pid(), SIGUSR1);
+  EXPECT_TRUE(bridge_.Says("from it while no host was there, 2 times"));
+}
+
 TEST_F(BridgeTest, APseudoTerminalIsRawAndNewForEachHost) {
   Start({"pty", path_});
   for (int i = 0; i < 3; ++i) {
@@ -256,8 +276,7 @@ TEST_F(BridgeTest, APseudoTerminalIsRawAndNewForEachHost) {
     const Host host = Host::OnTerminal(path_);
     EXPECT_TRUE(host.IsServed());
     host.Say(kReadAddress);
-    EXPECT_THAT(host.Hear(13),
-                ElementsAreArray({0x04, 0x0E, 0x0A, 0x01, 0x09, 0x10, 0x00, 0x33, 0x22, 0x11, 0xCC, 0xBB, 0xAA}));
+    EXPECT_THAT(host.Hear(kAddressRead.size()), ElementsAreArray(kAddressRead));
     host.Say(kReset);  // whose answer nobody reads
     if (i == 1) {
       host.Say({0xFF});

@@ -62,6 +62,7 @@ Bridge::End Bridge::ServeService() {
     Complain(error);
     return End::kFailed;
   }
+  ledger_.NewSession();
   const End end = ServePeers();
   backend_->Close();
   GiveHalBack();
@@ -166,8 +167,9 @@ std::string Bridge::reason() const {
 }
 
 void Bridge::OnPacket(const ReceivedPacket& packet) {
-  ledger_.Received(packet.kind, packet.bytes);
+  const bool for_this_host = ledger_.Received(packet.kind, packet.bytes);
   if (options_.verbose) SayPacket(Direction::kFromController, packet.kind, packet.bytes);
+  if (!for_this_host) return ledger_.NobodyThere();
   if (outbox_.Put(packet.kind, packet.bytes)) return;
   if (outbox_.full()) {
     GiveUp("it does not read what the controller sends");

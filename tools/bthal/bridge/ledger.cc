@@ -13,6 +13,9 @@ namespace {
 
 using ::android::base::StringPrintf;
 
+// Longer than a host waits for an answer of its own.
+constexpr std::chrono::seconds kOwedFor{5};
+
 std::string Times(uint64_t count) { return count == 1 ? "once" : StringPrintf("%" PRIu64 " times", count); }
 
 std::string Line(const std::string& what, uint64_t count) {
@@ -43,21 +46,30 @@ void Ledger::Sent(uint8_t kind, std::span<const uint8_t> packet) {
   if (FindCommand(opcode) == nullptr) ++unknown_commands_[opcode];
 }
 
-void Ledger::Received(uint8_t kind, std::span<const uint8_t> packet) {
+bool Ledger::Received(uint8_t kind, std::span<const uint8_t> packet) {
   const std::lock_guard lock(mutex_);
   if (kind != kEvent) {
     ++data_up_;
-    return;
+    return true;
   }
   ++events_;
   if (!EventName(packet) && !packet.empty()) ++unknown_events_[packet[0]];
   const std::optional<uint16_t> opcode = AnsweredOpcode(packet);
-  if (!opcode) return;
+  if (!opcode) return true;
+  if (IsForPredecessor(*opcode)) return false;
   if (const auto owed = unanswered_.find(*opcode); owed != unanswered_.end() && --owed->second == 0) {
     unanswered_.erase(owed);
   }
   const std::optional<uint8_t> status = AnsweredStatus(packet);
   if (status && *status != 0) ++refused_[{*opcode, *status}];
+  return true;
+}
+
+bool Ledger::IsForPredecessor(uint16_t opcode) {
+  const auto owed = owed_to_predecessors_.find(opcode);
+  if (owed == owed_to_predecessors_.end()) return false;
+  if (--owed->second == 0) owed_to_predecessors_.erase(owed);
+  return std::chrono::steady_clock::now() < owed_until_;
 }
 
 void Ledger::NobodyThere() {
@@ -70,9 +82,17 @@ void Ledger::DroppedReports(uint64_t count) {
   dropped_reports_ += count;
 }
 
-void Ledger::ForgetUnanswered() {
+void Ledger::NewSession() {
   const std::lock_guard lock(mutex_);
   unanswered_.clear();
+  owed_to_predecessors_.clear();
+}
+
+void Ledger::NewHost() {
+  const std::lock_guard lock(mutex_);
+  for (const auto& [opcode, count] : unanswered_) owed_to_predecessors_[opcode] += count;
+  unanswered_.clear();
+  owed_until_ = std::chrono::steady_clock::now() + kOwedFor;
 }
 
 std::string Ledger::Report() const {

@@ -29,7 +29,7 @@ Bridge::End Bridge::ServePeer(Peer peer) {
     const std::lock_guard lock(reason_mutex_);
     reason_.clear();
   }
-  ledger_.ForgetUnanswered();
+  ledger_.NewHost();
   enough_.reset(eventfd(0, EFD_CLOEXEC));
   outbox_.Open();
   std::thread up([&] {
