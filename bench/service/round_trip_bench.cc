@@ -1,7 +1,7 @@
 // A command's round trip, from the client through Binder, service and pty to the board and back. Beside the five hops
-// that it must take with nothing in between: client to service, service to controller, back to the service's receive
-// thread, to the client's thread, and to the one that waits; and beside the two of a bare pty, whose other end echoes.
-// All three as the medians of short bursts, taken by turns.
+// that it must take, with a relay instead of the service and the same controller: client to service, service to
+// controller, back to the service's receive thread, to the client's thread, and to the one that waits. And beside the
+// two of a bare pty, whose other end echoes. As the medians of short bursts, taken by turns.
 #include <benchmark/benchmark.h>
 #include <signal.h>
 
@@ -14,13 +14,14 @@
 #include "support/figures.h"
 #include "support/hal.h"
 #include "support/relay.h"
+#include "support/relayed_board.h"
 
 namespace {
 
 using bthal::bench::Bytes;
 using bthal::bench::Hal;
 using bthal::bench::Pty;
-using bthal::bench::Relay;
+using bthal::bench::RelayedBoard;
 
 const Bytes kCommand = {0x01, 0x10, 0};  // Read Local Version
 constexpr size_t kCommandWithType = 4;
@@ -30,7 +31,7 @@ constexpr int kBursts = 200;
 
 using Packet = std::array<uint8_t, kAnswerWithType>;
 
-// A controller that knows one answer, at the end of a pty.
+// The other end of a pty, which sends as much as an answer has for as much as a command has.
 class Echo {
  public:
   Echo()
@@ -75,10 +76,11 @@ void RoundTrip(benchmark::State& state) {
   Hal hal;
   hal.Initialize();
   if (!hal.error().empty()) return state.SkipWithError(hal.error().c_str());
-  const Echo bare;
-  const Echo behind_relay;
-  Relay relay(behind_relay.host(), kCommandWithType, kAnswerWithType);
-  const Packet command{};
+  const Echo echo;
+  RelayedBoard bare(kCommandWithType, kAnswerWithType);
+  if (!bare.error().empty()) return state.SkipWithError(bare.error().c_str());
+  Bytes command = {1};
+  command.insert(command.end(), kCommand.begin(), kCommand.end());
   std::vector<double> through;
   std::vector<double> without;
   for (auto _ : state) {
@@ -89,10 +91,10 @@ void RoundTrip(benchmark::State& state) {
         hal.client().WaitFor(before + 1);
       }));
       without.push_back(MicrosecondsOfATrip([&] {
-        if (!five_hops) return bare.RoundTrip();
-        const uint64_t before = relay.packets();
-        relay.Send(command.data());
-        relay.WaitFor(before + 1);
+        if (!five_hops) return echo.RoundTrip();
+        const uint64_t before = bare.relay().packets();
+        bare.relay().Send(command.data());
+        bare.relay().WaitFor(before + 1);
       }));
     }
   }

@@ -1,31 +1,23 @@
 // ACL data of 1026 bytes through client, Binder, service and pty, either way, beside a relay that does nothing but pass
 // it on, over a pty of its own. The board is the same in both, and answers nothing. By turns, the best of some rounds
 // of each.
-#include <android-base/file.h>
-#include <android-base/unique_fd.h>
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "support/figures.h"
 #include "support/hal.h"
-#include "support/relay.h"
+#include "support/relayed_board.h"
 
 namespace {
 
-using ::android::base::unique_fd;
 using bthal::bench::Bytes;
 using bthal::bench::Hal;
-using bthal::bench::Relay;
+using bthal::bench::RelayedBoard;
 using bthal::sim::Board;
 using bthal::sim::JournalEntry;
 using bthal::sim::WireEvent;
@@ -62,54 +54,6 @@ class Arrivals {
   std::atomic<uint64_t> count_{0};
 };
 
-// A relay to a board of its own.
-class Bare {
- public:
-  Bare() : root_(bthal::bench::NewRoot()) {
-    bthal::sim::BoardOptions options;
-    options.root = root_;
-    options.journal_data_bytes = 0;
-    board_ = std::make_unique<Board>(options);
-    if (!board_->Start(&error_)) return;
-    const unique_fd power(open((root_ + "/sys/class/rfkill/rfkill0/state").c_str(), O_WRONLY | O_CLOEXEC));
-    android::base::WriteStringToFd("1", power);
-    port_.reset(open((root_ + "/dev/ttySAC16").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    bthal::bench::MakeRaw(port_.get());
-    SetFirstSpeed();
-    const bool on = board_->WaitFor(
-        [](const auto& journal) {
-          return std::any_of(journal.begin(), journal.end(),
-                             [](const JournalEntry& entry) { return entry.event == WireEvent::kBooted; });
-        },
-        std::chrono::seconds(10));
-    if (!on) error_ = "the board does not come up";
-    relay_ = std::make_unique<Relay>(port_.get(), kSize, kSize);
-  }
-  ~Bare() {
-    relay_.reset();
-    board_.reset();
-    std::filesystem::remove_all(root_);
-  }
-
-  const std::string& error() const { return error_; }
-  Board& board() { return *board_; }
-  Relay& relay() { return *relay_; }
-
- private:
-  void SetFirstSpeed() {
-    termios attributes{};
-    tcgetattr(port_.get(), &attributes);
-    cfsetspeed(&attributes, B115200);
-    tcsetattr(port_.get(), TCSANOW, &attributes);
-  }
-
-  std::string root_;
-  std::string error_;
-  std::unique_ptr<Board> board_;
-  unique_fd port_;
-  std::unique_ptr<Relay> relay_;
-};
-
 template <typename Step>
 double MegabytesPerSecond(Step step) {
   const auto begin = std::chrono::steady_clock::now();
@@ -126,7 +70,7 @@ void Throughput(benchmark::State& state) {
   const bool down = state.range(0) == 0;
   Hal hal;
   hal.Initialize();
-  Bare bare;
+  RelayedBoard bare(kSize, kSize);
   for (const std::string& error : {hal.error(), bare.error()}) {
     if (!error.empty()) return state.SkipWithError(error.c_str());
   }
