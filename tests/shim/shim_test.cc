@@ -118,6 +118,7 @@ TEST_F(ShimTest, SensorHubPathRefusesWhatNeedsTheHub) {
   EXPECT_EQ(Initialize(), nullptr);
   EXPECT_TRUE(IsSerialAocUartPort());
   EXPECT_FALSE(IsUserialReady());
+  EXPECT_FALSE(IsLpmRunning());
   EXPECT_FALSE(LpmSetup());
   EXPECT_TRUE(LpmSuspend());
   EXPECT_TRUE(LpmWakeUp());

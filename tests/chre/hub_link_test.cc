@@ -1,8 +1,10 @@
-// The way to the hub through the platform's client library, which is played here: a pair of sockets of whole messages.
+// Both ways to the hub: its socket, and the platform's client library, which is played here by a pair of sockets.
 #include <sys/eventfd.h>
+#include <sys/un.h>
 
 #include "chre/hub_link.h"
 #include "chre/hub_message.h"
+#include "conf/userial_type.h"
 #include "support/test.h"
 
 namespace {
@@ -68,8 +70,27 @@ namespace {
 using namespace ::bthal::test;
 using Event = HubLink::Event;
 
-class PlatformHubTest : public ::testing::Test {
+enum class Way { kSocket, kLibrary };
+
+class HubLinkTest : public ::testing::TestWithParam<Way> {
  protected:
+  static bool is_library() { return GetParam() == Way::kLibrary; }
+
+  // From now on there is a hub.
+  void StartHub() {
+    g_there = true;
+    const std::string path = root_.Below(conf::kSensorHubFolder + std::string("/") + conf::kSensorHubSocket);
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    listener_.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(listener_.get(), 1), 0);
+  }
+  void Connect() {
+    std::string why;
+    ASSERT_EQ(link_->Connect(&why), HubLink::Connected::kYes) << why;
+    if (!is_library()) g_hub.reset(accept(listener_.get(), nullptr, nullptr));
+  }
   bool Send(const Bytes& message, milliseconds patience = seconds(20)) {
     return link_->Send(message, patience, give_up_);
   }
@@ -77,22 +98,24 @@ class PlatformHubTest : public ::testing::Test {
     EXPECT_EQ(send(g_hub.get(), message.data(), message.size(), 0), static_cast<ssize_t>(message.size()));
   }
 
+  TempRoot root_;
+  unique_fd listener_;
   std::atomic<bool> give_up_{false};
-  std::string why_;
   Bytes received_;
-  const std::unique_ptr<HubLink> link_ = MakePlatformLink();
+  const std::unique_ptr<HubLink> link_ = is_library() ? MakePlatformLink() : MakeSocketLink();
 };
 
-TEST_F(PlatformHubTest, CarriesWholeMessagesBothWaysUntilTheEnd) {
-  EXPECT_EQ(link_->Connect(&why_), HubLink::Connected::kNotYet);
-  EXPECT_EQ(why_, "the sensor hub's client library does not connect: Connection refused (111)");
+TEST_P(HubLinkTest, CarriesWholeMessagesBothWaysUntilTheEnd) {
+  std::string why;
+  EXPECT_EQ(link_->Connect(&why), HubLink::Connected::kNotYet);
+  EXPECT_THAT(why, is_library() ? MatchesRegex("the sensor hub's client library does not connect: .* refused \\(111\\)")
+                                : MatchesRegex("no sensor hub at .*: No such file or directory \\(2\\)"));
   EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kHungUp);
   EXPECT_FALSE(Send({1}));
   EXPECT_EQ(errno, ENOTCONN);
-  link_->Interrupt();  // nobody
 
-  g_there = true;
-  ASSERT_EQ(link_->Connect(&why_), HubLink::Connected::kYes);
+  StartHub();
+  Connect();
   EXPECT_TRUE(Send({1, 2, 3}));
   Bytes sent(10);
   EXPECT_EQ(recv(g_hub.get(), sent.data(), sent.size(), 0), 3);
@@ -109,19 +132,18 @@ TEST_F(PlatformHubTest, CarriesWholeMessagesBothWaysUntilTheEnd) {
   link_->Interrupt();
   EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kInterrupted);
   EXPECT_TRUE(Send({4}));
-  g_hub.reset();  // unread, which the library takes for an error
+  g_hub.reset();  // unread, which is told as an error first
   EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kHungUp);
   EXPECT_EQ(link_->Wait(&received_, std::nullopt), Event::kHungUp);
   EXPECT_FALSE(Send({1}));
   EXPECT_EQ(errno, EPIPE);
-  EXPECT_EQ(g_closed, 0);
   link_->Disconnect();
-  EXPECT_EQ(g_closed, 1);
+  EXPECT_EQ(g_closed, is_library() ? 1 : 0);
 }
 
-TEST_F(PlatformHubTest, AHubThatTakesNothingIsWaitedForUntilThePatienceEndsOrIsGivenUp) {
-  g_there = true;
-  ASSERT_EQ(link_->Connect(&why_), HubLink::Connected::kYes);
+TEST_P(HubLinkTest, AHubThatTakesNothingIsWaitedForUntilThePatienceEndsOrIsGivenUp) {
+  StartHub();
+  Connect();
   const Bytes message(kMaxMessage);
   while (Send(message, milliseconds(10))) continue;
   EXPECT_EQ(errno, ETIMEDOUT);
@@ -132,6 +154,9 @@ TEST_F(PlatformHubTest, AHubThatTakesNothingIsWaitedForUntilThePatienceEndsOrIsG
   EXPECT_FALSE(Send(message));
   EXPECT_EQ(errno, ECANCELED);
 }
+
+INSTANTIATE_TEST_SUITE_P(Ways, HubLinkTest, ::testing::Values(Way::kSocket, Way::kLibrary),
+                         [](const auto& way) { return way.param == Way::kSocket ? "Socket" : "Library"; });
 
 }  // namespace
 }  // namespace android::hardware::bluetooth::hci::hub
