@@ -149,7 +149,7 @@ TEST_F(FinderTest, RefusesWithoutTransportWithoutKeysAndASecondTime) {
   log_.Clear();
   transport_.Close();
   EXPECT_FALSE(dead_transport->enterPoweredOffMode());
-  EXPECT_TRUE(log_.Has("Unable to send precomputed keys: hci_handle is nullptr"));
+  EXPECT_EQ(log_.Lines().back().text, "Unable to send precomputed keys: hci_handle is nullptr") << "and no start";
 }
 
 // What the stack itself asked for is the stack's, also when it is too short to say how it went.
