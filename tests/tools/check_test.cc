@@ -1,6 +1,9 @@
 // bthal check: below a device root, against real terminals and as different users.
 #include <android-base/strings.h>
 #include <linux/capability.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -175,6 +178,34 @@ TEST_F(CheckTest, ThePortIsTriedWhereNobodyElseHasItAndLeftAsItWas) {
   mkfifo(root_.Below("/dev/fifo").c_str(), 0600);
   Plug(root_.Below("/dev/fifo"));
   EXPECT_THAT(Row("controller's tty"), StartsWith("wrong /dev/ttySAC16: no terminal device"));
+}
+
+// A terminal of that number among those of a container, whose numbers begin anew; -1 where there is none to be had.
+int OpenInContainer(const std::string& folder, const std::string& number) {
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("devpts", folder.c_str(), "devpts", 0, "newinstance,ptmxmode=0666") != 0) {
+    return -1;
+  }
+  for (;;) {
+    const int end = open((folder + "/ptmx").c_str(), O_RDWR | O_NOCTTY);
+    const int locked = 0;
+    if (end < 0 || ioctl(end, TIOCSPTLCK, &locked) != 0) return -1;
+    const int terminal = open((folder + "/" + number).c_str(), O_RDWR | O_NOCTTY);
+    if (terminal >= 0) return terminal;
+  }
+}
+
+TEST_F(CheckTest, AContainersTerminalIsNotThePort) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to be root, to mount";
+  const Line line;
+  Plug(line.path);
+  const Gate gate;
+  const ChildProcess container([&] {
+    gate.Open(OpenInContainer(root_.path(), std::filesystem::path(line.path).filename()) >= 0 ? '+' : '-');
+    return pause();
+  });
+  if (gate.Pass() != '+') GTEST_SKIP() << "no mounts here";
+  EXPECT_EQ(Row("working speed"), "ok takes 4000000 bit/s");
 }
 
 TEST_F(CheckTest, AnotherUserIsLookedAsByRootOnly) {

@@ -126,7 +126,7 @@ std::vector<CheckResult> Port(const std::string& path) {
   }
   const std::string driver = DriverOf(info.st_rdev);
   tty.found += " (driver " + driver + ")";
-  const PortHolders holders = HoldersOf(info.st_rdev);
+  const PortHolders holders = HoldersOf(info);
   if (!holders.known.empty()) return InUse(tty, driver, holders.known.front());
   if (!holders.all_seen)
     return {tty, NotTried("another user's process may have the port", "bthal check as root, without --user")};

@@ -1,6 +1,7 @@
 // Who has a device open.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
@@ -18,6 +19,7 @@ struct PortHolders {
   bool all_seen = true;       // otherwise there are processes whose files this user may not look at
 };
 
-PortHolders HoldersOf(dev_t device);
+// `device`: what stat says of its node.
+PortHolders HoldersOf(const struct stat& device);
 
 }  // namespace bthal::tool
