@@ -81,7 +81,6 @@ void HciFlowControl::OnHciEventReady(const HciPacket& event, const HciPacketCall
     return;
   }
   if (HciEventPreProcess(event)) {
-    VndSnoopLogger::Get().Capture(event, VndSnoopLogger::kFromController, VndSnoopLogger::kEvent);
     LOG(DEBUG) << __func__ << ": HCI Event <" << toString(event) << "> handled";
   } else {
     event_cb(event);
@@ -112,6 +111,8 @@ bool HciFlowControl::ShowToWatchers(const HciPacket& event, uint16_t opcode) {
               << StringPrintf("%#x", opcode) << " Length " << event.size() << " " << HandledText(claimed) << " by "
               << watcher->name();
   }
+  // Whoever waited for this needs the lock before it goes on: what it sends next stands behind this in the packet log.
+  if (handled) VndSnoopLogger::Get().Capture(event, VndSnoopLogger::kFromController, VndSnoopLogger::kEvent);
   return handled;
 }
 

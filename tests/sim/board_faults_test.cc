@@ -141,13 +141,21 @@ TEST_F(BoardFaultsTest, SendWhatADyingControllerSends) {
   EXPECT_EQ((Packet{0x04, 0xFF, 1, 0x58}), host_.Read());
 }
 
+// A board without the right to hang a terminal up closes it, and a quick reader sees an error before the end of file.
+ssize_t ReadToEnd(int fd, Packet* bytes) {
+  for (;;) {
+    const ssize_t count = read(fd, bytes->data(), bytes->size());
+    if (count >= 0 || errno != EIO || geteuid() == 0) return count;
+  }
+}
+
 TEST_F(BoardFaultsTest, HangUpsReadAsEndOfFileAndTheDeviceComesBack) {
   Board& board = StartWith({"hang-up,opcode=reset", "big-hammer,opcode=version,value=0x43"});
   // A read that already waits, as well as one that comes later.
   host_.Send(kReset);
   Packet bytes(16);
   ssize_t count = 1;
-  while (count > 0) count = read(host_.fd(), bytes.data(), bytes.size());
+  while (count > 0) count = ReadToEnd(host_.fd(), &bytes);
   EXPECT_EQ(0, count) << "end of file, no error";
   EXPECT_EQ(0, read(host_.fd(), bytes.data(), bytes.size()));
   host_.PowerOff();
@@ -159,7 +167,7 @@ TEST_F(BoardFaultsTest, HangUpsReadAsEndOfFileAndTheDeviceComesBack) {
   ASSERT_EQ(4, read(coex, bytes.data(), bytes.size()));
   EXPECT_EQ((Packet{1, 0, 1, 0x43}), Packet(bytes.begin(), bytes.begin() + 4));
   Add("coex-hang-up,now");
-  EXPECT_EQ(0, read(coex, bytes.data(), bytes.size()));
+  EXPECT_EQ(0, ReadToEnd(coex, &bytes));
   close(coex);
   EXPECT_EQ(3u, Count(board, WireEvent::kFault));
 }
