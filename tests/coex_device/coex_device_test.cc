@@ -1,6 +1,10 @@
 #include "coex_device/coex_device.h"
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <termios.h>
 
 #include <regex>
@@ -190,6 +194,29 @@ TEST_F(CoexDeviceTest, WithoutASocketPairThereIsNoDevice) {
   EXPECT_TRUE(log_.Has("Failed to create socket pair!! Error: Too many open files"));
   EXPECT_EQ(recorded.Text(), "\nFailed to create socket pair\n");
   EXPECT_GE(device_.DeviceOpen([] {}, 0), 0) << "the next attempt";
+}
+
+// From here on the kernel refuses this thread, and those that it starts, a handler for SIGUSR1.
+void RefuseUsr1Handlers() {
+  std::array<sock_filter, 6> program = {{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_rt_sigaction, 0, 3),
+                                         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[0])),
+                                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SIGUSR1, 0, 1),
+                                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
+  const sock_fprog filter{program.size(), program.data()};
+  ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+  ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0) << strerror(errno);
+}
+
+TEST_F(CoexDeviceTest, APollThreadThatCouldNotBeEndedByForceDoesNotStart) {
+  std::thread([this] {
+    RefuseUsr1Handlers();
+    EXPECT_GE(device_.DeviceOpen([] {}, 0), 0);
+  }).join();
+  EXPECT_TRUE(log_.WaitFor("PollEventThread: Thread done"));
+  EXPECT_TRUE(log_.Has("PollEventThread: Unable to set a SIGUSR1 signal handler"));
+  EXPECT_FALSE(IsOpen());
 }
 
 TEST_F(CoexDeviceTest, AStuckPollThreadIsEndedByForce) {
