@@ -89,6 +89,13 @@ TEST_F(HubTest, TheHostPowersWhereTheHubHasNotThePin) {
   EXPECT_TRUE(Exchange(read_local_version_));
 }
 
+TEST_F(HubTest, AFirstResetThatFailsIsMendedByAPowerCycle) {
+  StartHubBoard({"wrong-status,opcode=reset,status=3"});
+  OpenSession();
+  EXPECT_EQ(Asked("power on"), 2U);
+  EXPECT_TRUE(Exchange(read_local_version_));
+}
+
 TEST_F(HubTest, ACommandFindsTheSleepingControllerAwake) {
   StartHubBoard();
   OpenSession();
