@@ -26,11 +26,22 @@ class HubDeliveryTest : public ::testing::Test {
   bool Taken(const std::string& what) {
     return WaitFor([&] { return (std::lock_guard(mutex_), taken_ == what); });
   }
+  // The consumer of events is in its first call, until `leave_`.
+  void StartBlocked() {
+    Consumers consumers = Notes();
+    consumers.event_cb = [&](const HciPacket&) { called_.set_value(), leave_.get_future().wait(), left_ = true; };
+    delivery_.Attach(consumers);
+    ASSERT_TRUE(delivery_.Start(receiver_));
+    Add(HciPacketType::kEvent, 2);
+    called_.get_future().wait();
+  }
   void Add(HciPacketType type, size_t size) { delivery_.Add(static_cast<uint8_t>(type), Bytes(size)); }
 
   LogCapture log_;
   std::mutex mutex_;
   std::string taken_;
+  std::promise<void> called_, leave_;
+  std::atomic<bool> left_{false};
   HubDelivery delivery_;
   const std::shared_ptr<const int> receiver_ = std::make_shared<int>();
 };
@@ -63,15 +74,7 @@ TEST_F(HubDeliveryTest, EachKindGoesToItsConsumerInOrder) {
 
 TEST_F(HubDeliveryTest, BehindAConsumerThatDoesNotReturnItFillsUpAndIsDroppedInTheEnd) {
   constexpr size_t kQuarter = size_t{64} * 1024;
-  std::promise<void> called, leave;
-  std::atomic<bool> left{false};
-  std::atomic<bool> gone{false};
-  Consumers consumers = Notes();
-  consumers.event_cb = [&](const HciPacket&) { called.set_value(), leave.get_future().wait(), left = true; };
-  delivery_.Attach(consumers);
-  ASSERT_TRUE(delivery_.Start(receiver_));
-  Add(HciPacketType::kEvent, 2);
-  called.get_future().wait();
+  ASSERT_NO_FATAL_FAILURE(StartBlocked());
   for (int i = 0; i < 4; ++i) {
     EXPECT_FALSE(delivery_.IsFull()) << i;
     Add(HciPacketType::kAclData, kQuarter);
@@ -84,10 +87,12 @@ TEST_F(HubDeliveryTest, BehindAConsumerThatDoesNotReturnItFillsUpAndIsDroppedInT
   EXPECT_TRUE(log_.Has("TakeAway: a received packet is still being delivered, going on without its thread"));
   EXPECT_EQ(delivery_.Dropped(), 5U);
   EXPECT_FALSE(delivery_.IsFull());
-  leave.set_value();
-  EXPECT_TRUE(WaitFor([&] { return left.load(); }));
+  leave_.set_value();
+  EXPECT_TRUE(WaitFor([&] { return left_.load(); }));
 
   // And the next ones are served, and may take the line away from inside.
+  std::atomic<bool> gone{false};
+  Consumers consumers = Notes();
   consumers.event_cb = [&](const HciPacket&) { delivery_.TakeAway(kLong), gone = true; };
   delivery_.Attach(consumers);
   ASSERT_TRUE(delivery_.Start(receiver_));
@@ -97,17 +102,10 @@ TEST_F(HubDeliveryTest, BehindAConsumerThatDoesNotReturnItFillsUpAndIsDroppedInT
 }
 
 TEST_F(HubDeliveryTest, ATakeAwayWaitsForTheConsumer) {
-  std::promise<void> called, leave;
-  std::atomic<bool> left{false};
-  Consumers consumers = Notes();
-  consumers.event_cb = [&](const HciPacket&) { called.set_value(), leave.get_future().wait(), left = true; };
-  delivery_.Attach(consumers);
-  ASSERT_TRUE(delivery_.Start(receiver_));
-  Add(HciPacketType::kEvent, 2);
-  called.get_future().wait();
-  auto taken = std::async(std::launch::async, [&] { return delivery_.TakeAway(kLong), left.load(); });
+  ASSERT_NO_FATAL_FAILURE(StartBlocked());
+  auto taken = std::async(std::launch::async, [&] { return delivery_.TakeAway(kLong), left_.load(); });
   taken.wait_for(milliseconds(20));  // whoever does not wait has returned by then
-  leave.set_value();
+  leave_.set_value();
   EXPECT_TRUE(taken.get());
 }
 
