@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <poll.h>
 #include <string.h>
-#include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 
@@ -21,19 +20,12 @@ bool IsFifo(int fd) {
   return fstat(fd, &info) == 0 && S_ISFIFO(info.st_mode);
 }
 
-bool Collect(const Fd& epoll, int fd) {
-  epoll_event event{};
-  event.events = EPOLLIN;
-  return epoll_ctl(epoll.get(), EPOLL_CTL_ADD, fd, &event) == 0;
-}
-
 }  // namespace
 
 bool OrderedInputs::Open(std::string* error) {
   order_.Reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-  at_once_.Reset(epoll_create1(EPOLL_CLOEXEC));
-  polled_ = {at_once_.get()};
-  if (order_.ok() && at_once_.ok() && Collect(at_once_, order_.get())) return true;
+  polled_ = {order_.get()};
+  if (order_.ok()) return true;
   *error = std::string("cannot watch the order of writes: ") + strerror(errno) +
            "; raise fs.inotify.max_user_instances if too many programs watch files";
   return false;
@@ -43,12 +35,11 @@ bool OrderedInputs::Add(int fd, const std::string& path, Framing framing, OnUnit
   // The kernel merges an event into the one before when they are alike. A close in between keeps apart what was written
   // by one who opens the node for each write, as most do.
   const int watch = inotify_add_watch(order_.get(), path.c_str(), IN_MODIFY | IN_CLOSE_WRITE);
-  const bool is_fifo = IsFifo(fd);
-  if (watch < 0 || (is_fifo && !Collect(at_once_, fd))) {
+  if (watch < 0) {
     *error = "cannot watch " + path + ": " + strerror(errno);
     return false;
   }
-  if (!is_fifo) polled_.push_back(fd);
+  if (!IsFifo(fd)) polled_.push_back(fd);
   sources_.push_back({fd, watch, framing, std::move(on_unit), {}, {}});
   return true;
 }
@@ -57,7 +48,6 @@ void OrderedInputs::Remove(int fd) {
   const auto gone = std::find_if(sources_.begin(), sources_.end(), [&](const Source& s) { return s.fd == fd; });
   if (gone == sources_.end()) return;
   inotify_rm_watch(order_.get(), gone->watch);
-  epoll_ctl(at_once_.get(), EPOLL_CTL_DEL, fd, nullptr);  // fails for a terminal
   std::erase(polled_, fd);
   sources_.erase(gone);
 }

@@ -26,7 +26,7 @@ class OrderedInputs {
   bool Add(int fd, const std::string& path, Framing framing, OnUnit on_unit, std::string* error);
   void Remove(int fd);
 
-  // What to poll for input: few descriptors, however many nodes there are.
+  // What to poll for input.
   const std::vector<int>& Descriptors() const { return polled_; }
   // Hands over all that was written before the call.
   void Drain();
@@ -50,10 +50,9 @@ class OrderedInputs {
   void HandOver();
 
   Fd order_;
-  // The order and all FIFOs: their writers' calls return when this knows of it. A terminal's bytes may still be on
-  // their way then, unless it is asked itself.
-  Fd at_once_;
-  std::vector<int> polled_;  // at_once_, and the terminals
+  // The order, and the terminals: a write's event is there before the writer's call returns, but what was written to a
+  // terminal may still be on its way then, unless that is asked itself.
+  std::vector<int> polled_;
   std::vector<Source> sources_;
   std::deque<int> events_;  // watch descriptors, one for a write
 };

@@ -70,6 +70,17 @@ namespace {
 using namespace ::bthal::test;
 using Event = HubLink::Event;
 
+unique_fd Listen(const TempRoot& root) {
+  const std::string path = root.Below(std::string(conf::kSensorHubFolder) + "/" + conf::kSensorHubSocket);
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  unique_fd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  EXPECT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  EXPECT_EQ(listen(listener.get(), 1), 0);
+  chmod(path.c_str(), 0777);
+  return listener;
+}
+
 enum class Way { kSocket, kLibrary };
 
 class HubLinkTest : public ::testing::TestWithParam<Way> {
@@ -79,12 +90,7 @@ class HubLinkTest : public ::testing::TestWithParam<Way> {
   // From now on there is a hub.
   void StartHub() {
     g_there = true;
-    const std::string path = root_.Below(conf::kSensorHubFolder + std::string("/") + conf::kSensorHubSocket);
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    listener_.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-    ASSERT_EQ(listen(listener_.get(), 1), 0);
+    listener_ = Listen(root_);
   }
   void Connect() {
     std::string why;
@@ -157,6 +163,38 @@ TEST_P(HubLinkTest, AHubThatTakesNothingIsWaitedForUntilThePatienceEndsOrIsGiven
 
 INSTANTIATE_TEST_SUITE_P(Ways, HubLinkTest, ::testing::Values(Way::kSocket, Way::kLibrary),
                          [](const auto& way) { return way.param == Way::kSocket ? "Socket" : "Library"; });
+
+// Whether a service of `user` takes a hub that `player` plays, where everybody may.
+HubLink::Connected ConnectAs(uid_t user, uid_t player, std::string* why) {
+  const TempRoot root;
+  root.Below(std::string(conf::kSensorHubFolder) + "/x");
+  chmod(root.path().c_str(), 0777);
+  chmod((root.path() + conf::kSensorHubFolder).c_str(), 0777);
+  const uid_t before = geteuid();
+  EXPECT_EQ(seteuid(player), 0);
+  const unique_fd listener = Listen(root);
+  EXPECT_EQ(seteuid(before), 0);
+  EXPECT_EQ(seteuid(user), 0);
+  const HubLink::Connected connected = MakeSocketLink()->Connect(why);
+  EXPECT_EQ(seteuid(before), 0);
+  return connected;
+}
+
+TEST(HubSocketTest, IsPlayedByTheServicesOwnUserOrRoot) {
+  constexpr uid_t kUser = 65534;
+  constexpr uid_t kStranger = 65533;
+  std::string why;
+  EXPECT_EQ(ConnectAs(geteuid(), geteuid(), &why), HubLink::Connected::kYes) << why;
+  if (geteuid() != 0) GTEST_SKIP() << "needs to be root, to become others";
+  EXPECT_EQ(ConnectAs(kUser, kUser, &why), HubLink::Connected::kYes) << why;
+  EXPECT_EQ(ConnectAs(kUser, 0, &why), HubLink::Connected::kYes) << why;
+  for (const uid_t user : {kUser, uid_t{0}}) {
+    EXPECT_EQ(ConnectAs(user, kStranger, &why), HubLink::Connected::kNotYet);
+    EXPECT_THAT(why, ContainsRegex("^no sensor hub at .*/run/bthal/sensor-hub: a process of user 65533 listens there, "
+                                   "not one of user " +
+                                   std::to_string(user) + " or root$"));
+  }
+}
 
 }  // namespace
 }  // namespace android::hardware::bluetooth::hci::hub

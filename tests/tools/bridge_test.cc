@@ -20,6 +20,7 @@ namespace {
 using namespace ::bthal::test;
 
 using tool::HostDecoder;
+using tool::Ledger;
 using tool::Outbox;
 
 const Bytes kReset = {0x01, 0x03, 0x0C, 0x00};
@@ -94,7 +95,7 @@ TEST(OutboxTest, ReportsAreDroppedFirstDataNeverAndWhoNeverReadsIsFound) {
 }
 
 TEST(LedgerTest, TellsWhatWasRefusedUnansweredAndUnknown) {
-  tool::Ledger ledger;
+  Ledger ledger;
   for (int i = 0; i < 2; ++i) {
     ledger.Sent(0x01, {{0x39, 0x0C, 0x00}});
     ledger.Received(0x04, {{0x0E, 0x04, 0x01, 0x39, 0x0C, 0x01}});
@@ -113,6 +114,28 @@ TEST(LedgerTest, TellsWhatWasRefusedUnansweredAndUnknown) {
             "Without a name:\n"
             "  opcode 0xFC99, once\n"
             "  event 0x60, once\n");
+}
+
+TEST(LedgerTest, WhatIsNotAnsweredSoonAfterItsHostHasGoneIsOwedToNobody) {
+  Ledger ledger;
+  const auto send = [&] { ledger.Sent(kReset[0], std::span(kReset).subspan(1)); };
+  const auto is_the_hosts = [&](Ledger::Clock::time_point at) {
+    return ledger.Received(kResetDone[0], std::span(kResetDone).subspan(1), at);
+  };
+  const auto gone = Ledger::Clock::now();
+  ledger.NewHost(gone);
+  send();
+  send();
+  ledger.HostGone(gone);
+  ledger.NewHost(gone + seconds(1));
+  send();
+  EXPECT_FALSE(is_the_hosts(gone + seconds(2)));
+  EXPECT_TRUE(is_the_hosts(gone + std::chrono::minutes(1))) << "the predecessor's other answer never came";
+  send();
+  ledger.HostGone(gone + std::chrono::minutes(2));
+  ledger.NewHost(gone + std::chrono::minutes(3));
+  send();
+  EXPECT_TRUE(is_the_hosts(gone + std::chrono::minutes(3))) << "who had been away for longer";
 }
 
 // A host stack's end of a connection.

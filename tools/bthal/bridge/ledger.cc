@@ -46,7 +46,7 @@ void Ledger::Sent(uint8_t kind, std::span<const uint8_t> packet) {
   if (FindCommand(opcode) == nullptr) ++unknown_commands_[opcode];
 }
 
-bool Ledger::Received(uint8_t kind, std::span<const uint8_t> packet) {
+bool Ledger::Received(uint8_t kind, std::span<const uint8_t> packet, Clock::time_point now) {
   const std::lock_guard lock(mutex_);
   if (kind != kEvent) {
     ++data_up_;
@@ -56,7 +56,7 @@ bool Ledger::Received(uint8_t kind, std::span<const uint8_t> packet) {
   if (!EventName(packet) && !packet.empty()) ++unknown_events_[packet[0]];
   const std::optional<uint16_t> opcode = AnsweredOpcode(packet);
   if (!opcode) return true;
-  if (IsForPredecessor(*opcode)) return false;
+  if (IsForPredecessor(*opcode, now)) return false;
   if (const auto owed = unanswered_.find(*opcode); owed != unanswered_.end() && --owed->second == 0) {
     unanswered_.erase(owed);
   }
@@ -65,11 +65,11 @@ bool Ledger::Received(uint8_t kind, std::span<const uint8_t> packet) {
   return true;
 }
 
-bool Ledger::IsForPredecessor(uint16_t opcode) {
+bool Ledger::IsForPredecessor(uint16_t opcode, Clock::time_point now) {
   const auto owed = owed_to_predecessors_.find(opcode);
-  if (owed == owed_to_predecessors_.end()) return false;
+  if (owed == owed_to_predecessors_.end() || now >= owed_until_) return false;
   if (--owed->second == 0) owed_to_predecessors_.erase(owed);
-  return std::chrono::steady_clock::now() < owed_until_;
+  return true;
 }
 
 void Ledger::NobodyThere() {
@@ -88,11 +88,18 @@ void Ledger::NewSession() {
   owed_to_predecessors_.clear();
 }
 
-void Ledger::NewHost() {
+void Ledger::HostGone(Clock::time_point now) {
   const std::lock_guard lock(mutex_);
-  for (const auto& [opcode, count] : unanswered_) owed_to_predecessors_[opcode] += count;
+  if (now >= owed_until_) owed_to_predecessors_.clear();
+  owed_until_ = now + kOwedFor;
+}
+
+void Ledger::NewHost(Clock::time_point now) {
+  const std::lock_guard lock(mutex_);
+  if (now < owed_until_) {
+    for (const auto& [opcode, count] : unanswered_) owed_to_predecessors_[opcode] += count;
+  }
   unanswered_.clear();
-  owed_until_ = std::chrono::steady_clock::now() + kOwedFor;
 }
 
 std::string Ledger::Report() const {

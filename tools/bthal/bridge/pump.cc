@@ -41,6 +41,7 @@ Bridge::End Bridge::ServePeer(Peer peer) {
   constexpr uint64_t kOnce = 1;
   (void)!write(enough_.get(), &kOnce, sizeof(kOnce));
   up.join();
+  ledger_.HostGone();
   ledger_.DroppedReports(outbox_.dropped_reports());
   if (!service_error_.empty()) Tell(std::exchange(service_error_, {}));
   return end;
