@@ -76,7 +76,7 @@ class Harness {
 
   bool Reaches(const HciPacket& event) {
     bool seen = false;
-    flow_->OnHciEventReady(event, [&](const HciPacket& delivered) { seen = delivered == event; });
+    flow_->OnHciEventReady(event, {.event_cb = [&](const HciPacket& delivered) { seen = delivered == event; }});
     return seen;
   }
 

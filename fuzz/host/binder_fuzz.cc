@@ -17,7 +17,7 @@
 #include <android-base/logging.h>
 #include <android-base/unique_fd.h>
 
-#include "connection.h"
+#include "connection/connection.h"
 #include "process.h"
 
 namespace {

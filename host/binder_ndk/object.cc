@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "connection.h"
+#include "connection/connection.h"
 #include "parcel.h"
 #include "transaction.h"
 

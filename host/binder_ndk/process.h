@@ -11,7 +11,7 @@
 #include <mutex>
 #include <string>
 
-#include "connection.h"
+#include "connection/connection.h"
 #include "death.h"
 #include "service_list.h"
 #include "socket.h"

@@ -4,7 +4,7 @@
 #include <optional>
 #include <thread>
 
-#include "connection.h"
+#include "connection/connection.h"
 #include "parcel.h"
 #include "process.h"
 #include "service_list.h"

@@ -7,8 +7,8 @@
 namespace bthal::binder {
 namespace {
 
-// A call and its answer, and as much for a call from within it.
-constexpr size_t kKeptParcels = 4;
+// Calls that came together, and as many as two calls, one from within the other, take besides.
+constexpr size_t kKeptParcels = 16 + 4;
 // Of what is larger, the memory is not kept.
 constexpr size_t kKeptBytes = 4096;
 

@@ -93,7 +93,11 @@ void ThreadPool::Run() {
     Job job;
     if (!Next(&found, &job)) continue;
     BeginJob();
-    job.connection->Serve(std::move(job.call));
+    if (job.call.has_value()) {
+      job.connection->Serve(std::move(*job.call));
+    } else {
+      job.connection->ServeInOrder();
+    }
     EndJob();
   }
 }

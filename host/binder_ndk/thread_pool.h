@@ -8,7 +8,7 @@
 #include <mutex>
 #include <vector>
 
-#include "connection.h"
+#include "connection/connection.h"
 
 namespace bthal::binder {
 

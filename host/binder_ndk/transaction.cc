@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "connection.h"
+#include "connection/connection.h"
+#include "connection/wire.h"
 #include "object.h"
 #include "parcel.h"
 #include "process.h"
-#include "wire.h"
 
 namespace bthal::binder {
 namespace {
@@ -82,7 +82,13 @@ binder_status_t AIBinder_transact(AIBinder* binder, transaction_code_t code, APa
   if (code < FIRST_CALL_TRANSACTION || code > LAST_CALL_TRANSACTION) return STATUS_UNKNOWN_TRANSACTION;
   if (flags != 0) return STATUS_BAD_VALUE;
   bthal::binder::ParcelPtr answer;
-  const binder_status_t status = bthal::binder::Call(binder, static_cast<int32_t>(code), request.get(), -1, &answer);
+  binder_status_t status = STATUS_OK;
+  if (bthal::binder::KeepInBatch(binder, static_cast<int32_t>(code), *request)) {
+    answer = bthal::binder::NewParcel();
+    status = AParcel_writeStatusHeader(answer.get(), nullptr);
+  } else {
+    status = bthal::binder::Call(binder, static_cast<int32_t>(code), request.get(), -1, &answer);
+  }
   if (status == STATUS_OK) *out = answer.release();
   return status;
 }

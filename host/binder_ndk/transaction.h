@@ -11,4 +11,7 @@ namespace bthal::binder {
 // Runs foreign code; no lock may be held.
 binder_status_t Execute(AIBinder* object, int32_t code, const AParcel& in, int descriptor, AParcel* out);
 
+// Whether a batch of the calling thread has kept the call, which is then not to be made.
+bool KeepInBatch(AIBinder* binder, int32_t code, const AParcel& in);
+
 }  // namespace bthal::binder

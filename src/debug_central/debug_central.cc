@@ -3,6 +3,7 @@
 #include "debug_central/debug_central.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <android-base/logging.h>
 #include <android-base/stringprintf.h>
@@ -87,11 +88,18 @@ bool DebugCentral::hw_stage_firmware_no_longer_supported() const {
 }
 
 DebugAnchor::DebugAnchor(AnchorType type, std::string_view text, DebugCentral& central)
-    : type_(type), length_(std::min(text.size(), kMaxText)), central_(central) {
+    : type_(type), length_(std::min(text.size(), kMaxText)), central_(&central) {
   std::copy_n(text.data(), length_, text_.data());
-  central_.Append(type_, this->text(), kScopeBegins);
+  central_->Append(type_, this->text(), kScopeBegins);
 }
 
-DebugAnchor::~DebugAnchor() { central_.Append(type_, text(), kScopeEnds); }
+DebugAnchor::DebugAnchor(DebugAnchor&& other) noexcept
+    : type_(other.type_), length_(other.length_), central_(std::exchange(other.central_, nullptr)) {
+  std::copy_n(other.text_.data(), length_, text_.data());
+}
+
+DebugAnchor::~DebugAnchor() {
+  if (central_ != nullptr) central_->Append(type_, text(), kScopeEnds);
+}
 
 }  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -138,15 +138,15 @@ class DebugCentral {
   std::atomic<std::thread::id> reporter_{};
 };
 
-// A scoped record: `text` + " [ IN]" now, `text` + " [OUT]" when the scope ends. Made for every packet, so it keeps the
-// text within itself; no text of this service comes near kMaxText.
+// A scoped record: `text` + " [ IN]" now, `text` + " [OUT]" when the scope ends, or that of the anchor that took it
+// over. Made for every packet, so it keeps the text within itself; no text of this service comes near kMaxText.
 class DebugAnchor {
  public:
   static constexpr size_t kMaxText = 64;  // what is longer is cut off
 
   DebugAnchor(AnchorType type, std::string_view text, DebugCentral& central = DebugCentral::Get());
-  DebugAnchor(const DebugAnchor&) = delete;
-  DebugAnchor& operator=(const DebugAnchor&) = delete;
+  DebugAnchor(DebugAnchor&& other) noexcept;
+  DebugAnchor& operator=(DebugAnchor&&) = delete;
   ~DebugAnchor();
 
  private:
@@ -155,7 +155,7 @@ class DebugAnchor {
   AnchorType type_;
   size_t length_;
   std::array<char, kMaxText> text_;
-  DebugCentral& central_;
+  DebugCentral* central_;  // null: taken over
 };
 
 }  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

@@ -165,6 +165,7 @@ void H4Protocol::OnBytes(const uint8_t* data, size_t length) {
 
 void H4Protocol::Walk(const uint8_t* data, size_t length) {
   const uint8_t* const end = data + length;
+  TellMoreToCome(true);
   while (data != end) {
     if (hci_packet_type_ != HciPacketType::kUnknown) {
       data += hci_packetizer_.OnDataReady(hci_packet_type_, data, end - data);
@@ -176,6 +177,11 @@ void H4Protocol::Walk(const uint8_t* data, size_t length) {
       ++data;
     }
   }
+  TellMoreToCome(false);
+}
+
+void H4Protocol::TellMoreToCome(bool more) const {
+  if (consumers_.more_to_come_cb) consumers_.more_to_come_cb(more);
 }
 
 const uint8_t* H4Protocol::DeliverWhole(const uint8_t* data, const uint8_t* end) {
@@ -221,6 +227,7 @@ const uint8_t* H4Protocol::DeliverWhole(const uint8_t* data, const uint8_t* end)
 }
 
 void H4Protocol::ReportUnimplementedType(const uint8_t* data, size_t length) {
+  TellMoreToCome(false);
   const int code = data[0];
   LOG(ERROR) << StringPrintf("%s: Unimplemented Packet Type: %d detected!", "OnDataReady", code);
   std::array<uint8_t, kReportedBytes> shown{};

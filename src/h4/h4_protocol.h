@@ -65,6 +65,7 @@ class H4Protocol {
 
  private:
   void Walk(const uint8_t* data, size_t length);
+  void TellMoreToCome(bool more) const;
   // Hands on the packets that lie whole at `data`, where they lie. Returns the start of the first that does not, or
   // that is none.
   const uint8_t* DeliverWhole(const uint8_t* data, const uint8_t* end);

@@ -17,11 +17,14 @@ using HciPacketCallback = std::function<void(const HciPacket&)>;
 
 // Who takes what the controller sends, by kind. All run on the receive thread.
 struct Consumers {
-  HciPacketCallback event_cb;
-  HciPacketCallback acl_cb;
-  HciPacketCallback sco_cb;
-  HciPacketCallback iso_cb;
-  HciPacketCallback thread_cb;  // may be empty: Thread frames are then dropped
+  HciPacketCallback event_cb = {};
+  HciPacketCallback acl_cb = {};
+  HciPacketCallback sco_cb = {};
+  HciPacketCallback iso_cb = {};
+  HciPacketCallback thread_cb = {};  // may be empty: Thread frames are then dropped
+  // May be empty. Called with true: the packets that follow come from one read, and may be kept, to be handed on
+  // together. Called with false: what was kept is to be handed on now, and what comes is not to be kept.
+  std::function<void(bool)> more_to_come_cb = {};
 };
 
 // The H4 type byte.

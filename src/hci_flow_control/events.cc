@@ -27,6 +27,10 @@ constexpr uint8_t kLoopbackCommandCredits = 1;
 
 uint8_t ReadCredits(const HciPacket& event, size_t offset) { return offset < event.size() ? event[offset] : 0; }
 
+bool AnswersCommand(const HciPacket& event) {
+  return event[0] == kCommandCompleteEvent || event[0] == kCommandStatusEvent || event[0] == kLoopbackCommandEvent;
+}
+
 // The opcode of the command that `event` answers; 0 when it answers none, or is too short to say (reported).
 uint16_t hci_event_extract_command_opcode(const HciPacket& event) {
   size_t offset = 0;
@@ -74,8 +78,13 @@ const char* HandledText(bool handled) { return handled ? "handled" : "unhandled"
 
 }  // namespace
 
-void HciFlowControl::OnHciEventReady(const HciPacket& event, const HciPacketCallback& event_cb) {
-  if (event.size() < kEventHeaderSize || event[kEventLengthOffset] + kEventHeaderSize != event.size()) {
+void HciFlowControl::OnHciEventReady(const HciPacket& event, const Consumers& consumers) {
+  const bool whole = event.size() >= kEventHeaderSize && event[kEventLengthOffset] + kEventHeaderSize == event.size();
+  // What anybody here acts on stands behind all that came before it, and whoever gets it has it before that is done.
+  if (consumers.more_to_come_cb && (!whole || watched_codes_[event[0]] || AnswersCommand(event))) {
+    consumers.more_to_come_cb(false);
+  }
+  if (!whole) {
     DebugCentral::Get().ReportBqrError(BqrErrorCode::kHostInvalidHciEvent,
                                        "Invalid / un-reassembled HCI event: " + toString(event));
     return;
@@ -83,7 +92,7 @@ void HciFlowControl::OnHciEventReady(const HciPacket& event, const HciPacketCall
   if (HciEventPreProcess(event)) {
     LOG(DEBUG) << __func__ << ": HCI Event <" << toString(event) << "> handled";
   } else {
-    event_cb(event);
+    consumers.event_cb(event);
   }
   HciEventPostProcess(event);
 }

@@ -41,7 +41,7 @@ HciFlowControl::HciFlowControl(const Consumers& consumers, const H4Owner& owner)
     live_instance = this;
   }
   Consumers behind = consumers;
-  behind.event_cb = [this, event_cb = consumers.event_cb](const HciPacket& event) { OnHciEventReady(event, event_cb); };
+  behind.event_cb = [this, consumers](const HciPacket& event) { OnHciEventReady(event, consumers); };
   shim::InitializeCallback(behind, owner);
   halted = false;
 }

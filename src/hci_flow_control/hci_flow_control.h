@@ -64,7 +64,7 @@ class HciFlowControl : public std::enable_shared_from_this<HciFlowControl> {
   static uint64_t RefusedSends();
 
   // The receive path of every event; receive thread.
-  void OnHciEventReady(const HciPacket& event, const HciPacketCallback& event_cb);
+  void OnHciEventReady(const HciPacket& event, const Consumers& consumers);
 
  private:
   struct HciCmdFrame {

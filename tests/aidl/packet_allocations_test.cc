@@ -6,6 +6,7 @@
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "aidl/bluetooth_hci/callbacks.h"
+#include "aidl/bluetooth_hci/client.h"
 #include "hci_flow_control/hci_channel.h"
 #include "support/board_session.h"
 #include "support/pty.h"

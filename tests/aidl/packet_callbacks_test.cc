@@ -1,4 +1,5 @@
 #include "aidl/bluetooth_hci/callbacks.h"
+#include "aidl/bluetooth_hci/client.h"
 
 #include "bluetooth_Activity.h"
 #include "support/btsnoop_file.h"

@@ -85,7 +85,7 @@ class HciFlowControlTest : public ::testing::Test {
 
   // Delivers an event as the receive thread does, and returns after all that it sets off.
   void Receive(const Bytes& event) {
-    flow_->OnHciEventReady(HciPacket(event), [this](const HciPacket& packet) { Note(events_, packet); });
+    flow_->OnHciEventReady(HciPacket(event), {.event_cb = [this](const HciPacket& packet) { Note(events_, packet); }});
   }
 
   std::vector<Bytes> Events() {

@@ -19,10 +19,12 @@ inline constexpr uint16_t kCall = 1;
 inline constexpr uint16_t kReply = 2;
 inline constexpr uint16_t kRelease = 3;
 inline constexpr uint16_t kConnect = 4;
+inline constexpr uint16_t kSkip = 5;
 inline constexpr int32_t kFindService = 1;
 inline constexpr int32_t kPing = '_' << 24 | 'P' << 16 | 'N' << 8 | 'G';
 inline constexpr int32_t kDump = '_' << 24 | 'D' << 16 | 'M' << 8 | 'P';
 inline constexpr uint32_t kWithDescriptor = 1;
+inline constexpr uint32_t kInOrder = 2;
 
 // As laid out on the wire.
 struct Header {

@@ -94,7 +94,7 @@ class MonitoredTest : public ::testing::Test {
   // Whether the stack sees the event, as it is.
   bool Reaches(const HciPacket& event) {
     bool seen = false;
-    flow_->OnHciEventReady(event, [&](const HciPacket& delivered) { seen = delivered == event; });
+    flow_->OnHciEventReady(event, {.event_cb = [&](const HciPacket& delivered) { seen = delivered == event; }});
     return seen;
   }
 

@@ -17,7 +17,7 @@
 #include <android-base/properties.h>
 #include <android-base/stringprintf.h>
 
-#include "aidl/bluetooth_hci/callbacks.h"
+#include "aidl/bluetooth_hci/client.h"
 #include "aidl/bluetooth_hci/controller_activity_watcher.h"
 #include "aidl/bluetooth_hci/diagnostics.h"
 #include "aidl/bluetooth_hci/termination.h"

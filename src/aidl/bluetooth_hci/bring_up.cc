@@ -11,6 +11,7 @@
 
 #include "aidl/bluetooth_hci/bluetooth_hci.h"
 #include "aidl/bluetooth_hci/callbacks.h"
+#include "aidl/bluetooth_hci/client.h"
 #include "aidl/bluetooth_hci/termination.h"
 #include "bluetooth_Activity.h"
 #include "bluetooth_bqr.h"
@@ -152,7 +153,8 @@ hci::HciFlowControl* BluetoothHci::OpenChannel() {
                                  .acl_cb = OfChannel(channel, AclCallback),
                                  .sco_cb = OfChannel(channel, ScoCallback),
                                  .iso_cb = OfChannel(channel, IsoCallback),
-                                 .thread_cb = std::move(thread_cb)};
+                                 .thread_cb = std::move(thread_cb),
+                                 .more_to_come_cb = MoreToCome};
   return hci::channel::InitializeHciHandle(consumers, [] { BtQnlProtocol::GetInstacne().Shutdown(); });
 }
 

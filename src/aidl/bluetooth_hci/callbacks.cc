@@ -4,11 +4,9 @@
 
 #include <android-base/logging.h>
 
-#include <mutex>
-#include <string>
 #include <utility>
-#include <vector>
 
+#include "aidl/bluetooth_hci/client.h"
 #include "aidl/bluetooth_hci/packet_text.h"
 #include "bluetooth_Activity.h"
 #include "debug_central/debug_central.h"
@@ -42,82 +40,32 @@ constexpr uint8_t kIsoReceivedMark = 0x0D;     // ISO: received, and consumed by
 constexpr uint16_t kDiagnosticHandle = 0xFF1;  // the controller's diagnostic stream: never the stack's
 constexpr uint16_t kSnoopOnlyHandle = 0xDDD;
 
-// Never destroyed: the receive thread may outlive main().
-struct Client {
-  std::mutex mutex;
-  std::shared_ptr<IBluetoothHciCallbacks> cb;
-};
-
-Client& g_cb() {
-  static auto& client = *new Client;
-  return client;
-}
-
-thread_local int t_calls_to_client = 0;
-
-class CallToClient {
- public:
-  CallToClient() { ++t_calls_to_client; }
-  ~CallToClient() { --t_calls_to_client; }
-  CallToClient(const CallToClient&) = delete;
-  CallToClient& operator=(const CallToClient&) = delete;
-};
-
-using ReceiveMethod = ndk::ScopedAStatus (IBluetoothHciCallbacks::*)(const std::vector<uint8_t>&);
-
-// A line that a controller which goes on talking would cause with every packet.
-struct Complaint {
-  const char* const text;
-  os::LogThrottle throttle;
-
-  void Log() { throttle.Log(LOG_TAG, ::android::base::WARNING, text); }
-};
-
-// How the client gets one kind of packet, and what the log says when the call fails or there is no client.
-struct Delivery {
-  const ReceiveMethod method;
-  Complaint failed;
-  Complaint missing;
-};
-
-void Deliver(const hci::HciPacket& packet, Delivery& delivery) {
-  const auto cb = ConnectedClient();
-  if (cb == nullptr) return delivery.missing.Log();
-  const CallToClient call;
-  // The interface wants a vector: one a thread, unless a call from within this one delivers something, too.
-  thread_local std::vector<uint8_t> kept;
-  std::vector<uint8_t> bytes = std::exchange(kept, {});
-  bytes.assign(packet.begin(), packet.end());
-  if (!(cb.get()->*delivery.method)(bytes).isOk()) delivery.failed.Log();
-  kept = std::move(bytes);
-}
-
-void DeliverEvent(const hci::HciPacket& packet) {
+void DeliverEvent(const hci::HciPacket& packet, DebugAnchor& anchor) {
   static Delivery delivery{&IBluetoothHciCallbacks::hciEventReceived,
                            {"Unable to callback hciEvent to Stack", {}},
                            {"hciEvent: g_cb == nullptr", {}}};
-  Deliver(packet, delivery);
+  Deliver(packet, delivery, std::move(anchor));
 }
 
-void DeliverAcl(const hci::HciPacket& packet) {
+void DeliverAcl(const hci::HciPacket& packet, DebugAnchor& anchor) {
   static Delivery delivery{&IBluetoothHciCallbacks::aclDataReceived,
                            {"Unable to callback aclData to Stack", {}},
                            {"aclData: g_cb == nullptr", {}}};
-  Deliver(packet, delivery);
+  Deliver(packet, delivery, std::move(anchor));
 }
 
-void DeliverSco(const hci::HciPacket& packet) {
+void DeliverSco(const hci::HciPacket& packet, DebugAnchor& anchor) {
   static Delivery delivery{&IBluetoothHciCallbacks::scoDataReceived,
                            {"Unable to callback scoData to Stack", {}},
                            {"scoData: g_cb == nullptr", {}}};
-  Deliver(packet, delivery);
+  Deliver(packet, delivery, std::move(anchor));
 }
 
-void DeliverIso(const hci::HciPacket& packet) {
+void DeliverIso(const hci::HciPacket& packet, DebugAnchor& anchor) {
   static Delivery delivery{&IBluetoothHciCallbacks::isoDataReceived,
                            {"Unable to callback isoData to Stack", {}},
                            {"isoData: g_cb == nullptr", {}}};
-  Deliver(packet, delivery);
+  Deliver(packet, delivery, std::move(anchor));
 }
 
 void Capture(const hci::HciPacket& packet, Direction direction, PacketType type) {
@@ -134,37 +82,8 @@ bool HasBits(uint8_t byte, uint8_t bits) { return (byte & bits) == bits; }
 
 }  // namespace
 
-std::shared_ptr<IBluetoothHciCallbacks> ConnectedClient() {
-  Client& client = g_cb();
-  const std::lock_guard lock(client.mutex);
-  return client.cb;
-}
-
-void ConnectClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
-  // What is replaced is released by the local object, after the lock: the last reference to a client may end a
-  // connection.
-  std::shared_ptr<IBluetoothHciCallbacks> changed = cb;
-  Client& client = g_cb();
-  const std::lock_guard lock(client.mutex);
-  client.cb.swap(changed);
-  DebugCentral::Get().HasClientConnectWith(client.cb != nullptr);
-}
-
-void DisconnectClient() { ConnectClient(nullptr); }
-
-bool DisconnectClient(const std::shared_ptr<IBluetoothHciCallbacks>& cb) {
-  Client& client = g_cb();
-  const std::lock_guard lock(client.mutex);
-  if (cb == nullptr || client.cb != cb) return false;
-  client.cb.reset();  // not the last reference: the caller holds one
-  DebugCentral::Get().HasClientConnectWith(false);
-  return true;
-}
-
-bool IsCallingClient() { return t_calls_to_client != 0; }
-
 void EventCallback(const hci::HciPacket& packet) {
-  const DebugAnchor anchor(AnchorType::kCallbackHciEvent, PacketText("cb->hciEventReceived", packet.size()));
+  DebugAnchor anchor(AnchorType::kCallbackHciEvent, PacketText("cb->hciEventReceived", packet.size()));
   BtActivitiesLogger::Get().LogActivities(BtActivitiesLogger::kEvent, packet);
   const bool has_handle =
       packet.size() > kCompletedHandleHighOffset && packet[0] == hci::kNumberOfCompletedPacketsEvent;
@@ -177,14 +96,14 @@ void EventCallback(const hci::HciPacket& packet) {
     }
   }
   Capture(packet, Direction::kFromController, PacketType::kEvent);
-  DeliverEvent(packet);
+  DeliverEvent(packet, anchor);
 }
 
 void AclCallback(const hci::HciPacket& packet) {
-  const DebugAnchor anchor(AnchorType::kCallbackAclData, PacketText("cb->aclDataReceived", packet.size()));
+  DebugAnchor anchor(AnchorType::kCallbackAclData, PacketText("cb->aclDataReceived", packet.size()));
   BtActivitiesLogger::Get().LogActivities(BtActivitiesLogger::kAclFromController, packet);
   if (packet.size() < kHandleSize) {
-    DeliverAcl(packet);
+    DeliverAcl(packet, anchor);
     return;
   }
   const uint16_t handle =
@@ -198,17 +117,17 @@ void AclCallback(const hci::HciPacket& packet) {
     Capture(packet, Direction::kFromController, PacketType::kAclData);
   }
   if (handle == kDiagnosticHandle || (filtering && handle == kSnoopOnlyHandle)) return;
-  DeliverAcl(packet);
+  DeliverAcl(packet, anchor);
 }
 
 void ScoCallback(const hci::HciPacket& packet) {
-  const DebugAnchor anchor(AnchorType::kCallbackScoData, PacketText("cb->scoDataReceived", packet.size()));
+  DebugAnchor anchor(AnchorType::kCallbackScoData, PacketText("cb->scoDataReceived", packet.size()));
   Capture(packet, Direction::kFromController, PacketType::kScoData);
-  DeliverSco(packet);
+  DeliverSco(packet, anchor);
 }
 
 void IsoCallback(const hci::HciPacket& packet) {
-  const DebugAnchor anchor(AnchorType::kCallbackIsoData, PacketText("cb->isoDataReceived", packet.size()));
+  DebugAnchor anchor(AnchorType::kCallbackIsoData, PacketText("cb->isoDataReceived", packet.size()));
   if (VndSnoopLogger::Get().is_logging() && packet.size() >= kHandleSize) {
     const uint8_t b = packet[kHandleHighOffset];
     if (HasBits(b, kIsoSentMark)) {
@@ -221,7 +140,7 @@ void IsoCallback(const hci::HciPacket& packet) {
     }
   }
   Capture(packet, Direction::kFromController, PacketType::kIsoData);
-  DeliverIso(packet);
+  DeliverIso(packet, anchor);
 }
 
 void ThreadCallback(const hci::HciPacket& packet, hci::ThreadDispatcher* dispatcher) {
@@ -239,7 +158,7 @@ void NotifyCallback(const hci::HciPacket& packet) {
   static Delivery delivery{&IBluetoothHciCallbacks::hciEventReceived,
                            {"Unable to callback bqr root inflamed event to Stack", {}},
                            {"notify_cb: g_cb == nullptr", {}}};
-  Deliver(packet, delivery);
+  DeliverNow(packet, delivery);
 }
 
 }  // namespace android::hardware::bluetooth::aidl::qnlbtlinux

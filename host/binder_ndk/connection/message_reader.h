@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "connection/wire.h"
 #include "parcel.h"
-#include "wire.h"
 
 namespace bthal::binder {
 

@@ -11,14 +11,15 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "connection/message_reader.h"
+#include "connection/outbox.h"
+#include "connection/wire.h"
 #include "death.h"
-#include "message_reader.h"
-#include "outbox.h"
 #include "parcel.h"
-#include "wire.h"
 
 struct AIBinder;
 
@@ -35,10 +36,20 @@ struct Incoming {
   android::base::unique_fd descriptor;
 };
 
-// A call of the peer that any thread may serve.
+// A call of the peer that any thread may serve; without one, its calls in order, which one thread serves.
 struct Job {
   std::shared_ptr<Connection> connection;
-  Incoming call;
+  std::optional<Incoming> call;
+};
+
+// Calls in order that are made together.
+struct CallRun {
+  std::vector<uint8_t> messages;  // end to end, as they travel, but for their calls' numbers
+  std::vector<size_t> starts;     // of each message
+  std::vector<std::optional<Incoming>> replies;
+  // Under the connection's lock:
+  uint64_t last_call = 0;  // 0: not made yet
+  bool abandoned = false;
 };
 
 // Which of a connection's sockets.
@@ -46,7 +57,8 @@ enum class Way { kCalls, kAnswers };
 
 // Who reads: a thread of the pool the calls; a thread that waits for an answer the answers, so that neither wakes the
 // other. Of several threads that wait one reads and gives the others what is theirs. A call from the peer that is made
-// on behalf of a call that waits here comes with the answers, and is served by the thread that waits.
+// on behalf of a call that waits here comes with the answers, and is served by the thread that waits. Calls in order
+// are served by one thread at a time, which sends their answers together.
 //
 // Who writes: the sender of a message, as far as the peer takes it at once; the process's watching thread sends the
 // rest. No thread waits for a peer to read, unless for the answer to a call of its own.
@@ -73,10 +85,19 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // answer. See AIBinder_transact.
   binder_status_t Call(uint64_t target, int32_t code, AParcel* in, int descriptor, ParcelPtr* out);
 
+  // Adds a call to those of `run`, which are to be made in order. False when it cannot be one of them.
+  static bool Add(uint64_t target, int32_t code, const AParcel& in, CallRun* run);
+  // Makes the calls of `run` and waits for the outcomes. Those of whom there is no reply, have had none.
+  void Call(CallRun* run);
+  // None of the calls of `run` is begun by the peer from now on. From any thread, until its Call has returned.
+  void Abandon(CallRun* run);
+
   // Reads the calls that have come, without waiting, unless another thread does, and appends them to `jobs`.
   void OnReadable(std::vector<Job>* jobs);
   // Runs a call of the peer and answers it.
   void Serve(Incoming call);
+  // Runs the calls in order that have come and answers them.
+  void ServeInOrder();
 
   // The socket takes more of what waits to be sent.
   void OnRoom(Way way);
@@ -104,12 +125,16 @@ class Connection : public std::enable_shared_from_this<Connection> {
     MessageReader reader;    // of the thread that set `reading`, otherwise nobody's
     std::vector<Message> messages;
   };
-  // A thread that waits for an answer.
+  // A thread that waits for the answers to one or more calls.
   struct Waiter {
-    uint64_t call = 0;
+    // `places`: one for each reply, empty.
+    explicit Waiter(std::span<std::optional<Incoming>> places) : replies(places), missing(places.size()) {}
+
+    uint64_t call = 0;  // the first one's number; the others' follow it
+    std::span<std::optional<Incoming>> replies;
+    size_t missing;
     std::vector<Incoming> calls;  // made on its behalf
-    std::optional<Incoming> reply;
-    bool asleep = false;  // waits for another thread that reads
+    bool asleep = false;          // waits for another thread that reads
     std::condition_variable wake;
   };
   struct Export {
@@ -134,23 +159,32 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool TakeAnswersSocket(android::base::unique_fd socket);
   bool DeliverReply(Incoming* reply);
   bool DeliverCall(Way way, Incoming* call, Harvest* harvest);
+  bool DeliverInOrder(Incoming* call, Harvest* harvest);
   bool DeliverRelease(const Header& header, Harvest* harvest);
   Waiter* FindWaiter(uint64_t call);
   void End();
   void ShutDown();
 
-  // connection_call.cc: waiting for answers
-  bool Await(Waiter* waiter, Incoming* reply);
+  // call.cc: waiting for answers, and giving them
+  bool Enter(Waiter* waiter, CallRun* run);
+  bool Await(Waiter* waiter);
+  void Leave(Waiter* waiter);
   void WakeNextReader();
+  binder_status_t Run(const Incoming& call, AParcel* answer);
 
-  // connection_objects.cc: what the two processes refer to
+  // in_order.cc
+  bool TakeInOrder(std::vector<Incoming>* calls);
+  bool MayBegin(const Incoming& call, bool* skipped);
+  void SendAnswers(std::vector<uint8_t>* answers);
+
+  // objects.cc: what the two processes refer to
   binder_status_t MarkObjects(AParcel* parcel);
   uint64_t ExportId(AIBinder* object);
   bool FindObjects(Message* message, Incoming* incoming);
   ndk::SpAIBinder FindObject(const AParcel& at_object);
   void DropGivenBack(std::vector<ndk::SpAIBinder>* released);
 
-  // connection_send.cc
+  // send.cc
   binder_status_t Send(Way way, Header header, AParcel* parcel, int descriptor);
   binder_status_t Write(Way way, iovec* parts, size_t count, int descriptor, bool awaited);
 
@@ -165,6 +199,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::vector<Waiter*> waiters_;
   size_t queued_ = 0;  // calls of the peer that nobody has begun to serve
   size_t queued_bytes_ = 0;
+  std::vector<Incoming> in_order_;  // of these, those in order
+  bool serving_in_order_ = false;   // a thread of the pool does, or is about to
+  uint64_t skipped_to_ = 0;         // calls in order up to here are not begun
   uint64_t next_call_ = 1;
   uint64_t next_export_ = kServiceListId + 1;
   std::map<uint64_t, Export> exports_;

@@ -11,7 +11,7 @@
 //   16  u64 target       call, release: the object's id, in the receiver's table; 0 is the receiver's list of services
 //   24  u64 nested       call: the receiver's own call on whose behalf this one is made, or 0
 //   32  i32 code         call: transaction code; reply: binder_status_t
-//   36  u32 flags        kHasDescriptor
+//   36  u32 flags        kHasDescriptor, kInOrder
 //   40  body             the parcel's data, then `objects` times u32: where each object begins in the data, ascending
 //
 // One descriptor travels with the first byte of a message that is flagged so: the call of a dump, and kConnect.
@@ -29,9 +29,13 @@ enum class MessageType : uint16_t {
   kReply = 2,
   kRelease = 3,  // the receiver's object is no longer referred to so many times
   kConnect = 4,  // the first message of who connects: its descriptor is the socket for the answers
+  kSkip = 5,     // among the answers: no call in order with this number or a smaller one is to be begun any more
 };
 
 inline constexpr uint32_t kHasDescriptor = 1;
+// Of calls that are not nested. The receiver serves these one after the other, and answers each; what it skips, with
+// STATUS_INVALID_OPERATION.
+inline constexpr uint32_t kInOrder = 2;
 
 struct Header {
   uint32_t size;

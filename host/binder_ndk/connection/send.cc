@@ -1,7 +1,7 @@
 // Writing messages to the peer.
 #include <vector>
 
-#include "connection.h"
+#include "connection/connection.h"
 #include "object.h"
 #include "process.h"
 

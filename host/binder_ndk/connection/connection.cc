@@ -1,6 +1,6 @@
 #define LOG_TAG "binder.connection"
 
-#include "connection.h"
+#include "connection/connection.h"
 
 #include <sys/socket.h>
 
@@ -66,6 +66,10 @@ bool Connection::Deliver(Way way, Message message, Harvest* harvest) {
   if ((header.type == MessageType::kConnect) != (fd(Way::kAnswers) < 0)) return false;
   if (header.type == MessageType::kConnect) return TakeAnswersSocket(std::move(message.descriptor));
   if (header.type == MessageType::kRelease) return way == Way::kCalls && DeliverRelease(header, harvest);
+  if (header.type == MessageType::kSkip) {
+    skipped_to_ = std::max(skipped_to_, header.call);
+    return way == Way::kAnswers;
+  }
   Incoming incoming;
   bool good = FindObjects(&message, &incoming);
   if (good && incoming.header.type == MessageType::kReply) {
@@ -88,9 +92,11 @@ bool Connection::TakeAnswersSocket(android::base::unique_fd socket) {
 
 bool Connection::DeliverReply(Incoming* reply) {
   Waiter* waiter = FindWaiter(reply->header.call);
-  if (waiter == nullptr || waiter->reply.has_value()) return false;
-  waiter->reply = std::move(*reply);
-  waiter->wake.notify_one();
+  if (waiter == nullptr) return false;
+  std::optional<Incoming>& place = waiter->replies[reply->header.call - waiter->call];
+  if (place.has_value()) return false;
+  place = std::move(*reply);
+  if (--waiter->missing == 0) waiter->wake.notify_one();
   return true;
 }
 
@@ -107,13 +113,21 @@ bool Connection::DeliverCall(Way way, Incoming* call, Harvest* harvest) {
   if (queued_ >= kMaxQueuedCalls || queued_bytes_ + bytes > kMaxQueuedBytes) return false;
   ++queued_;
   queued_bytes_ += bytes;
-  Waiter* waiter = call->header.nested == 0 ? nullptr : FindWaiter(call->header.nested);
-  if (waiter != nullptr && !waiter->reply.has_value()) {
+  if ((call->header.flags & kInOrder) != 0) return DeliverInOrder(call, harvest);
+  const uint64_t nested = call->header.nested;
+  Waiter* waiter = nested == 0 ? nullptr : FindWaiter(nested);
+  if (waiter != nullptr && !waiter->replies[nested - waiter->call].has_value()) {
     waiter->calls.push_back(std::move(*call));
     waiter->wake.notify_one();
   } else {
     harvest->jobs->push_back({shared_from_this(), std::move(*call)});
   }
+  return true;
+}
+
+bool Connection::DeliverInOrder(Incoming* call, Harvest* harvest) {
+  in_order_.push_back(std::move(*call));
+  if (!std::exchange(serving_in_order_, true)) harvest->jobs->push_back({shared_from_this(), std::nullopt});
   return true;
 }
 
@@ -131,8 +145,8 @@ bool Connection::DeliverRelease(const Header& header, Harvest* harvest) {
 }
 
 Connection::Waiter* Connection::FindWaiter(uint64_t call) {
-  const auto found =
-      std::find_if(waiters_.begin(), waiters_.end(), [&](const Waiter* waiter) { return waiter->call == call; });
+  const auto found = std::find_if(waiters_.begin(), waiters_.end(),
+                                  [&](const Waiter* waiter) { return call - waiter->call < waiter->replies.size(); });
   return found == waiters_.end() ? nullptr : *found;
 }
 

@@ -1,4 +1,4 @@
-#include "outbox.h"
+#include "connection/outbox.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "connection.h"
+#include "connection/connection.h"
 #include "object.h"
 #include "process.h"
 
@@ -122,6 +122,7 @@ void Connection::DropGivenBack(std::vector<ndk::SpAIBinder>* released) {
 
 Estate Connection::OnHangUp() {
   Estate estate;
+  std::vector<Incoming> unbegun;  // destroyed without the lock
   alive_ = false;
   ShutDown();
   for (Lane* lane : {&calls_, &answers_}) {
@@ -130,6 +131,7 @@ Estate Connection::OnHangUp() {
   }
   const Lock lock(mutex_);
   if (std::exchange(buried_, true)) return estate;
+  in_order_.swap(unbegun);
   for (auto& [id, exported] : exports_) estate.held.push_back(std::move(exported.object));
   exports_.clear();
   export_ids_.clear();

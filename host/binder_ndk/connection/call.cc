@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "connection.h"
+#include "connection/connection.h"
 #include "object.h"
 #include "process.h"
 #include "transaction.h"
@@ -31,13 +31,9 @@ uint64_t ServedCallOf(const Connection* connection) {
 }
 
 binder_status_t Connection::Call(uint64_t target, int32_t code, AParcel* in, int descriptor, ParcelPtr* out) {
-  Waiter waiter;
-  {
-    const Lock lock(mutex_);
-    if (ended_ || buried_) return STATUS_DEAD_OBJECT;
-    waiter.call = next_call_++;
-    waiters_.push_back(&waiter);
-  }
+  std::optional<Incoming> reply;
+  Waiter waiter({&reply, 1});
+  if (!Enter(&waiter, nullptr)) return STATUS_DEAD_OBJECT;
   Header header{};
   header.type = MessageType::kCall;
   header.call = waiter.call;
@@ -46,18 +42,30 @@ binder_status_t Connection::Call(uint64_t target, int32_t code, AParcel* in, int
   header.code = code;
   // The thread that waits at the other end for the answer to the call that is served here reads answers only.
   binder_status_t status = Send(header.nested == 0 ? Way::kCalls : Way::kAnswers, header, in, descriptor);
-  Incoming reply{};
-  if (status == STATUS_OK && !Await(&waiter, &reply)) status = STATUS_DEAD_OBJECT;
-  std::vector<ndk::SpAIBinder> released;  // destroyed without the lock
-  {
-    const Lock lock(mutex_);
-    std::erase(waiters_, &waiter);
-    WakeNextReader();
-    DropGivenBack(&released);
-  }
-  if (status == STATUS_OK) status = reply.header.code;
-  if (status == STATUS_OK) *out = std::move(reply.parcel);
+  if (status == STATUS_OK && !Await(&waiter)) status = STATUS_DEAD_OBJECT;
+  Leave(&waiter);
+  if (status == STATUS_OK) status = reply->header.code;
+  if (status == STATUS_OK) *out = std::move(reply->parcel);
   return status;
+}
+
+// Gives the waiter's calls their numbers, which are those of `run` unless that is null. False when none is to be made.
+bool Connection::Enter(Waiter* waiter, CallRun* run) {
+  const Lock lock(mutex_);
+  if (ended_ || buried_ || (run != nullptr && run->abandoned)) return false;
+  waiter->call = next_call_;
+  next_call_ += waiter->replies.size();
+  if (run != nullptr) run->last_call = next_call_ - 1;
+  waiters_.push_back(waiter);
+  return true;
+}
+
+void Connection::Leave(Waiter* waiter) {
+  std::vector<ndk::SpAIBinder> released;  // destroyed without the lock
+  const Lock lock(mutex_);
+  std::erase(waiters_, waiter);
+  WakeNextReader();
+  DropGivenBack(&released);
 }
 
 void Connection::WakeNextReader() {
@@ -67,8 +75,8 @@ void Connection::WakeNextReader() {
   if (asleep != waiters_.end()) (*asleep)->wake.notify_one();
 }
 
-// Returns false when the connection has ended without an answer.
-bool Connection::Await(Waiter* waiter, Incoming* reply) {
+// Returns false when the connection has ended without all answers.
+bool Connection::Await(Waiter* waiter) {
   std::vector<Job> jobs;
   Harvest harvest{&jobs};
   Lock lock(mutex_);
@@ -80,8 +88,7 @@ bool Connection::Await(Waiter* waiter, Incoming* reply) {
       lock.unlock();
       Serve(std::move(call));
       lock.lock();
-    } else if (waiter->reply.has_value()) {
-      *reply = std::move(*waiter->reply);
+    } else if (waiter->missing == 0) {
       return true;
     } else if (ended_) {
       return false;
@@ -109,18 +116,25 @@ void Connection::Serve(Incoming call) {
     if (buried_) return;
   }
   const ParcelPtr answer = NewParcel();
-  ServedByThisThread().push_back({this, call.header.call});
   Header header{};
   header.type = MessageType::kReply;
   header.call = call.header.call;
-  header.code = Execute(call.target.get(), call.header.code, *call.parcel, call.descriptor.get(), answer.get());
-  ServedByThisThread().pop_back();
+  header.code = Run(call, answer.get());
   const bool good = header.code == STATUS_OK;
   const binder_status_t sent = Send(Way::kAnswers, header, good ? answer.get() : nullptr, -1);
   if (sent == STATUS_OK || sent == STATUS_DEAD_OBJECT) return;
   // The answer cannot be sent, but that it cannot can.
   header.code = sent;
   Send(Way::kAnswers, header, nullptr, -1);
+}
+
+// What it calls back is made on this call's behalf.
+binder_status_t Connection::Run(const Incoming& call, AParcel* answer) {
+  ServedByThisThread().push_back({this, call.header.call});
+  const binder_status_t status =
+      Execute(call.target.get(), call.header.code, *call.parcel, call.descriptor.get(), answer);
+  ServedByThisThread().pop_back();
+  return status;
 }
 
 }  // namespace bthal::binder

@@ -1,4 +1,4 @@
-#include "message_reader.h"
+#include "connection/message_reader.h"
 
 #include <errno.h>
 #include <string.h>
@@ -19,7 +19,8 @@ bool IsWellFormed(const Header& header) {
   if (header.size > kMaxBodyBytes || header.objects > kMaxObjects || header.objects * sizeof(uint32_t) > header.size) {
     return false;
   }
-  if ((header.flags & ~kHasDescriptor) != 0) return false;
+  if ((header.flags & ~(kHasDescriptor | kInOrder)) != 0) return false;
+  if ((header.flags & kInOrder) != 0 && (header.type != MessageType::kCall || header.nested != 0)) return false;
   const bool is_dump = header.type == MessageType::kCall && header.code == kDumpCode;
   const bool brings_one = is_dump || header.type == MessageType::kConnect;
   if (((header.flags & kHasDescriptor) != 0) != brings_one) return false;
@@ -29,6 +30,7 @@ bool IsWellFormed(const Header& header) {
       return true;
     case MessageType::kRelease:
     case MessageType::kConnect:
+    case MessageType::kSkip:
       return header.size == 0;
   }
   return false;
