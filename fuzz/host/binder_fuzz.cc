@@ -92,7 +92,7 @@ void ServeAll(const std::shared_ptr<Connection>& connection) {
     std::vector<bthal::binder::Job> jobs;
     connection->OnReadable(&jobs);
     if (jobs.empty()) return;
-    for (auto& job : jobs) job.connection->Serve(std::move(job.call));
+    for (auto& job : jobs) job.Run();
   }
 }
 
@@ -123,6 +123,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ::ndk::SpAIBinder object;
     AParcel_readStrongBinder(answer.get(), object.getR());
   }
+  bthal::binder::CallRun run;
+  for (int i = 0; i < 3; ++i) Connection::Add(1, FIRST_CALL_TRANSACTION, question, &run);
+  connection->Call(&run);
   ServeAll(connection);
   bthal::binder::Process::Get().pool().Unwatch(*connection);
   connection->OnHangUp();

@@ -93,11 +93,7 @@ void ThreadPool::Run() {
     Job job;
     if (!Next(&found, &job)) continue;
     BeginJob();
-    if (job.call.has_value()) {
-      job.connection->Serve(std::move(*job.call));
-    } else {
-      job.connection->ServeInOrder();
-    }
+    job.Run();
     EndJob();
   }
 }

@@ -165,9 +165,10 @@ TEST_F(BinderHostileTest, DescriptorsThatNobodyAskedForAreClosed) {
 TEST(BinderFloodTest, AFloodOfCallsCostsTheConnection) {
   const TempRoot root;
   ASSERT_EQ(Publish(SharedRefBase::make<FakeHci>()), EX_NONE);
-  // More calls than any process has threads, all there before the first is looked at.
+  // More calls than any process has threads, all there before the first is looked at. Half of them are in order.
   const RawPeer peer(root.path());
-  const std::vector<Header> calls(300);
+  std::vector<Header> calls(300);
+  for (size_t i = 0; i < calls.size() / 2; ++i) calls[i].flags = kInOrder;
   peer.Send(calls.data(), calls.size() * sizeof(Header));
   ABinderProcess_startThreadPool();
   EXPECT_TRUE(peer.IsEnded());

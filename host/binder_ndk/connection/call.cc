@@ -30,6 +30,14 @@ uint64_t ServedCallOf(const Connection* connection) {
   return found == served.rend() ? 0 : found->call;
 }
 
+void Job::Run() {
+  if (call.has_value()) {
+    connection->Serve(std::move(*call));
+  } else {
+    connection->ServeInOrder();
+  }
+}
+
 binder_status_t Connection::Call(uint64_t target, int32_t code, AParcel* in, int descriptor, ParcelPtr* out) {
   std::optional<Incoming> reply;
   Waiter waiter({&reply, 1});

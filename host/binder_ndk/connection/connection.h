@@ -40,6 +40,8 @@ struct Incoming {
 struct Job {
   std::shared_ptr<Connection> connection;
   std::optional<Incoming> call;
+
+  void Run();
 };
 
 // Calls in order that are made together.
