@@ -36,6 +36,10 @@ Bytes Answer(uint8_t status, uint8_t form) { return {0x0E, 5, 1, 0x62, 0xFD, sta
 class FinderTest : public TransportTest {
  protected:
   void Send(const Bytes& keys) { EXPECT_TRUE(finder_->sendPrecomputedKeys(keys).isOk()); }
+  void Enter() {
+    finder_->OnBluetoothEnabled(transport_.flow());
+    ASSERT_TRUE(finder_->enterPoweredOffMode());
+  }
 
   std::shared_ptr<BluetoothFinder> finder_ = ndk::SharedRefBase::make<BluetoothFinder>();
 };
@@ -44,8 +48,7 @@ TEST_F(FinderTest, TwentyFiveKeysGoOutInThreeCommandsOneAtATimeThenTheStart) {
   const Bytes keys = Keys(500);
   Send(Bytes(keys.begin(), keys.begin() + 7));  // calls add up
   Send(Bytes(keys.begin() + 7, keys.end()));
-  finder_->OnBluetoothEnabled(transport_.flow());
-  ASSERT_TRUE(finder_->enterPoweredOffMode());
+  ASSERT_NO_FATAL_FAILURE(Enter());
   for (const Bytes& command : {KeysCommand(keys, 0, 12), KeysCommand(keys, 240, 12), KeysCommand(keys, 480, 1)}) {
     EXPECT_EQ(controller_.NextCommand(), command);
     controller_.SendEvent(Answer(0, 1));
@@ -62,8 +65,7 @@ TEST_F(FinderTest, APartKeyStaysBehindAndARefusedKeyDoesNotEndTheMode) {
   const Bytes keys = Keys(30);
   finder_->setPoweredOffMode(true);
   Send(keys);
-  finder_->OnBluetoothEnabled(transport_.flow());
-  ASSERT_TRUE(finder_->enterPoweredOffMode());
+  ASSERT_NO_FATAL_FAILURE(Enter());
   EXPECT_EQ(controller_.NextCommand(), KeysCommand(keys, 0, 1));
   controller_.SendEvent(Answer(0x12, 1));
   EXPECT_EQ(controller_.NextCommand(), kStart);
@@ -86,8 +88,7 @@ TEST_F(FinderTest, AFailedStartIsLoggedAndEndsTheProcessToo) {
   SetProperty("persist.bluetooth.btsnooplogmode", "full");
   VndSnoopLogger::Get().Start();
   Send(Keys(20));
-  finder_->OnBluetoothEnabled(transport_.flow());
-  ASSERT_TRUE(finder_->enterPoweredOffMode());
+  ASSERT_NO_FATAL_FAILURE(Enter());
   controller_.NextCommand();
   controller_.SendEvent(Answer(0, 1));
   controller_.NextCommand();
@@ -112,10 +113,9 @@ TEST_F(FinderTest, AShortRefusalOfTheStartEndsTheProcessToo) {
   const Bytes begun = {0x0F, 4, 0x00, 1, 0x62, 0xFD};
   int deaths = 0;
   for (const Bytes& refusal : {short_answer, refused}) {
-    const auto finder = ndk::SharedRefBase::make<BluetoothFinder>();
-    EXPECT_TRUE(finder->sendPrecomputedKeys(Keys(20)).isOk());
-    finder->OnBluetoothEnabled(transport_.flow());
-    ASSERT_TRUE(finder->enterPoweredOffMode());
+    finder_ = ndk::SharedRefBase::make<BluetoothFinder>();
+    Send(Keys(20));
+    ASSERT_NO_FATAL_FAILURE(Enter());
     EXPECT_EQ(controller_.NextCommand(), KeysCommand(Keys(20), 0, 1));
     controller_.SendEvent(refusal);
     EXPECT_EQ(controller_.NextCommand(), kStart);

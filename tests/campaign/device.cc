@@ -13,7 +13,7 @@
 
 #include "bthal/run/device_names.h"
 #include "bthal/run/device_root.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::campaign {
 namespace {
@@ -27,12 +27,6 @@ constexpr size_t kShownLines = 25;
 
 // Of the same build, wherever that has been put.
 std::string Bthal() { return tool::ProgramBeside("../bthal"); }
-
-size_t Count(const std::string& text, const std::string& what) {
-  size_t count = 0;
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++count;
-  return count;
-}
 
 }  // namespace
 
@@ -73,7 +67,7 @@ std::string Device::Start(tool::Child* child, const std::vector<std::string>& ar
   return error;
 }
 
-size_t Device::BoardsInLog() const { return Count(Log("board"), "playing below"); }
+size_t Device::BoardsInLog() const { return test::CountIn(Log("board"), "playing below"); }
 
 std::string Device::StartBoard() {
   const size_t before = BoardsInLog();
@@ -113,9 +107,7 @@ void Device::Accelerate(bool accelerate) const {
 pid_t Device::service() const {
   if (!supervisor_.running()) return 0;
   const std::string pid = std::to_string(supervisor_.pid());
-  std::string children;
-  android::base::ReadFileToString("/proc/" + pid + "/task/" + pid + "/children", &children);
-  return atoi(children.c_str());
+  return atoi(test::ContentOf("/proc/" + pid + "/task/" + pid + "/children").c_str());
 }
 
 std::optional<int> Device::ServiceEnd(milliseconds patience) {
@@ -129,11 +121,7 @@ void Device::KillService() {
   if (!supervisor_.Wait(milliseconds(5000))) supervisor_.Kill();
 }
 
-std::string Device::Log(const std::string& name) const {
-  std::string text;
-  android::base::ReadFileToString(folder_ + "/" + name + ".log", &text);
-  return text;
-}
+std::string Device::Log(const std::string& name) const { return test::ContentOf(folder_ + "/" + name + ".log"); }
 
 void Device::Forget() const {
   for (const char* name : kLogs) {

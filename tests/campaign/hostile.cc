@@ -21,7 +21,7 @@
 #include "bthal/run/device_names.h"
 #include "campaign/attacks.h"
 #include "support/child_process.h"
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::campaign {
 namespace {
@@ -91,8 +91,7 @@ struct Use {
 Use UseOf(pid_t pid) {
   const std::string process = "/proc/" + std::to_string(pid);
   Use use;
-  std::string status;
-  android::base::ReadFileToString(process + "/status", &status);
+  const std::string status = test::ContentOf(process + "/status");
   if (const size_t at = status.find("VmRSS:"); at != std::string::npos) use.resident_kb = atol(&status[at + 6]);
   std::error_code gone;
   use.descriptors = std::distance(std::filesystem::directory_iterator(process + "/fd", gone), {});

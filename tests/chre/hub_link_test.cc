@@ -1,11 +1,11 @@
 // Both ways to the hub: its socket, and the platform's client library, which is played here by a pair of sockets.
 #include <sys/eventfd.h>
-#include <sys/un.h>
 
 #include "chre/hub_link.h"
 #include "chre/hub_message.h"
 #include "conf/userial_type.h"
 #include "support/test.h"
+#include "support/unix_socket.h"
 
 namespace {
 
@@ -72,11 +72,7 @@ using Event = HubLink::Event;
 
 unique_fd Listen(const TempRoot& root) {
   const std::string path = root.Below(std::string(conf::kSensorHubFolder) + "/" + conf::kSensorHubSocket);
-  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  unique_fd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  EXPECT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-  EXPECT_EQ(listen(listener.get(), 1), 0);
+  unique_fd listener = ListenAt(path, SOCK_SEQPACKET);
   chmod(path.c_str(), 0777);
   return listener;
 }

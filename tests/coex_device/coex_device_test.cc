@@ -32,7 +32,7 @@ const std::regex kDescriptor(":[0-9]+\\)");
 
 std::atomic<int> g_deaths{0};
 
-class CoexDeviceTest : public ::testing::Test {
+class CoexDeviceTest : public LoggedTest {
  protected:
   CoexDeviceTest() { PutDriver(driver_); }
   ~CoexDeviceTest() override {
@@ -51,8 +51,6 @@ class CoexDeviceTest : public ::testing::Test {
   }
   bool IsOpen() { return CoexDevice::BtSend(&device_, kCoexPowerIsOn); }
 
-  TempRoot root_;
-  LogCapture log_;
   Pty driver_;
   CoexDevice& device_ = CoexDevice::Get();
 };

@@ -12,7 +12,7 @@ using namespace ::bthal::test;
 constexpr char kOffloadCap[] = "persist.bluetooth.a2dp_offload.cap";
 constexpr char kEventMask[] = "persist.bluetooth.bqr.event_mask";
 
-class ConfTest : public ::testing::Test {
+class ConfTest : public LoggedTest {
  protected:
   static ConfigSetting Setting(const Config& config, const std::string& key) {
     const auto settings = config.Settings();
@@ -32,9 +32,6 @@ class ConfTest : public ::testing::Test {
     root_.Write(kVendorConfPath, text);
     return Config::Preview();
   }
-
-  TempRoot root_;
-  LogCapture log_;
 };
 
 TEST_F(ConfTest, WithoutFilesEverythingIsDefault) {

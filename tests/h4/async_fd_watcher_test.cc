@@ -31,10 +31,7 @@ class Watcher : public AsyncFdWatcher {
   ~Watcher() { StopWatchingFileDescriptors(); }
 };
 
-class AsyncFdWatcherTest : public ::testing::Test {
- private:
-  LogCapture log_;
-};
+using AsyncFdWatcherTest = LoggedTest;
 
 TEST_F(AsyncFdWatcherTest, CallsTheLowerDescriptorFirst) {
   Pipe gate;

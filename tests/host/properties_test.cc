@@ -10,11 +10,7 @@ using ::android::base::GetBoolProperty;
 using ::android::base::GetIntProperty;
 using ::android::base::GetUintProperty;
 
-class PropertiesTest : public ::testing::Test {
- protected:
-  const TempRoot root_;
-  const LogCapture log_;
-};
+using PropertiesTest = LoggedTest;
 
 TEST_F(PropertiesTest, WhatOneProcessSetsAnotherReads) {
   EXPECT_EQ(GetProperty("bluetooth.uart.fallback", "none"), "none");

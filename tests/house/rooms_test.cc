@@ -2,8 +2,8 @@
 // does not see; this shows the whole, and looks where a build cannot: at relative paths, at the other folders, at their
 // size.
 #include <iostream>
-#include <regex>
 
+#include "house/source_tree.h"
 #include "support/test.h"
 
 namespace {
@@ -17,30 +17,12 @@ using Arrows = std::map<std::string, std::map<std::string, std::string>>;
 
 const fs::path kRepository = SOURCE_TREE;
 
-std::string ReadFile(const fs::path& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-bool IsSource(const fs::path& path) {
-  return path.extension() == ".cc" || path.extension() == ".h" || path.extension() == ".inc";
-}
-
 std::vector<fs::path> SourcesBelow(const fs::path& folder) {
-  std::vector<fs::path> files;
-  for (const auto& entry : fs::recursive_directory_iterator(kRepository / folder)) {
-    if (entry.is_regular_file() && IsSource(entry.path())) files.push_back(entry.path());
-  }
-  std::ranges::sort(files);
-  return files;
+  return FilesBelow(kRepository / folder, {".cc", ".h", ".inc"});
 }
 
 std::vector<std::string> QuotedIncludes(const fs::path& file) {
-  static const std::regex kInclude("\\n#include \"([^\"]+)\"");
-  const std::string text = "\n" + ReadFile(file);
-  std::vector<std::string> includes;
-  for (std::sregex_iterator it(text.begin(), text.end(), kInclude), end; it != end; ++it) includes.push_back((*it)[1]);
-  return includes;
+  return Matches(ContentOf(file), "^#include \"([^\"]+)\"");
 }
 
 // "conf/conf.h" belongs to room conf, "bluetooth_bqr.h" to bluetooth_bqr; h4/hw_control is a room of its own.
@@ -68,10 +50,7 @@ Arrows ArrowsBelow(const fs::path& folder, const std::string& prefix = "") {
 
 // The rooms of src/ in the order in which its build lists them.
 std::vector<std::string> RoomsInOrder() {
-  static const std::regex kRoom("\\nroom\\((\\w+)");
-  const std::string text = ReadFile(kRepository / "src/CMakeLists.txt");
-  std::vector<std::string> rooms;
-  for (std::sregex_iterator it(text.begin(), text.end(), kRoom), end; it != end; ++it) rooms.push_back((*it)[1]);
+  std::vector<std::string> rooms = Matches(ContentOf(kRepository / "src/CMakeLists.txt"), "^room\\((\\w+)");
   rooms.emplace_back("service");
   return rooms;
 }

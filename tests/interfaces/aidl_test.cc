@@ -62,8 +62,7 @@ std::vector<std::string> Parts(const std::string& text, const std::string& delim
 }
 
 Definition Parse(const fs::path& file) {
-  std::string text;
-  if (!::android::base::ReadFileToString(file.string(), &text)) throw std::runtime_error("no " + file.string());
+  std::string text = ContentOf(file);
   text = Join(Parts(std::regex_replace(text, std::regex(R"(/\*[^]*?\*/|//[^\n]*)"), " "), "\n"), " ");
   const std::string annotation = R"_((?:@\w+(?:\([^)]*\))? )*)_";
   const std::smatch all =

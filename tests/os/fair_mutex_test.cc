@@ -7,13 +7,6 @@ namespace {
 
 using android::hardware::bluetooth::os::FairMutex;
 
-// Whether a thread of this process sleeps.
-bool Sleeps(pid_t thread) {
-  std::string stat;
-  android::base::ReadFileToString("/proc/self/task/" + std::to_string(thread) + "/stat", &stat);
-  return stat.find(") S ") != std::string::npos;
-}
-
 TEST(FairMutexTest, WhoWaitsComesBeforeWhoReleasesItAndWantsItAgain) {
   constexpr int kRounds = 100;
   FairMutex mutex;
@@ -26,7 +19,7 @@ TEST(FairMutexTest, WhoWaitsComesBeforeWhoReleasesItAndWantsItAgain) {
       const std::lock_guard lock(mutex);
       order.push_back('w');
     });
-    ASSERT_TRUE(WaitFor([&] { return waiter != 0 && Sleeps(waiter); }));
+    ASSERT_TRUE(WaitFor([&] { return waiter != 0 && StateOf(waiter) == 'S'; }));
     mutex.unlock();
     mutex.lock();
     order.push_back('r');

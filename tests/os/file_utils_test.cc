@@ -14,11 +14,7 @@ using namespace ::bthal::test;
 constexpr char kLog[] = "/data/vendor/bluetooth/activity.log";
 constexpr char kLast[] = "/data/vendor/bluetooth/activity.log.last";
 
-class FileUtilsTest : public ::testing::Test {
- protected:
-  TempRoot root_;
-  LogCapture log_;
-};
+using FileUtilsTest = LoggedTest;
 
 TEST_F(FileUtilsTest, RenamesAndRemovesBelowTheRootAndComplainsWithTheDevicePath) {
   root_.Write(kLog, "one");

@@ -5,6 +5,7 @@
 
 #include <regex>
 
+#include "house/source_tree.h"
 #include "support/run_program.h"
 #include "support/service_harness.h"
 #include "support/test.h"
@@ -21,21 +22,6 @@ constexpr char kLibrary[] = "libbthal_qnlbtlinux";
 
 using Names = std::set<std::string>;
 
-std::string ContentOf(const fs::path& path) {
-  std::string content;
-  EXPECT_TRUE(::android::base::ReadFileToString(path.string(), &content)) << path;
-  return content;
-}
-
-// Every match's first group, in order.
-std::vector<std::string> Matches(const std::string& text, const std::string& pattern) {
-  const std::regex regex(pattern, std::regex::multiline);
-  std::vector<std::string> found;
-  for (std::sregex_iterator match(text.begin(), text.end(), regex), end; match != end; ++match) {
-    found.push_back((*match)[1]);
-  }
-  return found;
-}
 Names NamesIn(const fs::path& path, const std::string& pattern) {
   const std::vector<std::string> found = Matches(ContentOf(path), pattern);
   return {found.begin(), found.end()};
@@ -52,12 +38,10 @@ std::map<std::string, std::vector<std::string>> ListsOfModules(const fs::path& f
   return lists;
 }
 
-Names FilesBelow(const fs::path& folder, const std::string& extension) {
-  Names files;
-  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-    if (entry.path().extension() == extension) files.insert(entry.path().lexically_relative(kTree).string());
-  }
-  return files;
+Names NamesBelow(const fs::path& folder, const std::string& extension) {
+  Names names;
+  for (const fs::path& file : FilesBelow(folder, {extension})) names.insert(file.lexically_relative(kTree).string());
+  return names;
 }
 
 TEST(AndroidPackagingTest, EverySourceIsBuiltOnceAndWhereItBelongs) {
@@ -65,13 +49,13 @@ TEST(AndroidPackagingTest, EverySourceIsBuiltOnceAndWhereItBelongs) {
   for (const auto& [module, sources] : ListsOfModules(kTree / "Android.bp", "srcs")) {
     for (const std::string& source : sources) modules_of[source].push_back(module);
   }
-  for (const std::string& source : FilesBelow(kTree / "src", ".cc")) {
+  for (const std::string& source : NamesBelow(kTree / "src", ".cc")) {
     const std::string module = source == "src/service.cc" ? kService : kLibrary;
     EXPECT_EQ(modules_of[source], std::vector<std::string>{module})
         << "Android.bp must have once, in srcs of " << module << " and nowhere else:\n        \"" << source << "\",";
     modules_of.erase(source);
   }
-  for (const std::string& schema : FilesBelow(kTree / "src", ".fbs")) {
+  for (const std::string& schema : NamesBelow(kTree / "src", ".fbs")) {
     EXPECT_EQ(modules_of[schema], std::vector<std::string>{"bthal_hub_schema"}) << schema;
     modules_of.erase(schema);
   }
@@ -89,7 +73,7 @@ TEST(AndroidPackagingTest, TheVendorsInterfacesAreBuiltAndFrozen) {
   for (const std::string& source : sources.at(package)) {
     listed.insert((fs::path("interfaces") / source).string());
   }
-  EXPECT_EQ(listed, FilesBelow(interfaces / "vendor", ".aidl")) << "srcs in interfaces/Android.bp";
+  EXPECT_EQ(listed, NamesBelow(interfaces / "vendor", ".aidl")) << "srcs in interfaces/Android.bp";
   // As the platform's build computes it.
   const fs::path frozen = interfaces / "aidl_api" / package / "1";
   const ProgramResult hash = RunProgram(
@@ -162,7 +146,7 @@ TEST(AndroidPackagingTest, ThePlacesTheServiceUsesAreThereAndAllowed) {
   const Names folders = NamesIn(script, R"(^    mkdir (\S+) 0\d{3} bluetooth \w+$)");
   Names used;
   for (const char* extension : {".cc", ".h"}) {
-    for (const std::string& source : FilesBelow(kTree / "src", extension)) {
+    for (const std::string& source : NamesBelow(kTree / "src", extension)) {
       for (const std::string& path : Matches(ContentOf(kTree / source), R"_("(/(?:dev|sys|proc|data)/[^"\s]*)")_")) {
         EXPECT_TRUE(HasLabel(WithoutLinks(path)))
             << "no label in packaging/android/sepolicy for " << path << ", named in " << source;

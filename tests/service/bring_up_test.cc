@@ -38,12 +38,8 @@ class BringUpTest : public BoardSessionTest {
     StartBoard(std::move(options));
   }
 
-  // Power-on edges: how often the controller was given power that it did not have.
-  long PowerOns() const {
-    return std::ranges::count_if(board_->Journal(), [](const JournalEntry& entry) {
-      return entry.event == WireEvent::kPowerOn && entry.value == 1;
-    });
-  }
+  // How often the controller was given power that it did not have.
+  size_t PowerOns() const { return Count(*board_, WireEvent::kPowerOn, 1); }
 };
 
 // Which commands a chip gets, and which patch.
@@ -80,7 +76,7 @@ TEST_P(ChipTest, PutsExactlyItsCommandsOnTheWire) {
   EXPECT_THAT(Texts(*board_, WireEvent::kPatchLaunched), ElementsAre(chip.patch));
   EXPECT_EQ(GetProperty("persist.bluetooth.firmware.download", ""), chip.patch);
   EXPECT_EQ(Count(*board_, WireEvent::kProtocolError), 0U);
-  EXPECT_EQ(PowerOns(), 1);
+  EXPECT_EQ(PowerOns(), 1U);
   const bool fast = chip.fast_download && chip.chip_id != 12;
   EXPECT_EQ(service_->CountInLog("firmware_download: Fast download is supported"), fast ? 1U : 0U);
 
@@ -124,7 +120,7 @@ struct Failure {
   uint8_t code;
   const char* function;  // the kind's own, in the trace of the death
   const char* info;
-  long power_ons;
+  size_t power_ons;
   const char* last_command;  // nothing comes after it
 };
 

@@ -36,13 +36,7 @@ TEST_F(SessionRecordTest, EveryStepLeavesItsLine) {
   StartBoard(SmallBoard());
   ASSERT_NO_FATAL_FAILURE(OpenSession());
   ASSERT_TRUE(Exchange({0x03, 0x0C, 0x00}));
-  ASSERT_TRUE(board_->WaitFor(
-      [](const auto& journal) {
-        return std::ranges::any_of(journal, [](const sim::JournalEntry& entry) {
-          return entry.event == sim::WireEvent::kWakeLine && entry.value == 0;
-        });
-      },
-      seconds(60)));
+  ASSERT_TRUE(WaitFor([&] { return Count(*board_, WireEvent::kWakeLine, 0) > 0; }));
   ASSERT_TRUE(Exchange({0x09, 0x10, 0x00}));
   ASSERT_TRUE(hal_->close().isOk());
   const std::string report = ReportOf(*hal_);

@@ -3,6 +3,7 @@
 
 #include "support/board_session.h"
 #include "support/btsnoop_file.h"
+#include "support/run_program.h"
 #include "support/test.h"
 
 namespace bthal::test {
@@ -14,21 +15,8 @@ constexpr char kLog[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
 constexpr uint8_t kCommand = 1;
 constexpr uint8_t kAcl = 2;
 
-struct Output {
-  int status = -1;
-  std::string text;
-};
-
 // Runs a reader; what it complains of shows in its status.
-Output RunReader(const std::string& command) {
-  Output output;
-  FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-  if (pipe == nullptr) return output;
-  std::array<char, 4096> buffer{};
-  while (const size_t count = fread(buffer.data(), 1, buffer.size(), pipe)) output.text.append(buffer.data(), count);
-  output.status = pclose(pipe);
-  return output;
-}
+ProgramResult RunReader(const std::string& command) { return RunProgram({"/bin/sh", "-c", command}); }
 
 std::string Words(uint8_t type, const std::string& packet) {
   std::string words = std::to_string(type) + ":";
@@ -86,19 +74,20 @@ TEST_P(SnoopEndToEndTest, AWholeSessionIsInTheLogAsItWasOnTheWireAndReadersTakeI
   EXPECT_THAT(logged, ElementsAreArray(OnTheWire()));
 
   const std::string path = root_.path() + kLog;
-  const Output capinfos = RunReader("capinfos -c -M '" + path + "'");
-  EXPECT_EQ(capinfos.status, 0) << capinfos.text;
-  EXPECT_THAT(capinfos.text, HasSubstr(std::to_string(logged.size())));
-  const Output malformed = RunReader("tshark -r '" + path + "' -Y '_ws.malformed || _ws.short'");
+  const ProgramResult capinfos = RunReader("capinfos -c -M '" + path + "'");
+  EXPECT_EQ(capinfos.status, 0) << capinfos.out;
+  EXPECT_THAT(capinfos.out, HasSubstr(std::to_string(logged.size())));
+  const ProgramResult malformed = RunReader("tshark -r '" + path + "' -Y '_ws.malformed || _ws.short'");
   EXPECT_EQ(malformed.status, 0);
-  EXPECT_THAT(malformed.text, Not(HasSubstr("HCI")));
+  EXPECT_THAT(malformed.out, Not(HasSubstr("HCI")));
   // Every command but the patch records has the answer that the reader, on its second pass, pairs with it.
-  const Output unanswered = RunReader("tshark -2 -r '" + path +
-                                      "' -Y 'bthci_cmd && !bthci_cmd.response_in_frame && bthci_cmd.opcode != 0xfc4c' "
-                                      "-T fields -e bthci_cmd.opcode");
-  EXPECT_EQ(unanswered.text, "");
-  const Output btmon = RunReader("btmon -r '" + path + "'");
-  EXPECT_THAT(btmon.text, HasSubstr("Read Local Version Information"));
+  const ProgramResult unanswered =
+      RunReader("tshark -2 -r '" + path +
+                "' -Y 'bthci_cmd && !bthci_cmd.response_in_frame && bthci_cmd.opcode != 0xfc4c' "
+                "-T fields -e bthci_cmd.opcode");
+  EXPECT_EQ(unanswered.out, "");
+  const ProgramResult btmon = RunReader("btmon -r '" + path + "'");
+  EXPECT_THAT(btmon.out, HasSubstr("Read Local Version Information"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Hub, SnoopEndToEndTest, ::testing::Bool());

@@ -8,22 +8,14 @@ namespace {
 const Bytes kReadAddress = {0x09, 0x10, 0};
 constexpr size_t kSleeps = 3;
 
-class WakeLineTest : public BoardSessionTest {
- protected:
-  size_t Count(WireEvent event, uint64_t value) const {
-    const auto journal = board_->Journal();
-    return static_cast<size_t>(std::count_if(journal.begin(), journal.end(), [&](const JournalEntry& entry) {
-      return entry.event == event && entry.value == value;
-    }));
-  }
-};
+using WakeLineTest = BoardSessionTest;
 
 TEST_F(WakeLineTest, TheLineIsUpBeforeEveryByteAndTheLockIsHeldExactlyWhileItIs) {
   StartBoard(SmallBoard());
   ASSERT_NO_FATAL_FAILURE(OpenSession());
   for (size_t sleep = 1; sleep <= kSleeps; ++sleep) {
     for (int i = 0; i < 5; ++i) ASSERT_TRUE(Exchange(kReadAddress));
-    ASSERT_TRUE(WaitFor([&] { return Count(WireEvent::kWakeLine, 0) >= sleep; }));
+    ASSERT_TRUE(WaitFor([&] { return Count(*board_, WireEvent::kWakeLine, 0) >= sleep; }));
   }
   EXPECT_THAT(ReportOf(*hal_), ContainsRegex("Transmissions in the link's awake periods: [1-9][0-9]*; the last from "
                                              "[^:]+:.* ms, [1-9][0-9]* transmissions\n"));

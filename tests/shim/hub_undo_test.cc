@@ -26,7 +26,7 @@ struct Case {
 
 void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
 
-class HubUndoTest : public ::testing::TestWithParam<Case> {
+class HubUndoTest : public LoggedTest, public ::testing::WithParamInterface<Case> {
  protected:
   HubUndoTest() {
     signal(SIGPIPE, SIG_IGN);
@@ -70,8 +70,6 @@ class HubUndoTest : public ::testing::TestWithParam<Case> {
     return host;
   }
 
-  TempRoot root_;
-  LogCapture log_;
   std::unique_ptr<Board> board_;
 };
 

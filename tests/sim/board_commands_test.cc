@@ -9,10 +9,7 @@ using BoardCommandsTest = BoardTest;
 
 // LE Create Connection to a peer: its address type and address.
 Packet CreateConnection(const Packet& peer) {
-  Packet parameters{0x60, 0, 0x60, 0, 0};
-  parameters.insert(parameters.end(), peer.begin(), peer.end());
-  for (const uint8_t byte : {0, 0x18, 0, 0x28, 0, 0, 0, 0xF4, 0x01, 0, 0, 0, 0}) parameters.push_back(byte);
-  return parameters;
+  return Joined({{0x60, 0, 0x60, 0, 0}, peer, {0, 0x18, 0, 0x28, 0, 0, 0, 0xF4, 0x01, 0, 0, 0, 0}});
 }
 
 TEST_F(BoardCommandsTest, RefusesWhatItDoesNotKnowOrUnderstand) {
@@ -46,9 +43,8 @@ TEST_F(BoardCommandsTest, RefusesParametersOutOfRange) {
   const Packet connect = CreateConnection({1, 9, 0, 0, 0, 0, 0});
   const Packet advertise{0x20, 0, 0x20, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7, 0};
   const Packet advertising_set{1, 0x13, 0, 0x20, 0, 0, 0x20, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x7F, 1, 0, 1, 0, 0};
-  Packet extended_connect{0, 0, 1, 9, 0, 0, 0, 0, 0, 1};
-  extended_connect.insert(extended_connect.end(), connect.begin(), connect.begin() + 4);
-  extended_connect.insert(extended_connect.end(), connect.begin() + 13, connect.end());
+  const Packet extended_connect = Joined(
+      {{0, 0, 1, 9, 0, 0, 0, 0, 0, 1}, {connect.begin(), connect.begin() + 4}, {connect.begin() + 13, connect.end()}});
   const OutOfRange commands[] = {
       {0x0401, {0x33, 0x8B, 0x9E, 4, 0}, {{0, 0x40}, {2, 0x9F}, {3, 0}, {3, 0x31}}},
       {0x0405, {9, 0, 0, 0, 0, 0, 0x18, 0xCC, 2, 0, 0, 0, 1}, {{8, 3}, {12, 2}}},

@@ -1,9 +1,8 @@
 // The board's control socket: what it answers, and whom it does not wait for.
-#include <sys/un.h>
-
 #include "support/board_host.h"
 #include "support/run_program.h"
 #include "support/test.h"
+#include "support/unix_socket.h"
 
 namespace bthal::sim {
 namespace {
@@ -14,11 +13,7 @@ class BoardControlTest : public BoardTest {
  protected:
   // Who connects, and does with it what no program of ours does.
   unique_fd Connect() const {
-    sockaddr_un address = {AF_UNIX, {}};
-    (root_.path() + "/run/bthal/board-control").copy(address.sun_path, sizeof(address.sun_path) - 1);
-    unique_fd peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    EXPECT_EQ(connect(peer.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0) << strerror(errno);
-    return peer;
+    return ConnectedTo(root_.path() + "/run/bthal/board-control", SOCK_STREAM | SOCK_NONBLOCK);
   }
 
   // What has come when the board has nothing more to say, or has hung up.

@@ -11,12 +11,6 @@ const Packet kHost{3, 2, 1, 0x5A, 0x22, 0x22, 0};         // address and type
 const Packet kThermometer{1, 0, 0, 0x5A, 0x22, 0xC2, 1};  // likewise
 const Packet kHeadset{4, 0, 0, 0x5A, 0x22, 0};
 
-Packet Joined(std::initializer_list<Packet> parts) {
-  Packet joined;
-  for (const Packet& part : parts) joined.insert(joined.end(), part.begin(), part.end());
-  return joined;
-}
-
 // Bytes as people write numbers: most significant first.
 Packet Number(const std::string& hex) {
   Packet bytes;

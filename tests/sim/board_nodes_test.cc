@@ -91,15 +91,6 @@ TEST_F(BoardNodesTest, RefusesToStartWithAReason) {
 constexpr const char* kNodes[] = {"/dev/ttySAC16", "/dev/wbrc", "/sys/class/rfkill/rfkill0/state",
                                   "/sys/power/wake_lock"};
 
-// What the process (or thread) does: R runs, S waits, T is stopped.
-char StateOf(pid_t id) {
-  std::ifstream stat("/proc/" + std::to_string(id) + "/stat");
-  std::string text;
-  std::getline(stat, text);
-  const size_t name_ends = text.rfind(')');
-  return name_ends == std::string::npos ? '?' : text.at(name_ends + 2);
-}
-
 TEST_F(BoardNodesTest, TakesItsNodesAlongAndReplacesWhatAKilledBoardLeft) {
   Start();
   board_->Stop();

@@ -1,8 +1,7 @@
 // The virtual board's traffic: loopback, back-pressure, Thread frames, the air around it, an emulator behind it.
-#include <sys/un.h>
-
 #include "support/board_host.h"
 #include "support/test.h"
+#include "support/unix_socket.h"
 
 namespace bthal::test {
 namespace {
@@ -111,10 +110,7 @@ TEST_F(BoardTrafficTest, DoesNotSleepWhileItSpeaks) {
 
 TEST_F(BoardTrafficTest, NoticesASecondCommandBeforeTheAnswer) {
   Board& board = Play();
-  Packet two = CommandPacket(kReset);
-  const Packet second = CommandPacket(0x1009);
-  two.insert(two.end(), second.begin(), second.end());
-  host_.Write(two);
+  host_.Write(Joined({CommandPacket(kReset), CommandPacket(0x1009)}));
   EXPECT_EQ(Complete(kReset, {0}), host_.Read());
   EXPECT_EQ(0x09, host_.Read().at(4));
   EXPECT_THAT(Texts(board, WireEvent::kProtocolError), ElementsAre("command 0x1009 comes before the answer to 0x0C03"));
@@ -144,31 +140,22 @@ TEST_F(BoardTrafficTest, PacedBytesTakeTheirTimeOnTheWire) {
 // An emulator that answers every command in its own way, and grants more than one credit.
 class Emulator {
  public:
-  explicit Emulator(const std::string& path) : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    if (bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) throw std::runtime_error("bind");
-    listen(listener_, 1);
-  }
-  ~Emulator() {
-    close(peer_);
-    close(listener_);
-  }
-  void Accept() { peer_ = accept(listener_, nullptr, nullptr); }
+  explicit Emulator(const std::string& path) : listener_(ListenAt(path)) {}
+
+  void Accept() { peer_.reset(accept(listener_.get(), nullptr, nullptr)); }
   // One read gives one whole packet.
   Packet Read() const {
     Packet packet(2048);
-    const ssize_t count = recv(peer_, packet.data(), packet.size(), 0);
+    const ssize_t count = recv(peer_.get(), packet.data(), packet.size(), 0);
     packet.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
     return packet;
   }
-  void Write(const Packet& packet) const { (void)!send(peer_, packet.data(), packet.size(), MSG_NOSIGNAL); }
-  void HangUp() { close(std::exchange(peer_, -1)); }
+  void Write(const Packet& packet) const { (void)!send(peer_.get(), packet.data(), packet.size(), MSG_NOSIGNAL); }
+  void HangUp() { peer_.reset(); }
 
  private:
-  int listener_;
-  int peer_ = -1;
+  const unique_fd listener_;
+  unique_fd peer_;
 };
 
 constexpr uint16_t kReadAddress = 0x1009;

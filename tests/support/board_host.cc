@@ -133,10 +133,9 @@ sim::BoardOptions SmallBoard(const TempRoot& root) {
 }
 
 Packet CommandPacket(uint16_t opcode, const Packet& parameters) {
-  Packet packet{0x01, static_cast<uint8_t>(opcode), static_cast<uint8_t>(opcode >> 8),
-                static_cast<uint8_t>(parameters.size())};
-  packet.insert(packet.end(), parameters.begin(), parameters.end());
-  return packet;
+  return Joined(
+      {{0x01, static_cast<uint8_t>(opcode), static_cast<uint8_t>(opcode >> 8), static_cast<uint8_t>(parameters.size())},
+       parameters});
 }
 
 Packet Status(uint16_t opcode, uint8_t status) {

@@ -19,11 +19,26 @@ inline std::vector<std::string> Texts(const Board& board, WireEvent event) {
   return texts;
 }
 inline size_t Count(const Board& board, WireEvent event) { return Texts(board, event).size(); }
+inline size_t Count(const Board& board, WireEvent event, uint64_t value) {
+  return static_cast<size_t>(std::ranges::count_if(
+      board.Journal(), [&](const JournalEntry& entry) { return entry.event == event && entry.value == value; }));
+}
 inline bool Await(const Board& board, WireEvent event, size_t count = 1) {
   const auto enough = [&](const std::vector<JournalEntry>& journal) {
     return std::ranges::count(journal, event, &JournalEntry::event) >= static_cast<ptrdiff_t>(count);
   };
   return board.WaitFor(enough, seconds(20));
+}
+
+// Whether the controller comes to be without power.
+inline bool GoesOff(const Board& board) {
+  const auto is_off = [](const std::vector<JournalEntry>& journal) {
+    const auto last = std::ranges::find_if(journal.rbegin(), journal.rend(), [](const JournalEntry& entry) {
+      return entry.event == WireEvent::kPowerOn || entry.event == WireEvent::kPowerOff;
+    });
+    return last == journal.rend() || last->event == WireEvent::kPowerOff;
+  };
+  return board.WaitFor(is_off, seconds(20));
 }
 
 // Whether the board comes to get this packet.

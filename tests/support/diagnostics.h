@@ -66,15 +66,16 @@ inline std::vector<std::string> NamesIn(const std::string& folder, const std::st
   return names;
 }
 
+inline constexpr char kCoreDumps[] = "/data/vendor/ssrdump/coredump/";
 inline std::vector<std::string> CoreDumps(const TempRoot& root, const std::string& prefix = "") {
-  return NamesIn(root.path() + "/data/vendor/ssrdump/coredump", prefix);
+  return NamesIn(root.path() + kCoreDumps, prefix);
 }
 inline std::vector<std::string> CrashInfos(const TempRoot& root) {
   return NamesIn(root.path() + "/data/vendor/ssrdump", "crashinfo_bt_");
 }
 
 // A flow control that the diagnostics watch, and what they leave of the events that it gets.
-class MonitoredTest : public ::testing::Test {
+class MonitoredTest : public LoggedTest {
  protected:
   using HciPacket = android::hardware::bluetooth::hci::HciPacket;
   using Monitor = android::hardware::bluetooth::V1_1::qnlbtlinux::debug::DebugMonitor;
@@ -101,8 +102,6 @@ class MonitoredTest : public ::testing::Test {
   static constexpr char kCrashInfoDir[] = "/data/vendor/ssrdump/";
   static constexpr char kCoreDumpDir[] = "/data/vendor/ssrdump/coredump/";
 
-  TempRoot root_;
-  LogCapture log_;
   android::hardware::bluetooth::DebugCentral& central_ = android::hardware::bluetooth::DebugCentral::Get();
   std::shared_ptr<android::hardware::bluetooth::hci::HciFlowControl> flow_ = MakeFlow();
 };

@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
-#include <android-base/logging.h>
-
-#include "support/wait_for.h"
+#include "support/test.h"
 
 namespace bthal::test {
 namespace {

@@ -17,11 +17,17 @@ struct ProgramResult {
   std::string error;
 };
 
-// A program that goes on while the test does; what it prints goes to `output`.
-inline tool::Child Spawn(const std::vector<std::string>& arguments, int output) {
+// A program that goes on while the test does; what it prints goes to `output`, and its complaints too unless they have
+// a place of their own. -1: the test's own descriptor.
+inline tool::Child Spawn(const std::vector<std::string>& arguments, int output, std::optional<int> complaints = {},
+                         int input = -1) {
   std::string error;
-  tool::Child child = tool::Child::Spawn(
-      {.arguments = arguments, .environment = {}, .standard_output = output, .standard_error = output}, &error);
+  tool::Child child = tool::Child::Spawn({.arguments = arguments,
+                                          .environment = {},
+                                          .standard_input = input,
+                                          .standard_output = output,
+                                          .standard_error = complaints.value_or(output)},
+                                         &error);
   EXPECT_TRUE(child.running()) << error;
   return child;
 }
@@ -30,34 +36,26 @@ inline tool::Child Spawn(const std::vector<std::string>& arguments, int output) 
 inline ProgramResult RunProgram(const std::vector<std::string>& arguments, const std::string& input = "") {
   const TemporaryFile in, out, error;
   ::android::base::WriteStringToFile(input, in.path);
-  std::string failure;
-  tool::Child child = tool::Child::Spawn({.arguments = arguments,
-                                          .environment = {},
-                                          .standard_input = in.fd,
-                                          .standard_output = out.fd,
-                                          .standard_error = error.fd},
-                                         &failure);
-  if (!child.running()) throw std::runtime_error(failure);
-  const std::optional<int> status = child.Wait(seconds(60));
-  ProgramResult result;
+  const std::optional<int> status = Spawn(arguments, out.fd, error.fd, in.fd).Wait(seconds(60));
+  ProgramResult result = {-1, ContentOf(out.path), ContentOf(error.path)};
   if (status) result.status = WIFSIGNALED(*status) ? 128 + WTERMSIG(*status) : WEXITSTATUS(*status);
-  ::android::base::ReadFileToString(out.path, &result.out);
-  ::android::base::ReadFileToString(error.path, &result.error);
   return result;
 }
 
-// The same of bthal with these arguments.
-inline ProgramResult Bthal(std::vector<std::string> arguments, const std::string& input = "") {
+// bthal with these arguments, and what comes of it.
+inline std::vector<std::string> BthalCommand(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), BTHAL_PROGRAM);
-  return RunProgram(arguments, input);
+  return arguments;
+}
+inline ProgramResult Bthal(const std::vector<std::string>& arguments, const std::string& input = "") {
+  return RunProgram(BthalCommand(arguments), input);
 }
 
 // A bthal that goes on while the test does, and is talked to.
 struct Companion {
-  ::testing::AssertionResult Start(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), BTHAL_PROGRAM);
+  ::testing::AssertionResult Start(const std::vector<std::string>& arguments) {
     std::string error;
-    const bool started = talk.Start({.arguments = std::move(arguments), .environment = {}}, &error);
+    const bool started = talk.Start({.arguments = BthalCommand(arguments), .environment = {}}, &error);
     return started ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << error;
   }
   bool Says(const std::string& text) { return talk.ReadUntil(text, seconds(60)); }

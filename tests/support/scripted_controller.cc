@@ -50,20 +50,15 @@ Bytes ScriptedController::NextCommand(milliseconds patience) {
 }
 
 void ScriptedController::Complete(uint16_t opcode, uint8_t status, const Bytes& parameters) {
-  Bytes event = {0x0E, static_cast<uint8_t>(4 + parameters.size()), 1, Low(opcode), High(opcode), status};
-  event.insert(event.end(), parameters.begin(), parameters.end());
-  SendEvent(event);
+  const auto size = static_cast<uint8_t>(4 + parameters.size());
+  SendEvent(Joined({{0x0E, size, 1, Low(opcode), High(opcode), status}, parameters}));
 }
 
 void ScriptedController::CommandStatus(uint16_t opcode, uint8_t status) {
   SendEvent({0x0F, 4, status, 1, Low(opcode), High(opcode)});
 }
 
-void ScriptedController::SendEvent(const Bytes& event) {
-  Bytes packet = {kEventType};
-  packet.insert(packet.end(), event.begin(), event.end());
-  pty_.Write(packet);
-}
+void ScriptedController::SendEvent(const Bytes& event) { pty_.Write(Joined({{kEventType}, event})); }
 
 std::vector<uint16_t> ScriptedController::CompleteAll(const std::function<bool()>& over,
                                                       const std::function<uint8_t(uint16_t)>& status_of,
@@ -80,9 +75,7 @@ std::vector<uint16_t> ScriptedController::CompleteAll(const std::function<bool()
 }
 
 Bytes Command(uint16_t opcode, const Bytes& parameters) {
-  Bytes command = {Low(opcode), High(opcode), static_cast<uint8_t>(parameters.size())};
-  command.insert(command.end(), parameters.begin(), parameters.end());
-  return command;
+  return Joined({{Low(opcode), High(opcode), static_cast<uint8_t>(parameters.size())}, parameters});
 }
 
 uint16_t OpcodeOf(const Bytes& command) {

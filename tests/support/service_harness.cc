@@ -57,18 +57,9 @@ std::string ServiceProcess::WaitForEndText() {
                               : "exit " + std::to_string(WEXITSTATUS(*status));
 }
 
-std::string ServiceProcess::Log() const {
-  std::string content;
-  ::android::base::ReadFileToString(log_path_, &content);
-  return content;
-}
+std::string ServiceProcess::Log() const { return ContentOf(log_path_); }
 
-size_t ServiceProcess::CountInLog(const std::string& text) const {
-  const std::string log = Log();
-  size_t count = 0;
-  for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + text.size())) ++count;
-  return count;
-}
+size_t ServiceProcess::CountInLog(const std::string& text) const { return CountIn(Log(), text); }
 
 bool ServiceProcess::WaitForLog(const std::string& text, size_t times) const {
   return WaitFor([&] { return CountInLog(text) >= times; });

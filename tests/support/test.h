@@ -37,7 +37,6 @@
 
 #include "support/log_capture.h"
 #include "support/temp_root.h"
-#include "support/wait_for.h"
 
 namespace bthal::test {
 
@@ -63,6 +62,52 @@ using ::testing::SizeIs;
 using ::testing::StartsWith;
 
 using Bytes = std::vector<uint8_t>;
+
+// Returns as soon as `done()` holds; false when it still does not after `limit`, which is only there to end a test that
+// has failed, not to judge speed.
+template <typename Condition>
+bool WaitFor(Condition done, std::chrono::milliseconds limit = std::chrono::seconds(20)) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+// On a device root of its own, with what is logged meanwhile.
+class LoggedTest : public ::testing::Test {
+ protected:
+  TempRoot root_;
+  LogCapture log_;
+};
+
+inline Bytes Joined(std::initializer_list<Bytes> parts) {
+  Bytes joined;
+  for (const Bytes& part : parts) joined.insert(joined.end(), part.begin(), part.end());
+  return joined;
+}
+
+// How often `piece` is in `text`, without overlaps.
+inline size_t CountIn(const std::string& text, const std::string& piece) {
+  size_t count = 0;
+  for (size_t at = text.find(piece); at != text.npos; at = text.find(piece, at + piece.size())) ++count;
+  return count;
+}
+
+// What a file holds; nothing when there is none.
+inline std::string ContentOf(const std::filesystem::path& path) {
+  std::string content;
+  ::android::base::ReadFileToString(path.string(), &content);
+  return content;
+}
+
+// What a process or thread does: R runs, S waits, T is stopped, Z is dead and not reaped, ? is none.
+inline char StateOf(pid_t id) {
+  const std::string stat = ContentOf("/proc/" + std::to_string(id) + "/stat");
+  const size_t name_ends = stat.rfind(')');
+  return name_ends == stat.npos ? '?' : stat.at(name_ends + 2);
+}
 
 inline size_t CountEntries(const std::string& folder) {
   return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));

@@ -1,11 +1,8 @@
 // The Thread service's end of the dispatcher's socket.
 #pragma once
 
-#include <sys/un.h>
-
-#include <cstring>
-
 #include "support/test.h"
+#include "support/unix_socket.h"
 
 namespace bthal::test {
 
@@ -19,11 +16,7 @@ class ThreadClient {
       : is_stream_(type == SOCK_STREAM), fd_(socket(AF_UNIX, type | SOCK_CLOEXEC, 0)) {
     const std::string link = "/tmp/bthal-thread-" + std::to_string(getpid());
     (void)!symlink((root + "/data/vendor/bluetooth/thread_dispatcher_socket").c_str(), link.c_str());
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    link.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    connected_ =
-        WaitFor([&] { return connect(fd_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0; });
+    connected_ = WaitFor([&] { return ConnectAt(fd_, link); });
     unlink(link.c_str());
   }
 
@@ -31,9 +24,8 @@ class ThreadClient {
 
   bool Send(const Bytes& frame) const {
     if (!is_stream_) return SendRaw(frame);
-    Bytes framed = {0x40, static_cast<uint8_t>(frame.size()), static_cast<uint8_t>(frame.size() >> 8)};
-    framed.insert(framed.end(), frame.begin(), frame.end());
-    return SendRaw(framed);
+    return SendRaw(
+        Joined({{0x40, static_cast<uint8_t>(frame.size()), static_cast<uint8_t>(frame.size() >> 8)}, frame}));
   }
   bool SendRaw(const Bytes& bytes) const {
     return send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());

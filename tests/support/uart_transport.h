@@ -32,14 +32,12 @@ class UartTransport {
 };
 
 // The transport, with a scripted controller at its other end.
-class TransportTest : public ::testing::Test {
+class TransportTest : public LoggedTest {
  protected:
   bool EventsReach(size_t count) {
     return WaitFor([&] { return transport_.Events().size() == count; });
   }
 
-  TempRoot root_;
-  LogCapture log_;
   ScriptedController controller_{root_};
   UartTransport transport_;
 };

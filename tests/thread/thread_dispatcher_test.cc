@@ -2,7 +2,6 @@
 
 #include <grp.h>
 #include <sys/resource.h>
-#include <sys/un.h>
 
 #include <regex>
 #include <semaphore>
@@ -15,6 +14,7 @@
 #include "support/pty.h"
 #include "support/test.h"
 #include "support/thread_client.h"
+#include "support/unix_socket.h"
 
 namespace android::hardware::bluetooth::hci {
 namespace {
@@ -22,12 +22,10 @@ namespace {
 using namespace ::bthal::test;
 
 HciPacket FromController(const Bytes& payload) {
-  Bytes frame = {0x00, 0x00, static_cast<uint8_t>(payload.size()), static_cast<uint8_t>(payload.size() >> 8)};
-  frame.insert(frame.end(), payload.begin(), payload.end());
-  return frame;
+  return Joined({{0, 0, static_cast<uint8_t>(payload.size()), static_cast<uint8_t>(payload.size() >> 8)}, payload});
 }
 
-class ThreadDispatcherTest : public ::testing::TestWithParam<SocketMode> {
+class ThreadDispatcherTest : public LoggedTest, public ::testing::WithParamInterface<SocketMode> {
  protected:
   ThreadDispatcherTest() { std::filesystem::create_directories(os::DevicePath("/data/vendor/bluetooth")); }
   ~ThreadDispatcherTest() override { channel::Deinitialize(); }
@@ -45,20 +43,23 @@ class ThreadDispatcherTest : public ::testing::TestWithParam<SocketMode> {
   static ThreadClient Connect(SocketMode mode = SocketMode::kPacket) {
     return ThreadClient(os::DevicePath(""), static_cast<int>(mode));
   }
+  // Enabled, with a client that has been accepted.
+  ThreadClient Serve(HciFlowControl* flow) {
+    EXPECT_TRUE(dispatcher_.OnBluetoothEnabled(flow));
+    ThreadClient client = Connect();
+    EXPECT_TRUE(AcceptedClients(1));
+    return client;
+  }
   bool AcceptedClients(size_t count) {
     return WaitFor([&] { return log_.Count("Accepted new client successfully.") == count; });
   }
 
-  TempRoot root_;
-  LogCapture log_;
   Pty line_;
   ThreadDispatcher dispatcher_;
 };
 
 TEST_F(ThreadDispatcherTest, FramesGoBothWaysOverH4) {
-  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(OpenTransport()));
-  const ThreadClient client = Connect();
-  ASSERT_TRUE(AcceptedClients(1));
+  const ThreadClient client = Serve(OpenTransport());
   EXPECT_TRUE(client.Send({0x80, 0x01, 0x05}));  // nearly the reset request
   EXPECT_THAT(line_.Read(8), ElementsAre(0x70, 0x00, 0x00, 0x03, 0x00, 0x80, 0x01, 0x05));
   line_.Write({0x70, 0x00, 0x00, 0x03, 0x00, 0xAA, 0xBB, 0xCC});
@@ -78,9 +79,7 @@ TEST_F(ThreadDispatcherTest, FramesGoBothWaysOverH4) {
 }
 
 TEST_F(ThreadDispatcherTest, ASessionIsLoggedStepByStep) {
-  EXPECT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
-  const ThreadClient client = Connect();
-  ASSERT_TRUE(AcceptedClients(1));
+  const ThreadClient client = Serve(nullptr);
   EXPECT_TRUE(client.Send({0x01}));
   EXPECT_TRUE(WaitFor([&] { return log_.Count("Server is idle...") == 3; }));
   dispatcher_.SendThreadPacket(FromController({0x02}));
@@ -103,9 +102,7 @@ I ThreadDispatcherRoutine: [bthal.thread_dispatcher] Dispatcher is closed.
 }
 
 TEST_F(ThreadDispatcherTest, FramesThatContradictTheirLengthAreNamed) {
-  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
-  const ThreadClient client = Connect();
-  ASSERT_TRUE(AcceptedClients(1));
+  const ThreadClient client = Serve(nullptr);
   dispatcher_.SendThreadPacket({0x00, 0x00, 0x05, 0x00, 0xAA, 0xBB, 0xCC});
   EXPECT_TRUE(log_.Has("ExtractFromVendorPacket: [bthal.thread_dispatcher] Data size does not match with the actual "));
   EXPECT_TRUE(client.Receive().empty());
@@ -132,9 +129,7 @@ TEST_F(ThreadDispatcherTest, WithoutTransportClientOrStartFramesAreDroppedWithAL
 }
 
 TEST_F(ThreadDispatcherTest, FirstClientKeepsTheLine) {
-  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(OpenTransport()));
-  const ThreadClient first = Connect();
-  ASSERT_TRUE(AcceptedClients(1));
+  const ThreadClient first = Serve(OpenTransport());
   const ThreadClient second = Connect();
   EXPECT_TRUE(second.Receive().empty());  // its end
   EXPECT_TRUE(log_.Has("AcceptClient: [bthal.thread_dispatcher] Already connected with another client."));
@@ -224,18 +219,14 @@ INSTANTIATE_TEST_SUITE_P(Modes, ThreadDispatcherTest, ::testing::Values(SocketMo
 TEST_F(ThreadDispatcherTest, StreamThatLosesItsFramingCostsTheConnection) {
   ThreadDispatcher dispatcher(SocketMode::kStream);
   ASSERT_TRUE(dispatcher.OnBluetoothEnabled(OpenTransport()));
-  {
+  const std::pair<Bytes, const char*> kFaults[] = {{{0x41}, "Invalid header type."},
+                                                   {{0x40, 0x00, 0x00}, "Invalid payload size."}};
+  for (const auto& [bytes, told] : kFaults) {
     const ThreadClient client = Connect(SocketMode::kStream);
-    EXPECT_TRUE(client.SendRaw({0x41}));
+    EXPECT_TRUE(client.SendRaw(bytes));
     EXPECT_TRUE(client.Receive().empty());
-    EXPECT_TRUE(log_.Has("RecvStream: [bthal.socket_processor] Invalid header type."));
+    EXPECT_TRUE(log_.Has(std::string("RecvStream: [bthal.socket_processor] ") + told));
     EXPECT_TRUE(log_.Has("ReceiveFromClients: [bthal.thread_dispatcher] Server receives from client failed..."));
-  }
-  {
-    const ThreadClient client = Connect(SocketMode::kStream);
-    EXPECT_TRUE(client.SendRaw({0x40, 0x00, 0x00}));
-    EXPECT_TRUE(client.Receive().empty());
-    EXPECT_TRUE(log_.Has("RecvStream: [bthal.socket_processor] Invalid payload size."));
   }
   {
     const ThreadClient client = Connect(SocketMode::kStream);
@@ -302,9 +293,7 @@ TEST_F(ThreadDispatcherTest, SocketFileHasItsModeAndGroupAlsoUnderALongRoot) {
   const std::string long_root = root_.path() + "/" + std::string(120, 'r');
   setenv("BTHAL_ROOT", long_root.c_str(), 1);
   std::filesystem::create_directories(long_root + "/data/vendor/bluetooth");
-  ASSERT_TRUE(dispatcher_.OnBluetoothEnabled(nullptr));
-  const ThreadClient client = Connect();
-  ASSERT_TRUE(AcceptedClients(1));
+  const ThreadClient client = Serve(nullptr);
   struct stat status {};
   ASSERT_EQ(stat(SocketPath().c_str(), &status), 0);
   EXPECT_TRUE(S_ISSOCK(status.st_mode));
@@ -333,11 +322,9 @@ TEST_F(ThreadDispatcherTest, WithoutDescriptorsItNeitherStartsNorAccepts) {
 
   // And a client waits until there are descriptors again.
   const unique_fd client(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-  ASSERT_LT(SocketPath().copy(address.sun_path, sizeof(address.sun_path)), sizeof(address.sun_path));
   ASSERT_TRUE(WaitFor([&] { return log_.Has("Server is idle..."); }));
   setrlimit(RLIMIT_NOFILE, &none);
-  EXPECT_EQ(connect(client.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  EXPECT_TRUE(ConnectAt(client, SocketPath()));
   EXPECT_TRUE(log_.WaitFor("AcceptClient: [bthal.thread_dispatcher] Unable to accept for clients."));
   setrlimit(RLIMIT_NOFILE, &before);
   EXPECT_TRUE(AcceptedClients(1));

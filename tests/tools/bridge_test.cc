@@ -1,7 +1,6 @@
 // bthal bridge: host stacks of this machine on top of the real service, on the virtual board.
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <sys/un.h>
 
 #include <random>
 
@@ -13,6 +12,7 @@
 #include "support/h4_stream.h"
 #include "support/run_program.h"
 #include "support/test.h"
+#include "support/unix_socket.h"
 
 namespace bthal {
 namespace {
@@ -28,12 +28,6 @@ const Bytes kResetDone = {0x04, 0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
 const Bytes kReadAddress = {0x01, 0x09, 0x10, 0x00};
 const Bytes kAddressRead = {0x04, 0x0E, 0x0A, 0x01, 0x09, 0x10, 0x00, 0x33, 0x22, 0x11, 0xCC, 0xBB, 0xAA};
 const Bytes kReadCommands = {0x01, 0x02, 0x10, 0x00};
-
-Bytes Together(std::initializer_list<Bytes> all) {
-  Bytes bytes;
-  for (const Bytes& some : all) bytes.insert(bytes.end(), some.begin(), some.end());
-  return bytes;
-}
 
 TEST(HostDecoderTest, AnyChunkingYieldsTheSamePacketsAndStrangersEndTheStream) {
   std::mt19937 random(1);
@@ -57,7 +51,7 @@ TEST(HostDecoderTest, AnyChunkingYieldsTheSamePacketsAndStrangersEndTheStream) {
   for (const uint8_t stranger : {0x00, 0x04, 0x06, 0x70, 0xFF}) {
     size_t packets = 0;
     HostDecoder decoder([&](uint8_t, std::span<const uint8_t>) { ++packets; });
-    EXPECT_FALSE(decoder.Decode(Together({kReset, {stranger}, kReset}))) << int{stranger};
+    EXPECT_FALSE(decoder.Decode(Joined({kReset, {stranger}, kReset}))) << int{stranger};
     EXPECT_EQ(packets, 1u) << "what came before it is whole";
     EXPECT_EQ(decoder.bad_type(), stranger);
   }
@@ -80,7 +74,7 @@ TEST(OutboxTest, ReportsAreDroppedFirstDataNeverAndWhoNeverReadsIsFound) {
   std::deque<Outbox::Packet> packets;
   ASSERT_TRUE(outbox.Take(&packets));
   ASSERT_EQ(packets.size(), kept + 1);
-  EXPECT_EQ(packets.back(), Together({{0x04}, connection}));
+  EXPECT_EQ(packets.back(), Joined({{0x04}, connection}));
   EXPECT_TRUE(outbox.Put(0x04, report)) << "there is room again";
   EXPECT_EQ(outbox.dropped_reports(), 2u);
 
@@ -143,13 +137,7 @@ class Host {
  public:
   explicit Host(int fd) : fd_(fd) {}
 
-  static Host OnSocket(const std::string& path) {
-    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0) << strerror(errno);
-    return Host(fd.release());
-  }
+  static Host OnSocket(const std::string& path) { return Host(ConnectedTo(path).release()); }
   static Host OnPort(int port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -281,13 +269,13 @@ TEST_F(BridgeTest, AnAnswerToAHostThatHasGoneIsNotForItsSuccessor) {
   ASSERT_TRUE(board_->AddFault("late-answer,opcode=0x1002,ms=700,count=1", &error)) << error;
   {
     const Host gone = Host::OnSocket(path_);
-    gone.Say(Together({kReadCommands, kReset}));
+    gone.Say(Joined({kReadCommands, kReset}));
     ASSERT_TRUE(Receives(*board_, kReadCommands[0], {kReadCommands.begin() + 1, kReadCommands.end()}));
   }
   ASSERT_TRUE(bridge_.Says("the host has gone"));
   const Host next = Host::OnSocket(path_);
-  next.Say(Together({kReset, kReadAddress}));
-  EXPECT_EQ(next.Hear(kResetDone.size() + kAddressRead.size()), Together({kResetDone, kAddressRead}));
+  next.Say(Joined({kReset, kReadAddress}));
+  EXPECT_EQ(next.Hear(kResetDone.size() + kAddressRead.size()), Joined({kResetDone, kAddressRead}));
   kill(bridge_.talk.pid(), SIGUSR1);
   EXPECT_TRUE(bridge_.Says("from it while no host was there, 2 times"));
 }

@@ -8,8 +8,6 @@ namespace {
 
 using namespace ::bthal::test;
 
-using Journal = std::vector<sim::JournalEntry>;
-
 class OnBoard : public BoardSessionTest {
  protected:
   // Before the service starts a test may still set properties and write files.
@@ -45,11 +43,7 @@ TEST_F(OnBoard, ARefusedCommandEndsItUnlessThatIsExpected) {
       "disallowed (0x0C)\n";
   const std::string refused = "read_local_version\n\n", expected = refused + "expect disallowed\n",
                     more = "read_bd_addr\n";
-  const auto count = [](const ProgramResult& result) {
-    size_t commands = 0;
-    for (size_t at = 0; (at = result.out.find("< command", at)) != std::string::npos; ++at) ++commands;
-    return commands;
-  };
+  const auto count = [](const ProgramResult& result) { return CountIn(result.out, "< command"); };
   for (const bool from_file : {false, true}) {
     const auto run = [&](const std::string& script, std::vector<std::string> options = {}) {
       root_.Write("/script", script);
@@ -164,9 +158,7 @@ TEST_F(OnBoard, ThePacketLogIsFollowedLive) {
   const ProgramResult decoded = Bthal({"decode", "-v", log});
   EXPECT_EQ(decoded.status, 0) << decoded.error;
   EXPECT_THAT(decoded.out, ContainsRegex("    chip_id +188\n"));
-  std::string bytes;
-  ASSERT_TRUE(::android::base::ReadFileToString(log, &bytes));
-  root_.Write("/cut.log", bytes.substr(0, 50));
+  root_.Write("/cut.log", ContentOf(log).substr(0, 50));
   EXPECT_THAT(Bthal({"decode", root_.path() + "/cut.log"}).error, HasSubstr("cut.log ends within a record"));
 }
 
@@ -214,14 +206,7 @@ TEST_F(OnBoard, TheSupervisorBringsTheServiceBack) {
   kill(supervisor.talk.pid(), SIGTERM);
   EXPECT_EQ(supervisor.End(), 0);
   EXPECT_THAT(supervisor.lines, Contains(HasSubstr("supervise: ending pid ")));
-  EXPECT_TRUE(board_->WaitFor(
-      [](const Journal& journal) {
-        const auto last = std::find_if(journal.rbegin(), journal.rend(), [](const sim::JournalEntry& entry) {
-          return entry.event == sim::WireEvent::kPowerOn || entry.event == sim::WireEvent::kPowerOff;
-        });
-        return last != journal.rend() && last->event == sim::WireEvent::kPowerOff;
-      },
-      seconds(20)));
+  EXPECT_TRUE(GoesOff(*board_));
 }
 
 }  // namespace

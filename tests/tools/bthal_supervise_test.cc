@@ -16,15 +16,14 @@ using ::android::base::Split;
 
 // Dead, if only as the zombie of someone who does not reap.
 bool Dead(pid_t pid) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/stat");
-  const std::string fields((std::istreambuf_iterator<char>(status)), {});
-  return kill(pid, 0) != 0 || fields.find(") Z ") != std::string::npos;
+  const char state = StateOf(pid);
+  return state == '?' || state == 'Z';
 }
 
 class SuperviseTest : public ::testing::Test {
  protected:
   static std::vector<std::string> CommandLine(const std::vector<std::string>& options, const std::string& script) {
-    std::vector<std::string> arguments = {BTHAL_PROGRAM, "supervise"};
+    std::vector<std::string> arguments = BthalCommand({"supervise"});
     arguments.insert(arguments.end(), options.begin(), options.end());
     arguments.insert(arguments.end(), {"--", "/bin/sh", "-c", script});
     return arguments;

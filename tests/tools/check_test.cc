@@ -5,8 +5,6 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/xattr.h>
 #include <termios.h>
 
@@ -14,6 +12,7 @@
 #include "support/child_process.h"
 #include "support/run_program.h"
 #include "support/test.h"
+#include "support/unix_socket.h"
 
 namespace bthal {
 namespace {
@@ -128,10 +127,7 @@ TEST_F(CheckTest, TheSensorHubIsLookedForAndTheTtyOnceItIsGivenUp) {
   root_.Write(kSettings, "UserialType = 2\n");
   EXPECT_THAT(Row("sensor hub"), AllOf(StartsWith("missing nothing plays one at /run/bthal/sensor-hub"),
                                        HasSubstr("needed: let 'bthal board --hub' play it")));
-  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-  root_.Below("/run/bthal/sensor-hub").copy(address.sun_path, sizeof(address.sun_path) - 1);
-  const unique_fd hub(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  ASSERT_EQ(bind(hub.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  const unique_fd hub = ListenAt(root_.Below("/run/bthal/sensor-hub"), SOCK_SEQPACKET);
   EXPECT_EQ(Row("sensor hub"), "ok /run/bthal/sensor-hub");
   EXPECT_EQ(Row("controller's tty"), "");
   SetProperty("bluetooth.usf.dead", "true");
@@ -243,9 +239,7 @@ TEST_F(CheckTest, CapabilitiesAreThoseThatTheServiceWillHave) {
       return 127;
     });
     EXPECT_EQ(child.Wait(), 1);
-    std::string text;
-    ::android::base::ReadFileToString(out.path, &text);
-    return text;
+    return ContentOf(out.path);
   };
   EXPECT_THAT(without(CAP_SYS_NICE), HasSubstr("not permitted  real-time priority  SCHED_FIFO: "));
   EXPECT_THAT(without(CAP_NET_ADMIN), Not(HasSubstr("CAP_NET_ADMIN")));

@@ -18,13 +18,6 @@ using namespace ::bthal::test;
 
 namespace fs = std::filesystem;
 
-std::string Content(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  content << file.rdbuf();
-  return content.str();
-}
-
 // Everything that was started with this runtime folder, be it child or orphan.
 std::vector<std::string> ProcessesWith(const std::string& folder) {
   std::vector<std::string> found;
@@ -32,8 +25,8 @@ std::vector<std::string> ProcessesWith(const std::string& folder) {
   for (const fs::directory_entry& entry : fs::directory_iterator("/proc", ignored)) {
     const std::string name = entry.path().filename();
     if (name.find_first_not_of("0123456789") != std::string::npos || name == std::to_string(getpid())) continue;
-    if (Content(entry.path() / "environ").find("XDG_RUNTIME_DIR=" + folder) == std::string::npos) continue;
-    found.push_back(name + ": " + Content(entry.path() / "comm"));
+    if (ContentOf(entry.path() / "environ").find("XDG_RUNTIME_DIR=" + folder) == std::string::npos) continue;
+    found.push_back(name + ": " + ContentOf(entry.path() / "comm"));
   }
   return found;
 }
@@ -69,9 +62,9 @@ TEST_F(DemoTest, EverythingHappensAndTheLogsStay) {
   // The packet log, and where the logs lie.
   EXPECT_THAT(result.out, ContainsRegex("[0-9]+ commands, [0-9]+ events\n"));
   EXPECT_THAT(result.out, HasSubstr((root() / "data/log/service.log").string()));
-  EXPECT_THAT(Content(root() / "data/log/service.log"), HasSubstr("BTQNL controller is ready"));
-  EXPECT_THAT(Content(root() / "data/log/board.log"), HasSubstr("patch    launched"));
-  EXPECT_TRUE(nlohmann::json::accept(Content(root() / "data/log/bring-up.json")));
+  EXPECT_THAT(ContentOf(root() / "data/log/service.log"), HasSubstr("BTQNL controller is ready"));
+  EXPECT_THAT(ContentOf(root() / "data/log/board.log"), HasSubstr("patch    launched"));
+  EXPECT_TRUE(nlohmann::json::accept(ContentOf(root() / "data/log/bring-up.json")));
   // What was temporary is gone, and so is every process.
   EXPECT_FALSE(fs::exists(root() / "dev"));
   EXPECT_THAT(ProcessesWith(folder_.path), IsEmpty());
@@ -89,7 +82,7 @@ TEST_F(DemoTest, AChosenRootIsNotEmptied) {
   std::ofstream(root() / "kept") << "mine";
   const ProgramResult chosen = Demo({"--root", root().string()});
   EXPECT_EQ(chosen.status, 0) << chosen.error;
-  EXPECT_EQ(Content(root() / "kept"), "mine");
+  EXPECT_EQ(ContentOf(root() / "kept"), "mine");
   EXPECT_TRUE(fs::exists(root() / "vendor"));
 }
 
@@ -112,7 +105,7 @@ class DemoRootTest : public DemoTest {
     fs::create_directories(victim_);
     std::ofstream(victim_ / "kept") << "mine";
   }
-  ~DemoRootTest() override { EXPECT_EQ(Content(victim_ / "kept"), "mine"); }
+  ~DemoRootTest() override { EXPECT_EQ(ContentOf(victim_ / "kept"), "mine"); }
 
   static std::string Refusal(const std::string& chosen = "") {
     std::string error;
@@ -221,7 +214,7 @@ TEST_F(DemoTest, ADemoThatIsKilledTakesItsProcessesAlong) {
   const std::string output = folder_.path + std::string("/output");
   const unique_fd out(open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   tool::Child demo = Spawn({BTHAL_PROGRAM, "demo"}, out.get());
-  ASSERT_TRUE(WaitFor([&] { return Content(output).find("* service") != std::string::npos; })) << Content(output);
+  ASSERT_TRUE(WaitFor([&] { return ContentOf(output).find("* service") != std::string::npos; })) << ContentOf(output);
   kill(demo.pid(), SIGKILL);
   ASSERT_TRUE(demo.Wait(seconds(30)));
   EXPECT_TRUE(WaitFor([&] { return ProcessesWith(folder_.path).empty(); }));

@@ -8,6 +8,7 @@
 #include "bthal/hci/hex.h"
 #include "bthal/hci/values.h"
 #include "bthal/hci/words.h"
+#include "bthal/show/snoop/capture_format.h"
 #include "debug_central/catalogue.h"
 #include "support/run_program.h"
 #include "support/test.h"
@@ -124,9 +125,8 @@ struct Packet {
 };
 
 Bytes Event(Bytes code, const Bytes& parameters) {
-  code.insert(code.end(), parameters.begin(), parameters.end());
-  code.insert(code.begin() + 1, static_cast<uint8_t>(code.size() - 1));
-  return code;
+  code.insert(code.begin() + 1, static_cast<uint8_t>(code.size() - 1 + parameters.size()));
+  return Joined({code, parameters});
 }
 
 // Each command, and what it returns; each event; each status.
@@ -134,15 +134,12 @@ std::vector<Packet> AllPackets() {
   std::vector<Packet> packets;
   for (const Entry& command : CommandEntries()) {
     const Bytes parameters = RoundTrip(command.words, command.parameters);
-    Bytes packet = command.code;
-    packet.push_back(static_cast<uint8_t>(parameters.size()));
-    packet.insert(packet.end(), parameters.begin(), parameters.end());
+    const Bytes packet = Joined({command.code, {static_cast<uint8_t>(parameters.size())}, parameters});
     packets.push_back({kCommand, packet, command.words, "Command Opcode", command.opcode()});
-    Bytes answer = {1, command.code[0], command.code[1]};
     Bytes returns = RoundTrip(command.words, command.returns);
     if (!returns.empty()) returns[0] = 0;
-    answer.insert(answer.end(), returns.begin(), returns.end());
     if (!command.finishing_event.empty()) continue;
+    const Bytes answer = Joined({{1, command.code[0], command.code[1]}, returns});
     packets.push_back({kEvent, Event({kCommandComplete}, answer), command.words, "Command Opcode", command.opcode()});
   }
   for (const Entry& event : EventEntries()) {
@@ -160,19 +157,11 @@ std::vector<Packet> AllPackets() {
   return packets;
 }
 
-void Append32(uint32_t number, std::string* file) {
-  for (int shift = 24; shift >= 0; shift -= 8) *file += static_cast<char>(number >> shift);
-}
-
 std::string Btsnoop(const std::vector<Packet>& packets) {
-  std::string file("btsnoop\0\0\0\0\1\0\0\x03\xEA", 16);
+  std::string file = CaptureHeader(CaptureFormat::kBtsnoop);
   for (const Packet& packet : packets) {
     const auto length = static_cast<uint32_t>(packet.bytes.size() + 1);
-    for (const uint32_t number : {length, length, packet.kind == kCommand ? 2U : 3U, 0U, 0x00E03AB4U, 0U}) {
-      Append32(number, &file);
-    }
-    file += static_cast<char>(packet.kind);
-    file.append(packet.bytes.begin(), packet.bytes.end());
+    file += CaptureRecord(CaptureFormat::kBtsnoop, {0, packet.kind == kEvent, packet.kind, length, packet.bytes});
   }
   return file;
 }

@@ -126,11 +126,7 @@ TEST_P(PageTest, ShowsWhatHappens) {
   StartBoard({});
   StartService("error");
   // The controller is up before the page begins, and no client had to wait for it.
-  ASSERT_TRUE(board_->WaitFor(
-      [](const std::vector<sim::JournalEntry>& journal) {
-        return std::ranges::find(journal, sim::WireEvent::kSleepModeSet, &sim::JournalEntry::event) != journal.end();
-      },
-      std::chrono::seconds(60)));
+  ASSERT_TRUE(Await(*board_, sim::WireEvent::kSleepModeSet));
   ASSERT_EQ(Bthal({"hci", "reset"}).status, 0);
   Follow(GetParam());
 }

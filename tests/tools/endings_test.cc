@@ -1,12 +1,11 @@
 // How bthal ends: its status tells whether everything arrived, a service that hangs holds nobody, a signal is obeyed at
 // once.
-#include <sys/un.h>
-
 #include "bthal/show/printable.h"
 #include "support/board_session.h"
 #include "support/pty.h"
 #include "support/run_program.h"
 #include "support/test.h"
+#include "support/unix_socket.h"
 
 namespace bthal {
 namespace {
@@ -47,6 +46,13 @@ class EndingsTest : public BoardSessionTest {
         std::string("btsnoop\0\0\0\0\1\0\0\3\352\0\0\0\4\0\0\0\4\0\0\0\2\0\0\0\0\0\0\0\0\0\0\0\0\1\3\14\0", 44));
   }
 
+  // Until it is there: waiting for it would be told.
+  void Serve() {
+    StartBoard();
+    StartService("error");
+    ASSERT_TRUE(service_->WaitUntilPublished());
+  }
+
   static constexpr char kReport[] =
       "=============================================\nAnchors' History\n"
       "=============================================\n"
@@ -67,9 +73,7 @@ TEST_F(EndingsTest, WhatCannotBePrintedIsToldAndFails) {
 
 // As `bthal ... | head -1`: no message, and the end that any program would have.
 TEST_F(EndingsTest, AReaderThatHasGoneEndsIt) {
-  StartBoard();
-  StartService("error");
-  ASSERT_TRUE(service_->WaitUntilPublished());  // waiting for it would be told
+  ASSERT_NO_FATAL_FAILURE(Serve());
   std::vector<Arguments> commands = kPrints;
   const TempRoot other;
   for (const Arguments& endless : std::vector<Arguments>{
@@ -84,28 +88,16 @@ TEST_F(EndingsTest, AReaderThatHasGoneEndsIt) {
     reader.reset();
     const TemporaryFile input, error;
     ASSERT_TRUE(::android::base::WriteStringToFile(kReport, input.path));
-    Arguments command = {BTHAL_PROGRAM};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    std::string why;
-    tool::Child child = tool::Child::Spawn({.arguments = command,
-                                            .environment = {},
-                                            .standard_input = input.fd,
-                                            .standard_output = writer.get(),
-                                            .standard_error = error.fd},
-                                           &why);
+    tool::Child child = Spawn(BthalCommand(arguments), writer.get(), error.fd, input.fd);
     const std::optional<int> status = child.Wait(seconds(30));
     ASSERT_TRUE(status) << Quoted(arguments);
     EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGPIPE) << Quoted(arguments) << tool::ExitWords(*status);
-    std::string said;
-    ::android::base::ReadFileToString(error.path, &said);
-    EXPECT_EQ(said, "") << Quoted(arguments);
+    EXPECT_EQ(ContentOf(error.path), "") << Quoted(arguments);
   }
 }
 
 TEST_F(EndingsTest, AServiceThatHangsIsGivenUp) {
-  StartBoard();
-  StartService("error");
-  ASSERT_TRUE(service_->WaitUntilPublished());
+  ASSERT_NO_FATAL_FAILURE(Serve());
   tool::Child holder = Spawn({BTHAL_PROGRAM, "hci", "--call-timeout", "1", "sleep 1000"}, -1);
   ASSERT_TRUE(WaitFor([] { return Bthal({"afh", "--avoid", "3"}).status == 0; }));
   service_->Signal(SIGSTOP);
@@ -128,9 +120,7 @@ TEST_F(EndingsTest, AServiceThatHangsIsGivenUp) {
 
 // Its socket, its names and its files are there still.
 TEST_F(EndingsTest, AServiceThatWasKilledIsNone) {
-  StartBoard();
-  StartService("error");
-  ASSERT_TRUE(service_->WaitUntilPublished());
+  ASSERT_NO_FATAL_FAILURE(Serve());
   const std::string pid = std::to_string(service_->pid());
   const LogCapture log;
   ASSERT_NE(FindService<::aidl::android::hardware::bluetooth::IBluetoothHci>(), nullptr);
@@ -165,14 +155,8 @@ bool Catches(pid_t pid, int signal) {
 }
 
 TEST_F(EndingsTest, ASignalIsObeyedWhateverIsBeingDone) {
-  StartBoard();
-  StartService("error");
-  ASSERT_TRUE(service_->WaitUntilPublished());
-  const unique_fd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  std::filesystem::current_path(root_.path() + "/data/vendor/bluetooth");
-  sockaddr_un address = {AF_UNIX, "thread_dispatcher_socket"};
-  ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  ASSERT_EQ(listen(listener.get(), 8), 0);
+  ASSERT_NO_FATAL_FAILURE(Serve());
+  const unique_fd listener = ListenAt(root_.Below("/data/vendor/bluetooth/thread_dispatcher_socket"), SOCK_SEQPACKET);
   const TempRoot other;
   setenv("BTHAL_ROOT", root_.path().c_str(), 1);
   unique_fd read_end;
@@ -193,19 +177,9 @@ TEST_F(EndingsTest, ASignalIsObeyedWhateverIsBeingDone) {
   for (const auto& [arguments, said] : commands) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
       const TemporaryFile output;
-      Arguments command = {BTHAL_PROGRAM};
-      command.insert(command.end(), arguments.begin(), arguments.end());
-      std::string why;
-      tool::Child child = tool::Child::Spawn({.arguments = command,
-                                              .environment = {},
-                                              .standard_input = read_end.get(),
-                                              .standard_output = output.fd,
-                                              .standard_error = output.fd},
-                                             &why);
+      tool::Child child = Spawn(BthalCommand(arguments), output.fd, output.fd, read_end.get());
       ASSERT_TRUE(WaitFor([&, text = said] {
-        std::string printed;
-        ::android::base::ReadFileToString(output.path, &printed);
-        return Catches(child.pid(), signal) && printed.find(text) != std::string::npos;
+        return Catches(child.pid(), signal) && ContentOf(output.path).find(text) != std::string::npos;
       })) << Quoted(arguments);
       child.Signal(signal);
       ASSERT_TRUE(child.Wait(seconds(20))) << Quoted(arguments) << " and signal " << signal;

@@ -2,9 +2,8 @@
 // file.
 #include "bthal/show/known_names.h"
 
-#include <regex>
-
 #include "conf/conf.h"
+#include "house/source_tree.h"
 #include "support/run_program.h"
 #include "support/test.h"
 
@@ -24,14 +23,12 @@ std::set<std::string> Names(std::span<const tool::KnownName> known) {
 }
 
 TEST(KnownNamesTest, AreAllThatTheServiceLooksAtAndNoOther) {
-  static const std::regex kProperty("\"((?:persist|ro|sys|vendor|bluetooth)\\.[a-z0-9_.]+)\"");
   std::set<std::string> properties;
-  for (const auto& entry : fs::recursive_directory_iterator(fs::path(SOURCE_TREE) / "src")) {
-    if (!entry.is_regular_file()) continue;
-    std::string text;
-    ASSERT_TRUE(::android::base::ReadFileToString(entry.path(), &text));
-    for (std::sregex_iterator it(text.begin(), text.end(), kProperty), end; it != end; ++it)
-      properties.insert((*it)[1]);
+  for (const fs::path& file : FilesBelow(fs::path(SOURCE_TREE) / "src", {".cc", ".h", ".inc", ".fbs"})) {
+    for (const std::string& name :
+         Matches(ContentOf(file), "\"((?:persist|ro|sys|vendor|bluetooth)\\.[a-z0-9_.]+)\"")) {
+      properties.insert(name);
+    }
   }
   EXPECT_EQ(Names(tool::KnownProperties()), properties);
 

@@ -1,11 +1,10 @@
 // What the user's own files go through: what bthal writes is there whole or not at all, and nothing else is touched.
 #include "bthal/show/output_file.h"
 
-#include <sys/un.h>
-
 #include "support/child_process.h"
 #include "support/run_program.h"
 #include "support/test.h"
+#include "support/unix_socket.h"
 
 namespace bthal {
 namespace {
@@ -67,10 +66,7 @@ TEST_F(OutputFileTest, WhatIsNoFileStaysWhatItIs) {
   fs::create_directory(Path("folder"));
   fs::create_symlink("nowhere", Path("dangling"));
   ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
-  const unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address = {AF_UNIX, "socket"};
-  fs::current_path(Path(""));
-  ASSERT_EQ(bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  const unique_fd socket = ListenAt(Path("socket"));
   const size_t entries = CountEntries(Path(""));
   for (const char* name : {"folder", "dangling", "socket", "report/below"}) {
     EXPECT_FALSE(Write(name)) << name;

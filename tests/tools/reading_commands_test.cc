@@ -46,12 +46,6 @@ std::vector<tool::SnoopRecord> LongPackets() {
   return records;
 }
 
-size_t Count(const std::string& text, const std::string& piece) {
-  size_t count = 0;
-  for (size_t at = text.find(piece); at != text.npos; at = text.find(piece, at + piece.size())) ++count;
-  return count;
-}
-
 class ReadingCommandsTest : public BoardSessionTest {
  protected:
   void SetUp() override {
@@ -84,8 +78,8 @@ class ReadingCommandsTest : public BoardSessionTest {
 };
 
 TEST_F(ReadingCommandsTest, FitTheTerminalAndNothingElse) {
-  for (std::vector<std::string> command : Commands()) {
-    command.insert(command.begin(), BTHAL_PROGRAM);
+  for (const std::vector<std::string>& arguments : Commands()) {
+    const std::vector<std::string> command = BthalCommand(arguments);
     const std::string shown = ::testing::PrintToString(command);
     for (const size_t columns : {80, 120}) {
       TerminalProgram program(command, columns);
@@ -119,8 +113,8 @@ TEST_F(ReadingCommandsTest, WhatIsCutIsNeverNameOrStatus) {
   }
   EXPECT_THAT(words, HasSubstr("< acl handle 0x042, 1017 bytes"));
   const ProgramResult piped = Bthal({"decode", root_.path() + "/long.log"});
-  EXPECT_EQ(Count(piped.out, " AB"), 1017);
-  EXPECT_EQ(Count(Bthal({"decode", "--json", root_.path() + "/long.log"}).out, " AB"), 1017);
+  EXPECT_EQ(CountIn(piped.out, " AB"), 1017);
+  EXPECT_EQ(CountIn(Bthal({"decode", "--json", root_.path() + "/long.log"}).out, " AB"), 1017);
 }
 
 TEST_F(ReadingCommandsTest, OnlyWhatIsAskedForIsShown) {

@@ -122,9 +122,8 @@ TEST_F(SoleProcessTest, ARefusedServiceIsNotStartedAgain) {
   EXPECT_EQ(root_.Read("/runs"), "\n");
   EXPECT_THAT(supervisor.lines, Contains("bthal: a service is already running on " + root_.path() + " (pid " +
                                          std::to_string(service_->pid()) + "); end it first"));
-  std::string unit;
-  ASSERT_TRUE(::android::base::ReadFileToString(SOURCE_TREE "/packaging/linux/bthal.service.in", &unit));
-  EXPECT_THAT(unit, HasSubstr("\nRestartPreventExitStatus=" + std::to_string(host::kRoleTakenStatus) + "\n"));
+  EXPECT_THAT(ContentOf(SOURCE_TREE "/packaging/linux/bthal.service.in"),
+              HasSubstr("\nRestartPreventExitStatus=" + std::to_string(host::kRoleTakenStatus) + "\n"));
 }
 
 }  // namespace

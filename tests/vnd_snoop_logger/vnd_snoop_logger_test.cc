@@ -68,7 +68,7 @@ uint64_t WritesSoFar() {
   return 0;
 }
 
-class VndSnoopLoggerTest : public ::testing::Test {
+class VndSnoopLoggerTest : public LoggedTest {
  protected:
   VndSnoopLoggerTest() {
     std::filesystem::create_directories(folder_);
@@ -87,8 +87,6 @@ class VndSnoopLoggerTest : public ::testing::Test {
     return file.value_or(SnoopFile());
   }
 
-  TempRoot root_;
-  LogCapture log_;
   const std::string folder_ = root_.path() + "/data/vendor/bluetooth";
   Logger& logger_ = Logger::Get();
 };

@@ -5,8 +5,6 @@
 #include <sys/wait.h>
 #include <termios.h>
 
-#include "support/wait_for.h"
-
 namespace bthal::test {
 
 void Screen::GoTo(size_t row) {
