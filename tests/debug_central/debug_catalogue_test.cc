@@ -99,90 +99,31 @@ TEST(DebugCatalogueTest, ACodeWithoutAKindDiesAllTheSame) {
   }
 }
 
+// From `number` on, `apart` from one to the next.
+template <typename... Steps>
+void ExpectNumbered(int number, int apart, Steps... steps) {
+  for (const AnchorType step : {steps...}) EXPECT_EQ(static_cast<int>(step), std::exchange(number, number + apart));
+}
+
 // Those who read records know the kinds of steps by number, too.
 TEST(DebugCatalogueTest, StepsKeepTheirNumbers) {
   using enum AnchorType;
-  constexpr AnchorType kSteps[] = {kInitializeImpl,
-                                   kPerformInit,
-                                   kSendHciCommand,
-                                   kSendAclData,
-                                   kSendScoData,
-                                   kSendIsoData,
-                                   kCallbackHciEvent,
-                                   kCallbackAclData,
-                                   kCallbackScoData,
-                                   kCallbackIsoData,
-                                   kCallbackThreadData,
-                                   kUserialOpen,
-                                   kUserialClose,
-                                   kPowerControl,
-                                   kBtqnlReset,
-                                   kBaudrateChange,
-                                   kFirmwareDownload,
-                                   kReadLocalName,
-                                   kUnlinkSkipped,
-                                   kServiceThread,
-                                   kClose,
-                                   kPerformClose,
-                                   kBigHammer,
-                                   kExtensionStart,
-                                   kControllerReady,
-                                   kCallbackFailed,
-                                   kProtocolInitialize,
-                                   kUserialReady,
-                                   kUserialTtyOpen,
-                                   kUserialAutoInit,
-                                   kRfkillState,
-                                   kBaudrateChangeFailed,
-                                   kLocalNameMissing,
-                                   kFastDownload,
-                                   kFirmwareDownloadFailed,
-                                   kFirmwareFile,
-                                   kFirmwareDownloadDone,
-                                   kChipId,
-                                   kCommandFailed,
-                                   kLpmTimerFailed,
-                                   kWakelockSkipped,
-                                   kWakelockAcquire,
-                                   kWakelockRelease,
-                                   kWakeLineFailed,
-                                   kWakeLineAssert,
-                                   kWakeLineDeassert,
-                                   kLpmWakeTimeout,
-                                   kLpmSetupFailed,
-                                   kLpmEnabling,
-                                   kLpmDisabling,
-                                   kLpmDisableFailed,
-                                   kProtocolShutdown,
-                                   kUartTransmit,
-                                   kUartReceive,
-                                   kErrorReport,
-                                   kHardwareErrorEvent,
-                                   kDebugInfoCommand,
-                                   kCoexDeviceOpen,
-                                   kCoexSocketPairFailed,
-                                   kCoexCloseFirstSocket,
-                                   kCoexCloseSecondSocket,
-                                   kCoexSocketEvent,
-                                   kCoexThreadDone,
-                                   kCoexThreadStuck,
-                                   kUsfTransportDead};
-  constexpr int kNumbers[] = {0,  2,  4,  6,  8,  10, 14, 16, 18, 20, 22, 24, 26, 28, 30, 32, 34, 36, 40, 41, 43, 44,
-                              45, 46, 47, 48, 50, 51, 53, 55, 56, 57, 58, 59, 60, 61, 62, 63, 64, 65, 66, 67, 68, 69,
-                              70, 71, 72, 73, 74, 75, 76, 77, 78, 79, 82, 83, 84, 85, 86, 87, 88, 89, 90, 91, 96};
-  static_assert(std::size(kSteps) == std::size(kNumbers));
-  for (size_t i = 0; i < std::size(kSteps); ++i) EXPECT_EQ(static_cast<int>(kSteps[i]), kNumbers[i]) << i;
-}
-
-TEST(DebugCatalogueTest, ReasonsKeepTheirSpelling) {
-  EXPECT_EQ(ReasonText(BqrErrorCode::kFirmwareMiscellaneous), "Firmware Crash Miscallaneuous");
-  EXPECT_EQ(ReasonText(BqrErrorCode::kChreUsfMemoryAllocationError), "Usf Memoy Allocation Error");
-  EXPECT_EQ(ReasonText(BqrErrorCode::kChreArbitratorUnimplementedPacket),
-            "Arbitrator Detected Unimaplemented Packet Type Error");
-  EXPECT_EQ(ReasonText(BqrErrorCode::kHostInvalidHciEvent), "Invalid / un-reassembled HCI event");
-  EXPECT_EQ(ReasonText(BqrErrorCode::kUartParsing), "UART Parsing error");
-  EXPECT_EQ(ReasonText(BqrErrorCode::kHostCoexDeviceOpenError), "");
-  EXPECT_EQ(ReasonText(static_cast<BqrErrorCode>(0x30)), "");
+  ExpectNumbered(0, 2, kInitializeImpl, kPerformInit, kSendHciCommand, kSendAclData, kSendScoData, kSendIsoData);
+  ExpectNumbered(14, 2, kCallbackHciEvent, kCallbackAclData, kCallbackScoData, kCallbackIsoData, kCallbackThreadData,
+                 kUserialOpen, kUserialClose, kPowerControl, kBtqnlReset, kBaudrateChange, kFirmwareDownload,
+                 kReadLocalName);
+  ExpectNumbered(40, 1, kUnlinkSkipped, kServiceThread);
+  ExpectNumbered(43, 1, kClose, kPerformClose, kBigHammer, kExtensionStart, kControllerReady, kCallbackFailed);
+  ExpectNumbered(50, 1, kProtocolInitialize, kUserialReady);
+  ExpectNumbered(53, 1, kUserialTtyOpen);
+  ExpectNumbered(55, 1, kUserialAutoInit, kRfkillState, kBaudrateChangeFailed, kLocalNameMissing, kFastDownload,
+                 kFirmwareDownloadFailed, kFirmwareFile, kFirmwareDownloadDone, kChipId, kCommandFailed,
+                 kLpmTimerFailed, kWakelockSkipped, kWakelockAcquire, kWakelockRelease, kWakeLineFailed,
+                 kWakeLineAssert, kWakeLineDeassert, kLpmWakeTimeout, kLpmSetupFailed, kLpmEnabling, kLpmDisabling,
+                 kLpmDisableFailed, kProtocolShutdown, kUartTransmit, kUartReceive);
+  ExpectNumbered(82, 1, kErrorReport, kHardwareErrorEvent, kDebugInfoCommand, kCoexDeviceOpen, kCoexSocketPairFailed,
+                 kCoexCloseFirstSocket, kCoexCloseSecondSocket, kCoexSocketEvent, kCoexThreadDone, kCoexThreadStuck);
+  ExpectNumbered(96, 1, kUsfTransportDead);
 }
 
 }  // namespace

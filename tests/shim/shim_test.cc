@@ -26,7 +26,7 @@ const Bytes kResetOnWire = {0x01, 0x03, 0x0C, 0x00};
 const Bytes kResetDone = {0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};  // Command Complete: one credit, success
 const Bytes kResetDoneOnWire = {0x04, 0x0E, 0x04, 0x01, 0x03, 0x0C, 0x00};
 
-class ShimTest : public ::testing::Test {
+class ShimTest : public LoggedTest {
  protected:
   ShimTest() {
     signal(SIGPIPE, SIG_IGN);
@@ -66,49 +66,45 @@ class ShimTest : public ::testing::Test {
     return events_;
   }
 
-  TempRoot root_;
-  LogCapture log_;
   Pty line_;
   std::mutex mutex_;
   std::vector<Bytes> events_;
 };
 
+// The sensor hub's path cannot be prepared here.
 TEST_F(ShimTest, PathIsChosenByOverrideThenRevisionThenConfiguration) {
+  const struct {
+    const char* path_override;  // null: none
+    bool revision_counts;
+    bool is_hub;
+    const char* log;
+  } kSteps[] = {
+      {nullptr, false, true, "InitializeController: PrepareUsfTransport failed"},
+      {nullptr, true, false, "Use APM path due to HW rev"},
+      {"aoc", true, true, "WARNING: AOC UART is unstable on this SoC revision"},
+      {"aoc", true, true, "Override to use AOC path"},
+      {"apm", true, false, "Override to use APM path"},
+      {"AOC", false, true, "Unexpected setting 'AOC' for persist.vendor.bluetooth.uart_path_override - using default"},
+  };
   Config& config = Config::GetInstance();
   config.userial_type = conf::kUserialAoc;
-  EXPECT_FALSE(InitializeController());
-  EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
-  EXPECT_TRUE(log_.Has("InitializeController: PrepareUsfTransport failed"));
-
-  config.aoc_power_pin_ctrl_check_enabled = true;
-  EXPECT_TRUE(InitializeController());
-  EXPECT_EQ(GetUserialType(), conf::kUserialApm);
-  EXPECT_TRUE(log_.Has("Use APM path due to HW rev"));
-
-  SetProperty(kOverride, "aoc");
-  EXPECT_FALSE(InitializeController());
-  EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
-  EXPECT_TRUE(log_.Has("WARNING: AOC UART is unstable on this SoC revision"));
-
-  EXPECT_TRUE(log_.Has("Override to use AOC path"));
-
-  SetProperty(kOverride, "apm");
-  EXPECT_TRUE(InitializeController());
-  EXPECT_TRUE(log_.Has("Override to use APM path"));
-  EXPECT_EQ(GetUserialType(), conf::kUserialApm);
-
-  config.aoc_power_pin_ctrl_check_enabled = false;
-  SetProperty(kOverride, "AOC");
-  EXPECT_FALSE(InitializeController());
-  EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
-  EXPECT_TRUE(log_.Has("Unexpected setting 'AOC' for persist.vendor.bluetooth.uart_path_override - using default"));
-
+  const auto expect_path = [](bool is_hub) {
+    EXPECT_EQ(InitializeController(), !is_hub);
+    EXPECT_EQ(GetUserialType(), is_hub ? conf::kUserialAoc : conf::kUserialApm);
+  };
+  for (const auto& step : kSteps) {
+    SCOPED_TRACE(step.log);
+    log_.Clear();
+    if (step.path_override != nullptr) SetProperty(kOverride, step.path_override);
+    config.aoc_power_pin_ctrl_check_enabled = step.revision_counts;
+    expect_path(step.is_hub);
+    EXPECT_TRUE(log_.Has(step.log));
+  }
   // Only the first revision is an early one.
   SetProperty(kOverride, "default");
   SetProperty(kSocRevision, "1");
   config.aoc_power_pin_ctrl_check_enabled = true;
-  EXPECT_FALSE(InitializeController());
-  EXPECT_EQ(GetUserialType(), conf::kUserialAoc);
+  expect_path(true);
   // A transport that this build does not have is not a dead one: no lasting fallback.
   EXPECT_FALSE(IsBtUartFallback());
 }
@@ -225,9 +221,8 @@ TEST_F(ShimTest, TeardownOnTheReceiveThreadLetsItsWalkEnd) {
   const HciHandle handle = MakeHandle(Initialize([&](const HciPacket&) {
     if (Events().size() == 1) channel::Deinitialize();
   }));
-  Bytes two = kResetDoneOnWire;
-  two.insert(two.end(), kResetDoneOnWire.begin(), kResetDoneOnWire.end());
-  line_.Write(two);  // one read brings both: the second is delivered after the teardown
+  line_.Write(Joined(
+      {kResetDoneOnWire, kResetDoneOnWire}));  // one read brings both: the second is delivered after the teardown
   EXPECT_TRUE(WaitFor([&] { return Events().size() == 2; }));
   EXPECT_TRUE(WaitFor([&] { return handle.expired(); }));
   EXPECT_FALSE(IsUserialReady());
