@@ -42,18 +42,6 @@ class BringUpFailureTest : public BoardSessionTest {
     hci_ = ndk::SharedRefBase::make<BluetoothHci>();
   }
 
-  bool IsOff() const {
-    return WaitFor([&] {
-      bool off = true;
-      for (const auto& entry : board_->Journal()) {
-        if (entry.event == WireEvent::kPowerOff || entry.event == WireEvent::kPowerOn) {
-          off = entry.event == WireEvent::kPowerOff;
-        }
-      }
-      return off;
-    });
-  }
-
   static inline const std::set<std::string> kTags = {"bthal.aidl.qnlbtlinux", "bthal.activity_watcher"};
 
   LogCapture log_;
@@ -61,11 +49,8 @@ class BringUpFailureTest : public BoardSessionTest {
 };
 
 bool HasThread(const std::string& name) {
-  return std::ranges::any_of(std::filesystem::directory_iterator("/proc/self/task"), [&](const auto& task) {
-    std::string of;
-    ::android::base::ReadFileToString(task.path() / "comm", &of);
-    return of == name + "\n";
-  });
+  return std::ranges::any_of(std::filesystem::directory_iterator("/proc/self/task"),
+                             [&](const auto& task) { return ContentOf(task.path() / "comm") == name + "\n"; });
 }
 
 Bytes ErrorEvent(uint8_t kind) { return {0xFF, 4, 0x58, 5, 0, kind}; }
@@ -84,7 +69,7 @@ E Initialize() failed
   EXPECT_THAT(client_->Statuses(), ElementsAre(HalStatus::HARDWARE_INITIALIZATION_ERROR));
   EXPECT_EQ(g_aborts, 1);
   EXPECT_EQ(g_kills, 0);
-  EXPECT_TRUE(IsOff());
+  EXPECT_TRUE(GoesOff(*board_));
   EXPECT_TRUE(hci_->sendHciCommand({3, 12, 0}).isOk()) << "dropped";
   // Whoever comes next is the first client again.
   log_.Clear();
@@ -118,7 +103,7 @@ E VendorInterface -> Unable to call initializationComplete(ERR)
 )");
   EXPECT_THAT(client_->Statuses(), ElementsAre(HalStatus::HARDWARE_INITIALIZATION_ERROR));
   EXPECT_FALSE(log_.Has("DeviceClose")) << "the coexistence device stays open for the next attempt";
-  EXPECT_TRUE(IsOff());
+  EXPECT_TRUE(GoesOff(*board_));
 }
 
 TEST_F(BringUpFailureTest, WithoutAClientTheProcessIsEnded) {
@@ -181,7 +166,7 @@ I closeHci: hci_handle_ = nullptr
 W notify_cb: g_cb == nullptr
 )");
   EXPECT_THAT(recorded.Text(), StartsWith("\nresetBtCallback Big Hammer Occurred\n"));
-  EXPECT_TRUE(IsOff());
+  EXPECT_TRUE(GoesOff(*board_));
   const std::string energy_log = root_.Read(kBqrEnergyLogPath);
   EXPECT_THAT(energy_log, StartsWith("20"));
   BtBqrEnergyRecoder::Get().OnEnergyReport({0xFF, 4, 0x58, 6, 1, 2});
@@ -276,9 +261,11 @@ I BluetoothHci::close() Done
   log_.Clear();
   EXPECT_EQ(hci_->initialize(nullptr).getServiceSpecificError(), -22);
   EXPECT_TRUE(hci_->sendHciCommand({3, 12}).isOk()) << "nothing but an opcode";
-  const auto status = hci_->sendHciCommand({3});
-  EXPECT_EQ(status.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
-  EXPECT_STREQ(status.getMessage(), "Wrong Command Size!");
+  for (const Bytes& command : {Bytes{}, Bytes{3}}) {
+    const auto status = hci_->sendHciCommand(command);
+    EXPECT_EQ(status.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
+    EXPECT_STREQ(status.getMessage(), "Wrong Command Size!");
+  }
   EXPECT_EQ(log_.Text(kTags), R"(
 I initialize_impl
 E cb == nullptr! -> Unable to call initializationComplete(ERR)
@@ -342,35 +329,36 @@ class LateDeath {
       AIBinder_DeathRecipient_new([](void* cookie) { (*static_cast<std::function<void()>*>(cookie))(); })};
 };
 
-TEST_F(HostedServiceTest, ALateNoticeOfADeathFindsItsSessionClosed) {
-  LateDeath death;
-  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
-  door_->on_initialize = [&](const auto& client) { return death.Initialize(*hci_, client); };
-  ASSERT_EQ(Initialize(clients_[0]), HalStatus::SUCCESS);
-  clients_[0].Kill();
-  death.Wait();
+class LateDeathTest : public HostedServiceTest {
+ protected:
+  // A session whose client has died, of which the service has not heard.
+  void SetUp() override {
+    ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
+    door_->on_initialize = [&](const auto& client) { return death_.Initialize(*hci_, client); };
+    ASSERT_EQ(Initialize(clients_[0]), HalStatus::SUCCESS);
+    clients_[0].Kill();
+    death_.Wait();
+  }
+
+  LateDeath death_;
+};
+
+TEST_F(LateDeathTest, FindsItsSessionClosed) {
   EXPECT_TRUE(hci_->close().isOk());  // the last thing that the client had asked for
-  death.Announce();
-  death.WaitUntilTold();
+  death_.Announce();
+  death_.WaitUntilTold();
   EXPECT_EQ(log_.Count("BluetoothHci::close() Done"), 1u);
   EXPECT_EQ(g_aborts, 0);
 }
 
-TEST_F(HostedServiceTest, ALateNoticeOfADeathLeavesTheSuccessorAlone) {
-  LateDeath death;
-  ASSERT_NO_FATAL_FAILURE(Serve(/*accelerated=*/false));
-  door_->on_initialize = [&](const auto& client) { return death.Initialize(*hci_, client); };
-  ASSERT_EQ(Initialize(clients_[0]), HalStatus::SUCCESS);
-  clients_[0].Kill();
-  death.Wait();
-
+TEST_F(LateDeathTest, LeavesTheSuccessorAlone) {
   ASSERT_NO_FATAL_FAILURE(AddFault("no-answer,opcode=reset"));  // a bring-up of two seconds
   door_->on_initialize = [this](const auto& client) { return hci_->initialize(client); };
   auto successor = std::async(std::launch::async, [this] { return Initialize(clients_[1]); });
   EXPECT_TRUE(WaitFor([this] { return log_.Count("HasClientConnectWith: has_client: 1") == 2; }));
-  death.Announce();
+  death_.Announce();
   EXPECT_EQ(successor.get(), HalStatus::SUCCESS);
-  death.WaitUntilTold();
+  death_.WaitUntilTold();
   EXPECT_FALSE(log_.Has("BluetoothHci::close()"));
 }
 

@@ -78,18 +78,6 @@ TEST_F(BluetoothHciTest, WithoutItsOwnNameTheServiceLeaves) {
   EXPECT_TRUE(Await(*board_, WireEvent::kPowerOff, 1)) << "what had been brought up was left on";
 }
 
-TEST_F(BluetoothHciTest, RefusesNullCallbacksAndTooShortCommandsAndGoesOn) {
-  Start();
-  EXPECT_EQ(hal_->initialize(nullptr).getServiceSpecificError(), -22);
-  ASSERT_EQ(Initialize(), kSuccess);
-  for (const Bytes& command : {Bytes{}, Bytes{0x03}}) {
-    const auto status = hal_->sendHciCommand(command);
-    EXPECT_EQ(status.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
-    EXPECT_STREQ(status.getMessage(), "Wrong Command Size!");
-  }
-  EXPECT_TRUE(Answers(kReadAddress));
-}
-
 // The request for the controller's debug information passes a command that the controller does not answer; others wait.
 TEST_F(BluetoothHciTest, TheDebugInformationRequestDoesNotWait) {
   Start({"no-answer,opcode=0x1001"});
@@ -223,17 +211,6 @@ class TwoClientsTest : public BluetoothHciTest {
  protected:
   ClientProcess other_;
 };
-
-TEST_F(TwoClientsTest, ASecondClientIsToldAndEndsTheService) {
-  Start();
-  ASSERT_EQ(other_.Initialize(), kSuccess);
-  EXPECT_EQ(Initialize(), static_cast<int>(HalStatus::ALREADY_INITIALIZED));
-  EXPECT_TRUE(service_->IsAlive()) << "dies a second later";
-  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
-  EXPECT_EQ(service_->CountInLog("initialize_impl: already initialized, don't allow multiple clients"), 1U);
-  EXPECT_EQ(service_->CountInLog("initialize_impl: make hal crash for recovering caller's abnormal behavior!"), 1U);
-  EXPECT_EQ(service_->CountInLog("thread_perform_self_kill self kill"), 1U);
-}
 
 // As a fallback to the direct UART does, which switches acceleration off under a client.
 TEST_F(TwoClientsTest, ADeathAfterTheEndOfAccelerationBringsNothingUp) {

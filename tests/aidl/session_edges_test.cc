@@ -51,13 +51,17 @@ TEST_F(SessionEdgesTest, ACallerThatDiesWhileItWaitsIsNobody) {
   doomed.wait();
 }
 
-TEST_F(SessionEdgesTest, ASecondClientThatDoesNotReturnDelaysNothing) {
+TEST_F(SessionEdgesTest, ASecondClientIsToldAndEndsTheServiceReturnOrNot) {
   ASSERT_NO_FATAL_FAILURE(Start(true));
   ASSERT_EQ(other_.Initialize(), static_cast<int>(HalStatus::SUCCESS));
   std::promise<void> leave;
   client_->OnStatus([left = leave.get_future().share()](HalStatus) { left.wait(); });
   EXPECT_TRUE(hal_->initialize(client_).isOk());
+  EXPECT_TRUE(service_->IsAlive()) << "dies a second later";
   EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_THAT(client_->Statuses(), ElementsAre(HalStatus::ALREADY_INITIALIZED));
+  EXPECT_EQ(service_->CountInLog("initialize_impl: already initialized, don't allow multiple clients"), 1u);
+  EXPECT_EQ(service_->CountInLog("initialize_impl: make hal crash for recovering caller's abnormal behavior!"), 1u);
   EXPECT_EQ(service_->CountInLog("thread_perform_self_kill self kill"), 1u);
   leave.set_value();
 }

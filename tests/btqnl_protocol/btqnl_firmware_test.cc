@@ -3,7 +3,6 @@
 #include <regex>
 
 #include "btqnl_protocol/btqnl_protocol.h"
-#include "btqnl_protocol/patch_reader.h"
 #include "support/diagnostics.h"
 #include "support/scripted_bring_up.h"
 #include "support/test.h"
@@ -269,20 +268,6 @@ TEST_F(BtqnlFirmwareTest, HandsOverALaunchOfItsOwnWhereThePatchHasNone) {
   ASSERT_EQ(controller_.NextCommand(), kWrite);
   ASSERT_TRUE(controller_.Refuses(kOwnLaunch, 0x12));
   EXPECT_FALSE(done.get());
-}
-
-TEST(PatchReaderTest, CutsRecordsAndSaysWhereAPatchEndsInside) {
-  const Bytes patch = {0x4C, 0xFC, 2, 0xAA, 0xBB, 0x90, 0xFC, 0, 0x4E, 0xFC, 4, 1, 2};
-  PatchReader reader(patch);
-  PatchRecord record;
-  ASSERT_EQ(reader.Next(&record), PatchReader::Result::kRecord);
-  EXPECT_EQ(record.opcode, kWriteRam);
-  EXPECT_THAT(record.parameters, ElementsAre(0xAA, 0xBB));
-  ASSERT_EQ(reader.Next(&record), PatchReader::Result::kRecord);
-  EXPECT_THAT(record.parameters, IsEmpty());
-  ASSERT_EQ(reader.Next(&record), PatchReader::Result::kShortParameters);
-  EXPECT_EQ(reader.available(), 2u);
-  EXPECT_EQ(reader.Next(&record), PatchReader::Result::kShortParameters) << "goes no further";
 }
 
 }  // namespace

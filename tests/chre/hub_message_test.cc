@@ -57,13 +57,5 @@ TEST(HubMessageTest, WhatIsUnknownIsToldFromWhatIsBroken) {
   EXPECT_TRUE(event && std::holds_alternative<BrokenConnectionEvent>(*event));
 }
 
-TEST(HubMessageTest, EachStatusHasItsErrorKind) {
-  EXPECT_EQ(static_cast<int>(ErrorKind(bt_hub::Status_UnknownError)), 0xC1);
-  EXPECT_EQ(static_cast<int>(ErrorKind(bt_hub::Status_OperationCanceled)), 0xCA);
-  EXPECT_EQ(static_cast<int>(ErrorKind(bt_hub::Status_TimedOut)), 0xD0);
-  EXPECT_EQ(static_cast<int>(ErrorKind(bt_hub::Status_OutOfRange)), 0xD4);
-  EXPECT_EQ(static_cast<int>(ErrorKind(21)), 0xC1);
-}
-
 }  // namespace
 }  // namespace android::hardware::bluetooth::hci::hub

@@ -25,12 +25,10 @@ std::string TextOf(const std::string& line) {
   return line.substr(kTimeSize + 2);
 }
 
-class DebugCentralTest : public ::testing::Test {
+class DebugCentralTest : public LoggedTest {
  protected:
   DebugCentralTest() { aidl::qnlbtlinux::RegisterDiagnostics(); }
 
-  TempRoot root_;
-  LogCapture log_;
   DebugCentral& central_ = DebugCentral::Get();
 };
 
@@ -177,7 +175,6 @@ class ReportTest : public DebugCentralTest {
 
 TEST_F(ReportTest, WithAClientItDumpsAndAbortsInTheKindsName) {
   root_.Write("/data/vendor/bluetooth/btsnoop_hci_vnd.log", "packets");
-  root_.Write("/data/vendor/bluetooth/btsnoop_hci_vnd.log.last", "older packets");
   EXPECT_EXIT(Report(0x81, "opcode 0xFC18", true), KilledBySignal(SIGABRT),
               "ReportBqrError: root inflamed event with error_code: \\(129\\), error_info: opcode 0xFC18"
               "(.|\n)*ReportBqrError: notify_cb_\\(bqr_event\\)"
@@ -189,7 +186,6 @@ TEST_F(ReportTest, WithAClientItDumpsAndAbortsInTheKindsName) {
   EXPECT_THAT(OnlyCrashInfo(), HasSubstr("crash_reason: Host HCI Command Timeout\ncrash_count: 1\ntimestamp: "));
   const std::string suffix = CrashInfos(root_)[0].substr(std::string("crashinfo_bt_").size(), 19);
   EXPECT_EQ(root_.Read("/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log" + suffix), "packets");
-  EXPECT_EQ(root_.Read("/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log.last" + suffix), "older packets");
 }
 
 TEST_F(ReportTest, OnlySensorHubErrorsHaveNoCrashInfo) {
@@ -199,7 +195,9 @@ TEST_F(ReportTest, OnlySensorHubErrorsHaveNoCrashInfo) {
     bool silent;
   } kCases[] = {{0xBF, "vendor error 0xBF", false},
                 {0x97, "HostCoexDeviceOpenError", false},
+                {0xC0, "Usf Transport Prepare Failed", true},
                 {0xC5, "Usf Buffer Error", true},
+                {0xDF, "vendor error 0xDF", true},
                 {0xE0, "Arbitrator Detected Unimaplemented Packet Type Error", false},
                 {0xE1, "Arbitrator Detected Invalid Packet Size", false}};
   for (const auto& one : kCases) {

@@ -17,11 +17,7 @@ using ::testing::EndsWith;
 constexpr char kSnoop[] = "/data/vendor/bluetooth/btsnoop_hci_vnd.log";
 constexpr char kBackup[] = "/data/vendor/bluetooth/backup_btsnoop_hci_vnd.log";
 
-HciPacket VendorEvent(std::vector<uint8_t> payload) {
-  std::vector<uint8_t> event = {0xFF, static_cast<uint8_t>(payload.size())};
-  event.insert(event.end(), payload.begin(), payload.end());
-  return event;
-}
+HciPacket VendorEvent(const Bytes& payload) { return Joined({{0xFF, static_cast<uint8_t>(payload.size())}, payload}); }
 
 HciPacket RootInflammation(uint8_t vendor_error) { return VendorEvent({0x58, 0x05, 0x00, vendor_error}); }
 
@@ -154,6 +150,12 @@ TEST_F(VendorEventsTest, QuietRootInflammationsLeaveNoTrace) {
   central_.HasClientConnectWith(true);
   EXPECT_EQ(log_.Count("Received Root Inflammation event!"), 3u);
   EXPECT_EQ(CoreDumps(root_).size() + CrashInfos(root_).size(), 0u);
+}
+
+TEST_F(VendorEventsTest, ARootInflammationOfTheSensorHubsKindsHasNoCrashInfo) {
+  EXPECT_TRUE(Reaches(RootInflammation(0xC0)));
+  EXPECT_EQ(CoreDumps(root_).size(), 1u);
+  EXPECT_EQ(CrashInfos(root_).size(), 0u);
 }
 
 TEST_F(VendorEventsTest, AnUnsupportedHardwareStageTakesNoDump) {

@@ -37,29 +37,6 @@ TEST_F(H4PacketizerTest, PacketWithoutPayloadWaitsForTheNextCall) {
   EXPECT_THAT(packets_, ElementsAre(Bytes{0x0E, 0x00}));
 }
 
-TEST_F(H4PacketizerTest, LengthFieldOfEachType) {
-  struct {
-    HciPacketType type;
-    Bytes header;
-    size_t payload;
-  } const cases[] = {
-      {HciPacketType::kCommand, {0x03, 0x0C, 0xFF}, 255},
-      {HciPacketType::kAclData, {0x40, 0x20, 0x02, 0x01}, 258},
-      {HciPacketType::kAclData, {0x40, 0x20, 0xFF, 0xFF}, 65535},
-      {HciPacketType::kScoData, {0x01, 0x00, 0x30}, 48},
-      {HciPacketType::kEvent, {0xFF, 0xFE}, 254},
-      {HciPacketType::kIsoData, {0x01, 0x00, 0x07, 0xC1}, 263},  // the two top bits are not length
-      {HciPacketType::kThreadData, {0x00, 0x00, 0x05, 0x00}, 5},
-  };
-  for (const auto& c : cases) {
-    packets_.clear();
-    Bytes packet = c.header;
-    packet.resize(c.header.size() + c.payload, 0xA5);
-    FeedAll(c.type, packet);
-    EXPECT_THAT(packets_, ElementsAre(packet));
-  }
-}
-
 TEST_F(H4PacketizerTest, ShortCutsTakeWhatFinishesNothing) {
   const Bytes bytes = WithReadAhead({0x0E, 0x03, 0x11, 0x22, 0x33});
   EXPECT_FALSE(packetizer_.TakeMiddle(bytes.data(), 1)) << "between packets";

@@ -102,10 +102,10 @@ TEST(H4ProtocolReceive, ThreadFramesWithoutConsumerAreDroppedInSync) {
   EXPECT_THAT(recorder.received, ElementsAre(Pair(0x04, MakePacket(0x04, 2, 0)), Pair(0x04, MakePacket(0x04, 2, 0))));
 }
 
-class H4ProtocolBadType : public ::testing::Test {
+using H4ProtocolLoggedTest = LoggedTest;
+
+class H4ProtocolBadType : public LoggedTest {
  protected:
-  TempRoot root_;
-  LogCapture log_;
   Survivor survivor_;
   Recorder recorder_;
 };
@@ -115,6 +115,7 @@ TEST_F(H4ProtocolBadType, UnknownIsReportedAndTheRestNotTrusted) {
   recorder_.OnBytes({0x04, 0xFF, 0x01, 0x03});
   EXPECT_THAT(recorder_.received, ElementsAre(Pair(0x04, Bytes{0xFF, 0x01, 0x01})));
   EXPECT_EQ(log_.Count("OnDataReady: Unimplemented Packet Type: 6 detected!"), 1u);
+  EXPECT_TRUE(log_.Has("error_code: (131), error_info: Host Received Unimplemented Packet Type: 6, bytes_read: 5, "));
   EXPECT_THAT(DumpText(), HasSubstr("Host Received Unimplemented Packet Type: 6, bytes_read: 5, packet: "
                                     "06, 04, ff, 01, 02, 00, 00"));
 }
@@ -148,9 +149,7 @@ TEST(H4ProtocolDeathTest, ReadErrorOnALiveTransportEndsTheProcess) {
 }
 
 // On the watcher's thread, as in life: the five-second pauses there end with the watcher.
-TEST(H4ProtocolReceive, EndOfFileAndEarlyErrorsAreRecordedAndWaitedOut) {
-  TempRoot root;
-  LogCapture log;
+TEST_F(H4ProtocolLoggedTest, EndOfFileAndEarlyErrorsAreRecordedAndWaitedOut) {
   for (const bool end_of_file : {true, false}) {
     Pipe uart;
     Recorder recorder;
@@ -159,11 +158,11 @@ TEST(H4ProtocolReceive, EndOfFileAndEarlyErrorsAreRecordedAndWaitedOut) {
     ASSERT_EQ(watcher.WatchFdForNonBlockingReads(uart.read_end.get(),
                                                  [&](int fd) { recorder.h4.OnDataReady(end_of_file ? fd : -1); }),
               0);
-    ASSERT_TRUE(log.WaitFor(end_of_file ? "OnDataReady: Unexpected EOF reading the packet type!"
-                                        : "OnDataReady: read failed (Bad file descriptor), not ready to read!"));
+    ASSERT_TRUE(log_.WaitFor(end_of_file ? "OnDataReady: Unexpected EOF reading the packet type!"
+                                         : "OnDataReady: read failed (Bad file descriptor), not ready to read!"));
     watcher.StopWatchingFileDescriptors();
   }
-  EXPECT_EQ(log.Count("Unexpected EOF"), 1u) << "the pause keeps it from spinning";
+  EXPECT_EQ(log_.Count("Unexpected EOF"), 1u) << "the pause keeps it from spinning";
   const std::string record = DumpText();
   EXPECT_THAT(record, HasSubstr("OnDataReady: Unexpected EOF reading the packet type!"));
   EXPECT_THAT(record, HasSubstr("OnDataReady: read failed (Bad file descriptor), not reay to read!"));
@@ -182,9 +181,7 @@ TEST(H4ProtocolSend, TypeAndPacketLeaveTogether) {
   EXPECT_EQ(written, (Bytes{0x01, 0x03, 0x0C, 0x00}));
 }
 
-TEST(H4ProtocolSend, ShortWritesAreContinued) {
-  TempRoot root;
-  LogCapture log;
+TEST_F(H4ProtocolLoggedTest, ShortWritesAreContinued) {
   Pipe uart(O_NONBLOCK);
   ASSERT_EQ(fcntl(uart.write_end.get(), F_SETPIPE_SZ, 65536), 65536);
   Recorder recorder(uart.write_end.get());
@@ -192,7 +189,7 @@ TEST(H4ProtocolSend, ShortWritesAreContinued) {
   Bytes arrived;
   // Nothing is taken out before the port was full once; from then on the writer spins until there is room.
   std::thread controller([&] {
-    log.WaitFor("Send: 65536/65540 bytes written - retrying remaining 4 bytes");
+    log_.WaitFor("Send: 65536/65540 bytes written - retrying remaining 4 bytes");
     while (arrived.size() < packet.size() + 1) {
       uint8_t piece[4096];
       const ssize_t n = read(uart.read_end.get(), piece, sizeof(piece));
@@ -206,16 +203,14 @@ TEST(H4ProtocolSend, ShortWritesAreContinued) {
   EXPECT_THAT(DumpText(), HasSubstr("Send: 65536/65540 bytes written - retrying remaining 4 bytes"));
 }
 
-TEST(H4ProtocolSend, WriteErrorIsLoggedRecordedAndReturned) {
-  TempRoot root;
-  LogCapture log;
+TEST_F(H4ProtocolLoggedTest, WriteErrorIsLoggedRecordedAndReturned) {
   signal(SIGPIPE, SIG_IGN);
   Pipe uart;
   uart.read_end.reset();
   Recorder recorder(uart.write_end.get());
   const Bytes reset = {0x03, 0x0C, 0x00};
   EXPECT_EQ(recorder.h4.Send(0x01, reset.data(), reset.size()), 0u);
-  EXPECT_EQ(log.Count("Send error writing to UART (Broken pipe)"), 1u);
+  EXPECT_EQ(log_.Count("Send error writing to UART (Broken pipe)"), 1u);
   EXPECT_THAT(DumpText(), HasSubstr("Send: error writing to UART (Broken pipe)"));
 }
 

@@ -51,7 +51,7 @@ TEST_F(HwControlTest, PowerSwitchIsTheEntryWhoseTypeIsExactlyBluetooth) {
   EXPECT_EQ(root_.Read(entry + "3/state"), "0");
   for (const char* other : {"0", "1", "2"}) EXPECT_EQ(root_.Read(entry + other + "/state"), "x");
   const std::string log = log_.Text(kTags);
-  EXPECT_EQ(log.substr(0, log.rfind("I PowerControl: Disabling")), R"(
+  EXPECT_EQ(log.substr(0, log.rfind("D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill0/")), R"(
 D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill0/type is [wlan]
 D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill2/type is [bluetooth2]
 D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill3/type is [bluetooth]
@@ -66,11 +66,6 @@ I BtRegOnCoordinate: enabling=1, after=1
 I BtSend msg: 0x48
 I WriteEvent
 E Failed to write the message to coex device!!
-D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill0/type is [wlan]
-D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill2/type is [bluetooth2]
-D rfkill_state_finder: rfkill candidate /sys/class/rfkill/rfkill3/type is [bluetooth]
-I rfkill_state_finder: Use rfkill /sys/class/rfkill/rfkill3/state.
-I rfkill_state_finder: /sys/class/rfkill/rfkill3 is [hci0]
 )");
   EXPECT_EQ(recorded_.Text(), R"(
 PowerControl [ IN]

@@ -3,6 +3,7 @@
 #include <android-base/stringprintf.h>
 
 #include "support/board_session.h"
+#include "support/diagnostics.h"
 #include "support/test.h"
 
 namespace bthal::test {
@@ -69,24 +70,6 @@ TEST_F(HubTest, PutsTheSameCommandsOnTheWireAsTheUart) {
   const auto records = std::ranges::count(expected, 0xFC4C, Opcode);
   EXPECT_GT(Asked("batch of 32"), 0U);
   EXPECT_LE(Asked("batch") * 20, static_cast<size_t>(records));
-}
-
-TEST_F(HubTest, LaterSocRevisionsTalkAtFourMegabits) {
-  SetProperty("ro.boot.hw.soc.rev", "2");
-  StartHubBoard();
-  OpenSession();
-  EXPECT_THAT(board_->Commands(), Contains(SpeedCommand(4000000)).Times(2));
-  EXPECT_EQ(std::ranges::count(board_->Commands(), 0xFC18, Opcode), 2);
-}
-
-TEST_F(HubTest, TheHostPowersWhereTheHubHasNotThePin) {
-  SetProperty("ro.boot.hw.soc.rev", "2");
-  SetProperty("ro.boot.hardware.revision", "EVT1");
-  StartHubBoard({}, "AocPowerPinCtrlCheckEnable = 1\nHwStageDoesNotCtrlPowerPinFromAoc = EVT1\n");
-  OpenSession();
-  EXPECT_EQ(Asked("power on with its pin"), 0U);
-  EXPECT_EQ(Asked("power on"), 1U);
-  EXPECT_TRUE(Exchange(read_local_version_));
 }
 
 TEST_F(HubTest, AFirstResetThatFailsIsMendedByAPowerCycle) {
@@ -274,14 +257,9 @@ TEST_F(HubTest, ACrashTakesTheHubsDumpInItsOrder) {
   StartHubBoard({"hub-shuffle,request=dump"});
   OpenSession();
   AddFault("root-inflammation,now");
-  const std::string folder = root_.path() + "/data/vendor/ssrdump/coredump";
   const auto dump = [&] {
     std::string content;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-      if (entry.path().filename().string().starts_with("coredump_bt_chredump_")) {
-        ::android::base::ReadFileToString(entry.path().string(), &content);
-      }
-    }
+    for (const std::string& name : CoreDumps(root_, "coredump_bt_chredump_")) content += root_.Read(kCoreDumps + name);
     return content;
   };
   EXPECT_TRUE(WaitFor([&] { return dump().find("hub fragment 3") != std::string::npos; }));

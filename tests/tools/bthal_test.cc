@@ -1,33 +1,16 @@
-// bthal as people use it: its help, and the subcommands that need no service.
-#include <sys/un.h>
-
+// The subcommands that need no service.
 #include "bthal/run/extension_clients.h"
 #include "bthal/run/process.h"
 #include "bthal/run/thread_client.h"
 #include "bthal/show/terminal.h"
 #include "support/run_program.h"
 #include "support/test.h"
+#include "support/unix_socket.h"
 
 namespace bthal {
 namespace {
 
 using namespace ::bthal::test;
-
-const std::vector<std::string> kSubcommands = {"demo", "shell",    "board",  "supervise", "hci",
-                                               "dump", "timeline", "snoop",  "services",  "prop",
-                                               "conf", "check",    "thread", "finder",    "afh"};
-
-TEST(BthalTest, HelpNamesEverySubcommandAndEachExplainsItself) {
-  const ProgramResult help = Bthal({"--help"});
-  EXPECT_EQ(help.status, 0);
-  for (const std::string& name : kSubcommands) {
-    EXPECT_THAT(help.out, HasSubstr("\n  " + name + " ")) << name;
-    const ProgramResult own = Bthal({name, "--help"});
-    EXPECT_EQ(own.status, 0) << name;
-    EXPECT_EQ(own.error, "") << name;
-    EXPECT_THAT(own.out, HasSubstr("Usage: bthal " + name)) << name;
-  }
-}
 
 TEST(BthalTest, PropertiesAreSetReadAndListed) {
   const TempRoot root;
@@ -63,21 +46,16 @@ TEST(BthalTest, ThreadFramesGoAndComeThroughALongPath) {
   const std::string folder = root.path() + "/" + std::string(100, 'x');
   std::filesystem::create_directories(folder + "/data/vendor/bluetooth");
   setenv("BTHAL_ROOT", folder.c_str(), 1);
-  const int listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
   std::filesystem::current_path(folder + "/data/vendor/bluetooth");
-  sockaddr_un address = {AF_UNIX, "thread_dispatcher_socket"};
-  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  ASSERT_EQ(listen(listener, 1), 0);
+  const unique_fd listener = ListenAt("thread_dispatcher_socket", SOCK_SEQPACKET);
   std::vector<uint8_t> heard(64);
   std::thread service([&] {
-    const int client = accept(listener, nullptr, nullptr);
-    heard.resize(static_cast<size_t>(std::max<ssize_t>(recv(client, heard.data(), heard.size(), 0), 0)));
-    send(client, "\x01\x02\x03", 3, 0);
-    close(client);
+    const unique_fd client(accept(listener.get(), nullptr, nullptr));
+    heard.resize(static_cast<size_t>(std::max<ssize_t>(recv(client.get(), heard.data(), heard.size(), 0), 0)));
+    send(client.get(), "\x01\x02\x03", 3, 0);
   });
   const ProgramResult result = Bthal({"thread", "aa bb", "--count", "1", "--wait", "30"});
   service.join();
-  close(listener);
   EXPECT_EQ(result.status, 0) << result.error;
   EXPECT_THAT(heard, ElementsAre(0xAA, 0xBB));
   EXPECT_EQ(result.out, "<     2  AA BB\n>     3  01 02 03\n");
