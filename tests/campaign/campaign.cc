@@ -65,15 +65,11 @@ void PrintTable(const Row (&rows)[kRows]) {
 }
 
 // A device that serves, and that nothing has happened to.
-bool Prepare(Device& device) {
-  std::string problem = device.SwitchOn();
-  if (problem.empty()) {
-    const auto status = device.StartClient({"reset", "expect success"}).Wait(std::chrono::seconds(30));
-    if (status != 0) problem = "the first client is not served\n" + device.LastLines();
-  }
-  if (!problem.empty()) fprintf(stderr, "campaign: %s\n", problem.c_str());
+void Prepare(Device& device) {
+  device.SwitchOn();
+  const auto status = device.StartClient({"reset", "expect success"}).Wait(std::chrono::seconds(30));
+  if (status != 0) throw Problem{.what = "the first client is not served\n" + device.LastLines()};
   device.TakeStock();
-  return problem.empty();
 }
 
 bool Count(const Outcome& outcome, const Fault& fault, int number, const Device& device, Row* row) {
@@ -101,7 +97,7 @@ bool Campaign(Device& device, const Options& options) {
     const Outcome outcome = Trial(device, random, std::chrono::seconds(options.limit_seconds)).Run(fault);
     if (Count(outcome, fault, static_cast<int>(number), device, &rows[tries[number]])) continue;
     all = false;
-    if (!Prepare(device)) return false;  // what is broken is not to spoil the tries that follow
+    Prepare(device);  // what is broken is not to spoil the tries that follow
   }
   if (!tries.empty()) PrintTable(rows);
   return all;
@@ -124,10 +120,11 @@ int Run(const Options& options) {
   printf("campaign --seed %llu, in %s\n", static_cast<unsigned long long>(options.seed), folder.c_str());
   fflush(stdout);
   Device device(folder);
-  bool all = Prepare(device) && Campaign(device, options) && OthersReadTheLog(device);
+  Prepare(device);
+  bool all = Campaign(device, options) && OthersReadTheLog(device);
   if (options.hostile_seconds > 0) {
-    all = Prepare(device) &&
-          WithstandHostilePeers(device, std::chrono::seconds(options.hostile_seconds), options.seed) && all;
+    Prepare(device);
+    all = WithstandHostilePeers(device, std::chrono::seconds(options.hostile_seconds), options.seed) && all;
   }
   device.SwitchOff();
   if (all) std::filesystem::remove_all(folder);
@@ -159,8 +156,10 @@ int Main(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return bthal::campaign::Main(argc, argv);
+  } catch (const bthal::campaign::Problem& problem) {
+    fprintf(stderr, "campaign: %s\n", problem.what.c_str());
   } catch (const std::exception& error) {
     fprintf(stderr, "campaign: %s\n", error.what());
-    return 1;
   }
+  return 1;
 }

@@ -35,18 +35,18 @@ Device::Device(std::string folder) : folder_(std::move(folder)), root_(folder_ +
   setenv("BTHAL_LOG", "info", 1);
 }
 
-std::string Device::SwitchOn() {
+void Device::SwitchOn() {
   SwitchOff();
   fs::remove_all(root_);
   for (const char* name : kLogs) android::base::WriteStringToFile("", folder_ + "/" + name + ".log");
   fs::create_directories(root_ + "/vendor/etc/bluetooth");
   fs::permissions(root_, fs::perms::owner_all);
   android::base::WriteStringToFile(kSettings, root_ + "/vendor/etc/bluetooth/bt_vendor.conf");
-  if (std::string problem = StartBoard(); !problem.empty()) return problem;
+  StartBoard();
   android::base::SetProperty(tool::kSnoopProperty, "true");
   android::base::SetProperty("persist.bluetooth.thread_dispatcher.enabled", "true");
   Accelerate(true);
-  return StartService();
+  StartService();
 }
 
 void Device::SwitchOff() {
@@ -54,50 +54,46 @@ void Device::SwitchOff() {
   board_.Kill();
 }
 
-std::string Device::Start(tool::Child* child, const std::vector<std::string>& arguments, const std::string& log) const {
+tool::Child Device::Start(const std::vector<std::string>& arguments, const std::string& log) const {
   const android::base::unique_fd output(
       open((folder_ + "/" + log + ".log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
   std::string error;
-  *child = tool::Child::Spawn({.arguments = arguments,
-                               .environment = {},
-                               .standard_output = output.get(),
-                               .standard_error = output.get(),
-                               .signal_on_our_death = SIGTERM},
-                              &error);
-  return error;
+  tool::Child child = tool::Child::Spawn({.arguments = arguments,
+                                          .environment = {},
+                                          .standard_output = output.get(),
+                                          .standard_error = output.get(),
+                                          .signal_on_our_death = SIGTERM},
+                                         &error);
+  if (!child.running()) throw Problem{.what = error};
+  return child;
 }
 
 size_t Device::BoardsInLog() const { return test::CountIn(Log("board"), "playing below"); }
 
-std::string Device::StartBoard() {
+void Device::StartBoard() {
   const size_t before = BoardsInLog();
-  std::string error = Start(&board_, {Bthal(), "board", "--root", root_, "--patch-records", "40"}, "board");
-  if (!error.empty()) return error;
+  board_ = Start({Bthal(), "board", "--root", root_, "--patch-records", "40"}, "board");
   WaitFor([&] { return BoardsInLog() > before || board_.Wait(milliseconds(0)); });
-  if (!board_.running()) return "the board does not start";
+  if (!board_.running()) throw Problem{.what = "the board does not start"};
   // It has booted the device anew: what does not outlive that is set once more.
   android::base::SetProperty(tool::kBuildTypeProperty, "userdebug");
-  return "";
 }
 
-std::string Device::StartService() {
-  std::string error = Start(&supervisor_, {Bthal(), "supervise", "--once"}, "service");
-  if (!error.empty()) return error;
+void Device::StartService() {
+  supervisor_ = Start({Bthal(), "supervise", "--once"}, "service");
   // Not before it is itself: until then a signal meets a part of the supervisor.
   const bool started = WaitFor([&] {
     std::string program;
     return android::base::Readlink("/proc/" + std::to_string(service()) + "/exe", &program) &&
            program.ends_with(tool::kServiceProgram);
   });
-  return started ? "" : "the supervisor does not start the service";
+  if (!started) throw Problem{.what = "the supervisor does not start the service"};
 }
 
 tool::Child Device::StartClient(const std::vector<std::string>& arguments) {
   std::vector<std::string> all = {Bthal(), "hci"};
   all.insert(all.end(), arguments.begin(), arguments.end());
-  tool::Child client;
-  Start(&client, all, "client");
-  return client;
+  return Start(all, "client");
 }
 
 void Device::Accelerate(bool accelerate) const {

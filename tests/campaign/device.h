@@ -13,6 +13,12 @@ namespace bthal::campaign {
 
 using std::chrono::milliseconds;
 
+// What is not as it should be.
+struct Problem {
+  bool hung = false;
+  std::string what;
+};
+
 class Device {
  public:
   // `folder` holds the device's root and, beside it, what the processes print.
@@ -21,13 +27,14 @@ class Device {
   Device& operator=(const Device&) = delete;
   ~Device() { SwitchOff(); }
 
-  // From an empty root to a board and a service, of which neither has done anything yet. What is wrong, or nothing.
-  std::string SwitchOn();
+  // From an empty root to a board and a service, of which neither has done anything yet. What starts something throws
+  // Problem when it cannot.
+  void SwitchOn();
   void SwitchOff();
 
-  std::string StartBoard();
+  void StartBoard();
   // Under a supervisor that tells its end and releases its wake lock; whoever restarts it is the caller.
-  std::string StartService();
+  void StartService();
   tool::Child StartClient(const std::vector<std::string>& arguments);
   // From the next start of the service on.
   void Accelerate(bool accelerate) const;
@@ -56,7 +63,7 @@ class Device {
   const std::string& folder() const { return folder_; }
 
  private:
-  std::string Start(tool::Child* child, const std::vector<std::string>& arguments, const std::string& log) const;
+  tool::Child Start(const std::vector<std::string>& arguments, const std::string& log) const;
   std::set<std::string> Nodes() const;
   size_t BoardsInLog() const;
 

@@ -44,14 +44,15 @@ bool Meant(const Fault& fault, int end, const std::string& log) {
   return false;
 }
 
-std::optional<Problem> Lost(const std::string& what) { return Problem{.hung = false, .what = what}; }
-std::optional<Problem> Hung(const std::string& what) { return Problem{.hung = true, .what = what}; }
+Problem Lost(const std::string& what) { return {.hung = false, .what = what}; }
+Problem Hung(const std::string& what) { return {.hung = true, .what = what}; }
 
 // Whether every whole record of the log can be read, of one that was closed in order to its last byte.
-std::optional<Problem> CheckSnoopLog(const std::string& path, bool closed) {
+void CheckSnoopLog(const std::string& path, bool closed) {
   std::string bytes;
   if (!android::base::ReadFileToString(path, &bytes)) {
-    return closed ? Lost("there is no " + path) : std::nullopt;
+    if (closed) throw Lost("there is no " + path);
+    return;
   }
   tool::BtsnoopReader reader;
   reader.Feed(std::span(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()));
@@ -59,37 +60,37 @@ std::optional<Problem> CheckSnoopLog(const std::string& path, bool closed) {
   while (const std::optional<tool::SnoopRecord> record = reader.Next()) {
     reset_answered |= record->from_controller && tool::AnsweredOpcode(record->packet) == tool::opcodes::kReset;
   }
-  if (!reader.error().empty()) return Lost(path + ": " + reader.error());
-  if (!closed) return std::nullopt;
-  if (reader.pending() != 0) return Lost(path + " ends within a record");
-  return reset_answered ? std::nullopt : Lost(path + " lacks the last client's reset");
+  if (!reader.error().empty()) throw Lost(path + ": " + reader.error());
+  if (!closed) return;
+  if (reader.pending() != 0) throw Lost(path + " ends within a record");
+  if (!reset_answered) throw Lost(path + " lacks the last client's reset");
 }
 
 }  // namespace
 
 Outcome Trial::Run(const Fault& fault) {
   outcome_ = {};
-  outcome_.problem = Steps(fault);
+  try {
+    device_.Forget();
+    Begin();
+    Strike(fault);
+    EndClient(fault);
+    Serve(fault);
+    Inspect();
+  } catch (const Problem& problem) {
+    outcome_.problem = problem;
+  }
   client_.Kill();
   return outcome_;
 }
 
-std::optional<Problem> Trial::Steps(const Fault& fault) {
-  device_.Forget();
-  if (auto problem = Begin()) return problem;
-  if (auto problem = Strike(fault)) return problem;
-  if (auto problem = EndClient(fault)) return problem;
-  if (auto problem = Serve(fault)) return problem;
-  return Inspect();
-}
-
 // Half of the time with a service that has just begun, of which a part does nothing before a client asks.
-std::optional<Problem> Trial::Begin() {
+void Trial::Begin() {
   const bool fresh = Below(2) == 0;
   if (fresh) {
     device_.KillService();
     device_.Accelerate(Below(4) != 0);
-    if (std::string problem = device_.StartService(); !problem.empty()) return Lost(problem);
+    device_.StartService();
   }
   const std::string script = device_.folder() + "/work.hci";
   std::string work;
@@ -99,7 +100,6 @@ std::optional<Problem> Trial::Begin() {
   const int moment = Below(kMomentsMs);
   outcome_.moment = std::to_string(moment) + " ms into " + (fresh ? "the service's start" : "a client's work");
   std::this_thread::sleep_for(milliseconds(moment));
-  return std::nullopt;
 }
 
 pid_t Trial::PidOf(Victim victim) {
@@ -114,68 +114,63 @@ pid_t Trial::PidOf(Victim victim) {
   return 0;
 }
 
-std::optional<Problem> Trial::Strike(const Fault& fault) {
+void Trial::Strike(const Fault& fault) {
   const pid_t pid = PidOf(fault.victim);
-  if (pid <= 0) return Lost("there is nobody to strike");
+  if (pid <= 0) throw Lost("there is nobody to strike");
   kill(pid, fault.signal);
   if (fault.signal == SIGSTOP) {
     std::this_thread::sleep_for(milliseconds(1 + Below(kLongestStopMs)));
     kill(pid, SIGCONT);
   } else if (fault.victim == Victim::kService) {
     const std::optional<int> end = device_.ServiceEnd(limit_);
-    if (!end) return Hung("the service does not end");
-    return Restart(fault, *end);
+    if (!end) throw Hung("the service does not end");
+    Restart(fault, *end);
   } else if (fault.victim == Victim::kBoard) {
     device_.board().Wait(limit_);
     std::this_thread::sleep_for(milliseconds(Below(kLongestOutageMs)));
-    if (std::string problem = device_.StartBoard(); !problem.empty()) return Lost(problem);
+    device_.StartBoard();
   }
-  return std::nullopt;
 }
 
 // Whoever was only stopped, or saw another stop, has noticed nothing, and leaves in order.
-std::optional<Problem> Trial::EndClient(const Fault& fault) {
+void Trial::EndClient(const Fault& fault) {
   client_.Signal(SIGTERM);
   const std::optional<int> status = client_.Wait(limit_);
-  if (!status) return Hung("the client at work does not end");
+  if (!status) throw Hung("the client at work does not end");
   const bool asked = WIFSIGNALED(*status) ? WTERMSIG(*status) == SIGTERM : WEXITSTATUS(*status) == Killed(SIGTERM);
-  if (fault.signal == SIGSTOP && !asked) return Lost("the client at work " + tool::ExitWords(*status));
-  return std::nullopt;
+  if (fault.signal == SIGSTOP && !asked) throw Lost("the client at work " + tool::ExitWords(*status));
 }
 
-std::optional<Problem> Trial::Restart(const Fault& fault, int end) {
+void Trial::Restart(const Fault& fault, int end) {
   ++outcome_.deaths;
   const bool first = outcome_.deaths == 1 || fault.victim == Victim::kBoard;
   if (!first || fault.signal == SIGSTOP || !Meant(fault, end, device_.Log("service"))) {
-    return Lost("the service died unasked, with status " + std::to_string(end));
+    throw Lost("the service died unasked, with status " + std::to_string(end));
   }
-  const std::string problem = device_.StartService();
-  return problem.empty() ? std::nullopt : Lost(problem);
+  device_.StartService();
 }
 
-std::optional<Problem> Trial::Serve(const Fault& fault) {
+void Trial::Serve(const Fault& fault) {
   const auto start = steady_clock::now();
   tool::Child next = device_.StartClient({"reset", "expect success"});
   while (steady_clock::now() - start < limit_) {
     if (const std::optional<int> status = next.Wait(milliseconds(5))) {
       outcome_.served = std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
-      return *status == 0 ? std::nullopt : Lost("the next client " + tool::ExitWords(*status));
+      if (*status != 0) throw Lost("the next client " + tool::ExitWords(*status));
+      return;
     }
-    if (const std::optional<int> end = device_.ServiceEnd(milliseconds(0))) {
-      if (auto problem = Restart(fault, *end)) return problem;
-    }
+    if (const std::optional<int> end = device_.ServiceEnd(milliseconds(0))) Restart(fault, *end);
   }
-  return Hung("the next client is not served within " + std::to_string(limit_.count()) + " ms");
+  throw Hung("the next client is not served within " + std::to_string(limit_.count()) + " ms");
 }
 
-std::optional<Problem> Trial::Inspect() const {
-  if (device_.service() == 0) return Lost("the service died behind the next client");
+void Trial::Inspect() const {
+  if (device_.service() == 0) throw Lost("the service died behind the next client");
   const std::string log = device_.root() + tool::kSnoopLog;
-  if (auto problem = CheckSnoopLog(log, true)) return problem;
-  if (auto problem = CheckSnoopLog(log + ".last", false)) return problem;
-  if (!device_.WakeLockGoes(limit_)) return Lost("a wake lock is left held");
-  if (const std::string leftovers = device_.Leftovers(); !leftovers.empty()) return Lost(leftovers.substr(2));
-  return std::nullopt;
+  CheckSnoopLog(log, true);
+  CheckSnoopLog(log + ".last", false);
+  if (!device_.WakeLockGoes(limit_)) throw Lost("a wake lock is left held");
+  if (const std::string leftovers = device_.Leftovers(); !leftovers.empty()) throw Lost(leftovers.substr(2));
 }
 
 }  // namespace bthal::campaign

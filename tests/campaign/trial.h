@@ -19,11 +19,6 @@ struct Fault {
   int signal;
 };
 
-struct Problem {
-  bool hung = false;
-  std::string what;
-};
-
 struct Outcome {
   std::optional<Problem> problem;
   std::string moment;
@@ -39,13 +34,13 @@ class Trial {
   Outcome Run(const Fault& fault);
 
  private:
-  std::optional<Problem> Steps(const Fault& fault);
-  std::optional<Problem> Begin();
-  std::optional<Problem> Strike(const Fault& fault);
-  std::optional<Problem> EndClient(const Fault& fault);
-  std::optional<Problem> Serve(const Fault& fault);
-  std::optional<Problem> Restart(const Fault& fault, int end);
-  std::optional<Problem> Inspect() const;
+  // Steps, each of which throws Problem.
+  void Begin();
+  void Strike(const Fault& fault);
+  void EndClient(const Fault& fault);
+  void Serve(const Fault& fault);
+  void Restart(const Fault& fault, int end);
+  void Inspect() const;
   // 0 to `limit` - 1.
   int Below(int limit) { return static_cast<int>(random_() % static_cast<uint64_t>(limit)); }
   pid_t PidOf(Victim victim);
