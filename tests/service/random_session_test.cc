@@ -179,53 +179,41 @@ class RandomSessionTest : public BoardSessionTest, public ::testing::WithParamIn
     StartBoard(SmallBoard());
   }
 
+  void Open() {
+    if (!open_) Initialize();
+  }
+  void Close() {
+    if (open_.exchange(false)) Call([hal = hal_] { hal->close(); });
+  }
+  void InitializeAnother(ClientProcess& other) {
+    if (!open_ || Up(4) == 0) Call([&other] { other.Initialize(); });
+  }
+  void SignalService() {
+    if (Up(3) == 0) service_->Signal(Up(2) == 0 ? SIGTERM : SIGKILL);
+  }
+
   void Step() {
-    std::string error;
     ClientProcess& other = clients_[Up(clients_.size())];
-    switch (Up(24)) {
-      case 0:
-      case 1:
-      case 2:
-        if (!open_) Initialize();
-        return;
-      case 3:
-      case 4:
-        if (open_.exchange(false)) Call([hal = hal_] { hal->close(); });
-        return;
-      case 5:
-        if (!open_ || Up(4) == 0) Call([&other] { other.Initialize(); });
-        return;
-      case 6:
-        return other.Kill();
-      case 7:
-      case 8:
-      case 9:
-      case 10:
-        return SendAnything();
-      case 11:
-        return DumpIntoAPipe();
-      case 12:
-        return SpeakThread();
-      case 13:
-        return Stall();
-      case 14:
-      case 15:
-        return Unstall();
-      case 16:
-      case 17:
-      case 18:
-        return Babble();
-      case 19:
-      case 20:
-        EXPECT_TRUE(board_->AddFault(kFaults[Up(std::size(kFaults))], &error)) << error;
-        return;
-      case 21:
-        return Up(3) == 0 ? board_->SendRaw(RandomBytes(1 + Up(40))) : board_->ClearFaults();
-      case 22:
-        return Up(3) == 0 ? RestartBoard() : board_->HangUpUart();
-      default:
-        if (Up(3) == 0) service_->Signal(Up(2) == 0 ? SIGTERM : SIGKILL);
-        return;
+    // Each as often as its number says.
+    const std::pair<size_t, std::function<void()>> kSteps[] = {
+        {3, [&] { Open(); }},
+        {2, [&] { Close(); }},
+        {1, [&] { InitializeAnother(other); }},
+        {1, [&] { other.Kill(); }},
+        {4, [&] { SendAnything(); }},
+        {1, [&] { DumpIntoAPipe(); }},
+        {1, [&] { SpeakThread(); }},
+        {1, [&] { Stall(); }},
+        {2, [&] { Unstall(); }},
+        {3, [&] { Babble(); }},
+        {2, [&] { AddFault(kFaults[Up(std::size(kFaults))]); }},
+        {1, [&] { Up(3) == 0 ? board_->SendRaw(RandomBytes(1 + Up(40))) : board_->ClearFaults(); }},
+        {1, [&] { Up(3) == 0 ? RestartBoard() : board_->HangUpUart(); }},
+        {1, [&] { SignalService(); }}};
+    size_t at = Up(24);
+    for (const auto& [often, step] : kSteps) {
+      if (at < often) return step();
+      at -= often;
     }
   }
 

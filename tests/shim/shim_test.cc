@@ -158,29 +158,6 @@ TEST_F(ShimTest, FallbackIsRememberedAndSnoopModeIsTheWordFull) {
   EXPECT_TRUE(IsBtSnoopLogModeOn());
 }
 
-TEST_F(ShimTest, OpensCarriesBothWaysAndCloses) {
-  HciFlowControl* flow = Initialize();
-  ASSERT_NE(flow, nullptr);
-  const HciHandle handle = MakeHandle(flow);
-  EXPECT_TRUE(channel::IsInitialized());
-  EXPECT_EQ(root_.Read(kPowerState), "1");
-  EXPECT_EQ(flow->Send(kCommand, kReset.data(), kReset.size()), 4u);
-  EXPECT_THAT(line_.Read(4), ElementsAreArray(kResetOnWire));
-  line_.Write(kResetDoneOnWire);
-  EXPECT_TRUE(WaitFor([&] { return Events().size() == 1; }));
-  EXPECT_EQ(Events().front(), kResetDone);
-  EXPECT_EQ(SendBatch(kResetOnWire.data(), kResetOnWire.size(), false), 0u);
-  EXPECT_TRUE(log_.Has("SendBatch unsupported without AOC passthrough"));
-
-  channel::Deinitialize();
-  EXPECT_TRUE(handle.expired());
-  EXPECT_FALSE(channel::IsInitialized());
-  EXPECT_FALSE(IsUserialReady());
-  EXPECT_EQ(GetUserialType(), conf::kUserialDeinitialized);
-  EXPECT_EQ(root_.Read(kPowerState), "0");
-  EXPECT_EQ(Send(kCommand, kReset.data(), kReset.size(), true), 0u);
-}
-
 TEST_F(ShimTest, PortThatDoesNotOpenLeavesThePowerOff) {
   std::filesystem::remove(root_.Below("/dev/ttyTest"));
   EXPECT_EQ(Initialize(), nullptr);

@@ -153,19 +153,6 @@ TEST_F(ThreadDispatcherTest, DeadClientMakesRoomForTheNext) {
   EXPECT_THAT(line_.Read(6), ElementsAre(0x70, 0x00, 0x00, 0x01, 0x00, 0x02));
 }
 
-TEST_F(ThreadDispatcherTest, ResetRequestKillsTheProcess) {
-  ChildProcess service([] {
-    ThreadDispatcher dispatcher;
-    dispatcher.OnBluetoothEnabled(nullptr);
-    for (;;) pause();
-    return 0;
-  });
-  const ThreadClient client = Connect();
-  ASSERT_TRUE(client.connected());
-  EXPECT_TRUE(client.Send({0x80, 0x01, 0x04}));
-  EXPECT_EQ(service.Wait(), -SIGKILL);
-}
-
 TEST_P(ThreadDispatcherTest, ClientThatStopsReadingCostsItsFramesAndNothingElse) {
   ThreadDispatcher dispatcher(GetParam());
   ASSERT_TRUE(dispatcher.OnBluetoothEnabled(nullptr));

@@ -125,14 +125,9 @@ TEST_F(OnBoard, ASecondClientIsRefusedOrTakesOver) {
   EXPECT_TRUE(service_->IsAlive());
 }
 
-TEST_F(OnBoard, TheReportIsThereAndTheRootStaysTheServices) {
+TEST_F(OnBoard, TheReportIsThere) {
   Start();
   TakeHal();
-  // A root with a life of its own is none for a demo, and keeps what it has.
-  ASSERT_TRUE(SetProperty("vendor.kept", "yes"));
-  EXPECT_THAT(Bthal({"demo", "--root", root_.path()}).error,
-              HasSubstr("a service is already running on " + root_.path()));
-  EXPECT_EQ(GetProperty("vendor.kept", ""), "yes");
   const ProgramResult chart = Bthal({"timeline", "-"}, Bthal({"dump"}).out);
   EXPECT_EQ(chart.status, 0) << chart.error;
   EXPECT_THAT(chart.out, AllOf(ContainsRegex("perform_init +0 "), ContainsRegex("\n  firmware_download +[0-9]+ "),
