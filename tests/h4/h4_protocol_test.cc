@@ -127,10 +127,10 @@ TEST_F(H4ProtocolBadType, ZeroIsReportedAndSkipped) {
 }
 
 TEST_F(H4ProtocolBadType, ACommandIsFramedAndFatal) {
-  recorder_.OnBytes({0x01, 0x03, 0x0C, 0x01});
+  recorder_.OnBytes({0x01, 0x03, 0x0C, 0x02, 0x55});
   EXPECT_TRUE(log_.Has("OnDataReady: Unimplemented Packet Type: 1 detected!"));
   EXPECT_FALSE(log_.Has("OnPacketReady"));
-  recorder_.OnBytes({0x55});
+  recorder_.OnBytes({0x66});
   EXPECT_TRUE(log_.Has("OnPacketReady: Unimplemented packet type 1"));
   EXPECT_THAT(recorder_.received, IsEmpty());
 }

@@ -10,8 +10,6 @@ namespace {
 
 using namespace ::bthal::test;
 
-namespace fs = std::filesystem;
-
 // room -> rooms it includes -> the first file that does
 using Arrows = std::map<std::string, std::map<std::string, std::string>>;
 

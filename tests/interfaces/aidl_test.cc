@@ -25,7 +25,6 @@
 namespace bthal::test {
 namespace {
 
-namespace fs = std::filesystem;
 namespace hci = ::aidl::android::hardware::bluetooth;
 namespace ext = ::aidl::vendor::tovani::bluetooth_ext;
 using ::android::base::Join;

@@ -2,42 +2,16 @@
 # Run in the booted kernel: bluetoothd and the kernel's host stack over the service, the controller being the virtual board.
 # What a desktop does, ROUNDS times; then the service and the bridge are killed under it.
 . "$(dirname "$0")/common.sh"
+. "$(dirname "$0")/../bluetoothd.sh"
 readonly MONITOR=C2:22:5A:00:00:02 HEADSET=00:22:5A:00:00:04
 readonly ROUNDS=${ROUNDS:-3}
 export BTHAL_ROOT=/run/device
 
-# ctl COMMAND...: one question to bluetoothd.
-ctl() { timeout 20 bluetoothctl "$@" </dev/null; }
-powered() { ctl show | grep 'Powered: yes'; }
-unpowered() { ctl show | grep 'Powered: no'; }
 found() { ctl devices | grep "$1"; }
-# is DEVICE PROPERTY [yes|no]: what bluetoothd knows of it.
-is() { ctl info "$1" | grep "$2: ${3:-yes}"; }
-
-# tell COMMAND: to the bluetoothctl that stays, which is also the one that is asked to confirm a pairing.
-tell() { printf '%s\n' "$*" >&5; }
-# told TEXT: it has printed it since `forget`.
-told() { tail -c "+$((heard + 1))" "$LOGS/ctl.log" | grep -a "$1"; }
-forget() { heard=$(stat -c %s "$LOGS/ctl.log"); }
-
-# attributes DEVICE: is told of its battery running down, and writes and reads its note, for which the link has to be
-# encrypted.
+# attributes DEVICE: its battery's level, and its note.
 attributes() {
   local path=/org/bluez/hci0/dev_${1//:/_}
-  tell "menu gatt"
-  forget
-  tell "select-attribute $path/service0006/char0007"
-  tell "notify on"
-  until_true 15 told 'Notify started' || fail "notifications"
-  until_true 15 told 'Attribute .*char0007 Value' || fail "no notification"
-  tell "notify off"
-  tell "select-attribute $path/service000a/char000b"
-  forget
-  tell 'write "0x68 0x65 0x6c 0x6c 0x6f"'
-  until_true 15 told 'Attempting to write' || fail "writing"
-  tell read
-  until_true 15 told '68 65 6c 6c 6f' || fail "reading what was written"
-  tell back
+  use "$path/service0006/char0007" "$path/service000a/char000b"
 }
 
 mkdir -m 700 "$BTHAL_ROOT"
@@ -51,9 +25,7 @@ bridge=$!
 until_true 20 ctl list || fail "no bluetoothd"
 until_true 20 test -e /sys/class/bluetooth/hci0 || fail "no hci0"
 until_true 20 eval 'ctl list | grep Controller' || fail "bluetoothd sees no controller"
-mkfifo "$LOGS/ctl"
-bluetoothctl --agent NoInputNoOutput <"$LOGS/ctl" >"$LOGS/ctl.log" 2>&1 &
-exec 5>"$LOGS/ctl"
+start_ctl "$LOGS"
 [ -e /sys/class/rfkill/rfkill0 ] || fail "the kernel gave no rfkill entry"
 
 for round in $(seq "$ROUNDS"); do
@@ -83,7 +55,7 @@ for round in $(seq "$ROUNDS"); do
     until_true 10 eval "! ctl devices | grep $device" || fail "$device is not removed"
   done
   ctl power off >/dev/null || fail "power off"
-  until_true 10 unpowered || fail "still powered"
+  until_true 10 powered no || fail "still powered"
 done
 
 say "the service is killed"

@@ -13,8 +13,6 @@
 namespace bthal::test {
 namespace {
 
-namespace fs = std::filesystem;
-
 const fs::path kTree = SOURCE_TREE;
 const fs::path kAndroid = kTree / "packaging/android";
 constexpr char kService[] = "android.hardware.bluetooth-service.qnlbtlinux";

@@ -40,6 +40,8 @@
 
 namespace bthal::test {
 
+namespace fs = std::filesystem;
+
 using ::android::base::GetProperty;
 using ::android::base::SetProperty;
 using ::android::base::unique_fd;

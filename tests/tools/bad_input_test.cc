@@ -8,8 +8,6 @@ namespace {
 
 using namespace ::bthal::test;
 
-namespace fs = std::filesystem;
-
 // 2: the command line cannot be read; 1: what it asks for cannot be done. "$ROOT" stands for a fresh device root.
 struct BadInput {
   std::vector<std::string> arguments;

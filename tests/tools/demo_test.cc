@@ -16,8 +16,6 @@ namespace {
 
 using namespace ::bthal::test;
 
-namespace fs = std::filesystem;
-
 // Everything that was started with this runtime folder, be it child or orphan.
 std::vector<std::string> ProcessesWith(const std::string& folder) {
   std::vector<std::string> found;

@@ -15,8 +15,6 @@ namespace {
 
 using namespace ::bthal::test;
 
-namespace fs = std::filesystem;
-
 const fs::path kDocs = fs::path(SOURCE_TREE) / "docs";
 
 struct Example {

@@ -12,7 +12,6 @@ namespace {
 
 using namespace ::bthal::test;
 
-namespace fs = std::filesystem;
 using ::android::hardware::bluetooth::conf::Config;
 
 std::set<std::string> Names(std::span<const tool::KnownName> known) {

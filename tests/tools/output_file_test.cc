@@ -11,8 +11,6 @@ namespace {
 
 using namespace ::bthal::test;
 
-namespace fs = std::filesystem;
-
 constexpr char kReport[] =
     "=============================================\nAnchors' History\n"
     "=============================================\n"

@@ -11,8 +11,6 @@ namespace {
 
 using namespace ::bthal::test;
 
-namespace fs = std::filesystem;
-
 class SoleProcessTest : public BoardSessionTest {
  protected:
   // What a second one could break: every file, fifo, socket and entry below the root, but what the first one's log
