@@ -146,17 +146,23 @@ TEST_F(GatheredPacketsTest, AnAnswerActsWhenTheClientHasAllThatCameBefore) {
 // What comes up of one that does not return stands open in the record.
 TEST_F(GatheredPacketsTest, ACallbackThatDoesNotReturnShowsInTheRecord) {
   ASSERT_NO_FATAL_FAILURE(Connect());
-  ASSERT_NO_FATAL_FAILURE(Send({Event(1), Event(kBlocks), Acl(2)}));
-  ASSERT_TRUE(Hears({1, kBlocks}));
+  // As many as travel together, and one.
+  std::vector<Bytes> packets(14, Event(1));
+  packets.insert(packets.end(), {Event(kBlocks), Acl(2), Event(3)});
+  ASSERT_NO_FATAL_FAILURE(Send(packets));
+  Bytes heard(14, 1);
+  heard.push_back(kBlocks);
+  ASSERT_TRUE(Hears(heard));
   const auto count = [](const std::string& text) {
     const auto lines = DumpSection("Anchors' History");
     return std::ranges::count_if(lines, [&](const std::string& line) { return line.find(text) != line.npos; });
   };
-  EXPECT_EQ(count("cb->hciEventReceived: 4 bytes [ IN]"), 2);
+  EXPECT_EQ(count("cb->hciEventReceived: 4 bytes [ IN]"), 15);
   EXPECT_EQ(count(" bytes [OUT]"), 0);
   leave_.Open();
-  ASSERT_TRUE(Hears({1, kBlocks, 2}));
-  EXPECT_TRUE(WaitFor([&] { return count(" bytes [OUT]") == 3; }));
+  heard.insert(heard.end(), {2, 3});
+  ASSERT_TRUE(Hears(heard));
+  EXPECT_TRUE(WaitFor([&] { return count(" bytes [OUT]") == 17; }));
   EXPECT_EQ(count("cb->aclDataReceived: 5 bytes [OUT]"), 1);
 }
 
@@ -167,6 +173,21 @@ TEST_F(GatheredPacketsTest, AClientThatClosesFromInsideHearsNothingMore) {
   ASSERT_TRUE(WaitFor([&] { return log_.HasThrottled("aclData: g_cb == nullptr"); }));
   EXPECT_EQ(Heard(), (Bytes{1, kCloses}));
   EXPECT_EQ(log_.Count("Unable to callback"), 0u);
+}
+
+TEST_F(GatheredPacketsTest, AClientThatGoesMeanwhileGetsNothingOfWhatWasKept) {
+  ASSERT_NO_FATAL_FAILURE(Connect());
+  const auto client = ConnectedClient();
+  const Bytes event = Event(1);
+  const Bytes packet(event.begin() + 1, event.end());
+  MoreToCome(true);
+  EventCallback(packet);
+  DisconnectClient();
+  MoreToCome(false);
+  EXPECT_TRUE(log_.Has("hciEvent: g_cb == nullptr"));
+  ConnectClient(client);
+  EventCallback(packet);  // not kept, so that all has been heard now
+  EXPECT_EQ(Heard(), Bytes{1});
 }
 
 TEST_F(GatheredPacketsTest, AClientThatDiesInTheMiddleIsComplainedOf) {

@@ -120,6 +120,23 @@ TEST_F(H4ProtocolBadType, UnknownIsReportedAndTheRestNotTrusted) {
                                     "06, 04, ff, 01, 02, 00, 00"));
 }
 
+// Who keeps the packets of a read hands them on at its end, and before anything ends the process.
+TEST_F(H4ProtocolBadType, WhatWasKeptIsHandedOnBefore) {
+  std::vector<std::string> calls;
+  const auto packet = [&](const HciPacket&) { calls.emplace_back("packet"); };
+  const H4Owner owner{.is_initialized = nullptr,
+                      .is_ready = nullptr,
+                      .catch_exception = [&](BqrErrorCode, const std::string&) { calls.emplace_back("report"); }};
+  H4Protocol h4(
+      -1, {.event_cb = packet, .more_to_come_cb = [&](bool more) { calls.emplace_back(more ? "more" : "no more"); }},
+      owner);
+  h4.OnBytes(WithReadAhead({4, 0x3E, 1, 1, 4, 0x3E, 1, 2, 4}).data(), 9);
+  EXPECT_THAT(calls, ElementsAre("more", "packet", "packet", "no more"));
+  calls.clear();
+  h4.OnBytes(WithReadAhead({0x3E, 1, 3, 6}).data(), 4);
+  EXPECT_THAT(calls, ElementsAre("more", "packet", "no more", "report", "no more"));
+}
+
 TEST_F(H4ProtocolBadType, ZeroIsReportedAndSkipped) {
   recorder_.OnBytes({0x00, 0x04, 0xFF, 0x01, 0x01});
   EXPECT_TRUE(log_.Has("OnDataReady: Unimplemented Packet Type: 0 detected!"));

@@ -224,6 +224,27 @@ TEST_F(HciFlowControlTest, WatchersSeeWhatTheyAskedForAndClaimed) {
   EXPECT_EQ(Events().back(), kResetComplete);
 }
 
+// An event of nobody's may be kept, and be handed on with others. Before anybody acts on one, what was kept goes.
+TEST_F(HciFlowControlTest, WhatIsActedOnIsNotKept) {
+  os::SetKillSelfForTest([] {});
+  const Watcher vendor(flow_, "vendor", 0xFF, 0, false);
+  std::string calls;
+  const Consumers consumers{.event_cb = [&](const HciPacket&) { calls += "event"; },
+                            .more_to_come_cb = [&](bool more) { calls += more ? "more " : "go "; }};
+  const struct {
+    Bytes event;
+    const char* calls;
+  } kCases[] = {{{0x3E, 1, 2}, "event"},       {{0x13, 5, 1, 0x40, 0, 1, 0}, "event"},
+                {{0xFF, 1, 0x58}, "go event"}, {kResetComplete, "go event"},
+                {{0x3E, 2, 2}, "go "},         {{0x0F, 4, 0, 1, 3, 12}, "go event"},
+                {{0x19, 2, 3, 12}, "go event"}};
+  for (const auto& one : kCases) {
+    calls.clear();
+    flow_->OnHciEventReady(HciPacket(one.event), consumers);
+    EXPECT_EQ(calls, one.calls) << ::testing::PrintToString(one.event);
+  }
+}
+
 TEST_F(HciFlowControlTest, MalformedEventsAreReported) {
   os::SetKillSelfForTest([] {});
   Watcher any(flow_, "any", 0x0E, 0, false);
