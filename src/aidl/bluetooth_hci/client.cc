@@ -14,8 +14,7 @@
 namespace android::hardware::bluetooth::aidl::qnlbtlinux {
 namespace {
 
-// So many of the records that a client which does not return leaves open, and so much is what it hears at most before
-// the answer to what it asked meanwhile.
+// So many records at most are left open by a client that does not return from a callback.
 constexpr size_t kMaxKept = 16;
 
 // Never destroyed: the receive thread may outlive main().
