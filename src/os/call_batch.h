@@ -6,7 +6,6 @@
 #else
 #include <android/binder_auto_utils.h>
 
-#include <cstddef>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -21,15 +20,14 @@ using ::bthal::host::CallBatch;
 class CallBatch {
  public:
   template <typename F>
-  std::optional< ::ndk::ScopedAStatus> Keep(AIBinder* /*target*/, F&& function) {
+  std::optional<ndk::ScopedAStatus> Keep(AIBinder* /*target*/, F&& function) {
     return std::forward<F>(function)();
   }
-  size_t size() const { return 0; }
-  const std::vector< ::ndk::ScopedAStatus>& Send() { return outcomes_; }
+  const std::vector<ndk::ScopedAStatus>& Send() { return outcomes_; }
   void Abandon() {}
 
  private:
-  const std::vector< ::ndk::ScopedAStatus> outcomes_;
+  const std::vector<ndk::ScopedAStatus> outcomes_;
 };
 #endif
 

@@ -88,7 +88,7 @@ TEST(PacketAllocationsTest, NeitherDirectionAllocates) {
   Accelerate(false);
   const auto idle = ndk::SharedRefBase::make<BluetoothHci>();  // serves nobody: its packets end behind the record
   hci::HciFlowControl* const flow =
-      hci::channel::InitializeHciHandle({EventCallback, AclCallback, ScoCallback, IsoCallback, nullptr});
+      hci::channel::InitializeHciHandle({EventCallback, AclCallback, ScoCallback, IsoCallback, nullptr, MoreToCome});
   ASSERT_NE(flow, nullptr);
 
   std::array<uint8_t, 64> wire;
