@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <utility>
 
 #include <android-base/stringprintf.h>
 
@@ -27,32 +28,41 @@ std::string ToRecordTime(RecordTable::Time time) {
                                        static_cast<int>(fraction.count()));
 }
 
-void RecordTable::Record::Assign(Time when, std::string_view first, std::string_view second) {
-  time = when;
-  const size_t length = first.size() + second.size();
-  if (text.capacity() > kKeptCapacity && length <= kKeptCapacity) std::string().swap(text);
-  text.reserve(std::max(length, kUsualCapacity));
-  text.assign(first).append(second);
+RecordTable::Record& RecordTable::FreeSlot() {
+  if (count_ < kMaxHistory) return history_[(oldest_ + count_++) % kMaxHistory];
+  Record& slot = history_[oldest_];
+  oldest_ = (oldest_ + 1) % kMaxHistory;
+  const auto type = static_cast<size_t>(slot.type);
+  if (newest_[type] == &slot) {
+    std::swap(slot, dropped_[type]);
+    newest_[type] = nullptr;
+  }
+  return slot;
 }
 
 void RecordTable::Append(AnchorType type, Time time, std::string_view text, std::string_view suffix) {
-  const size_t slot = (oldest_ + count_) % kMaxHistory;
-  if (count_ == kMaxHistory) {
-    oldest_ = (oldest_ + 1) % kMaxHistory;
-  } else {
-    ++count_;
-  }
-  history_[slot].Assign(time, text, suffix);
+  Record& slot = FreeSlot();
+  const size_t length = text.size() + suffix.size();
+  if (slot.text.capacity() > kKeptCapacity && length <= kKeptCapacity) std::string().swap(slot.text);
+  slot.text.reserve(std::max(length, kUsualCapacity));
+  slot.text.assign(text).append(suffix);
+  slot.time = time;
+  slot.type = type;
   const auto number = static_cast<size_t>(type);
-  last_appearance_[number].Assign(time, text, suffix);
+  newest_[number] = &slot;
   seen_.set(number);
+}
+
+const RecordTable::Record* RecordTable::LastAppearance(size_t type) const {
+  if (newest_[type] != nullptr) return newest_[type];
+  return seen_[type] ? &dropped_[type] : nullptr;
 }
 
 void RecordTable::PrintLastAppearances(std::string& out) const {
   for (size_t number = 0; number < kTypes; ++number) {
-    if (!seen_[number]) continue;
-    const Record& record = last_appearance_[number];
-    out.append("Timestamp of ").append(record.text).append(": ").append(ToRecordTime(record.time)) += '\n';
+    const Record* record = LastAppearance(number);
+    if (record == nullptr) continue;
+    out.append("Timestamp of ").append(record->text).append(": ").append(ToRecordTime(record->time)) += '\n';
   }
 }
 

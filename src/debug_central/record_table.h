@@ -12,14 +12,18 @@
 
 namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug {
 
-// Two records are written for every packet that crosses the service, so a record costs a copy of its text and no more:
-// slots keep their storage from one record to the next, and times are turned into text only when somebody reads them.
-// Not synchronised: its owner locks.
+// Two records are written for every packet that crosses the service, so a record costs one copy of its text and no
+// more: slots keep their storage from one record to the next, the newest of a type is kept aside only when the history
+// drops it, and times are turned into text only when somebody reads them. Not synchronised: its owner locks.
 class RecordTable {
  public:
   using Time = std::chrono::system_clock::time_point;
 
   static constexpr size_t kMaxHistory = 400;
+
+  RecordTable() = default;
+  RecordTable(const RecordTable&) = delete;
+  RecordTable& operator=(const RecordTable&) = delete;
 
   // Appends `text` followed by `suffix`, dropping the oldest record of a full history.
   void Append(AnchorType type, Time time, std::string_view text, std::string_view suffix = {});
@@ -35,14 +39,18 @@ class RecordTable {
   struct Record {
     std::string text;
     Time time;
-
-    void Assign(Time when, std::string_view first, std::string_view second);
+    AnchorType type;
   };
 
-  std::array<Record, kMaxHistory> history_;  // a ring
+  // The record that is appended next takes this slot; that of the record which the history drops, once it is full.
+  Record& FreeSlot();
+  const Record* LastAppearance(size_t type) const;
+
+  std::array<Record, kMaxHistory> history_{};  // a ring
   size_t oldest_ = 0;
   size_t count_ = 0;
-  std::array<Record, kTypes> last_appearance_;
+  std::array<const Record*, kTypes> newest_{};  // of each type, in the history; null: in dropped_, if seen
+  std::array<Record, kTypes> dropped_{};
   std::bitset<kTypes> seen_;
 };
 
