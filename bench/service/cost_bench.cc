@@ -157,9 +157,9 @@ void SystemCalls(benchmark::State& state) {
   const double calls = TotalCalls(report) / kPackets;
   std::filesystem::remove(report);
   if (calls == 0) return state.SkipWithError("strace counted nothing: may it trace here?");
-  // A call that is served: look, read, answer. A packet to the controller: a write; from it: look, read (often many at
-  // once). A call to the client: write, read; of a flood, up to 16 in one.
-  const double floor = way == kRoundTrip ? 8 : way == kDown ? 4 : 2.0 / 16;
+  // A call that is served by the thread that stays with the client: read, answer. A packet to the controller: a write;
+  // from it: look, read (often many at once). A call to the client: write, read; of a flood, up to 16 in one.
+  const double floor = way == kRoundTrip ? 7 : way == kDown ? 3 : 2.0 / 16;
   Tell(state, calls, floor, std::string("system calls, ") + kWayNames[way], "a packet");
 }
 BENCHMARK(SystemCalls)->DenseRange(kRoundTrip, kUp)->Iterations(1);

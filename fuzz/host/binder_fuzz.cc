@@ -1,5 +1,5 @@
-// A peer's bytes, whatever they are, against a served object: once read by the pool, once by a thread that waits for an
-// answer. The peer hangs up at the end, so that nothing waits for more.
+// A peer's bytes, whatever they are, against a served object: once read by the pool, once by a thread that stays, once
+// by one that waits for an answer. The peer hangs up at the end, so that nothing waits for more.
 #include <aidl/android/hardware/bluetooth/BnBluetoothHci.h>
 #include <android/binder_manager.h>
 #include <fcntl.h>
@@ -24,6 +24,7 @@ namespace {
 
 using android::base::unique_fd;
 using bthal::binder::Connection;
+using bthal::binder::Sockets;
 using ::ndk::ScopedAStatus;
 
 // What a socket takes of small answers without anybody reading them; the same holds for the input.
@@ -76,15 +77,11 @@ unique_fd Said(const uint8_t* data, size_t size, unique_fd* peer) {
   return own;
 }
 
-struct Peer {
-  unique_fd calls;
-  unique_fd answers;
-};
-
-// A connection whose peer has said `data` over both sockets and hung up.
-std::shared_ptr<Connection> Connect(const uint8_t* data, size_t size, Peer* peer) {
-  unique_fd calls = Said(data, size, &peer->calls);
-  return std::make_shared<Connection>(1, std::move(calls), Said(data, size, &peer->answers));
+// A connection whose peer, returned in `*peer`, has said `data` over `count` sockets and hung up.
+std::shared_ptr<Connection> Connect(const uint8_t* data, size_t size, Sockets* peer, size_t count = Sockets().size()) {
+  Sockets own;
+  for (size_t i = 0; i < count; ++i) own[i] = Said(data, size, &(*peer)[i]);
+  return std::make_shared<Connection>(1, std::move(own));
 }
 
 void ServeAll(const std::shared_ptr<Connection>& connection) {
@@ -96,20 +93,33 @@ void ServeAll(const std::shared_ptr<Connection>& connection) {
   }
 }
 
+void ServeExpress(const std::shared_ptr<Connection>& connection) {
+  std::vector<bthal::binder::Job> jobs;
+  while (connection->AwaitExpress(&jobs)) {
+    for (auto& job : jobs) job.Run();
+    jobs.clear();
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const bool prepared = Prepare();
   if (!prepared || size > kMaxInput) return 0;
-  Peer peer;
+  Sockets peer;
   {
     const auto connection = Connect(data, size, &peer);
     ServeAll(connection);
     connection->OnHangUp();
   }
   {
+    const auto connection = Connect(data, size, &peer);
+    ServeExpress(connection);
+    connection->OnHangUp();
+  }
+  {
     // The peer's first bytes.
-    const auto connection = std::make_shared<Connection>(1, Said(data, size, &peer.calls));
+    const auto connection = Connect(data, size, &peer, 1);
     ServeAll(connection);
     connection->OnHangUp();
   }

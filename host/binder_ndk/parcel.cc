@@ -16,9 +16,9 @@ namespace {
 constexpr size_t Padded(size_t size) { return (size + 3) & ~size_t{3}; }
 
 void Append(AParcel* parcel, const void* bytes, size_t size) {
-  const size_t begin = parcel->data.size();
-  parcel->data.resize(begin + Padded(size));
-  if (size != 0) memcpy(parcel->data.data() + begin, bytes, size);
+  const auto* begin = static_cast<const uint8_t*>(bytes);
+  parcel->data.insert(parcel->data.end(), begin, begin + size);
+  if (size % 4 != 0) parcel->data.resize(Padded(parcel->data.size()));
 }
 
 // The next `size` bytes and their padding, or null.

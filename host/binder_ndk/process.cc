@@ -76,7 +76,7 @@ void Process::AfterForkInChild() {
   if (Process* process = g_process.exchange(nullptr)) {
     const int harmless = open("/dev/null", O_RDWR | O_CLOEXEC);
     for (const auto& [id, connection] : process->connections_) {
-      for (const Way way : {Way::kCalls, Way::kAnswers}) dup3(harmless, connection->fd(way), O_CLOEXEC);
+      for (const Way way : kAllWays) dup3(harmless, connection->fd(way), O_CLOEXEC);
     }
     if (process->listener_.get() >= 0) dup3(harmless, process->listener_.get(), O_CLOEXEC);
     dup3(harmless, process->watched_.get(), O_CLOEXEC);
@@ -96,22 +96,24 @@ std::shared_ptr<Connection> Process::ConnectTo(const std::string& name) {
     const auto found = known == by_name_.end() ? connections_.end() : connections_.find(known->second);
     if (found != connections_.end() && found->second->alive()) return found->second;
   }
-  unique_fd socket = ConnectSocket(name);
-  if (socket.get() < 0) return nullptr;
-  if (geteuid() != 0 && !IsTrusted(PeerOf(socket.get()))) {
+  Sockets sockets;
+  Sockets peers_ends;
+  unique_fd& calls = sockets[At(Way::kCalls)];
+  calls = ConnectSocket(name);
+  if (calls.get() < 0) return nullptr;
+  if (geteuid() != 0 && !IsTrusted(PeerOf(calls.get()))) {
     LOG(ERROR) << "the service at " << name << " runs as another user and is not called";
     return nullptr;
   }
-  unique_fd answers;
-  unique_fd peers_end;
-  if (!android::base::Socketpair(AF_UNIX, SOCK_STREAM, 0, &answers, &peers_end)) {
-    PLOG(ERROR) << "no socket for the answers of " << name;
+  for (const Way way : {Way::kAnswers, Way::kExpressOut, Way::kExpressIn}) {
+    if (android::base::Socketpair(AF_UNIX, SOCK_STREAM, 0, &sockets[At(way)], &peers_ends[At(AtPeer(way))])) continue;
+    PLOG(ERROR) << "no sockets for a connection to " << name;
     return nullptr;
   }
   const std::lock_guard lock(mutex_);
-  std::shared_ptr<Connection> connection = AdoptLocked(std::move(socket), std::move(answers));
+  std::shared_ptr<Connection> connection = AdoptLocked(std::move(sockets));
   if (connection == nullptr) return nullptr;
-  connection->Introduce(peers_end.get());
+  connection->Introduce(peers_ends);
   by_name_[name] = connection->id();
   return connection;
 }
@@ -125,10 +127,10 @@ void Process::Listen(unique_fd socket) {
   WakeWatcher();
 }
 
-std::shared_ptr<Connection> Process::AdoptLocked(unique_fd calls, unique_fd answers) {
-  const bool has_answers = answers.get() >= 0;
-  auto connection = std::make_shared<Connection>(next_id_++, std::move(calls), std::move(answers));
-  if (!WatchSocket(EPOLL_CTL_ADD, *connection, Way::kCalls, false) || (has_answers && !WatchAnswers(*connection))) {
+std::shared_ptr<Connection> Process::AdoptLocked(Sockets sockets) {
+  auto connection = std::make_shared<Connection>(next_id_++, std::move(sockets));
+  for (const Way way : kAllWays) {
+    if (connection->fd(way) < 0 || WatchHangUp(*connection, way)) continue;
     PLOG(ERROR) << "cannot watch a connection";
     return nullptr;
   }
@@ -173,7 +175,7 @@ void Process::Watch() {
 bool Process::WatchSocket(int operation, const Connection& connection, Way way, bool room) {
   epoll_event event{};
   event.events = EPOLLRDHUP | (room ? EPOLLOUT : 0U);
-  event.data.u64 = connection.id() << 1 | (way == Way::kAnswers ? 1 : 0);
+  event.data.u64 = connection.id() * std::size(kAllWays) + At(way);
   return epoll_ctl(watched_.get(), operation, connection.fd(way), &event) == 0;
 }
 
@@ -182,8 +184,8 @@ void Process::AwaitRoom(const Connection& connection, Way way, bool wanted) {
   WatchSocket(EPOLL_CTL_MOD, connection, way, wanted);
 }
 
-bool Process::WatchAnswers(const Connection& connection) {
-  return WatchSocket(EPOLL_CTL_ADD, connection, Way::kAnswers, false);
+bool Process::WatchHangUp(const Connection& connection, Way way) {
+  return WatchSocket(EPOLL_CTL_ADD, connection, way, false);
 }
 
 void Process::HandleConnections() {
@@ -192,11 +194,11 @@ void Process::HandleConnections() {
   do {
     count = TEMP_FAILURE_RETRY(epoll_wait(watched_.get(), events, std::size(events), 0));
     for (int i = 0; i < count; ++i) {
-      const uint64_t id = events[i].data.u64 >> 1;
+      const uint64_t id = events[i].data.u64 / std::size(kAllWays);
       if (events[i].events != EPOLLOUT) {
         Bury(id);
       } else if (const auto connection = FindConnection(id)) {
-        connection->OnRoom((events[i].data.u64 & 1) == 0 ? Way::kCalls : Way::kAnswers);
+        connection->OnRoom(kAllWays[events[i].data.u64 % std::size(kAllWays)]);
       }
     }
   } while (count == std::size(events));
@@ -213,9 +215,9 @@ void Process::Bury(uint64_t id) {
     std::erase_if(by_name_, [&](const auto& entry) { return entry.second == id; });
   }
   pool_.Unwatch(*connection);
-  // First, because the peer's other socket may come in this moment, to be watched unless the hang-up was seen.
+  // First, because another socket of the peer's may come in this moment, to be watched unless the hang-up was seen.
   Estate estate = connection->OnHangUp();
-  for (const Way way : {Way::kCalls, Way::kAnswers}) {
+  for (const Way way : kAllWays) {
     epoll_ctl(watched_.get(), EPOLL_CTL_DEL, connection->fd(way), nullptr);
   }
   undertaker_.Settle(std::move(estate));
@@ -253,7 +255,9 @@ void Process::Accept() {
   }
   const std::lock_guard lock(mutex_);
   if (HasPlaceFor(peer.uid)) {
-    AdoptLocked(std::move(socket), {});
+    Sockets sockets;
+    sockets[At(Way::kCalls)] = std::move(socket);
+    AdoptLocked(std::move(sockets));
   } else {
     SayTurnedAway(peer);
   }

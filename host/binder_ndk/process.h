@@ -41,8 +41,8 @@ class Process {
   std::shared_ptr<Connection> FindConnection(uint64_t id);
   // Has the connection's OnRoom() called while its socket takes more, or no longer.
   void AwaitRoom(const Connection& connection, Way way, bool wanted);
-  // Watches the connection's second socket, too. False when there is no memory for it.
-  bool WatchAnswers(const Connection& connection);
+  // Watches a further socket of the connection, too. False when there is no memory for it.
+  bool WatchHangUp(const Connection& connection, Way way);
 
  private:
   Process();
@@ -60,7 +60,7 @@ class Process {
   void Accept();
   bool HasPlaceFor(uid_t user);
   void SayTurnedAway(const Peer& peer);
-  std::shared_ptr<Connection> AdoptLocked(android::base::unique_fd calls, android::base::unique_fd answers);
+  std::shared_ptr<Connection> AdoptLocked(Sockets sockets);
 
   ThreadPool pool_;
   ServiceList services_;

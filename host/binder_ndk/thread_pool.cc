@@ -24,6 +24,9 @@ namespace {
 
 // No connection has this id.
 constexpr uint64_t kQueue = 0;
+// A thread that has served so many calls of one connection, and none of another, stays with it. What a tool asks is
+// done before.
+constexpr unsigned kCallsBeforeStay = 64;
 
 void Control(int epoll, int operation, const Connection& connection, uint32_t events) {
   epoll_event event{};
@@ -89,11 +92,18 @@ void ThreadPool::Run() {
     ++idle_;
   }
   std::vector<Job> found;  // kept, so that a call needs no memory for it
+  uint64_t last_served = kQueue;
+  unsigned in_a_row = 0;
   for (;;) {
     Job job;
     if (!Next(&found, &job)) continue;
     BeginJob();
     job.Run();
+    if (std::exchange(last_served, job.connection->id()) != job.connection->id()) in_a_row = 0;
+    if (++in_a_row == kCallsBeforeStay) {
+      StayWith(*job.connection);
+      in_a_row = 0;
+    }
     EndJob();
   }
 }
@@ -114,10 +124,40 @@ bool ThreadPool::Next(std::vector<Job>* found, Job* job) {
   if (connection == nullptr) return false;
   connection->OnReadable(found);
   if (found->empty()) return false;
-  *job = std::move(found->front());
+  *job = TakeFirst(found);
+  return true;
+}
+
+Job ThreadPool::TakeFirst(std::vector<Job>* found) {
+  Job first = std::move(found->front());
   found->erase(found->begin());
   Add(found);
+  return first;
+}
+
+void ThreadPool::StayWith(Connection& connection) {
+  if (!BeginStay()) return;
+  if (connection.OfferExpress()) {
+    std::vector<Job> found;
+    while (connection.AwaitExpress(&found)) {
+      if (!found.empty()) TakeFirst(&found).Run();
+    }
+  }
+  EndStay();
+}
+
+// The thread that stays is missing among the others, and is replaced.
+bool ThreadPool::BeginStay() {
+  const std::lock_guard lock(mutex_);
+  if (!started_ || staying_) return false;
+  staying_ = true;
+  if (idle_ == 0) Spawn();
   return true;
+}
+
+void ThreadPool::EndStay() {
+  const std::lock_guard lock(mutex_);
+  staying_ = false;
 }
 
 // With the last idle thread busy, another one waits in its place.
@@ -132,7 +172,7 @@ void ThreadPool::EndJob() {
 }
 
 void ThreadPool::Spawn() {
-  if (spawned_ >= max_threads_) return;
+  if (spawned_ >= max_threads_ + (staying_ ? 1 : 0)) return;
   const std::string name = "binder:" + std::to_string(++spawned_);
   std::thread([this, name] {
     pthread_setname_np(pthread_self(), name.c_str());

@@ -14,6 +14,9 @@ namespace bthal::binder {
 
 // The thread that the kernel wakes for a readable connection reads it and serves the call it finds: there is no
 // hand-over. Calls beyond one go through a queue. Any thread.
+//
+// One thread stays with a peer that calls again and again, and waits for its express calls only, which is the shortest
+// way that there is. It does not count as one of the pool's then; and after, there is one more of them.
 class ThreadPool {
  public:
   ThreadPool();
@@ -35,8 +38,14 @@ class ThreadPool {
  private:
   [[noreturn]] void Run();
   bool Next(std::vector<Job>* found, Job* job);
+  // Takes the first of the jobs, and leaves the others to other threads.
+  Job TakeFirst(std::vector<Job>* found);
   void BeginJob();
   void EndJob();
+  // Serves the express calls of `connection` as long as it lasts, unless another thread stays with one.
+  void StayWith(Connection& connection);
+  bool BeginStay();
+  void EndStay();
   void Spawn();
 
   const android::base::unique_fd epoll_;
@@ -48,6 +57,7 @@ class ThreadPool {
   uint32_t spawned_ = 0;
   uint32_t idle_ = 0;
   bool started_ = false;
+  bool staying_ = false;  // a thread does
 };
 
 }  // namespace bthal::binder

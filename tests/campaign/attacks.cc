@@ -43,7 +43,7 @@ bool AskAndNotRead(const std::string& root, Random& /*random*/) {
 bool SendGarbage(const std::string& root, Random& random) {
   const RawPeer peer(root);
   Header header{.size = static_cast<uint32_t>(random() % 4096),
-                .type = static_cast<uint16_t>(random() % 5),
+                .type = static_cast<uint16_t>(random() % 8),
                 .objects = static_cast<uint16_t>(random() % 3),
                 .call = random() % 5,
                 .target = random() % 3};

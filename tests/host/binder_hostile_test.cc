@@ -43,7 +43,8 @@ TEST_F(BinderHostileTest, MalformedMessagesCostTheConnection) {
       {"an object that was never given", {.target = 4711}},
       {"an answer among the calls", {.type = kReply, .code = 0}},
       {"a call on behalf of nothing", {.nested = 1}},
-      {"a second socket for the answers, without one", {.type = kConnect}},
+      {"a further socket, without one", {.type = kConnect}},
+      {"the express socket read, among the calls", {.type = kExpress}},
       {"a reference given back that was never taken", {.type = kRelease, .call = 1, .target = 1}},
       {"nothing given back", {.type = kRelease, .call = 0, .target = 1}},
       {"a body where none belongs", {.size = 4, .type = kRelease, .call = 1, .target = 1}, {0}},
@@ -65,15 +66,23 @@ TEST_F(BinderHostileTest, MalformedMessagesCostTheConnection) {
   {
     const RawPeer peer(root_.path(), false);
     peer.Send(Header{});
-    EXPECT_TRUE(peer.IsCut());
+    EXPECT_TRUE(peer.IsEnded(Way::kCalls));
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const Header connect{.type = kConnect, .flags = kWithDescriptor};
     const RawPeer with_a_pipe(root_.path(), false);
-    with_a_pipe.SendWithDescriptors({.type = kConnect, .flags = kWithDescriptor}, {ends[1]});
-    EXPECT_TRUE(with_a_pipe.IsCut());
-    const RawPeer with_two(root_.path());
-    with_two.SendWithDescriptors({.type = kConnect, .flags = kWithDescriptor}, {ends[1]});
-    EXPECT_TRUE(with_two.IsEnded());
+    with_a_pipe.SendWithDescriptors(connect, {ends[1]});
+    EXPECT_TRUE(with_a_pipe.IsEnded(Way::kCalls));
+    android::base::unique_fd ours;
+    android::base::unique_fd theirs;
+    ASSERT_TRUE(android::base::Socketpair(SOCK_STREAM, &ours, &theirs));
+    const RawPeer with_one(root_.path(), false);
+    with_one.SendWithDescriptors(connect, {theirs.get()});
+    with_one.Send(Header{});
+    EXPECT_TRUE(with_one.IsEnded(Way::kCalls));
+    const RawPeer with_four(root_.path());
+    with_four.SendWithDescriptors(connect, {theirs.get()});
+    EXPECT_TRUE(with_four.IsEnded());
     close(ends[0]);
     close(ends[1]);
   }
@@ -87,23 +96,16 @@ TEST_F(BinderHostileTest, MalformedMessagesCostTheConnection) {
 
 // Not nonsense: a reference that is given back overtakes the answer that brings the object home.
 TEST_F(BinderHostileTest, AnObjectThatIsGivenBackMayStillComeHome) {
-  constexpr uint32_t kOwn = 1;    // an object of who sends it
-  constexpr uint32_t kYours = 2;  // of who receives it
   hci_->on_initialize = [](const auto& callbacks) { return callbacks->hciEventReceived({1}); };
   const RawPeer peer = Client();
-  std::vector<uint32_t> body = Words(Hci::descriptor);
-  const auto offset = static_cast<uint32_t>(4 * body.size());
-  body.insert(body.end(), {kOwn, 5, 0});
-  for (const uint32_t word : Words(Callbacks::descriptor)) body.push_back(word);
-  body.push_back(offset);
-  const auto size = static_cast<uint32_t>(4 * body.size());
-  peer.Send({.size = size, .objects = 1, .call = 9, .target = 1, .code = FIRST_CALL_TRANSACTION + 1}, body);
+  CallInitialize(peer, Hci::descriptor, Callbacks::descriptor);
   const Header callback = peer.Receive();
   EXPECT_EQ(callback.type, kCall);
   EXPECT_EQ(callback.nested, 9u);
   peer.Send({.type = kRelease, .call = 1, .target = 1, .code = 0});
   ASSERT_TRUE(peer.Answers()) << "and so the object was given back";
-  peer.Answer({.size = 20, .type = kReply, .objects = 1, .call = callback.call, .code = 0}, {0, kYours, 1, 0, 4});
+  peer.Send({.size = 20, .type = kReply, .objects = 1, .call = callback.call, .code = 0}, {0, kYourObject, 1, 0, 4},
+            Way::kAnswers);
   const Header answer = peer.Receive();
   EXPECT_EQ(answer.type, kReply);
   EXPECT_EQ(answer.call, 9u);

@@ -41,26 +41,37 @@ void Job::Run() {
 binder_status_t Connection::Call(uint64_t target, int32_t code, AParcel* in, int descriptor, ParcelPtr* out) {
   std::optional<Incoming> reply;
   Waiter waiter({&reply, 1});
-  if (!Enter(&waiter, nullptr)) return STATUS_DEAD_OBJECT;
+  const uint64_t nested = ServedCallOf(this);
+  if (!Enter(&waiter, nested, nullptr)) return STATUS_DEAD_OBJECT;
   Header header{};
   header.type = MessageType::kCall;
   header.call = waiter.call;
   header.target = target;
-  header.nested = ServedCallOf(this);
+  header.nested = nested;
   header.code = code;
-  // The thread that waits at the other end for the answer to the call that is served here reads answers only.
-  binder_status_t status = Send(header.nested == 0 ? Way::kCalls : Way::kAnswers, header, in, descriptor);
-  if (status == STATUS_OK && !Await(&waiter)) status = STATUS_DEAD_OBJECT;
-  Leave(&waiter);
+  binder_status_t status = Send(waiter.way, header, in, descriptor);
+  {
+    std::vector<ndk::SpAIBinder> released;  // destroyed without the lock
+    Lock lock(mutex_);
+    if (status == STATUS_OK && !Await(lock, &waiter)) status = STATUS_DEAD_OBJECT;
+    Leave(&waiter, &released);
+  }
   if (status == STATUS_OK) status = reply->header.code;
   if (status == STATUS_OK) *out = std::move(reply->parcel);
   return status;
 }
 
-// Gives the waiter's calls their numbers, which are those of `run` unless that is null. False when none is to be made.
-bool Connection::Enter(Waiter* waiter, CallRun* run) {
+// Gives the waiter's calls, which are those of `run` unless that is null, their numbers and their way. False when none
+// is to be made.
+bool Connection::Enter(Waiter* waiter, uint64_t nested, CallRun* run) {
   const Lock lock(mutex_);
   if (ended_ || buried_ || (run != nullptr && run->abandoned)) return false;
+  if (nested != 0) {
+    // The thread that waits at the other end for the answer to the call that is served here reads answers only.
+    waiter->way = Way::kAnswers;
+  } else if (peer_stays_ && !std::exchange(express_busy_, true)) {
+    waiter->way = Way::kExpressOut;
+  }
   waiter->call = next_call_;
   next_call_ += waiter->replies.size();
   if (run != nullptr) run->last_call = next_call_ - 1;
@@ -68,26 +79,24 @@ bool Connection::Enter(Waiter* waiter, CallRun* run) {
   return true;
 }
 
-void Connection::Leave(Waiter* waiter) {
-  std::vector<ndk::SpAIBinder> released;  // destroyed without the lock
-  const Lock lock(mutex_);
+void Connection::Leave(Waiter* waiter, std::vector<ndk::SpAIBinder>* released) {
   std::erase(waiters_, waiter);
+  if (waiter->way == Way::kExpressOut) express_busy_ = false;
   WakeNextReader();
-  DropGivenBack(&released);
+  DropGivenBack(released);
 }
 
 void Connection::WakeNextReader() {
-  if (answers_.reading || ended_) return;
+  if (LaneOf(Way::kAnswers).reading || ended_) return;
   const auto asleep =
       std::find_if(waiters_.begin(), waiters_.end(), [](const Waiter* waiter) { return waiter->asleep; });
   if (asleep != waiters_.end()) (*asleep)->wake.notify_one();
 }
 
 // Returns false when the connection has ended without all answers.
-bool Connection::Await(Waiter* waiter) {
+bool Connection::Await(Lock& lock, Waiter* waiter) {
   std::vector<Job> jobs;
   Harvest harvest{&jobs};
-  Lock lock(mutex_);
   for (;;) {
     if (!waiter->calls.empty()) {
       Incoming call = std::move(waiter->calls.front());
@@ -100,7 +109,7 @@ bool Connection::Await(Waiter* waiter) {
       return true;
     } else if (ended_) {
       return false;
-    } else if (answers_.reading) {
+    } else if (LaneOf(Way::kAnswers).reading) {
       waiter->asleep = true;
       waiter->wake.wait(lock);
       waiter->asleep = false;

@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <chrono>
+#include <string>
 #include <utility>
 
 #include <android-base/logging.h>
@@ -20,16 +22,41 @@ namespace {
 constexpr size_t kMaxQueuedCalls = 256;
 constexpr size_t kMaxQueuedBytes = 4 * kMaxBodyBytes;
 
+// Ten times a second at most: whoever misbehaves may come again at once.
+void SayClosing(const char* why) {
+  constexpr unsigned kMostOfASecond = 10;
+  static std::mutex mutex;
+  static std::chrono::steady_clock::time_point second;
+  static unsigned said = 0;
+  static unsigned left_out = 0;
+  const std::lock_guard lock(mutex);
+  const auto now = std::chrono::steady_clock::now();
+  if (now >= second + std::chrono::seconds(1)) {
+    second = now;
+    said = 0;
+  }
+  if (said == kMostOfASecond) {
+    ++left_out;
+    return;
+  }
+  ++said;
+  const std::string others = left_out == 0 ? "" : "; " + std::to_string(left_out) + " others since this was last said";
+  left_out = 0;
+  LOG(WARNING) << "closing the connection to a process: " << why << others;
+}
+
 }  // namespace
 
-Connection::Connection(uint64_t id, android::base::unique_fd calls, android::base::unique_fd answers)
-    : id_(id), calls_(std::move(calls)), answers_(std::move(answers)) {}
+Connection::Connection(uint64_t id, Sockets sockets) : id_(id) {
+  for (size_t i = 0; i < lanes_.size(); ++i) lanes_[i].Set(std::move(sockets[i]));
+}
 
 void Connection::OnReadable(std::vector<Job>* jobs) {
   Harvest harvest{jobs};
   Lock lock(mutex_);
-  if (calls_.reading) {
-    calls_.more_came = true;
+  Lane& lane = LaneOf(Way::kCalls);
+  if (lane.reading) {
+    lane.more_came = true;
     return;
   }
   if (ended_) return;
@@ -62,9 +89,10 @@ bool Connection::Read(Lock& lock, Way way, bool wait, Harvest* harvest) {
 
 bool Connection::Deliver(Way way, Message message, Harvest* harvest) {
   const Header& header = message.header;
-  // Nothing else comes before the peer's first message, and that comes once.
-  if ((header.type == MessageType::kConnect) != (fd(Way::kAnswers) < 0)) return false;
-  if (header.type == MessageType::kConnect) return TakeAnswersSocket(std::move(message.descriptor));
+  if (header.type == MessageType::kConnect) return TakeSocket(std::move(message.descriptor));
+  // Nothing else comes before all sockets are there.
+  if (fd(kAllWays[std::size(kAllWays) - 1]) < 0) return false;
+  if (header.type == MessageType::kExpress) return way == Way::kAnswers && !std::exchange(peer_stays_, true);
   if (header.type == MessageType::kRelease) return way == Way::kCalls && DeliverRelease(header, harvest);
   if (header.type == MessageType::kSkip) {
     skipped_to_ = std::max(skipped_to_, header.call);
@@ -81,13 +109,15 @@ bool Connection::Deliver(Way way, Message message, Harvest* harvest) {
   return good;
 }
 
-bool Connection::TakeAnswersSocket(android::base::unique_fd socket) {
-  if (!IsStreamSocket(socket.get())) return false;
-  answers_.socket = std::move(socket);
-  answers_.fd = answers_.socket.get();
-  // A close that came in between has shut down the other one only.
+// They come in the order of their ways.
+bool Connection::TakeSocket(android::base::unique_fd socket) {
+  const auto* const missing =
+      std::find_if(std::begin(kAllWays), std::end(kAllWays), [&](Way way) { return fd(way) < 0; });
+  if (missing == std::end(kAllWays) || !IsStreamSocket(socket.get())) return false;
+  LaneOf(*missing).Set(std::move(socket));
+  // A close that came in between has shut down the others only.
   if (!alive()) ShutDown();
-  return buried_ || Process::Get().WatchAnswers(*this);
+  return buried_ || Process::Get().WatchHangUp(*this, *missing);
 }
 
 bool Connection::DeliverReply(Incoming* reply) {
@@ -160,13 +190,14 @@ void Connection::End() {
 
 // Whoever reads is woken, and the watching thread learns of the end, whichever socket it began with.
 void Connection::ShutDown() {
-  shutdown(fd(Way::kCalls), SHUT_RDWR);
-  if (fd(Way::kAnswers) >= 0) shutdown(fd(Way::kAnswers), SHUT_RDWR);
+  for (const Way way : kAllWays) {
+    if (fd(way) >= 0) shutdown(fd(way), SHUT_RDWR);
+  }
 }
 
 void Connection::Close(const char* why) {
   if (!alive_.exchange(false)) return;
-  LOG(WARNING) << "closing the connection to a process: " << why;
+  SayClosing(why);
   ShutDown();
 }
 

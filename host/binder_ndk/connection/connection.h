@@ -4,9 +4,11 @@
 #include <android-base/unique_fd.h>
 #include <android/binder_auto_utils.h>
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -54,13 +56,21 @@ struct CallRun {
   bool abandoned = false;
 };
 
-// Which of a connection's sockets.
-enum class Way { kCalls, kAnswers };
+// Which of a connection's sockets; of the express ones that for this process's calls, and that for the peer's.
+enum class Way { kCalls, kAnswers, kExpressOut, kExpressIn };
+inline constexpr Way kAllWays[] = {Way::kCalls, Way::kAnswers, Way::kExpressOut, Way::kExpressIn};
+constexpr size_t At(Way way) { return static_cast<size_t>(way); }
+constexpr Way AtPeer(Way way) {
+  if (way == Way::kExpressOut) return Way::kExpressIn;
+  return way == Way::kExpressIn ? Way::kExpressOut : way;
+}
+using Sockets = std::array<android::base::unique_fd, std::size(kAllWays)>;  // each at its way
 
-// Who reads: a thread of the pool the calls; a thread that waits for an answer the answers, so that neither wakes the
-// other. Of several threads that wait one reads and gives the others what is theirs. A call from the peer that is made
-// on behalf of a call that waits here comes with the answers, and is served by the thread that waits. Calls in order
-// are served by one thread at a time, which sends their answers together.
+// Who reads: a thread of the pool the calls; the thread that stays with the connection, if one does, the peer's express
+// calls; a thread that waits for an answer the answers. So none wakes another. Of several threads that wait one reads
+// and gives the others what is theirs. A call from the peer that is made on behalf of a call that waits here comes with
+// the answers, and is served by the thread that waits. Calls in order are served by one thread at a time, which sends
+// their answers together.
 //
 // Who writes: the sender of a message, as far as the peer takes it at once; the process's watching thread sends the
 // rest. No thread waits for a peer to read, unless for the answer to a call of its own.
@@ -68,20 +78,20 @@ enum class Way { kCalls, kAnswers };
 // Any thread. While a socket is read or foreign code runs, no lock is held.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
-  // `id` tells the connections of the process apart. The side that has connected brings both sockets, and has Introduce
-  // called; on the other side `answers` is invalid, until the peer's first message brings it.
-  Connection(uint64_t id, android::base::unique_fd calls, android::base::unique_fd answers = {});
+  // `id` tells the connections of the process apart. The side that has connected brings all sockets, and has Introduce
+  // called; on the other side there is that for the calls, until the peer's first messages bring the others.
+  Connection(uint64_t id, Sockets sockets);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
   uint64_t id() const { return id_; }
-  // -1 for the answers' as long as the peer has not brought it.
-  int fd(Way way = Way::kCalls) const { return LaneOf(way).fd.load(); }
+  // -1 as long as the peer has not brought it.
+  int fd(Way way = Way::kCalls) const { return lanes_[At(way)].fd.load(); }
   // False from the moment that anybody found the peer gone.
   bool alive() const { return alive_.load(); }
 
-  // Gives the peer its end of the answers' socket. Before anything else is sent.
-  void Introduce(int peers_end);
+  // Gives the peer its ends of the sockets, but for the calls' one. Before anything else is sent.
+  void Introduce(const Sockets& peers_ends);
 
   // Calls the peer's object `target` and waits for the outcome; `descriptor` -1 for none. On STATUS_OK `*out` is the
   // answer. See AIBinder_transact.
@@ -96,6 +106,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   // Reads the calls that have come, without waiting, unless another thread does, and appends them to `jobs`.
   void OnReadable(std::vector<Job>* jobs);
+  // Tells the peer that its express calls are read from now on: by the calling thread, with AwaitExpress until that
+  // returns false. Once. False when the peer is gone.
+  bool OfferExpress();
+  // Waits for express calls and appends them to `jobs`; there may be none after all. False when none will come any
+  // more.
+  bool AwaitExpress(std::vector<Job>* jobs);
   // Runs a call of the peer and answers it.
   void Serve(Incoming call);
   // Runs the calls in order that have come and answers them.
@@ -115,11 +131,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
  private:
   struct Lane {
-    explicit Lane(android::base::unique_fd fd_of_lane) : socket(std::move(fd_of_lane)), fd(socket.get()) {}
+    void Set(android::base::unique_fd fd_of_lane) {
+      socket = std::move(fd_of_lane);
+      fd = socket.get();
+    }
 
     android::base::unique_fd socket;
-    std::atomic<int> fd;     // `socket`, set once
-    std::mutex write_mutex;  // guards outbox; not taken with mutex_ held
+    std::atomic<int> fd{-1};  // `socket`, set once
+    std::mutex write_mutex;   // guards outbox; not taken with mutex_ held
     Outbox outbox;
 
     bool reading = false;    // under mutex_
@@ -132,7 +151,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // `places`: one for each reply, empty.
     explicit Waiter(std::span<std::optional<Incoming>> places) : replies(places), missing(places.size()) {}
 
-    uint64_t call = 0;  // the first one's number; the others' follow it
+    Way way = Way::kCalls;  // of the calls
+    uint64_t call = 0;      // the first one's number; the others' follow it
     std::span<std::optional<Incoming>> replies;
     size_t missing;
     std::vector<Incoming> calls;  // made on its behalf
@@ -152,13 +172,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   };
   using Lock = std::unique_lock<std::mutex>;
 
-  Lane& LaneOf(Way way) { return way == Way::kCalls ? calls_ : answers_; }
-  const Lane& LaneOf(Way way) const { return way == Way::kCalls ? calls_ : answers_; }
+  Lane& LaneOf(Way way) { return lanes_[At(way)]; }
 
   // connection.cc: reading, and who gets what
   bool Read(Lock& lock, Way way, bool wait, Harvest* harvest);
   bool Deliver(Way way, Message message, Harvest* harvest);
-  bool TakeAnswersSocket(android::base::unique_fd socket);
+  bool TakeSocket(android::base::unique_fd socket);
   bool DeliverReply(Incoming* reply);
   bool DeliverCall(Way way, Incoming* call, Harvest* harvest);
   bool DeliverInOrder(Incoming* call, Harvest* harvest);
@@ -168,9 +187,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void ShutDown();
 
   // call.cc: waiting for answers, and giving them
-  bool Enter(Waiter* waiter, CallRun* run);
-  bool Await(Waiter* waiter);
-  void Leave(Waiter* waiter);
+  bool Enter(Waiter* waiter, uint64_t nested, CallRun* run);
+  bool Await(Lock& lock, Waiter* waiter);
+  void Leave(Waiter* waiter, std::vector<ndk::SpAIBinder>* released);
   void WakeNextReader();
   binder_status_t Run(const Incoming& call, AParcel* answer);
 
@@ -192,14 +211,15 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   const uint64_t id_;
   std::atomic<bool> alive_{true};
-  Lane calls_;
-  Lane answers_;
+  std::array<Lane, std::size(kAllWays)> lanes_;
 
   std::mutex mutex_;
   bool ended_ = false;   // nothing more is read
   bool buried_ = false;  // OnHangUp was called
   std::vector<Waiter*> waiters_;
-  size_t queued_ = 0;  // calls of the peer that nobody has begun to serve
+  bool peer_stays_ = false;    // a thread of the peer reads the express calls
+  bool express_busy_ = false;  // a call that went there is under way
+  size_t queued_ = 0;          // calls of the peer that nobody has begun to serve
   size_t queued_bytes_ = 0;
   std::vector<Incoming> in_order_;  // of these, those in order
   bool serving_in_order_ = false;   // a thread of the pool does, or is about to

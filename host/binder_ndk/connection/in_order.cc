@@ -37,15 +37,18 @@ void Connection::Call(CallRun* run) {
   run->replies.clear();
   run->replies.resize(run->starts.size());
   Waiter waiter(run->replies);
-  if (!Enter(&waiter, run)) return;
+  if (!Enter(&waiter, 0, run)) return;
   uint64_t number = waiter.call;
   for (const size_t start : run->starts) {
     memcpy(run->messages.data() + start + offsetof(Header, call), &number, sizeof(number));
     ++number;
   }
   iovec all{run->messages.data(), run->messages.size()};
-  if (Write(Way::kCalls, &all, 1, -1, true) == STATUS_OK) Await(&waiter);
-  Leave(&waiter);
+  const bool written = Write(waiter.way, &all, 1, -1, true) == STATUS_OK;
+  std::vector<ndk::SpAIBinder> released;  // destroyed without the lock
+  Lock lock(mutex_);
+  if (written) Await(lock, &waiter);
+  Leave(&waiter, &released);
 }
 
 void Connection::Abandon(CallRun* run) {

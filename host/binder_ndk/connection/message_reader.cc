@@ -22,8 +22,8 @@ bool IsWellFormed(const Header& header) {
   if ((header.flags & ~(kHasDescriptor | kInOrder)) != 0) return false;
   if ((header.flags & kInOrder) != 0 && (header.type != MessageType::kCall || header.nested != 0)) return false;
   const bool is_dump = header.type == MessageType::kCall && header.code == kDumpCode;
-  const bool brings_one = is_dump || header.type == MessageType::kConnect;
-  if (((header.flags & kHasDescriptor) != 0) != brings_one) return false;
+  const bool is_connect = header.type == MessageType::kConnect;
+  if (((header.flags & kHasDescriptor) != 0) != (is_dump || is_connect)) return false;
   switch (header.type) {
     case MessageType::kCall:
     case MessageType::kReply:
@@ -31,6 +31,7 @@ bool IsWellFormed(const Header& header) {
     case MessageType::kRelease:
     case MessageType::kConnect:
     case MessageType::kSkip:
+    case MessageType::kExpress:
       return header.size == 0;
   }
   return false;

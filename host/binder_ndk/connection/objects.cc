@@ -49,10 +49,11 @@ bool Connection::FindObjects(Message* message, Incoming* incoming) {
   incoming->header = message->header;
   incoming->descriptor = std::move(message->descriptor);
   incoming->parcel = std::move(message->body);
+  if (message->header.objects == 0) return true;
   AParcel& parcel = *incoming->parcel;
   std::vector<uint32_t> offsets(message->header.objects);
   const size_t data_bytes = parcel.data.size() - table_bytes;
-  if (table_bytes != 0) memcpy(offsets.data(), parcel.data.data() + data_bytes, table_bytes);
+  memcpy(offsets.data(), parcel.data.data() + data_bytes, table_bytes);
   parcel.data.resize(data_bytes);
   size_t next_free = 0;
   for (const uint32_t offset : offsets) {
@@ -125,9 +126,9 @@ Estate Connection::OnHangUp() {
   std::vector<Incoming> unbegun;  // destroyed without the lock
   alive_ = false;
   ShutDown();
-  for (Lane* lane : {&calls_, &answers_}) {
-    const std::lock_guard lock(lane->write_mutex);
-    lane->outbox.Clear();
+  for (Lane& lane : lanes_) {
+    const std::lock_guard lock(lane.write_mutex);
+    lane.outbox.Clear();
   }
   const Lock lock(mutex_);
   if (std::exchange(buried_, true)) return estate;

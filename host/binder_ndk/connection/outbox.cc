@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace bthal::binder {
@@ -13,14 +14,16 @@ namespace {
 
 using android::base::unique_fd;
 
-// Takes `count` written bytes off the front of the parts.
-void Advance(iovec* parts, size_t part_count, size_t count) {
-  for (iovec* part = parts; part != parts + part_count; ++part) {
-    const size_t taken = count < part->iov_len ? count : part->iov_len;
-    part->iov_base = static_cast<char*>(part->iov_base) + taken;
-    part->iov_len -= taken;
-    count -= taken;
+// The bytes of the parts behind the first `written`.
+std::vector<uint8_t> BytesBehind(size_t written, const iovec* parts, size_t count) {
+  std::vector<uint8_t> bytes;
+  for (const iovec* part = parts; part != parts + count; ++part) {
+    const size_t skipped = std::min(written, part->iov_len);
+    const auto* begin = static_cast<const uint8_t*>(part->iov_base);
+    bytes.insert(bytes.end(), begin + skipped, begin + part->iov_len);
+    written -= skipped;
   }
+  return bytes;
 }
 
 // The bytes written, none when the socket is full; -1 when it has failed. The descriptor goes with the first byte.
@@ -45,15 +48,15 @@ ssize_t Write(int socket, iovec* parts, size_t count, int descriptor) {
 }  // namespace
 
 bool Outbox::Send(int socket, iovec* parts, size_t count, int descriptor, bool awaited) {
+  size_t size = 0;
+  for (const iovec* part = parts; part != parts + count; ++part) size += part->iov_len;
   const ssize_t written = waiting_.empty() ? Write(socket, parts, count, descriptor) : 0;
   if (written < 0) return false;
-  Advance(parts, count, static_cast<size_t>(written));
-  Rest rest{.bytes = {}, .begin = 0, .descriptor = {}, .awaited = awaited};
-  for (const iovec* part = parts; part != parts + count; ++part) {
-    const auto* bytes = static_cast<const uint8_t*>(part->iov_base);
-    if (part->iov_len != 0) rest.bytes.insert(rest.bytes.end(), bytes, bytes + part->iov_len);
-  }
-  if (rest.bytes.empty()) return true;
+  if (static_cast<size_t>(written) == size) return true;
+  Rest rest{.bytes = BytesBehind(static_cast<size_t>(written), parts, count),
+            .begin = 0,
+            .descriptor = {},
+            .awaited = awaited};
   // The sender may close its own before this goes.
   if (descriptor >= 0 && written == 0) rest.descriptor.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
   if (!awaited) unawaited_bytes_ += rest.bytes.size();

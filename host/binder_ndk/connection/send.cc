@@ -62,10 +62,12 @@ void Connection::OnRoom(Way way) {
   if (lane.outbox.empty() || !alive()) Process::Get().AwaitRoom(*this, way, false);
 }
 
-void Connection::Introduce(int peers_end) {
+void Connection::Introduce(const Sockets& peers_ends) {
   Header header{};
   header.type = MessageType::kConnect;
-  Send(Way::kCalls, header, nullptr, peers_end);
+  for (const auto& end : peers_ends) {
+    if (end.get() >= 0) Send(Way::kCalls, header, nullptr, end.get());
+  }
 }
 
 }  // namespace bthal::binder

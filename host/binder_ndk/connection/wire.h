@@ -1,8 +1,12 @@
-// How two processes talk over their two stream sockets: messages end to end, in the machine's byte order.
+// How two processes talk over their stream sockets: messages end to end, in the machine's byte order.
 //
-// The one that connects gives the other the second socket with its first message. Calls go over the first one, and
-// references given back. Answers go over the second one, and the calls that are made on behalf of a call whose answer
-// is awaited: so whoever waits for an answer reads all that is meant for it, and nothing else.
+// The one that connects gives the other all sockets but the first one with its first messages. Calls go over the first
+// one, and references given back. Answers go over the second one, and the calls that are made on behalf of a call whose
+// answer is awaited: so whoever waits for an answer reads all that is meant for it, and nothing else.
+//
+// The others are the express sockets: one for the calls of each side, the third one for those of who is connected to.
+// Once a thread of the other side reads it, and does nothing but serve what comes there, a call that is not made on
+// behalf of another may go over it while none that did is under way: so that thread need not read while it serves.
 //
 //    0  u32 size         of the body, which follows the header
 //    4  u16 type         MessageType
@@ -28,8 +32,9 @@ enum class MessageType : uint16_t {
   kCall = 1,
   kReply = 2,
   kRelease = 3,  // the receiver's object is no longer referred to so many times
-  kConnect = 4,  // the first message of who connects: its descriptor is the socket for the answers
+  kConnect = 4,  // the first ones of who connects: the second socket, the third, and the fourth
   kSkip = 5,     // among the answers: no call in order with this number or a smaller one is to be begun any more
+  kExpress = 6,  // among the answers, once: the sender reads the express socket for the receiver's calls from now on
 };
 
 inline constexpr uint32_t kHasDescriptor = 1;
