@@ -1,6 +1,7 @@
 // bthal check: below a device root, against real terminals and as different users.
 #include <android-base/strings.h>
 #include <linux/capability.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -127,9 +128,18 @@ TEST_F(CheckTest, TheSensorHubIsLookedForAndTheTtyOnceItIsGivenUp) {
   root_.Write(kSettings, "UserialType = 2\n");
   EXPECT_THAT(Row("sensor hub"), AllOf(StartsWith("missing nothing plays one at /run/bthal/sensor-hub"),
                                        HasSubstr("needed: let 'bthal board --hub' play it")));
-  const unique_fd hub = ListenAt(root_.Below("/run/bthal/sensor-hub"), SOCK_SEQPACKET);
+  const std::string place = root_.Below("/run/bthal/sensor-hub");
+  unique_fd hub = ListenAt(place, SOCK_SEQPACKET);
   EXPECT_EQ(Row("sensor hub"), "ok /run/bthal/sensor-hub");
   EXPECT_EQ(Row("controller's tty"), "");
+  pollfd newcomers{hub.get(), POLLIN, 0};
+  EXPECT_EQ(poll(&newcomers, 1, 0), 0) << "a hub notices nothing";
+  hub.reset();
+  EXPECT_THAT(Row("sensor hub"), StartsWith("missing nobody is left behind /run/bthal/sensor-hub"));
+  if (geteuid() == 0) {
+    EXPECT_EQ(chown(place.c_str(), 12345, 12345), 0);
+    EXPECT_THAT(Row("sensor hub"), StartsWith("not permitted /run/bthal/sensor-hub is user 12345's"));
+  }
   SetProperty("bluetooth.usf.dead", "true");
   EXPECT_THAT(Row("sensor hub"), StartsWith("wrong was lost for good in this boot (bluetooth.usf.dead)"));
   EXPECT_THAT(Row("controller's tty"), StartsWith("missing "));
