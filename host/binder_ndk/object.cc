@@ -114,7 +114,7 @@ bool AIBinder_isRemote(const AIBinder* binder) {
 bool AIBinder_isAlive(const AIBinder* binder) {
   if (binder == nullptr) return false;
   const auto* remote = const_cast<AIBinder*>(binder)->AsRemote();
-  return remote == nullptr || remote->connection()->alive();
+  return remote == nullptr || remote->connection()->HasPeer();
 }
 
 bool AIBinder_associateClass(AIBinder* binder, const AIBinder_Class* clazz) {

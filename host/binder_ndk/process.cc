@@ -94,7 +94,7 @@ std::shared_ptr<Connection> Process::ConnectTo(const std::string& name) {
     const std::lock_guard lock(mutex_);
     const auto known = by_name_.find(name);
     const auto found = known == by_name_.end() ? connections_.end() : connections_.find(known->second);
-    if (found != connections_.end() && found->second->alive()) return found->second;
+    if (found != connections_.end() && found->second->HasPeer()) return found->second;
   }
   Sockets sockets;
   Sockets peers_ends;
@@ -253,14 +253,16 @@ void Process::Accept() {
                  << peer.uid;
     return;
   }
-  const std::lock_guard lock(mutex_);
-  if (HasPlaceFor(peer.uid)) {
-    Sockets sockets;
-    sockets[At(Way::kCalls)] = std::move(socket);
-    AdoptLocked(std::move(sockets));
-  } else {
-    SayTurnedAway(peer);
+  {
+    const std::lock_guard lock(mutex_);
+    if (HasPlaceFor(peer.uid)) {
+      Sockets sockets;
+      sockets[At(Way::kCalls)] = std::move(socket);
+      AdoptLocked(std::move(sockets));
+      return;
+    }
   }
+  SayTurnedAway(peer);
 }
 
 // Once a second: whoever is turned away may come again at once.

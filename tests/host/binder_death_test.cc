@@ -1,5 +1,10 @@
 // What is seen of a process that dies, by those who were connected to it.
+#include <poll.h>
+
+#include <future>
+
 #include "host/binder_objects.h"
+#include "host/raw_peer.h"
 #include "support/child_process.h"
 #include "support/test.h"
 
@@ -153,6 +158,44 @@ TEST_F(BinderDeathTest, AForkedChildDoesNotHideItsParentsDeath) {
   EXPECT_TRUE(WaitFor([&] { return witness.deaths == 1; }));
   EXPECT_EQ(checked.Pass(), 'd');  // nothing of the parent's is of use to the child
   stay.Open();
+}
+
+// The thread that watches has other things to do, here a line of log that takes its time.
+TEST_F(BinderDeathTest, WhoHasDiedIsNotAliveHoweverLateTheNoticeComes) {
+  static Gate late;
+  static Gate done;
+  ChildProcess client([] {
+    FindHci()->initialize(SharedRefBase::make<FakeCallbacks>());
+    return pause();
+  });
+  std::promise<std::shared_ptr<Callbacks>> given;
+  hci_->on_initialize = [&](const std::shared_ptr<Callbacks>& callbacks) {
+    given.set_value(callbacks);
+    return ScopedAStatus::ok();
+  };
+  ASSERT_NO_FATAL_FAILURE(Serve());
+  const auto callbacks = given.get_future().get();
+  AIBinder* const binder = callbacks->asBinder().get();
+  EXPECT_TRUE(AIBinder_isAlive(binder));
+  Witness told;
+  const auto recipient = MakeRecipient();
+  ASSERT_EQ(AIBinder_linkToDeath(binder, recipient.get(), &told), STATUS_OK);
+  android::base::SetLogger([](auto, auto, const char*, const char*, unsigned int, const char*) {
+    late.Open();
+    done.Pass();
+  });
+  pollfd is_late{late.reader(), POLLIN, 0};
+  std::vector<std::unique_ptr<RawPeer>> crowd;  // until one is turned away, which is said
+  while (poll(&is_late, 1, 1) == 0 && crowd.size() < 100) crowd.push_back(std::make_unique<RawPeer>(root_.path()));
+  ASSERT_NE(poll(&is_late, 1, -1), 0);
+  client.Kill();
+  EXPECT_FALSE(AIBinder_isAlive(binder));
+  EXPECT_EQ(told.deaths, 0);
+  // Nor does anybody else wait for the log.
+  EXPECT_TRUE(crowd.front()->Answers());
+  done.Open();
+  android::base::SetLogger(android::base::StderrLogger);
+  EXPECT_TRUE(WaitFor([&] { return told.ends == 1; }));
 }
 
 TEST_F(BinderDeathTest, AForkedChildMayBeginAnew) {

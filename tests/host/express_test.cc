@@ -123,9 +123,11 @@ TEST_F(ExpressTest, TheCallerSendsOneAtATime) {
   first.join();
   std::thread express = call();
   const Header by_express = peer.Receive(Way::kExpressBack);
-  std::thread beside = call();
-  answer(peer.Receive(Way::kCalls));
-  beside.join();
+  for (int i = 0; i < 2; ++i) {
+    std::thread beside = call();
+    answer(peer.Receive(Way::kCalls));
+    beside.join();
+  }
   // On behalf of a call of the peer's.
   hci_->on_command = [&](const Bytes&) { return callbacks->hciEventReceived({1}); };
   answer(by_express);

@@ -2,6 +2,7 @@
 
 #include "connection/connection.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -49,6 +50,11 @@ void SayClosing(const char* why) {
 
 Connection::Connection(uint64_t id, Sockets sockets) : id_(id) {
   for (size_t i = 0; i < lanes_.size(); ++i) lanes_[i].Set(std::move(sockets[i]));
+}
+
+bool Connection::HasPeer() const {
+  pollfd hang_up{fd(), POLLRDHUP, 0};
+  return alive() && poll(&hang_up, 1, 0) == 0;
 }
 
 void Connection::OnReadable(std::vector<Job>* jobs) {

@@ -89,6 +89,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   int fd(Way way = Way::kCalls) const { return lanes_[At(way)].fd.load(); }
   // False from the moment that anybody found the peer gone.
   bool alive() const { return alive_.load(); }
+  // The same, and asks the kernel: of a process that has ended, the notice may be on its way.
+  bool HasPeer() const;
 
   // Gives the peer its ends of the sockets, but for the calls' one. Before anything else is sent.
   void Introduce(const Sockets& peers_ends);
