@@ -118,6 +118,10 @@ TEST_F(SuperviseTest, TellsTheCauseAndTheCrashFiles) {
   EXPECT_THAT(
       tool::CauseOfDeath({report + "(148), error_info: y", "E tag: download_direct: Failed to write patchram: 18"}),
       StartsWith("the firmware patch was refused: "));
+  EXPECT_THAT(tool::CauseOfDeath({"E tag: download_direct: Failed to write patchram: 3", report + "(148), x"}),
+              StartsWith("the controller stopped answering during the firmware download: "));
+  EXPECT_THAT(tool::CauseOfDeath({"E tag: download_direct: Failed to write patchram: 31"}),
+              StartsWith("the firmware patch was refused: "));
   EXPECT_THAT(
       tool::CauseOfDeath({"F tag: Bluetooth HAL crash with error code 0, vendor error code 132, extra info: z"}),
       StartsWith("the controller's port takes nothing, or has hung up: "));

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
@@ -26,10 +27,17 @@ struct Phrase {
   std::string_view said;
   const char* cause;
 };
+// Status 3 of a command of the download: no answer came.
+constexpr const char* kSilentDownload =
+    "the controller stopped answering during the firmware download: see its power, the wiring, its tty, and that the "
+    ".hcd file is one for this chip";
 constexpr Phrase kPhrases[] = {
     {"Unable to open patchfile",
      "the firmware patch could not be opened: see that /vendor/firmware/qnlr has a readable "
      ".hcd file for this chip (bthal check)"},
+    {"Minidrv command failed: 3", kSilentDownload},
+    {"Failed to write patchram: 3", kSilentDownload},
+    {"Launch Ram command failed: 3", kSilentDownload},
     {"Failed to write patchram",
      "the firmware patch was refused: see that its .hcd file is whole, and one for this chip"},
     {"don't allow multiple clients", "a second client asked for the HAL: see which two use it, and end one"},
@@ -68,6 +76,14 @@ constexpr Code kCodes[] = {
     {0xC0, 0xE1, "the sensor hub's transport failed: set UserialType = 1 where there is no hub"},
 };
 
+// Whether it is said in the line, as a whole where it ends with a number.
+bool IsSaid(std::string_view said, std::string_view line) {
+  const size_t at = line.find(said);
+  if (at == line.npos) return false;
+  const std::string_view behind = line.substr(at + said.size());
+  return behind.empty() || isdigit(static_cast<unsigned char>(behind.front())) == 0;
+}
+
 // As a report names it, and as the fatal line does.
 std::optional<unsigned> CodeIn(std::string_view line) {
   for (const std::string_view before : {"error_code: (", "vendor error code "}) {
@@ -89,7 +105,7 @@ bool WrittenSince(const fs::path& path, const timespec& begin) {
 std::string CauseOfDeath(const std::vector<std::string>& last_words) {
   for (const std::string& line : last_words) {
     for (const Phrase& phrase : kPhrases) {
-      if (line.find(phrase.said) != std::string::npos) return phrase.cause;
+      if (IsSaid(phrase.said, line)) return phrase.cause;
     }
   }
   for (const std::string& line : last_words) {
