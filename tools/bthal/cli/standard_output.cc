@@ -20,21 +20,27 @@
 namespace bthal::tool {
 namespace {
 
-// A reader that takes nothing for so long after the user asked for the end is not waited for.
+// A reader that takes nothing for so long after the user asked for the end is not waited for, and for so long in all.
 constexpr int kLastPatienceMs = 200;
+constexpr int kLastPatienceInAllMs = 2000;
 
 int (*g_interrupt_fd)() = nullptr;
 void (*g_end)() = nullptr;
 TerminalFilter g_filter;
 bool g_filtered = false;
+int g_patience_left_ms = kLastPatienceInAllMs;
 int g_error = 0;  // of the first write that failed
 
-// Whether a piece can be written; false when the user asks for the end first.
+// Whether a piece can be written; false when the user asks for the end first. Whoever has much to write is not held up
+// by each piece of it.
 bool AwaitRoom() {
   pollfd ready[] = {{STDOUT_FILENO, POLLOUT, 0}, {g_interrupt_fd(), POLLIN, 0}};
   while (poll(ready, 2, -1) < 0 && errno == EINTR) {
   }
-  return ready[0].revents != 0 || poll(ready, 1, kLastPatienceMs) > 0;
+  const int patience = std::min(kLastPatienceMs, g_patience_left_ms);
+  if (ready[0].revents != 0 || poll(ready, 1, patience) > 0) return true;
+  g_patience_left_ms -= patience;
+  return false;
 }
 
 // In pieces of which a pipe that has room takes each whole.

@@ -2,10 +2,13 @@
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 #include <host/property_store.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/board_options.h"
@@ -15,6 +18,7 @@
 #include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/run/io/board_client.h"
+#include "bthal/run/line_relay.h"
 #include "bthal/show/journal_words.h"
 #include "bthal/show/terminal.h"
 #include "sim/controller/faults/faults.h"
@@ -57,6 +61,44 @@ int Ask(const BoardCommand& command, const std::string& question) {
   return 0;
 }
 
+void Print(std::string_view text) {
+  fwrite(text.data(), 1, text.size(), stdout);
+  fflush(stdout);
+}
+
+// A file has no reader to wait for: it gets everything, however much there is at once.
+bool IsFile(int fd) {
+  struct stat info = {};
+  return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+std::string Welcome(const sim::BoardOptions& board) {
+  if (board.only_coex) return "playing " + board.root + "/dev/wbrc; Ctrl-C ends\n";
+  return "playing below " + board.root + "; start the service with BTHAL_ROOT=" + board.root + "; Ctrl-C ends\n";
+}
+
+// Until a signal asks for the end.
+bool Play(const BoardCommand& command, std::string* error) {
+  ::android::base::unique_fd lock;
+  if (!Boot(command.board, &lock, error)) return false;
+  // The board's thread is the controller: whoever does not read what it tells must not make it a dead one.
+  LineRelay relay(Print, "board");
+  const auto tell = [&relay, file = IsFile(STDOUT_FILENO)](const std::string& line) {
+    file ? Print(line) : relay.Put(line);
+  };
+  sim::Board board(command.board);
+  const TimeColumn time(command.time_style);
+  board.SetObserver(
+      [&](const sim::JournalEntry& entry) { tell(JournalText(command.view, time.At(entry.time), entry)); });
+  if (!board.Start(error)) return false;
+  tell(Welcome(command.board));
+  while (SleepUnlessInterrupted(std::chrono::hours(1))) {
+  }
+  board.SetObserver({});
+  board.Stop();
+  return true;
+}
+
 int Run(BoardCommand& command) {
   if (command.asked) return *command.asked;
   command.board.only_coex = command.only == "coex";
@@ -66,29 +108,9 @@ int Run(BoardCommand& command) {
     return Complain("board: where? Give --root DIR, or set BTHAL_ROOT (only --only coex plays on the machine itself)");
   }
   std::string error;
-  ::android::base::unique_fd lock;
   if (!BoardOptionsAreClear(command.board, &error)) return Complain(error);
   CatchInterrupts();
-  if (!Boot(command.board, &lock, &error)) return Complain(error);
-  sim::Board board(command.board);
-  const TimeColumn time(command.time_style);
-  board.SetObserver([&](const sim::JournalEntry& entry) {
-    printf("%s", JournalText(command.view, time.At(entry.time), entry).c_str());
-    fflush(stdout);
-  });
-  if (!board.Start(&error)) return Complain(error);
-  if (command.board.only_coex) {
-    printf("playing %s/dev/wbrc; Ctrl-C ends\n", command.board.root.c_str());
-  } else {
-    printf("playing below %s; start the service with BTHAL_ROOT=%s; Ctrl-C ends\n", command.board.root.c_str(),
-           command.board.root.c_str());
-  }
-  fflush(stdout);
-  while (SleepUnlessInterrupted(std::chrono::hours(1))) {
-  }
-  board.SetObserver({});
-  board.Stop();
-  return 0;
+  return Play(command, &error) ? 0 : Complain(error);
 }
 
 void AddControl(Command& board, const std::shared_ptr<BoardCommand>& command) {
@@ -128,6 +150,7 @@ void AddBoard(Command& app) {
   sub.Take("--only", &command->only, "play nothing but this").OneOf({"coex"}).Type("coex");
   sub.Footer(
       "Prints everything that happens at the board, one line each, until Ctrl-C. 'bthal board ctl' asks it meanwhile.\n"
+      "Lines that nobody reads are dropped and counted; they do not hold the controller up.\n"
       "\nExample, in three terminals, each with BTHAL_ROOT=~/board:\n"
       "  bthal board\n"
       "  bthal supervise\n"

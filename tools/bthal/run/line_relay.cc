@@ -16,7 +16,8 @@
 namespace bthal::tool {
 namespace {
 
-constexpr size_t kMostBytes = 65536;
+// Enough for what a board tells of a whole download while its reader is busy elsewhere.
+constexpr size_t kMostBytes = 1 << 20;
 // A reader that takes nothing for so long is not waited for at the end.
 constexpr std::chrono::milliseconds kLastPatience{200};
 
@@ -49,7 +50,7 @@ struct LineRelay::Waiting {
   size_t dropped = 0;  // lines, since the last that was taken
   bool ended = false;
 
-  void WriteForEver(int fd) {
+  void WriteForEver(const Write& write) {
     std::unique_lock lock(mutex);
     for (;;) {
       changed.wait(lock, [this] { return !text.empty() || ended; });
@@ -59,7 +60,7 @@ struct LineRelay::Waiting {
       text.erase(0, piece.size());
       writing = piece.size();
       lock.unlock();
-      WriteAll(fd, piece);
+      write(piece);
       lock.lock();
       writing = 0;
       if (dropped != 0 && text.size() <= kMostBytes / 2) {
@@ -72,23 +73,33 @@ struct LineRelay::Waiting {
 
 LineRelay::LineRelay(int fd, std::string who)
     : terminal_(isatty(fd) == 1), waiting_(std::make_shared<Waiting>(std::move(who))) {
-  std::thread([waiting = waiting_, fd] { waiting->WriteForEver(fd); }).detach();
+  std::thread([waiting = waiting_, fd] {
+    waiting->WriteForEver([fd](std::string_view text) { WriteAll(fd, text); });
+  }).detach();
 }
+
+LineRelay::LineRelay(Write write, std::string who)
+    : terminal_(false),
+      waiting_(std::make_shared<Waiting>(std::move(who))),
+      writer_([waiting = waiting_, write = std::move(write)] { waiting->WriteForEver(write); }) {}
 
 LineRelay::~LineRelay() {
   std::unique_lock lock(waiting_->mutex);
-  for (size_t left = waiting_->text.size() + waiting_->writing; left != 0;) {
+  for (size_t left = waiting_->text.size() + waiting_->writing; left != 0 && !writer_.joinable();) {
     const auto some_went = [&] { return waiting_->text.size() + waiting_->writing != left; };
     if (!waiting_->changed.wait_for(lock, kLastPatience, some_went)) break;
     left = waiting_->text.size() + waiting_->writing;
   }
   waiting_->ended = true;
   waiting_->changed.notify_all();
+  lock.unlock();
+  if (writer_.joinable()) writer_.join();
 }
 
 void LineRelay::Put(const std::string& line) {
   const std::lock_guard lock(waiting_->mutex);
-  if (waiting_->dropped != 0 || waiting_->text.size() + line.size() > kMostBytes) {
+  const bool fits = waiting_->text.empty() || waiting_->text.size() + line.size() <= kMostBytes;
+  if (waiting_->dropped != 0 || !fits) {
     ++waiting_->dropped;
     return;
   }
