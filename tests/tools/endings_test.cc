@@ -145,16 +145,20 @@ TEST_F(EndingsTest, AServiceThatWasKilledIsNone) {
   EXPECT_EQ(log.Text(), "\n") << "nor has a client anything to complain of";
 }
 
-// Whether the process has got as far as to catch the signal.
-bool Catches(pid_t pid, int signal) {
+// Whether the signal is in the process's set of that name.
+bool IsIn(const char* set, pid_t pid, int signal) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
   for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("SigCgt:")) return (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1) != 0;
+    if (line.starts_with(set)) return (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1) != 0;
   }
   return false;
 }
 
+// Whether the process has got as far as to catch the signal.
+bool Catches(pid_t pid, int signal) { return IsIn("SigCgt:", pid, signal); }
+
 TEST_F(EndingsTest, ASignalIsObeyedWhateverIsBeingDone) {
+  signal(SIGHUP, SIG_DFL);  // whoever runs the test may ignore it
   ASSERT_NO_FATAL_FAILURE(Serve());
   const unique_fd listener = ListenAt(root_.Below("/data/vendor/bluetooth/thread_dispatcher_socket"), SOCK_SEQPACKET);
   const TempRoot other;
@@ -184,6 +188,26 @@ TEST_F(EndingsTest, ASignalIsObeyedWhateverIsBeingDone) {
       child.Signal(signal);
       ASSERT_TRUE(child.Wait(seconds(20))) << Quoted(arguments) << " and signal " << signal;
     }
+  }
+}
+
+// As `nohup bthal ... &` when its terminal is closed. SIGINT, which a script's shell ignores for what it starts so,
+// ends them all the same.
+TEST_F(EndingsTest, WhatIsToOutliveItsTerminalDoes) {
+  const TempRoot other;
+  for (const auto& [arguments, said] : std::vector<std::pair<Arguments, std::string>>{
+           {{"bridge", "unix", other.path() + "/hci"}, "waiting for the service"},
+           {{"supervise", "--", "/bin/sleep", "1000"}, "started /bin/sleep"},
+           {{"board"}, "playing below"}}) {
+    const TemporaryFile output;
+    tool::Child child =
+        Spawn({"/bin/sh", "-c", "trap '' HUP INT; exec " BTHAL_PROGRAM + Quoted(arguments)}, output.fd, output.fd);
+    ASSERT_TRUE(WaitFor([&, text = said] { return ContentOf(output.path).find(text) != std::string::npos; }))
+        << Quoted(arguments) << ContentOf(output.path);
+    EXPECT_TRUE(IsIn("SigIgn:", child.pid(), SIGHUP)) << Quoted(arguments);
+    child.Signal(SIGHUP);
+    child.Signal(SIGINT);
+    EXPECT_TRUE(child.Wait(seconds(20))) << Quoted(arguments);
   }
 }
 

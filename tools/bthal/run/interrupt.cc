@@ -24,6 +24,11 @@ int64_t NowMs() {
   return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
+bool IsIgnored(int signal) {
+  struct sigaction action = {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 void OnSignal(int signal) {
   int none = 0;
   if (g_signal.compare_exchange_strong(none, signal)) {
@@ -42,7 +47,8 @@ void CatchInterrupts() {
   action.sa_handler = OnSignal;
   action.sa_flags = SA_RESTART;  // waits are polls, which a signal ends all the same; writes go on
   sigemptyset(&action.sa_mask);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+  for (const int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+  if (!IsIgnored(SIGHUP)) sigaction(SIGHUP, &action, nullptr);
 }
 
 void EndAsIf(int signal) { OnSignal(signal); }

@@ -6,7 +6,9 @@
 namespace bthal::tool {
 
 // From now on SIGINT, SIGTERM and SIGHUP no longer end the program; a second SIGINT, some time after the first, does.
-// Call once, on the main thread, before any other thread exists.
+// A SIGHUP that is ignored stays so: nohup(1) has it outlive its terminal. SIGINT does not: a script's shell ignores it
+// for whatever it starts with `&`, and yet that is to end in order. Call once, on the main thread, before any other
+// thread exists.
 void CatchInterrupts();
 
 // As if the signal had come: for what makes going on pointless.
