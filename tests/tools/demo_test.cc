@@ -148,6 +148,11 @@ TEST_F(DemoRootTest, ANameThatOthersCouldHaveTakenIsNeverUsed) {
     EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_all);
   }
   EXPECT_NE(paths[0], paths[1]);
+  const std::string nowhere = std::string(folder_.path) + "/nowhere";
+  setenv("TMPDIR", nowhere.c_str(), 1);
+  EXPECT_THAT(Refusal(), MatchesRegex("cannot make the folder " + nowhere +
+                                      "/bthal-demo-[^/]+: No such file or directory; correct TMPDIR, or choose one "
+                                      "with --root"));
   unsetenv("TMPDIR");
 }
 

@@ -28,6 +28,12 @@ std::string RuntimeFolder() {
   return S_ISDIR(info.st_mode) && info.st_uid == geteuid() && (info.st_mode & 077) == 0 ? folder : "";
 }
 
+// Where temporary files go, by the user's wish; null for none.
+const char* WantedTemporaryFolder() {
+  const char* folder = getenv("TMPDIR");
+  return folder != nullptr && *folder != '\0' ? folder : nullptr;
+}
+
 bool IsEmpty(const std::string& path) {
   std::error_code code;
   return fs::is_empty(path, code) && !code;
@@ -38,16 +44,22 @@ bool IsEmpty(const std::string& path) {
 // The same folder every time, so that the logs of the last demo are where one expects them; where others may write, a
 // new one whose name they cannot know.
 std::string DemoRoot::MakeFolder(std::string* error) const {
-  std::error_code code;
   const std::string runtime = RuntimeFolder();
+  const char* wanted = WantedTemporaryFolder();
   std::string path = runtime + "/bthal-" + what_;
-  if (!runtime.empty() && (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST)) return path;
-  if (runtime.empty()) {
-    path = fs::absolute(fs::temp_directory_path(code), code).string() + "/bthal-" + what_ + "-XXXXXX";
-    if (!code && mkdtemp(path.data()) != nullptr) return path;
+  bool made = false;
+  if (!runtime.empty()) {
+    made = mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
+  } else {
+    std::error_code code;
+    const fs::path folder = fs::absolute(wanted != nullptr ? wanted : "/tmp", code);
+    path = (folder / ("bthal-" + what_ + "-XXXXXX")).lexically_normal().string();
+    made = mkdtemp(path.data()) != nullptr;
   }
-  *error =
-      "cannot make the folder " + path + ": " + (code ? code.message() : strerror(errno)) + "; choose one with --root";
+  if (made) return path;
+  const std::string why = strerror(errno);
+  const std::string other = runtime.empty() && wanted != nullptr ? "correct TMPDIR, or choose one" : "choose one";
+  *error = "cannot make the folder " + path + ": " + why + "; " + other + " with --root";
   return "";
 }
 
