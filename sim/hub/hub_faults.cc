@@ -1,6 +1,7 @@
 #include "sim/hub/hub_faults.h"
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 namespace bthal::sim {
@@ -50,6 +51,10 @@ bool ParseKey(const std::string& key, const std::string& value, HubFault* fault,
     return false;
   }
   const uint64_t number = std::stoull(value);
+  if (key == "count" && number == 0) {
+    *error = "a fault with count=0 never strikes; count is at least 1, or always";
+    return false;
+  }
   if (key == "after")
     fault->after = number;
   else if (key == "count")
@@ -82,13 +87,18 @@ bool ParseHubFault(const std::string& text, HubFault* fault, std::string* error)
   HubFault parsed;
   parsed.kind = kind->kind;
   parsed.text = text;
+  std::set<std::string> given;
   while (words >> word) {
     const size_t equals = word.find('=');
     if (equals == std::string::npos) {
       error->assign("'").append(word).append("' lacks its value: write ").append(word).append("=VALUE");
       return false;
     }
-    if (!ParseKey(word.substr(0, equals), word.substr(equals + 1), &parsed, error)) return false;
+    const std::string key = word.substr(0, equals);
+    if (!ParseKey(key, word.substr(equals + 1), &parsed, error)) return false;
+    if (given.insert(key).second) continue;
+    *error = "'" + key + "' is given twice; give it once";
+    return false;
   }
   *fault = std::move(parsed);
   return true;

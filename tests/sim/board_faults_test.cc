@@ -1,5 +1,6 @@
 // What goes wrong on the virtual board on purpose.
 #include "sim/controller/faults/faults.h"
+#include "sim/hub/hub_faults.h"
 #include "support/board_host.h"
 #include "support/test.h"
 
@@ -40,9 +41,29 @@ TEST(FaultLanguage, SaysWhatItDoesNotUnderstand) {
               HasSubstr("is no opcode; give a number such as 0x0C03, or one of: reset"));
   EXPECT_THAT(WhyNot("no-answer,opcode=0x10000"), HasSubstr("is no opcode"));
   EXPECT_THAT(WhyNot("no-answer,count=-1"), HasSubstr("'-1' is no number for count"));
+  EXPECT_THAT(WhyNot("no-answer,count=0"), HasSubstr("count=0 never strikes; count is at least 1, or always"));
+  EXPECT_THAT(WhyNot("wrong-status,status=0x12,status=0x13"), HasSubstr("'status' is given twice"));
+  EXPECT_THAT(WhyNot("no-answer,opcode=reset,opcode=0x0C03"), HasSubstr("'opcode' is given twice"));
+  EXPECT_THAT(WhyNot("no-answer,count=always,count=2"), HasSubstr("'count' is given twice"));
+  EXPECT_THAT(WhyNot("hardware-error,now,now"), HasSubstr("'now' is given twice"));
   EXPECT_THAT(WhyNot("no-answer,count"), HasSubstr("write count=VALUE"));
   EXPECT_THAT(WhyNot("no-answer,now"), HasSubstr("cannot strike now"));
   EXPECT_THAT(WhyNot("stray-byte,value=256"), HasSubstr("value is at most 255"));
+}
+
+TEST(FaultLanguage, OfTheHubSaysWhatItDoesNotUnderstand) {
+  for (const auto& [text, why] : std::initializer_list<std::pair<const char*, const char*>>{
+           {"hub-rain", "no fault of the hub is called 'hub-rain'"},
+           {"hub-late,ms", "write ms=VALUE"},
+           {"hub-late,hours=1", "takes no 'hours'"},
+           {"hub-never,count=0", "count=0 never strikes; count is at least 1, or always"},
+           {"hub-late,ms=1,ms=2", "'ms' is given twice"},
+           {"hub-never,request=port,request=speed", "'request' is given twice"}}) {
+    sim::HubFault fault;
+    std::string error;
+    EXPECT_FALSE(sim::ParseHubFault(text, &fault, &error)) << text;
+    EXPECT_THAT(error, HasSubstr(why));
+  }
 }
 
 TEST(FaultLanguage, HelpTellsOfEveryKindAndItsExamplesWork) {

@@ -53,6 +53,7 @@ const std::vector<BadInput> kInputs = {
     {{"board", "--patch-records", "70000"}, 2, "not in range 1 to 65535"},
     {{"board", "--only", "toaster"}, 2, "toaster not in {coex}"},
     {{"board", "--fault", "gremlins"}, 1, "--fault gremlins: "},
+    {{"board", "--fault", "no-answer,count=0"}, 1, "--fault no-answer,count=0: a fault with count=0 never strikes"},
     {{"board", "--address", "1:2:3"}, 1, "'1:2:3' is no Bluetooth address; write it as 22:22:5A:01:02:03"},
     {{"board", "--local-name", std::string(248, 'x')}, 1, "has 248 bytes; at most 247 are allowed"},
     {{"board", "--backend", "/tmp/emulator"}, 1, "--backend is written unix:PATH, not '/tmp/emulator'"},

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 #include "sim/controller/faults/fault_kinds.h"
@@ -59,7 +60,8 @@ bool ParseKey(const FaultWord& kind, const std::string& key, const std::string& 
   }
   if (key == "count") {
     fault->count = value;
-    return true;
+    if (value == 0) *error = "a fault with count=0 never strikes; count is at least 1, or always";
+    return value != 0;
   }
   if (key == "after") {
     fault->after = value;
@@ -117,8 +119,13 @@ bool ParseFault(const std::string& text, Fault* fault, std::string* error) {
   parsed.kind = kind->kind;
   parsed.text = text;
   for (const FaultKey& key : kind->keys) parsed.keys[key.name] = key.value;
+  std::set<std::string> given;
   for (size_t i = 1; i < words.size(); ++i) {
     if (!ParseWord(*kind, words[i], &parsed, error)) return false;
+    const std::string key = words[i].substr(0, words[i].find('='));
+    if (given.insert(key).second) continue;
+    *error = "'" + key + "' is given twice; give it once";
+    return false;
   }
   if (parsed.now && NeedsCommand(parsed.kind)) {
     *error = std::string(kind->name) + " is about an answer and cannot strike now, without a command";
