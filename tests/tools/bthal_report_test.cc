@@ -295,5 +295,41 @@ TEST(SnoopTest, PrintsALogOneLineAPacketAndTellsACutOne) {
   EXPECT_THAT(cut.error, HasSubstr("ends within a record"));
 }
 
+// By whatever name the log is called, and also where there is none yet: what is read is not written over.
+TEST(SnoopTest, DoesNotWriteOverWhatItReads) {
+  const TempRoot root;
+  const std::string content = kHeader + Record(2, 1, {0x03, 0x0C, 0x00});
+  root.Write("/a.log", content);
+  root.Write("/a.log.last", content);
+  const std::string log = root.path() + "/a.log";
+  std::filesystem::create_hard_link(log, root.path() + "/hard.log");
+  std::filesystem::create_symlink("a.log", root.path() + "/soft.log");
+  std::filesystem::create_symlink(".", root.path() + "/here");
+  for (const std::string name : {"/a.log", "/hard.log", "/soft.log", "/./a.log", "/here/a.log", "/a.log.last"}) {
+    const ProgramResult result = Bthal({"snoop", "--once", log, "-w", root.path() + name});
+    EXPECT_EQ(result.status, 1) << name;
+    EXPECT_THAT(result.error, AllOf(HasSubstr("bthal: -w "), HasSubstr("which is read; choose another name"))) << name;
+    EXPECT_EQ(ContentOf(log), content) << name;
+    EXPECT_EQ(ContentOf(log + ".last"), content) << name;
+  }
+  const ProgramResult appended =
+      RunProgram({"/bin/sh", "-c", std::string(BTHAL_PROGRAM) + " snoop --once " + log + " -w - >> " + log});
+  EXPECT_THAT(appended.error, HasSubstr("-w -: it is " + log));
+  EXPECT_EQ(ContentOf(log), content);
+
+  const ProgramResult copied = Bthal({"snoop", "--once", log, "-w", root.path() + "/b.log"});
+  EXPECT_EQ(copied.status, 0) << copied.error;
+  EXPECT_EQ(Bthal({"snoop", "--once", root.path() + "/b.log"}).out, Bthal({"snoop", "--once", log}).out);
+
+  // The live log, which has still to come.
+  const std::string folder = root.path() + "/data/vendor/bluetooth";
+  std::filesystem::create_directories(folder);
+  for (const std::string name : {"/btsnoop_hci_vnd.log", "/btsnoop_hci_vnd.log.last"}) {
+    const ProgramResult live = Bthal({"snoop", "--once", "-w", folder + "/." + name});
+    EXPECT_THAT(live.error, HasSubstr("which is read; choose another name")) << name;
+    EXPECT_FALSE(std::filesystem::exists(folder + name));
+  }
+}
+
 }  // namespace
 }  // namespace bthal::tool

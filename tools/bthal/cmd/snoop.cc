@@ -1,5 +1,6 @@
 // bthal snoop: the vendor packet log, one line a packet, or passed on to another program.
 #include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -19,6 +20,7 @@
 #include "bthal/show/snoop/snoop_follower.h"
 #include "bthal/show/terminal.h"
 #include "os/device_path.h"
+#include "os/file_utils.h"
 
 namespace bthal::tool {
 namespace {
@@ -72,6 +74,19 @@ class Capture {
   int error_ = 0;
 };
 
+// Packets that are read must not be lost to those that are written, nor be read again: the log and the older part that
+// the service keeps of it are no place for them.
+bool IsRead(const std::string& output, const std::string& log, std::string* error) {
+  const std::string written = output == "-" ? "/dev/stdout" : output;
+  for (const std::string& read : {log, log + ::android::hardware::bluetooth::os::kLastSuffix}) {
+    if (!AreOneFile(written, read)) continue;
+    *error = ::android::base::StringPrintf("-w %s: it is %s, which is read; choose another name", output.c_str(),
+                                           read.c_str());
+    return true;
+  }
+  return false;
+}
+
 int Follow(const SnoopOptions& options, const std::string& path, const SnoopFilter& filter, Capture& capture) {
   SnoopFollower follower(path);
   LogPrinter printer(options.view);
@@ -108,6 +123,7 @@ int Run(const SnoopOptions& options) {
   const std::optional<SnoopFilter> filter = ReadFilter(options.filter, &error);
   if (!filter) return Complain(error);
   if (options.once && options.follow) return Complain("--once and --follow: one or the other");
+  if (!options.output.empty() && IsRead(options.output, path, &error)) return Complain(error);
   CatchInterrupts();
   Capture capture;
   const bool pcap = options.format.empty() ? options.output == "-" : options.format == "pcap";

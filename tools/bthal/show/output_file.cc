@@ -99,6 +99,19 @@ bool Replace(const Place& place, std::string_view content, std::string* error) {
   return Refuse(place.path, strerror(reason), error);
 }
 
+bool AreSame(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+// Whether a file made at the one would then be at the other.
+bool AreOneName(const std::string& one, const std::string& other) {
+  struct stat folder = {};
+  struct stat other_folder = {};
+  return ::android::base::Basename(one) == ::android::base::Basename(other) &&
+         stat(::android::base::Dirname(one).c_str(), &folder) == 0 &&
+         stat(::android::base::Dirname(other).c_str(), &other_folder) == 0 && AreSame(folder, other_folder);
+}
+
 }  // namespace
 
 bool MayWriteOutput(const std::string& path, std::string* error) {
@@ -110,6 +123,15 @@ bool WriteOutput(const std::string& path, std::string_view content, std::string*
   Place place;
   if (!FindPlace(path, &place, error)) return false;
   return place.stream ? WriteStream(path, content, error) : Replace(place, content, error);
+}
+
+bool AreOneFile(const std::string& one, const std::string& other) {
+  struct stat file = {};
+  struct stat other_file = {};
+  const bool there = stat(one.c_str(), &file) == 0;
+  const bool other_there = stat(other.c_str(), &other_file) == 0;
+  if (!there && !other_there) return AreOneName(one, other);
+  return there && other_there && S_ISREG(file.st_mode) && AreSame(file, other_file);
 }
 
 }  // namespace bthal::tool

@@ -14,4 +14,8 @@ bool MayWriteOutput(const std::string& path, std::string* error);
 // device is written to. Nothing else is written to, removed or replaced. False with one line in `error`.
 bool WriteOutput(const std::string& path, std::string_view content, std::string* error);
 
+// Whether both names lead to one regular file, through whatever links; or, as long as neither is there, to one name in
+// one folder.
+bool AreOneFile(const std::string& one, const std::string& other);
+
 }  // namespace bthal::tool
