@@ -2,6 +2,9 @@
 #include <android-base/strings.h>
 #include <nlohmann/json.hpp>
 
+#include <atomic>
+#include <thread>
+
 #include "bthal/show/record_dump.h"
 #include "bthal/show/snoop/btsnoop_reader.h"
 #include "bthal/show/snoop/snoop_follower.h"
@@ -277,6 +280,98 @@ TEST(SnoopFollowerTest, FollowsThroughARotation) {
   look();
   EXPECT_EQ(seen, (std::vector<Bytes>{{1}, {2}, {3}}));
   EXPECT_FALSE(follower.Cut());
+}
+
+// A log, rotated as the service does it, and what a follower sees of it: its packets by their one byte, and 0 where it
+// tells of a gap.
+class RotatedLogTest : public ::testing::Test {
+ protected:
+  void Begin(uint8_t packet) const { std::ofstream(path_, std::ios::binary) << kHeader << Record(2, 1, {packet}); }
+  void Add(uint8_t packet) const { std::ofstream(path_, std::ios::binary | std::ios::app) << Record(2, 1, {packet}); }
+  void Rotate(uint8_t packet) const {
+    std::filesystem::rename(path_, path_ + ".last");
+    Begin(packet);
+  }
+  Bytes Look() {
+    seen_.clear();
+    std::string error;
+    EXPECT_TRUE(follower_.Poll([&](const SnoopRecord& record) { seen_.push_back(record.packet.at(0)); }, &error))
+        << error;
+    return seen_;
+  }
+
+  const TempRoot root_;
+  const std::string path_ = root_.path() + "/folder/log";
+  Bytes seen_;
+  SnoopFollower follower_{path_, [this] { seen_.push_back(0); }};
+};
+
+TEST_F(RotatedLogTest, IsFollowedThroughTheBackupAndTellsWhatIsGone) {
+  EXPECT_THAT(Look(), IsEmpty());
+  std::filesystem::create_directory(root_.path() + "/folder");
+  Begin(1);
+  EXPECT_THAT(Look(), ElementsAre(1));
+  Add(2);
+  Rotate(3);
+  Rotate(4);
+  EXPECT_THAT(Look(), ElementsAre(2, 3, 4));
+  EXPECT_THAT(Look(), IsEmpty());
+  Rotate(5);
+  EXPECT_THAT(Look(), ElementsAre(5));
+  Add(6);
+  Rotate(7);
+  Rotate(8);
+  Rotate(9);
+  EXPECT_THAT(Look(), ElementsAre(6, 0, 8, 9));
+  for (uint8_t packet = 10; packet < 20; ++packet) Rotate(packet);
+  EXPECT_THAT(Look(), ElementsAre(0, 18, 19)) << "one gap, however long";
+  EXPECT_THAT(Look(), IsEmpty());
+
+  // Between the rename and the new file; then after another rotation.
+  std::filesystem::rename(path_, path_ + ".last");
+  EXPECT_THAT(Look(), IsEmpty());
+  Begin(20);
+  Rotate(21);
+  EXPECT_THAT(Look(), ElementsAre(20, 21));
+
+  // What is begun anew without a rotation does not follow on the backup, which has been read.
+  std::filesystem::remove(path_);
+  EXPECT_THAT(Look(), IsEmpty());
+  Begin(22);
+  EXPECT_THAT(Look(), ElementsAre(22));
+  std::filesystem::remove_all(root_.path() + "/folder");
+  EXPECT_THAT(Look(), IsEmpty());
+  std::filesystem::create_directory(root_.path() + "/folder");
+  Begin(23);
+  EXPECT_THAT(Look(), ElementsAre(23));
+  Rotate(24);
+  Rotate(25);
+  EXPECT_THAT(Look(), ElementsAre(24, 25));
+}
+
+// Rotations that fall into the very moment of a look: each packet is seen once and in order, or its lack is told.
+TEST_F(RotatedLogTest, LosesNothingSilentlyWhileItIsRotated) {
+  std::filesystem::create_directory(root_.path() + "/folder");
+  constexpr int kRotations = 1000;
+  Begin(1);
+  Bytes all = Look();
+  std::atomic<bool> done = false;
+  std::thread service([&] {
+    for (int i = 1; i <= kRotations; ++i) Rotate(static_cast<uint8_t>(1 + i % 250));
+    done = true;
+  });
+  const auto look = [&] {
+    const Bytes seen = Look();
+    all.insert(all.end(), seen.begin(), seen.end());
+  };
+  while (!done) look();
+  service.join();
+  look();
+  EXPECT_EQ(all.back(), 1 + kRotations % 250);
+  for (size_t i = 1; i < all.size(); ++i) {
+    const bool next = all[i] == 1 + all[i - 1] % 250;
+    ASSERT_TRUE(next || all[i] == 0 || all[i - 1] == 0) << +all[i] << " behind " << +all[i - 1] << " at " << i;
+  }
 }
 
 TEST(SnoopTest, PrintsALogOneLineAPacketAndTellsACutOne) {

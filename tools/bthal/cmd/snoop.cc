@@ -88,7 +88,10 @@ bool IsRead(const std::string& output, const std::string& log, std::string* erro
 }
 
 int Follow(const SnoopOptions& options, const std::string& path, const SnoopFilter& filter, Capture& capture) {
-  SnoopFollower follower(path);
+  SnoopFollower follower(path, [] {
+    fflush(stdout);
+    fprintf(stderr, "bthal: packets were missed here: the log was rotated faster than it was read\n");
+  });
   LogPrinter printer(options.view);
   const auto take = [&](const SnoopRecord& record) {
     if (!filter.Takes(record)) return;
