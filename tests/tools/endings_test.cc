@@ -243,6 +243,7 @@ TEST(TerminalFilterTest, PassesTextAndOurColoursHoweverTheyArrive) {
        "2J",
        "\\xc2\\x9b2J \\x9b2J"},
       {"\xE0\x80\x9B \xC0\x9B \xED\xA0\x80 \xFF", "\\xe0\\x80\\x9b \\xc0\\x9b \\xed\\xa0\\x80 \\xff"},
+      {"\xE2\x80\xAE \xE2\x81\xA6", "\\xe2\\x80\\xae \\xe2\\x81\\xa6"},
       {"cut \xE2\x82", "cut \\xe2\\x82"},
       {"cut \033[3", "cut \\x1b[3"}};
   for (const auto& [text, shown] : texts) {

@@ -6,6 +6,9 @@
 #include "bthal/hci/hex.h"
 #include "bthal/hci/lines/script.h"
 #include "bthal/hci/tell_packet.h"
+#include "bthal/hci/values.h"
+#include "bthal/show/packet_line.h"
+#include "support/run_program.h"
 #include "support/test.h"
 
 namespace bthal::tool {
@@ -56,6 +59,67 @@ TEST(NumberTest, TakesDecimalAndHexWithinBounds) {
     EXPECT_FALSE(ParseNumber(bad, 255)) << bad;
   EXPECT_EQ(ParseSeconds("0.25"), 0.25);
   for (const char* bad : {"-1", "", "nan", "inf", "1e9", "86401", "1s"}) EXPECT_FALSE(ParseSeconds(bad)) << bad;
+}
+
+// A name comes from the air: what it may say is said as it is, and what could do something is not.
+TEST(QuotedTextTest, ShowsCharactersAndADotForAnyOtherByte) {
+  const auto quoted = [](const std::string& text) { return QuotedText(Bytes(text.begin(), text.end())); };
+  for (const std::string text :
+       {"Bäckerei", "£", "\xDF\xBF", "\xE0\xA0\x80", "日本", "\xED\x9F\xBF", "\xEE\x80\x80", "😀", "\xF4\x8F\xBF\xBF",
+        "\xC2\xA0", "\xE2\x80\xA9", "\xE2\x80\xAF", "\xE2\x81\xA5", "\xE2\x81\xAA"}) {
+    EXPECT_EQ(quoted(text), '"' + text + '"');
+  }
+  for (const std::string text : {"\033",
+                                 "\r",
+                                 "\x7F",
+                                 "\x9B",
+                                 "\xC2\x80",
+                                 "\xC2\x9B",
+                                 "\xC2\x9F",
+                                 "\xC0\xAF",
+                                 "\xC1\xBF",
+                                 "\xE0\x9F\xBF",
+                                 "\xF0\x8F\xBF\xBF",
+                                 "\xED\xA0\x80",
+                                 "\xED\xBF\xBF",
+                                 "\xF4\x90\x80\x80",
+                                 "\xF5\x80\x80\x80",
+                                 "\xFF",
+                                 "\xC3",
+                                 "\xE2\x82",
+                                 "\xF0\x9F\x98",
+                                 "\xE2\x80\xAA",
+                                 "\xE2\x80\xAE",
+                                 "\xE2\x81\xA6",
+                                 "\xE2\x81\xA9"}) {
+    EXPECT_EQ(quoted("a" + text + "ü"), "\"a" + std::string(text.size(), '.') + "ü\"");
+    EXPECT_EQ(quoted(text), '"' + std::string(text.size(), '.') + '"') << "at the end";
+  }
+  EXPECT_EQ(quoted(std::string("ü\0x", 4)), "\"ü\"");
+}
+
+// The bytes stand in their column behind any name, and a line is not broken within a character.
+TEST(QuotedTextTest, KeepsColumnsAndCharacters) {
+  const auto line = [](const std::string& name) {
+    return PacketText({}, "", Direction::kToController, kCommand, Built("write_local_name", {name}));
+  };
+  const size_t column = line("Backerei").find("13 0C");
+  ASSERT_NE(column, std::string::npos);
+  EXPECT_EQ(line("Bäckerei").find("13 0C"), column + 1) << "a letter of two bytes";
+  const std::string wide = [] {
+    std::string name;
+    for (int i = 0; i < 120; ++i) name += "ä";
+    return name;
+  }();
+  for (const char* columns : {"40", "41", "42"}) {
+    const ProgramResult folded =
+        RunProgram({"/bin/sh", "-c",
+                    "CLICOLOR_FORCE=1 NO_COLOR=1 COLUMNS=" + std::string(columns) +
+                        " exec " BTHAL_PROGRAM " decode -v " + Hex(Built("write_local_name", {wide}))});
+    EXPECT_EQ(folded.status, 0) << folded.error;
+    EXPECT_EQ(std::ranges::count(folded.out, '\xC3'), 240);
+    EXPECT_THAT(folded.out, Not(HasSubstr("\\x"))) << columns;
+  }
 }
 
 // Every command that needs nothing to be typed has a parameter block of the length its opcode asks for.

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "bthal/hci/characters.h"
 #include "bthal/hci/hex.h"
 
 namespace bthal::tool {
@@ -191,10 +192,15 @@ std::string AddressWords(std::span<const uint8_t> six_bytes) {
 }
 
 std::string QuotedText(std::span<const uint8_t> bytes) {
+  const auto end = std::ranges::find(bytes, 0);
   std::string text = "\"";
-  for (const uint8_t byte : bytes) {
-    if (byte == 0) break;
-    text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
+  for (std::string_view rest(reinterpret_cast<const char*>(bytes.data()), static_cast<size_t>(end - bytes.begin()));
+       !rest.empty();) {
+    const bool plain = rest[0] >= 0x20 && rest[0] < 0x7F;
+    const size_t length = plain ? 1 : WideLength(rest);
+    const bool passes = length != 0 && length != kMoreMustCome;
+    text += passes ? rest.substr(0, length) : ".";
+    rest.remove_prefix(passes ? length : 1);
   }
   return text + '"';
 }

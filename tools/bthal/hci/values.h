@@ -25,7 +25,8 @@ std::string NumberText(const FieldType& type, uint64_t number, bool brief);
 // "AA:BB:CC:DD:EE:FF" from six bytes, least significant first.
 std::string AddressWords(std::span<const uint8_t> six_bytes);
 
-// Text up to its first zero byte in quotes, with a dot for whatever a terminal must not see.
+// Text up to its first zero byte in quotes, with a dot for each byte that is no part of UTF-8 or that a terminal must
+// not see.
 std::string QuotedText(std::span<const uint8_t> bytes);
 
 }  // namespace bthal::tool

@@ -17,6 +17,7 @@
 #include <mutex>
 #include <utility>
 
+#include "bthal/hci/characters.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/show/printable.h"
 #include "bthal/show/terminal.h"
@@ -42,11 +43,6 @@ void OnResize(int) {
   g_resized = true;
   Wake(g_wake);
   errno = error;
-}
-
-// The columns that text takes: of UTF-8 each beginning of a character counts.
-size_t ColumnsOf(std::string_view text) {
-  return static_cast<size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
 std::string CommonBeginning(const std::vector<std::string>& words) {

@@ -3,7 +3,9 @@
 #include <android-base/stringprintf.h>
 
 #include <algorithm>
+#include <utility>
 
+#include "bthal/hci/characters.h"
 #include "bthal/hci/hex.h"
 #include "bthal/hci/words.h"
 #include "bthal/show/terminal.h"
@@ -31,11 +33,17 @@ std::string Broken(std::string words, size_t room, size_t before) {
   std::string lines;
   while (words.size() > room) {
     const size_t blank = words.rfind(' ', room);
-    const size_t at = blank == words.npos || blank == 0 ? room : blank;
+    const size_t at = blank == words.npos || blank == 0 ? UncutLength(words, room) : blank;
+    if (at == words.size()) break;
     lines += words.substr(0, at) + "\n" + std::string(before, ' ');
     words.erase(0, words[at] == ' ' ? at + 1 : at);
   }
   return lines + words;
+}
+
+std::string Padded(std::string words, size_t columns) {
+  const size_t taken = ColumnsOf(words);
+  return words.append(columns > taken ? columns - taken : 0, ' ');
 }
 
 std::string Line(Direction direction, uint8_t kind, std::span<const uint8_t> packet, size_t before, size_t room,
@@ -46,8 +54,7 @@ std::string Line(Direction direction, uint8_t kind, std::span<const uint8_t> pac
   const auto paint_words = [&](const std::string& words) { return Paint(colour, head + words); };
   if (room == 0) {
     std::string words = PacketWords(kind, packet);
-    words.resize(std::max(words.size(), kWordsWidth), ' ');
-    return paint_words(words + "  ") + Paint(Colour::kFaint, Hex(packet));
+    return paint_words(Padded(std::move(words), kWordsWidth) + "  ") + Paint(Colour::kFaint, Hex(packet));
   }
   room = room > head.size() ? room - head.size() : 1;
   std::string words = FittingWords(kind, packet, room);
@@ -55,8 +62,7 @@ std::string Line(Direction direction, uint8_t kind, std::span<const uint8_t> pac
   const size_t column = std::max(words.size(), kWordsWidth) + 2;
   const std::string hex = with_bytes && column < room ? FittingHex(packet, room - column) : "";
   if (hex.empty()) return paint_words(words);
-  words.resize(column, ' ');
-  return paint_words(words) + Paint(Colour::kFaint, hex);
+  return paint_words(Padded(std::move(words), column)) + Paint(Colour::kFaint, hex);
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "bthal/hci/characters.h"
+
 namespace bthal::tool {
 namespace {
 
@@ -12,9 +14,6 @@ constexpr char kEscape = '\x1b';
 constexpr size_t kLongestColour = 5;  // "\033[36m"
 
 std::string Escaped(char c) { return ::android::base::StringPrintf("\\x%02x", static_cast<unsigned char>(c)); }
-
-// The length of what begins at the front of `text` and may pass as it is: 0, nothing may; npos, more must come to tell.
-constexpr size_t kMoreMustCome = std::string_view::npos;
 
 // "\033[", one or two digits, "m": 0 to 2 or 30 to 37, which change nothing but how letters look.
 size_t ColourLength(std::string_view text) {
@@ -28,22 +27,7 @@ size_t ColourLength(std::string_view text) {
   return ours ? end + 1 : 0;
 }
 
-// A character of UTF-8 beyond ASCII; those of C1 (U+0080 to U+009F) may not pass.
-size_t WideLength(std::string_view text) {
-  const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
-  const unsigned first = byte(0);
-  const size_t length = first >= 0xC2 && first <= 0xDF ? 2 : (first & 0xF0) == 0xE0 ? 3 : first - 0xF0 <= 4 ? 4 : 0;
-  for (size_t at = 1; at < length; ++at) {
-    if (at == text.size()) return kMoreMustCome;
-    if ((byte(at) & 0xC0) != 0x80) return 0;
-    if (at > 1) continue;
-    const bool overlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
-    const bool no_character = (first == 0xED && byte(1) > 0x9F) || (first == 0xF4 && byte(1) > 0x8F);
-    if (overlong || no_character || (first == 0xC2 && byte(1) < 0xA0)) return 0;
-  }
-  return length;
-}
-
+// The length of what begins at the front of `text` and may pass as it is: 0, nothing may; or more must come to tell.
 size_t PassingLength(std::string_view text) {
   const char c = text[0];
   if (c == kEscape) return ColourLength(text);

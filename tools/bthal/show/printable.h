@@ -7,7 +7,7 @@
 namespace bthal::tool {
 
 // What would move the cursor, colour, or command the terminal in any other way reads as \x1b: C0 but for line ends and
-// tabs, DEL, C1 in both its forms, and what is no UTF-8. Our own colours pass.
+// tabs, DEL, C1 in both its forms, what turns the direction of text, and what is no UTF-8. Our own colours pass.
 //
 // Text comes in pieces: what a piece ends within is held back until the next.
 class TerminalFilter {

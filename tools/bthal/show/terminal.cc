@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "bthal/hci/characters.h"
 #include "bthal/show/printable.h"
 
 namespace bthal::tool {
@@ -45,7 +46,8 @@ bool IsPassedOn() { return getenv("CLICOLOR_FORCE") != nullptr; }
 // Where to break `line`, which is wider than `width`.
 size_t BreakAt(std::string_view line, size_t width, size_t indent) {
   const size_t blank = line.rfind(' ', width);
-  return blank == line.npos || line.find_first_not_of(' ') > blank || blank <= indent ? width : blank;
+  const bool none = blank == line.npos || line.find_first_not_of(' ') > blank || blank <= indent;
+  return none ? UncutLength(line, width) : blank;
 }
 
 // "[##########----------] 120/240".
@@ -103,6 +105,7 @@ std::string Folded(std::string_view lines, size_t indent) {
     std::string line(lines.substr(0, end));
     while (line.size() > width) {
       const size_t at = BreakAt(line, width, indent);
+      if (at == line.size()) break;
       folded += line.substr(0, at) + "\n";
       line.replace(0, line[at] == ' ' ? at + 1 : at, indent, ' ');
     }
