@@ -105,6 +105,34 @@ TEST_F(CheckTest, NamesWhatIsMissingAndFallsSilentWhereItIsProvided) {
   EXPECT_THAT(Row("accelerated on"), StartsWith("ok off"));
 }
 
+// What a shell would take apart is quoted: the command is one to paste.
+TEST_F(CheckTest, RemediesHoldForAnyRoot) {
+  const std::string root = root_.path() + "/it's; a root";
+  std::filesystem::create_directory(root);
+  setenv("BTHAL_ROOT", root.c_str(), 1);
+  const std::string row = Row("packet log");
+  const size_t remedy = row.find("mkdir -p ");
+  ASSERT_NE(remedy, std::string::npos) << row;
+  const ProgramResult made = RunProgram({"/bin/sh", "-c", row.substr(remedy)});
+  EXPECT_EQ(made.status, 0) << made.error;
+  EXPECT_EQ(Row("packet log"), "ok /data/vendor/bluetooth");
+}
+
+TEST_F(CheckTest, RemediesForAnotherUserHoldForAnyRoot) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can look as another user does";
+  const std::string root = root_.path() + "/it's; a root";
+  const std::string quoted = "'" + root_.path() + "/it'\\''s; a root";
+  std::filesystem::create_directory(root);
+  setenv("BTHAL_ROOT", root.c_str(), 1);
+  const std::vector<std::string> as_nobody = {"check", "--user", "nobody"};
+  chmod(root_.path().c_str(), 0755);
+  EXPECT_THAT(Row("Binder, properties", as_nobody), HasSubstr("install -d -m 0700 -o <the service's user> " + quoted));
+  std::filesystem::create_directories(root + "/run/bthal");
+  chmod((root + "/run/bthal").c_str(), 0777);
+  EXPECT_EQ(chown((root + "/run/bthal").c_str(), 12345, 12345), 0);
+  EXPECT_THAT(Row("Binder, properties", as_nobody), HasSubstr("chown -R <the service's user> " + quoted));
+}
+
 TEST_F(CheckTest, ThePowerSwitchIsTheOneThatTheServiceWillUse) {
   EXPECT_THAT(Row("power switch"), StartsWith("missing no rfkill entry of type bluetooth"));
   Entry(3, "bluetooth\n", "bt_power");

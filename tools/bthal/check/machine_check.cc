@@ -21,6 +21,7 @@
 
 #include "bthal/check/parts.h"
 #include "bthal/check/service_user.h"
+#include "bthal/cli/shell_quotes.h"
 #include "bthal/show/known_names.h"
 #include "conf/conf.h"
 #include "conf/userial_type.h"
@@ -71,7 +72,7 @@ CheckResult Owned(CheckResult result, const std::string& path) {
   const bool strange = stat(DevicePath(path).c_str(), &info) == 0 && info.st_uid != 0 && info.st_uid != geteuid();
   if (geteuid() == 0 || !strange) return result;
   return {result.name, CheckState::kNotPermitted, true, StringPrintf("%s is user %u's", path.c_str(), info.st_uid),
-          "chown -R <the service's user> " + DevicePath(path)};
+          "chown -R <the service's user> " + QuotedIfNeeded(DevicePath(path))};
 }
 
 // A folder that can be written to, or made by whoever starts the service.
@@ -82,9 +83,9 @@ CheckResult Folder(const std::string& name, const std::string& path, bool may_be
     while (above.size() > 1 && !Exists(above)) above = ::android::base::Dirname(above);
     if (MayUse(above, W_OK | X_OK)) return Ok(name, path + " (made when first used)");
     return {name, CheckState::kNotPermitted, true, path + " is not there, and cannot be made",
-            "install -d -m 0700 -o <the service's user> " + DevicePath(path)};
+            "install -d -m 0700 -o <the service's user> " + QuotedIfNeeded(DevicePath(path))};
   }
-  return {name, CheckState::kMissing, true, path + " is not there", "mkdir -p " + DevicePath(path)};
+  return {name, CheckState::kMissing, true, path + " is not there", "mkdir -p " + QuotedIfNeeded(DevicePath(path))};
 }
 
 CheckResult Settings() {

@@ -17,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+#include "bthal/cli/shell_quotes.h"
 #include "bthal/run/device_names.h"
 #include "bthal/run/process.h"
 
@@ -120,7 +121,7 @@ bool ServiceHas(int capability) {
 }
 
 std::string HowToGrant() {
-  return "setcap cap_block_suspend,cap_net_admin,cap_sys_nice+ep " + ProgramBeside(kServiceProgram) +
+  return "setcap cap_block_suspend,cap_net_admin,cap_sys_nice+ep " + QuotedIfNeeded(ProgramBeside(kServiceProgram)) +
          ", or run the service as root or by its systemd unit";
 }
 

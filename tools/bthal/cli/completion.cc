@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <functional>
 
+#include "bthal/cli/shell_quotes.h"
+
 namespace bthal::tool {
 namespace {
 
@@ -32,8 +34,6 @@ void ForEachCommand(const std::string& words, const CommandDescription& command,
   visit(words, command);
   for (const CommandDescription& sub : command.commands) ForEachCommand(words + " " + sub.name, sub, visit);
 }
-
-std::string Quoted(const std::string& text) { return "'" + StringReplace(text, "'", "'\\''", true) + "'"; }
 
 std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
