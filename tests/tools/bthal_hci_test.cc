@@ -80,6 +80,28 @@ TEST_F(OnBoard, ADeadServiceIsNoticedAndItsSuccessorFound) {
   EXPECT_EQ(holder_.End(), 0);
 }
 
+// Nobody sleeps on behind a dead service, nor ends well with one.
+TEST_F(OnBoard, ItFailsWithTheServiceThatDiesUnderIt) {
+  Start();
+  for (const std::string line : {"sleep 1000", "le_scan 1000", ""}) {
+    Companion client;
+    ASSERT_TRUE(client.Start(line.empty() ? std::vector<std::string>{"hci"} : std::vector{std::string("hci"), line}));
+    if (line.empty()) client.talk.Say("initialize");
+    ASSERT_TRUE(client.Says(line.starts_with("le_scan") ? "LE Set Scan Enable, success" : "initialised: SUCCESS"));
+    service_->Signal(SIGKILL);
+    EXPECT_TRUE(client.Says("* hal      the service has died")) << line;
+    client.talk.HangUp();
+    EXPECT_EQ(client.End(), 1) << line;
+    EXPECT_EQ(std::ranges::count_if(client.lines,
+                                    [](const std::string& told) {
+                                      return told.starts_with("bthal: the service has died; its log says why");
+                                    }),
+              1)
+        << line;
+    StartService("error");
+  }
+}
+
 TEST_F(OnBoard, WhoWaitsWhenTheServiceDiesIsServedByItsSuccessor) {
   sim::BoardOptions options = SmallBoard();
   options.faults = {"no-answer,opcode=reset"};  // a bring-up of two seconds to wait for

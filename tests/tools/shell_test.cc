@@ -203,6 +203,22 @@ TEST_F(ShellTest, ReadsPlainLinesWithoutATerminal) {
   EXPECT_TRUE(std::filesystem::is_empty(folder_.path));
 }
 
+TEST_F(ShellTest, FailsWithADeadServiceWhereNobodyTypes) {
+  for (const std::string last : {"sleep 1000", "# nothing more"}) {
+    Companion shell;
+    ASSERT_TRUE(shell.Start({"shell", "--patch-records", "8"}));
+    ASSERT_TRUE(shell.Says("* service  pid "));
+    const pid_t service = std::stoi(shell.lines.back().substr(shell.lines.back().find("pid ") + 4));
+    shell.talk.Say("initialize\n" + last);
+    ASSERT_TRUE(shell.Says("initialised: SUCCESS"));
+    kill(service, SIGKILL);
+    EXPECT_TRUE(shell.Says("* hal      the service has died"));
+    shell.talk.HangUp();
+    EXPECT_EQ(shell.End(), 1) << last;
+    EXPECT_THAT(shell.lines, Contains(StartsWith("bthal: the service has died"))) << last;
+  }
+}
+
 class AttachedShellTest : public BoardSessionTest {};
 
 TEST_F(AttachedShellTest, JoinsWhatRunsAndTakesNobodysHalAway) {

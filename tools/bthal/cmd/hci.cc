@@ -88,8 +88,7 @@ bool RunLines(HciSession& session, const std::vector<std::string>& lines, const 
 }
 
 // A person may go on after an error; a script that is piped in may not.
-bool RunInput(HciSession& session, bool keep_going) {
-  const bool person = isatty(STDIN_FILENO) == 1;
+bool RunInput(HciSession& session, bool person, bool keep_going) {
   if (person) printf("Commands are sent as you enter them; 'help' explains, 'quit' or Ctrl-D ends.\n");
   LineSource source(STDIN_FILENO);
   std::string line;
@@ -130,14 +129,16 @@ int Run(const HciOptions& options) {
                       .show = {},
                       .complain = {}});
   bool well = false;
+  bool person = false;
   if (!options.lines.empty()) {
     well = RunLines(session, LinesOf(options), "", options.keep_going);
   } else if (from_file) {
     well = RunLines(session, ::android::base::Split(script, "\n"), options.script, options.keep_going);
   } else {
-    well = RunInput(session, options.keep_going);
+    person = isatty(STDIN_FILENO) == 1;
+    well = RunInput(session, person, options.keep_going);
   }
-  well &= session.Close();
+  well &= session.End(person);
   if (Interrupted()) return 128 + InterruptSignal();
   return well ? 0 : 1;
 }

@@ -68,9 +68,26 @@ class HciClient::Inbox {
       // First of all: whoever reads that it has died may ask for its successor at once.
       const std::lock_guard lock(mutex_);
       died_ = true;
+      if (left_) return;
+      telling_ = true;
     }
     observer_.on_death();
+    const std::lock_guard lock(mutex_);
+    telling_ = false;
     changed_.notify_all();
+  }
+
+  // Whether it comes, and has been told.
+  bool AwaitDeath(milliseconds patience) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, patience, [this] { return died_ && !telling_; });
+  }
+
+  // The observer hears of no death any more, and has heard all of one that was being told.
+  void Leave() {
+    std::unique_lock lock(mutex_);
+    left_ = true;
+    changed_.wait(lock, [this] { return !telling_; });
   }
 
   bool died() const {
@@ -112,6 +129,8 @@ class HciClient::Inbox {
   std::deque<ReceivedPacket> packets_;
   std::optional<Status> status_;
   bool died_ = false;
+  bool telling_ = false;  // of the death
+  bool left_ = false;
   bool spoken_to_ = false;
 };
 
@@ -180,6 +199,7 @@ HciClient::HciClient(Observer observer) : observer_(std::move(observer)), inbox_
 HciClient::~HciClient() {
   std::string ignored;
   if (initialized_) Close(&ignored);
+  inbox_->Leave();
 }
 
 bool HciClient::Connect(milliseconds patience, std::string* error) {
@@ -257,6 +277,11 @@ std::optional<ReceivedPacket> HciClient::Take(const std::function<bool(const Rec
 void HciClient::Forget() { inbox_->Forget(); }
 
 bool HciClient::ServiceDied() const { return inbox_->died(); }
+
+bool HciClient::AwaitDeath() {
+  constexpr milliseconds kNotice = std::chrono::seconds(2);
+  return !AIBinder_isAlive(service_->hci()->asBinder().get()) && inbox_->AwaitDeath(kNotice);
+}
 
 // It goes to memory first: whoever asked gets all of it, or nothing.
 bool DumpService(std::string* report, std::string* error) {

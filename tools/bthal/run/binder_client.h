@@ -48,6 +48,9 @@ class HciClient {
 
   bool initialized() const { return initialized_; }
   bool ServiceDied() const;
+  // After a call that failed: whether the service has died, of which the observer has heard by then. Waits for the
+  // notice of a death that there is.
+  bool AwaitDeath();
   // Whether Initialize has failed because the service died while this client waited for it, without a word: it died of
   // somebody else's trouble, and its successor may serve.
   bool died_unheard() const { return died_unheard_; }

@@ -84,6 +84,11 @@ bool HciSession::Fail(const std::string& why) const {
   return false;
 }
 
+bool HciSession::FailOfDeath() {
+  death_told_ = true;
+  return Fail(kDied);
+}
+
 // A service that dies before it has taken us has died of what its last client left behind, or was ended: the next one
 // is asked.
 bool HciSession::Open() {
@@ -111,18 +116,25 @@ bool HciSession::Initialize() {
 bool HciSession::TryToInitialize(std::string* error) {
   constexpr milliseconds kBringUpPatience = std::chrono::seconds(60);
   if (!client_.Initialize(kBringUpPatience, error)) return false;
+  death_told_ = false;
   Note("initialised: SUCCESS");
   return true;
 }
 
 bool HciSession::Close() {
-  if (!client_.initialized() || client_.ServiceDied()) return true;
+  if (client_.ServiceDied()) return FailOfDeath();
   std::string error;
   const bool closed = client_.Close(&error);
   claim_.Release();
   if (!closed) return Fail(error);
   Note("closed");
   return true;
+}
+
+bool HciSession::End(bool person) {
+  if (!client_.initialized()) return true;
+  if (client_.ServiceDied() && (person || death_told_)) return person;
+  return Close();
 }
 
 bool HciSession::Run(const std::string& line) {
@@ -150,7 +162,7 @@ bool HciSession::Perform(const ScriptAction& action) {
     case Verb::kExpectBytes:
       return Expect(action);
     case Verb::kSleep:
-      return SleepUnlessInterrupted(std::chrono::duration<double>(action.seconds));
+      return Sleep(action.seconds);
     case Verb::kScan:
       return Scan(action.seconds);
     case Verb::kInitialize:
@@ -176,13 +188,13 @@ bool HciSession::List(const std::string& word) const {
 }
 
 bool HciSession::Send(const ScriptAction& action) {
-  if (client_.ServiceDied()) return Fail(kDied);
+  if (client_.ServiceDied()) return FailOfDeath();
   client_.Forget();
   last_answer_ = {};
   refused_ = false;
   PrintPacket(Direction::kToController, action.kind, action.packet);
   std::string error;
-  if (!client_.Send(action.kind, action.packet, &error)) return Fail(error);
+  if (!client_.Send(action.kind, action.packet, &error)) return client_.AwaitDeath() ? FailOfDeath() : Fail(error);
   if (!action.await_answer) return true;
   return AwaitAnswer(Le16(action.packet, 0));
 }
@@ -195,7 +207,7 @@ bool HciSession::AwaitAnswer(uint16_t opcode) {
     refused_ = AnsweredStatus(last_answer_.bytes).value_or(0) != 0;
     return true;
   }
-  if (client_.ServiceDied()) return Fail(kDied);
+  if (client_.ServiceDied()) return FailOfDeath();
   if (Interrupted()) return false;
   return Fail(StringPrintf("no answer to %s within %g s", OpcodeWords(opcode).c_str(),
                            std::chrono::duration<double>(options_.answer_patience).count()));
@@ -209,7 +221,7 @@ bool HciSession::Wait(const ScriptAction& action) {
     last_answer_ = std::move(*packet);
     return true;
   }
-  if (client_.ServiceDied()) return Fail(kDied);
+  if (client_.ServiceDied()) return FailOfDeath();
   if (Interrupted()) return false;
   return Fail(StringPrintf("no %s within %g s", action.text.c_str(), action.seconds));
 }
@@ -231,8 +243,16 @@ bool HciSession::Scan(double seconds) {
   for (const char* line : {"le_scan_parameters", "le_scan_enable 1 0"}) {
     if (!Run(line) || !Settle()) return false;
   }
-  SleepUnlessInterrupted(std::chrono::duration<double>(seconds));
+  if (!Sleep(seconds) && !Interrupted()) return false;
   return Run("le_scan_enable 0 0") && !Interrupted();
+}
+
+// What is slept through is meant to happen, with a service that has the controller: nothing is to come of a dead one. A
+// HAL that has been given back is nobody's business.
+bool HciSession::Sleep(double seconds) {
+  if (!client_.initialized()) return SleepUnlessInterrupted(std::chrono::duration<double>(seconds));
+  if (WaitUntil([this] { return client_.ServiceDied(); }, Milliseconds(seconds))) return FailOfDeath();
+  return !Interrupted();
 }
 
 }  // namespace bthal::tool

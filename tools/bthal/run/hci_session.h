@@ -38,8 +38,9 @@ class HciSession {
   // Whether the command that was run last has been carried out, or the refusal looked at (expect); what was refused is
   // said, once. To be called before a line that is no expectation, and at the end.
   bool Settle();
-  // Gives the HAL back, if it is held.
-  bool Close();
+  // To be called last: gives the HAL back, if it is held. False when it could not be, and when the service has died
+  // with it; but `person`, someone who types, has seen that and may leave all the same.
+  bool End(bool person);
 
   bool quit() const { return quit_; }
 
@@ -51,10 +52,13 @@ class HciSession {
   bool Wait(const ScriptAction& action);
   bool Expect(const ScriptAction& action);
   bool Scan(double seconds);
+  bool Sleep(double seconds);
   bool Open();
   bool Initialize();
+  bool Close();
   bool TryToInitialize(std::string* error);
   bool Fail(const std::string& why) const;
+  bool FailOfDeath();
   void Show(const std::string& text) const;
   void Note(const std::string& text, Colour colour = Colour::kPlain) const;
   std::string Time() const { return options_.times ? time_.At() : ""; }
@@ -66,6 +70,7 @@ class HciSession {
   ReceivedPacket last_answer_;
   bool refused_ = false;  // it says so, and nobody has looked at it yet
   bool opened_ = false;
+  bool death_told_ = false;  // why a line failed
   bool quit_ = false;
   HalClaim claim_;
   HciClient client_;  // last: its threads print through the members above

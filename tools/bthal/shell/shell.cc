@@ -94,7 +94,7 @@ int Shell::Run() {
   session.complain = [this](const std::string& why) { Fail(why); };
   session_ = std::make_unique<HciSession>(session);
   bool well = editor_ != nullptr ? RunEdited() : RunPlain();
-  well &= session_->Close();
+  well &= session_->End(isatty(STDIN_FILENO) == 1);
   if (Interrupted()) return 128 + InterruptSignal();
   return well ? 0 : 1;
 }
