@@ -186,7 +186,8 @@ TEST_F(ShellTest, TellsOfADeadServiceAndStartsAnother) {
 
 TEST_F(ShellTest, ReadsPlainLinesWithoutATerminal) {
   const std::vector<std::string> command = {BTHAL_PROGRAM, "shell", "--patch-records", "8"};
-  const ProgramResult well = RunProgram(command, "fault wrong-status,opcode=0x1009\nread_bd_addr\n# all\nfaults\n");
+  const ProgramResult well =
+      RunProgram(command, "fault wrong-status,opcode=0x1009\nread_bd_addr\n# all\nexpect disallowed\nfaults\n");
   EXPECT_EQ(well.status, 0) << well.error;
   EXPECT_THAT(well.out, AllOf(HasSubstr("Read BD_ADDR, command disallowed (0x0C)"), Not(HasSubstr(kPrompt)),
                               Not(HasSubstr("\033"))));
@@ -201,6 +202,21 @@ TEST_F(ShellTest, ReadsPlainLinesWithoutATerminal) {
     EXPECT_THAT(failed.out, Not(HasSubstr("controller  "))) << "the first failure ends it";
   }
   EXPECT_TRUE(std::filesystem::is_empty(folder_.path));
+}
+
+TEST_F(ShellTest, ARefusedCommandEndsItWhereNobodyTypes) {
+  for (const std::string next : {"read_bd_addr\n", "state\n", "quit\n", ""}) {
+    const ProgramResult refused = RunProgram({BTHAL_PROGRAM, "shell", "--patch-records", "8"},
+                                             "fault wrong-status,opcode=0x1001\nread_local_version\n\n# and\n" + next);
+    EXPECT_EQ(refused.status, 1) << next;
+    EXPECT_THAT(
+        refused.error,
+        ::testing::EndsWith("bthal: the controller refuses: Command Complete: Read Local Version Information, command "
+                            "disallowed (0x0C)\n"))
+        << next;
+    EXPECT_EQ(CountIn(refused.out, "< command"), 1u) << next;
+    EXPECT_THAT(refused.out, Not(HasSubstr("controller  on"))) << next;
+  }
 }
 
 TEST_F(ShellTest, FailsWithADeadServiceWhereNobodyTypes) {

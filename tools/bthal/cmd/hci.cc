@@ -54,23 +54,8 @@ bool AreReadable(const std::vector<std::string>& lines, const std::string& name)
   return true;
 }
 
-// What the line asks for; nothing where it cannot be read.
-std::optional<ScriptAction::Verb> VerbOf(const std::string& line) {
-  std::string ignored;
-  const std::optional<ScriptAction> action = ParseScriptLine(line, &ignored);
-  return action ? std::optional(action->verb) : std::nullopt;
-}
-
-bool IsEmpty(const std::string& line) { return VerbOf(line) == ScriptAction::Verb::kNothing; }
-
-// Whether it looks at the answer of the command before it.
-bool IsExpectation(const std::string& line) {
-  const std::optional<ScriptAction::Verb> verb = VerbOf(line);
-  return verb == ScriptAction::Verb::kExpect || verb == ScriptAction::Verb::kExpectBytes;
-}
-
 bool IsLookedAt(std::span<const std::string> after) {
-  const auto next = std::ranges::find_if_not(after, IsEmpty);
+  const auto next = std::ranges::find_if_not(after, IsEmptyLine);
   return next != after.end() && IsExpectation(*next);
 }
 
@@ -94,7 +79,7 @@ bool RunInput(HciSession& session, bool person, bool keep_going) {
   std::string line;
   bool all_well = true;
   while (!session.quit() && source.Next(&line)) {
-    if (IsEmpty(line)) continue;
+    if (IsEmptyLine(line)) continue;
     const bool settled = person || IsExpectation(line) || session.Settle();
     const bool well = (settled || keep_going) && session.Run(line) && settled;
     all_well &= well;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "bthal/hci/lines/script.h"
 #include "bthal/hci/lines/split_words.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/run/io/board_client.h"
@@ -116,8 +117,12 @@ bool Shell::RunPlain() {
   const bool person = isatty(STDIN_FILENO) == 1;
   LineSource source(STDIN_FILENO);
   bool well = true;
-  for (std::string line; (well || person) && !session_->quit() && source.Next(&line);) well = Obey(line);
-  return (well || person) && !Interrupted();
+  for (std::string line; well && !session_->quit() && source.Next(&line);) {
+    if (IsEmptyLine(line)) continue;
+    const bool settled = person || IsExpectation(line) || session_->Settle();
+    well = (settled && Obey(line)) || person;
+  }
+  return well && (person || session_->Settle()) && !Interrupted();
 }
 
 bool Shell::Obey(const std::string& line) {

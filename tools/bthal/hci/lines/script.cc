@@ -198,6 +198,13 @@ bool ParseWords(Words words, ScriptAction* action, std::string* error) {
   return ParseNamed(words, action, error);
 }
 
+// What the line asks for; nothing where it cannot be read.
+std::optional<Verb> VerbOf(const std::string& line) {
+  std::string ignored;
+  const std::optional<ScriptAction> action = ParseScriptLine(line, &ignored);
+  return action ? std::optional(action->verb) : std::nullopt;
+}
+
 }  // namespace
 
 const char kScriptHelp[] =
@@ -229,6 +236,13 @@ std::optional<ScriptAction> ParseScriptLine(const std::string& line, std::string
   if (words.empty()) return action;
   if (!ParseWords(words, &action, error)) return std::nullopt;
   return action;
+}
+
+bool IsEmptyLine(const std::string& line) { return VerbOf(line) == Verb::kNothing; }
+
+bool IsExpectation(const std::string& line) {
+  const std::optional<Verb> verb = VerbOf(line);
+  return verb == Verb::kExpect || verb == Verb::kExpectBytes;
 }
 
 bool MatchesName(const std::string& name, uint8_t kind, const std::vector<uint8_t>& packet) {

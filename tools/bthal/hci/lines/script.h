@@ -35,6 +35,11 @@ struct ScriptAction {
 // Nothing, with one line in `error`, when the line cannot be understood.
 std::optional<ScriptAction> ParseScriptLine(const std::string& line, std::string* error);
 
+// Whether the line asks for nothing.
+bool IsEmptyLine(const std::string& line);
+// Whether it looks at the answer of the command before it.
+bool IsExpectation(const std::string& line);
+
 // Whether a packet is one that `wait NAME` waits for: "any", "acl", "sco", "iso", "event", an event's name as in
 // "le_advertising_report", or its code as in "0x3e".
 bool MatchesName(const std::string& name, uint8_t kind, const std::vector<uint8_t>& packet);
