@@ -184,6 +184,31 @@ TEST_F(ShellTest, TellsOfADeadServiceAndStartsAnother) {
   EXPECT_TRUE(shell_->Shows("Read BD_ADDR, success")) << shell_->raw();
 }
 
+// Nobody is to come: not before the first line either, which waits for a service that may yet be starting.
+TEST_F(ShellTest, WaitsForNoServiceThatItWouldHaveToStartItself) {
+  const std::string advice = "bthal: the service has died; 'restart' starts it anew, 'initialize'";
+  for (const std::string before : {"", "initialize\n"}) {
+    Start(120);
+    shell_->Type(before);
+    ASSERT_TRUE(before.empty() || shell_->Shows("* hal      initialised: SUCCESS"));
+    const auto waits = [&] { return CountIn(shell_->raw(), "waiting for the service"); };
+    const size_t at_first = waits();
+    kill(Service(), SIGKILL);
+    ASSERT_TRUE(shell_->Shows("* service  was killed by SIGKILL; 'restart' starts it anew"));
+    for (const std::string line : {"read_bd_addr\n", "initialize\n"}) {
+      const size_t told = Rows(advice);
+      shell_->Type(line);
+      EXPECT_TRUE(shell_->WaitFor([&](const Screen&) { return Rows(advice) > told; })) << shell_->raw();
+    }
+    EXPECT_EQ(waits(), at_first) << shell_->raw();
+    EXPECT_THAT(shell_->raw(), Not(HasSubstr("bthal supervise")));
+    shell_->Type("restart\ninitialize\nread_bd_addr\n");
+    EXPECT_TRUE(shell_->Shows("Read BD_ADDR, success")) << shell_->raw();
+    shell_->Type("quit\n");
+    EXPECT_EQ(shell_->End(), 0);
+  }
+}
+
 TEST_F(ShellTest, ReadsPlainLinesWithoutATerminal) {
   const std::vector<std::string> command = {BTHAL_PROGRAM, "shell", "--patch-records", "8"};
   const ProgramResult well =

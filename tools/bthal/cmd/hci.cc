@@ -111,6 +111,7 @@ int Run(const HciOptions& options) {
                       .view = options.view,
                       .answer_patience = std::chrono::milliseconds(static_cast<int>(options.timeout * 1000)),
                       .service_patience = std::chrono::milliseconds(static_cast<int>(options.service_timeout * 1000)),
+                      .service_ended = {},
                       .show = {},
                       .complain = {}});
   bool well = false;

@@ -22,9 +22,6 @@ namespace {
 using ::android::base::StringPrintf;
 using std::chrono::milliseconds;
 
-constexpr char kDied[] =
-    "the service has died; its log says why, as bthal supervise does ('initialize' waits for the next one)";
-
 milliseconds Milliseconds(double seconds) { return milliseconds(static_cast<int64_t>(seconds * 1000)); }
 
 // Command Complete, Command Status, or, in local loopback mode, the command itself coming back.
@@ -86,7 +83,7 @@ bool HciSession::Fail(const std::string& why) const {
 
 bool HciSession::FailOfDeath() {
   death_told_ = true;
-  return Fail(kDied);
+  return Fail(options_.death_words);
 }
 
 // A service that dies before it has taken us has died of what its last client left behind, or was ended: the next one
@@ -95,7 +92,9 @@ bool HciSession::Open() {
   const auto deadline = std::chrono::steady_clock::now() + options_.service_patience;
   std::string error;
   do {
-    if (!AwaitService(kHciService, options_.service_patience, &error)) return Fail(error);
+    if (!AwaitService(kHciService, options_.service_patience, &error, options_.service_ended)) {
+      return options_.service_ended && options_.service_ended() ? FailOfDeath() : Fail(error);
+    }
     if (!claim_.Take(options_.take_over, &error)) return Fail(error);
     if (!client_.Connect(options_.service_patience, &error)) return Fail(error);
     opened_ = true;

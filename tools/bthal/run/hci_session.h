@@ -22,6 +22,12 @@ struct SessionOptions {
   PacketView view;
   std::chrono::milliseconds answer_patience{2000};
   std::chrono::milliseconds service_patience{10000};
+  // Whether the service is the caller's own and has ended, so that none is to be waited for. Empty: one may always
+  // come.
+  std::function<bool()> service_ended;
+  // What a line fails with that comes to a dead service.
+  std::string death_words =
+      "the service has died; its log says why, as bthal supervise does ('initialize' waits for the next one)";
   // Take what would go to standard output and, a line without "bthal: ", to standard error. Called on any thread, one
   // at a time. Empty: there it goes.
   std::function<void(const std::string&)> show;

@@ -91,15 +91,18 @@ std::string DoesNotAnswer() {
   return *found;
 }
 
-bool AwaitService(const std::string& instance, milliseconds patience, std::string* error) {
+bool AwaitService(const std::string& instance, milliseconds patience, std::string* error,
+                  const std::function<bool()>& none_comes) {
   const auto published = [&] {
     return std::ranges::any_of(::bthal::host::ListServices(),
                                [&](const auto& service) { return service.alive && service.instance == instance; });
   };
+  const auto in_vain = [&] { return none_comes && none_comes(); };
   if (published()) return true;
-  if (patience > milliseconds(0)) {
+  if (patience > milliseconds(0) && !in_vain()) {
     Complain(StringPrintf("waiting for the service (%g s)...", std::chrono::duration<double>(patience).count()));
-    if (WaitUntil(published, patience)) return true;
+    WaitUntil([&] { return published() || in_vain(); }, patience);
+    if (published()) return true;
   }
   *error = NotPublished(instance);
   return false;

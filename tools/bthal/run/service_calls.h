@@ -53,8 +53,10 @@ std::optional<Result> Called(std::function<Result()> call, std::string* error) {
 // Not null, but where nothing that lives is published under the name; `hangs` where it lives and does not answer.
 ::ndk::SpAIBinder FindService(const std::string& instance, std::string* error, bool* hangs = nullptr);
 
-// Waits until it is published by a process that lives, and says at once that it does.
-bool AwaitService(const std::string& instance, std::chrono::milliseconds patience, std::string* error);
+// Waits until it is published by a process that lives, and says at once that it does. Not any longer once
+// `none_comes()`, where that is given.
+bool AwaitService(const std::string& instance, std::chrono::milliseconds patience, std::string* error,
+                  const std::function<bool()>& none_comes = {});
 
 // Whether it was worked; `what` says what failed, "cannot take the HAL".
 bool CallWorked(const ::ndk::ScopedAStatus& status, const char* what, std::string* error);

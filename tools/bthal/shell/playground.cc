@@ -95,6 +95,11 @@ bool Playground::Restart(std::string* error) {
   return false;
 }
 
+bool Playground::ServiceEnded() {
+  if (service_.running()) TellEnd();
+  return !service_.running();
+}
+
 void Playground::TellEnd() {
   const std::optional<int> status = service_.Wait(std::chrono::milliseconds(0));
   if (!status) return;

@@ -36,6 +36,8 @@ class Playground {
   int service_end() const { return service_.exit_fd(); }
   // To be called then: tells how it ended.
   void TellEnd();
+  // Whether it has, and only Restart brings another. It has been told by then.
+  bool ServiceEnded();
 
  private:
   bool Boot(std::string* error);

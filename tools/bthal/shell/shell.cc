@@ -93,6 +93,10 @@ int Shell::Run() {
   SessionOptions session = options_.session;
   session.show = show;
   session.complain = [this](const std::string& why) { Fail(why); };
+  if (playground_ != nullptr) {
+    session.service_ended = [this] { return playground_->ServiceEnded(); };
+    session.death_words = "the service has died; 'restart' starts it anew, 'initialize' takes it then";
+  }
   session_ = std::make_unique<HciSession>(session);
   bool well = editor_ != nullptr ? RunEdited() : RunPlain();
   well &= session_->End(isatty(STDIN_FILENO) == 1);
