@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
+#include <string>
 #include <utility>
 
 namespace bthal::tool {
@@ -27,8 +29,14 @@ Parameter& Parameter::Within(int least, int most) {
   return *this;
 }
 
+// NaN is on neither side of a bound, so a range alone lets it through.
 Parameter& Parameter::Within(double least, double most) {
-  option_->check(CLI::Range(least, most).description(""));
+  const auto is_number = [=](const std::string& text) {
+    double value = 0;
+    if (!CLI::detail::lexical_cast(text, value) || !std::isnan(value)) return std::string();
+    return "Value " + text + " not in range " + std::to_string(least) + " to " + std::to_string(most);
+  };
+  option_->check(is_number, "")->check(CLI::Range(least, most).description(""));
   return *this;
 }
 
