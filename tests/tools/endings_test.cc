@@ -71,6 +71,20 @@ TEST_F(EndingsTest, WhatCannotBePrintedIsToldAndFails) {
   }
 }
 
+TEST_F(EndingsTest, AnInputThatCannotBeReadIsToldAndFails) {
+  for (const std::string& redirection :
+       std::vector<std::string>{"< " + root_.path(), "> " + root_.path() + "/file <&1"}) {
+    for (const Arguments& arguments : std::vector<Arguments>{{"hci"}, {"hci", "-k"}, {"shell", "--attach"}}) {
+      const std::string command = BTHAL_PROGRAM + Quoted(arguments) + " " + redirection;
+      const ProgramResult result = RunProgram({"/bin/sh", "-c", command});
+      EXPECT_EQ(result.status, 1) << command;
+      EXPECT_THAT(result.error, MatchesRegex("bthal: cannot read standard input: (Is a directory|Bad file descriptor); "
+                                             "give it a file or a pipe\n"))
+          << command;
+    }
+  }
+}
+
 // As `bthal ... | head -1`: no message, and the end that any program would have.
 TEST_F(EndingsTest, AReaderThatHasGoneEndsIt) {
   ASSERT_NO_FATAL_FAILURE(Serve());

@@ -85,7 +85,11 @@ bool RunInput(HciSession& session, bool person, bool keep_going) {
     all_well &= well;
     if (!well && !person && !keep_going) break;
   }
-  return person || (session.Settle() && all_well);
+  if (person) return true;
+  all_well &= session.Settle();
+  if (source.error().empty()) return all_well;
+  Complain(source.error());
+  return false;
 }
 
 // An argument is a line; what stands behind help or list at the beginning belongs to it.

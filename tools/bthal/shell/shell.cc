@@ -126,7 +126,10 @@ bool Shell::RunPlain() {
     const bool settled = person || IsExpectation(line) || session_->Settle();
     well = (settled && Obey(line)) || person;
   }
-  return well && (person || session_->Settle()) && !Interrupted();
+  if (person) return !Interrupted();
+  well = well && session_->Settle();
+  if (!source.error().empty()) return Fail(source.error());
+  return well && !Interrupted();
 }
 
 bool Shell::Obey(const std::string& line) {
