@@ -114,6 +114,10 @@ const std::vector<BadInput> kInputs = {
     {{"finder", "$ROOT/empty"}, 1, "holds neither a key nor a mode"},
     {{"afh"}, 1, "either a map or --avoid"},
     {{"afh", "ff"}, 1, "'ff' is no channel map: expected 10 bytes"},
+    {{"afh", "--avoid", "0-77"},
+     1,
+     "the map leaves 1 of the 79 channels, and a controller takes none that leaves fewer"},
+    {{"afh", "ffff0700000000000080"}, 1, "the map leaves 19 of the 79 channels"},
     {{"afh", "--avoid", "79"}, 1, "'79' is no channel: expected numbers from 0 to 78"},
 };
 

@@ -193,6 +193,8 @@ TEST_F(OnBoard, TheExtensionsReachTheController) {
   // The extensions are started behind the client's back: ask until they are.
   ASSERT_TRUE(WaitFor([] { return Bthal({"afh", "--avoid", "0-7"}).status == 0; }));
   EXPECT_TRUE(Receives(*board_, 1, {0x3F, 0x0C, 0x0A, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}));
+  EXPECT_EQ(Bthal({"afh", "--avoid", "0-58"}).status, 0) << "as many as a controller must be left with";
+  EXPECT_TRUE(Receives(*board_, 1, {0x3F, 0x0C, 0x0A, 0, 0, 0, 0, 0, 0, 0, 0xF8, 0xFF, 0x7F}));
 
   root_.Write("/keys", "mode on\n000102030405060708090a0b0c0d0e0f10111213\n");
   const ProgramResult finder = Bthal({"finder", root_.path() + "/keys"});

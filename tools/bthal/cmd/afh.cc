@@ -23,7 +23,7 @@ int Run(const AfhOptions& options) {
   std::string error;
   const std::optional<ChannelMap> map =
       options.map.empty() ? MapWithout(options.avoid, &error) : ParseChannelMap(options.map, &error);
-  if (!map) return Complain(error);
+  if (!map || !LeavesEnoughChannels(*map, &error)) return Complain(error);
   if (!SetChannelMap(*map, &error)) return Complain(error);
   printf("channel map %s given\n", Hex(*map).c_str());
   return 0;
@@ -37,7 +37,7 @@ void AddAfh(Command& app) {
   sub.Take("map", &options->map, "10 bytes in hex, bit n set: channel n may be used");
   sub.Take("--avoid", &options->avoid, "channels to avoid, as 0-10,37; all others may be used").Type("CHANNELS");
   sub.Footer(
-      "Bluetooth must be on: some client must have the HAL.\n"
+      "Bluetooth must be on: some client must have the HAL. At least 20 channels must be left.\n"
       "\nExamples:\n"
       "  bthal afh ffffffffffffffffff7f\n"
       "  bthal afh --avoid 0-21");

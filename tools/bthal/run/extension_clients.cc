@@ -6,6 +6,7 @@
 #include <android-base/strings.h>
 
 #include <algorithm>
+#include <bit>
 #include <functional>
 #include <memory>
 
@@ -21,6 +22,7 @@ using ::aidl::vendor::tovani::bluetooth_ext::IBTChannelAvoidance;
 using ::android::base::StringPrintf;
 
 constexpr int kServiceErrorOff = -22;
+constexpr uint8_t kLastChannels = 0x7F;  // 72 to 78; the top bit is no channel
 
 template <typename I>
 std::shared_ptr<I> Find(std::string* error) {
@@ -71,7 +73,7 @@ std::optional<ChannelMap> MapWithout(const std::string& channels, std::string* e
   constexpr uint64_t kLastChannel = 78;
   ChannelMap map;
   map.fill(0xFF);
-  map.back() = 0x7F;  // channels 72 to 78; the top bit is no channel
+  map.back() = kLastChannels;
   for (const std::string& range : ::android::base::Split(channels, ",")) {
     const size_t dash = range.find('-');
     const std::optional<uint64_t> first = ParseNumber(range.substr(0, dash), kLastChannel);
@@ -86,6 +88,16 @@ std::optional<ChannelMap> MapWithout(const std::string& channels, std::string* e
     }
   }
   return map;
+}
+
+bool LeavesEnoughChannels(const ChannelMap& map, std::string* error) {
+  constexpr int kLeast = 20;
+  int left = std::popcount(static_cast<uint8_t>(map.back() & kLastChannels));
+  for (size_t i = 0; i + 1 < map.size(); ++i) left += std::popcount(map[i]);
+  if (left >= kLeast) return true;
+  *error = StringPrintf("the map leaves %d of the 79 channels, and a controller takes none that leaves fewer than %d",
+                        left, kLeast);
+  return false;
 }
 
 std::optional<FinderFile> ParseFinderFile(const std::string& content, std::string* error) {

@@ -23,6 +23,10 @@ std::optional<ChannelMap> ParseChannelMap(std::string_view text, std::string* er
 // "0-10,37": every channel in use but these (0 to 78).
 std::optional<ChannelMap> MapWithout(const std::string& channels, std::string* error);
 
+// Whether the map leaves as many channels as a controller must be left with: it refuses fewer, and only the log of
+// packets would show that.
+bool LeavesEnoughChannels(const ChannelMap& map, std::string* error);
+
 struct FinderFile {
   std::vector<uint8_t> keys;  // 20 bytes each
   std::optional<bool> enable;
