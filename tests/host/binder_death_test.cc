@@ -160,10 +160,13 @@ TEST_F(BinderDeathTest, AForkedChildDoesNotHideItsParentsDeath) {
   stay.Open();
 }
 
-// The thread that watches has other things to do, here a line of log that takes its time.
+// All who would see it have other things to do: the thread that watches a line of log that takes its time, the pool's
+// only one a call.
 TEST_F(BinderDeathTest, WhoHasDiedIsNotAliveHoweverLateTheNoticeComes) {
   static Gate late;
   static Gate done;
+  const Gate begun;
+  const Gate held;
   ChildProcess client([] {
     FindHci()->initialize(SharedRefBase::make<FakeCallbacks>());
     return pause();
@@ -173,13 +176,21 @@ TEST_F(BinderDeathTest, WhoHasDiedIsNotAliveHoweverLateTheNoticeComes) {
     given.set_value(callbacks);
     return ScopedAStatus::ok();
   };
-  ASSERT_NO_FATAL_FAILURE(Serve());
+  hci_->on_command = [&](const Bytes&) {
+    begun.Open();
+    held.Pass();
+    return ScopedAStatus::ok();
+  };
+  ASSERT_NO_FATAL_FAILURE(Serve(1));
   const auto callbacks = given.get_future().get();
   AIBinder* const binder = callbacks->asBinder().get();
   EXPECT_TRUE(AIBinder_isAlive(binder));
   Witness told;
   const auto recipient = MakeRecipient();
   ASSERT_EQ(AIBinder_linkToDeath(binder, recipient.get(), &told), STATUS_OK);
+  const RawPeer caller = FoundBy(root_.path(), HciInstance());
+  Call(caller, 5, Hci::descriptor, FIRST_CALL_TRANSACTION + 3);
+  begun.Pass();
   android::base::SetLogger([](auto, auto, const char*, const char*, unsigned int, const char*) {
     late.Open();
     done.Pass();
@@ -192,6 +203,8 @@ TEST_F(BinderDeathTest, WhoHasDiedIsNotAliveHoweverLateTheNoticeComes) {
   EXPECT_FALSE(AIBinder_isAlive(binder));
   EXPECT_EQ(told.deaths, 0);
   // Nor does anybody else wait for the log.
+  held.Open();
+  EXPECT_EQ(caller.Receive().call, 5u);
   EXPECT_TRUE(crowd.front()->Answers());
   done.Open();
   android::base::SetLogger(android::base::StderrLogger);
