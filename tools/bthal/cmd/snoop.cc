@@ -77,7 +77,7 @@ class Capture {
 // Packets that are read must not be lost to those that are written, nor be read again: the log and the older part that
 // the service keeps of it are no place for them.
 bool IsRead(const std::string& output, const std::string& log, std::string* error) {
-  const std::string written = output == "-" ? "/dev/stdout" : output;
+  const std::string written = output == "-" ? "/proc/self/fd/1" : output;  // a bare /dev has no stdout
   for (const std::string& read : {log, log + ::android::hardware::bluetooth::os::kLastSuffix}) {
     if (!AreOneFile(written, read)) continue;
     *error = ::android::base::StringPrintf("-w %s: it is %s, which is read; choose another name", output.c_str(),
