@@ -139,6 +139,57 @@ TEST_F(BoardOutputTest, ABoardThatIsNotReadEndsWhenAsked) {
   }
 }
 
+// A demo or a shell plays the board itself; its controller answers all the same while nobody reads.
+class OwnBoardTest : public ::testing::TestWithParam<const char*> {
+ protected:
+  OwnBoardTest() {
+    setenv("XDG_RUNTIME_DIR", folder_.path, 1);
+    setenv("HOME", folder_.path, 1);
+    unsetenv("BTHAL_ROOT");
+  }
+
+  const TemporaryDir folder_;
+};
+
+// Through a description of its own: who else writes there still waits for room.
+void Fill(int pipe) {
+  const unique_fd writer(open(("/proc/self/fd/" + std::to_string(pipe)).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  const std::string zeros(4096, '\0');
+  for (size_t size = zeros.size(); size > 0; size /= 2) {
+    while (write(writer.get(), zeros.data(), size) > 0) {
+    }
+  }
+}
+
+TEST_P(OwnBoardTest, ComesUpWhileNobodyReads) {
+  const TemporaryFile complaints;
+  unique_fd input, typist, reader, writer;
+  ASSERT_TRUE(::android::base::Pipe(&input, &typist));
+  ASSERT_TRUE(::android::base::Pipe(&reader, &writer));
+  tool::Child program = Spawn(BthalCommand({GetParam()}), writer.get(), complaints.fd, input.get());
+  input.reset();
+  std::string text;
+  const auto read_some = [&] {
+    char piece[4096];
+    const ssize_t count = read(reader.get(), piece, sizeof(piece));
+    if (count > 0) text.append(piece, static_cast<size_t>(count));
+    return count > 0;
+  };
+  while (text.find(" service  pid") == text.npos) ASSERT_TRUE(read_some()) << text << ContentOf(complaints.path);
+  Fill(writer.get());
+  writer.reset();
+  const std::string log = std::string(folder_.path) + "/bthal-" + GetParam() + "/data/log/service.log";
+  EXPECT_TRUE(WaitFor([&] { return ContentOf(log).find("BTQNL controller is ready") != std::string::npos; }))
+      << ContentOf(log);
+  typist.reset();
+  while (read_some()) {
+  }
+  EXPECT_EQ(program.Wait(seconds(20)), 0) << text << ContentOf(complaints.path);
+  EXPECT_EQ(CountIn(text, "patch    launched"), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, OwnBoardTest, ::testing::Values("demo", "shell"));
+
 TEST_F(BoardOutputTest, AFullDiskEndsIt) {
   const unique_fd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   board_ = Spawn(BthalCommand({"board"}), full.get(), complaints_.fd);

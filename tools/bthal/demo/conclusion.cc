@@ -62,7 +62,7 @@ void Demo::WriteJournal() const {
 
 int Demo::Conclude(bool well) {
   {
-    const std::lock_guard lock(print_mutex_);
+    const auto lock = wire_.Hold();
     patch_bar_.Finish();
   }
   client_.reset();

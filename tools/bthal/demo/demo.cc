@@ -78,7 +78,10 @@ bool IsTrouble(const JournalEntry& entry) {
 
 }  // namespace
 
-Demo::Demo(DemoOptions options) : options_(std::move(options)), patch_bar_("          * patch    ") {}
+Demo::Demo(DemoOptions options)
+    : options_(std::move(options)),
+      patch_bar_("          * patch    "),
+      wire_([this](const JournalEntry& entry) { TellWire(entry); }) {}
 
 Demo::~Demo() {
   if (board_ != nullptr) board_->SetObserver({});
@@ -95,7 +98,7 @@ bool Demo::Play() {
 }
 
 void Demo::Line(const std::string& text) {
-  const std::lock_guard lock(print_mutex_);
+  const auto lock = wire_.Hold();
   PrintLine(text);
 }
 
@@ -111,18 +114,20 @@ bool Demo::Fail(const std::string& why) {
 }
 
 void Demo::OnBoard(const JournalEntry& entry) {
-  if (entry.event == WireEvent::kPatchRecord) {
-    const std::lock_guard lock(print_mutex_);
-    patch_bar_.Update(entry.value, entry.total);
-    return;
-  }
   // An unpowered controller has no speed; the board names it all the same, for the next power-on.
   if (entry.event == WireEvent::kPowerOn || entry.event == WireEvent::kPowerOff) {
     powered_ = entry.event == WireEvent::kPowerOn;
   }
   if (entry.event == WireEvent::kSpeed && !powered_) return;
-  if (!IsTrouble(entry) && !(show_wire_ && IsWorthShowing(entry))) return;
-  const std::lock_guard lock(print_mutex_);
+  const bool shown = show_wire_ && IsWorthShowing(entry);
+  if (shown || IsTrouble(entry) || entry.event == WireEvent::kPatchRecord) wire_.Put(entry);
+}
+
+void Demo::TellWire(const JournalEntry& entry) {
+  if (entry.event == WireEvent::kPatchRecord) {
+    patch_bar_.Update(entry.value, entry.total);
+    return;
+  }
   patch_bar_.Finish();
   printf("%s", JournalText({}, Elapsed(start_, entry.time) + "  ", entry).c_str());
   fflush(stdout);
@@ -163,7 +168,7 @@ bool Demo::SetProperties() {
 bool Demo::StartService() {
   std::string error;
   clock_gettime(CLOCK_REALTIME_COARSE, &service_started_);  // by which files are dated
-  const std::lock_guard lock(print_mutex_);                 // what the board sees of it is told after its start
+  const auto lock = wire_.Hold();                           // what the board sees of it is told after its start
   service_ = SpawnService(root_.Log("service.log"), &error);
   if (!service_.running()) return Fail(error);
   PrintLine(Note("service", StringPrintf("pid %d, %s", service_.pid(), kServiceProgram)));

@@ -6,12 +6,12 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "bthal/demo/demo_root.h"
+#include "bthal/demo/wire_teller.h"
 #include "bthal/run/conversation.h"
 #include "bthal/run/process.h"
 #include "bthal/show/terminal.h"
@@ -54,9 +54,10 @@ class Demo {
   bool CompareDownloads();
   int Conclude(bool well);
 
-  void OnBoard(const sim::JournalEntry& entry);
+  void OnBoard(const sim::JournalEntry& entry);  // the board's thread
+  void TellWire(const sim::JournalEntry& entry);
   void Line(const std::string& text);
-  void PrintLine(const std::string& text);  // with print_mutex_ held
+  void PrintLine(const std::string& text);  // with wire_ held
   bool Fail(const std::string& why);
   bool ServiceDied();
   void TellWhyServiceDied(int wait_status);
@@ -69,8 +70,8 @@ class Demo {
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   DemoRoot root_;
 
-  std::mutex print_mutex_;  // the board prints on its own thread
-  ProgressBar patch_bar_;
+  ProgressBar patch_bar_;  // with wire_ held
+  WireTeller wire_;
   std::atomic<bool> show_wire_{true};
   bool powered_ = false;  // the board's thread alone
 

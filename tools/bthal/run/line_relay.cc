@@ -18,6 +18,7 @@ namespace {
 
 // Enough for what a board tells of a whole download while its reader is busy elsewhere.
 constexpr size_t kMostBytes = 1 << 20;
+constexpr size_t kPiece = 4096;
 // A reader that takes nothing for so long is not waited for at the end.
 constexpr std::chrono::milliseconds kLastPatience{200};
 
@@ -55,8 +56,9 @@ struct LineRelay::Waiting {
     for (;;) {
       changed.wait(lock, [this] { return !text.empty() || ended; });
       if (text.empty()) return;
-      // In pieces: there is room again long before a slow reader has taken all.
-      const std::string piece = text.substr(0, 4096);
+      // In pieces: there is room again long before a slow reader has taken all. In whole lines, as far as they fit.
+      const size_t lines = text.rfind('\n', kPiece - 1);
+      const std::string piece = text.substr(0, lines == std::string::npos ? kPiece : lines + 1);
       text.erase(0, piece.size());
       writing = piece.size();
       lock.unlock();

@@ -55,8 +55,8 @@ void Playground::Tell(const std::string& name, const std::string& text) const {
   show_(Folded(time + Note(name, text), time.size() + kNoteWords) + "\n");
 }
 
-void Playground::OnBoard(const sim::JournalEntry& entry) const {
-  if (IsWorthShowing(entry.event)) show_(JournalText({}, time_.At(entry.time), entry));
+void Playground::OnBoard(const sim::JournalEntry& entry) {
+  if (IsWorthShowing(entry.event)) wire_.Put(JournalText({}, time_.At(entry.time), entry));
 }
 
 bool Playground::Start(std::string* error) {

@@ -4,8 +4,10 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "bthal/demo/demo_root.h"
+#include "bthal/run/line_relay.h"
 #include "bthal/run/process.h"
 #include "bthal/show/time_column.h"
 #include "sim/board.h"
@@ -22,7 +24,10 @@ class Playground {
  public:
   // `show` gets whole lines, on any thread.
   Playground(PlaygroundOptions options, std::function<void(const std::string&)> show)
-      : options_(std::move(options)), time_(options_.time_style), show_(std::move(show)) {}
+      : options_(std::move(options)),
+        time_(options_.time_style),
+        show_(std::move(show)),
+        wire_([this](std::string_view lines) { show_(std::string(lines)); }, "board") {}
   Playground(const Playground&) = delete;
   Playground& operator=(const Playground&) = delete;
   ~Playground();  // ends the service, then the board, and removes what is its own
@@ -42,12 +47,13 @@ class Playground {
  private:
   bool Boot(std::string* error);
   bool StartService(std::string* error);
-  void OnBoard(const sim::JournalEntry& entry) const;
+  void OnBoard(const sim::JournalEntry& entry);
   void Tell(const std::string& name, const std::string& text) const;
 
   PlaygroundOptions options_;
   const TimeColumn time_;
   const std::function<void(const std::string&)> show_;
+  LineRelay wire_;  // the board's thread is the controller: it must not wait for whoever does not read
   DemoRoot root_{"shell"};
   std::unique_ptr<sim::Board> board_;
   Child service_;  // last: it ends before its board does
