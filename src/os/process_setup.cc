@@ -16,9 +16,11 @@ void EndUnlessOnlyService() {}
 #include <dlfcn.h>
 #include <errno.h>
 #include <execinfo.h>
+#include <fcntl.h>
 #include <host/device_root.h>
 #include <host/role.h>
 #include <limits.h>
+#include <paths.h>
 #include <poll.h>
 #include <signal.h>
 #include <time.h>
@@ -161,9 +163,29 @@ void SetSeverityFromEnvironment() {
   LOG(WARNING) << kLogVariable << "=" << wanted << " is not one of verbose, debug, info, warning, error; using info";
 }
 
+// Whatever is opened in the place of a closed stderr would get the log: a socket, or the controller's port.
+void FillStandardDescriptors() {
+  int fd = -1;
+  do {
+    fd = open(_PATH_DEVNULL, O_RDWR);  // NOLINT(android-cloexec-open): as every standard descriptor
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) close(fd);
+}
+
+// A process inherits what its starter blocked. Blocked, SIGTERM would end nothing, and SIGUSR2 free no writer.
+void UnblockSignals() {
+  sigset_t needed;
+  sigemptyset(&needed);
+  sigaddset(&needed, SIGTERM);
+  sigaddset(&needed, SIGUSR2);
+  pthread_sigmask(SIG_UNBLOCK, &needed, nullptr);
+}
+
 }  // namespace
 
 void SetUpProcess() {
+  FillStandardDescriptors();
+  UnblockSignals();
   ::android::base::SetLogger(LogToStderr);
   ::android::base::SetAborter(AbortWithTrace);
   SetSeverityFromEnvironment();

@@ -2,6 +2,7 @@
 
 #include <log/log.h>
 
+#include "os/interrupt.h"
 #include "support/child_process.h"
 #include "support/test.h"
 
@@ -16,6 +17,11 @@ namespace android::hardware::bluetooth::os {
 namespace {
 
 using namespace ::bthal::test;
+
+class ProcessSetupRootTest : public ::testing::Test {
+ protected:
+  TempRoot root_;
+};
 
 TEST(ProcessSetupTest, FatalLogAbortsWithTheFunctionsNameInItsTrace) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -89,6 +95,46 @@ TEST(ProcessSetupTest, WhoeverLogsDoesNotWaitForWhoeverReads) {
   close(ends[0]);
   EXPECT_THAT(text, HasSubstr(std::to_string(kLines - written) + " lines were left out here: nothing read them.\n"));
   EXPECT_THAT(text, AllOf(HasSubstr(": read again\n"), HasSubstr("ywhole\n")));
+}
+
+// As a supervisor may start it. What is opened first would otherwise take the log's place, and get its lines.
+TEST_F(ProcessSetupRootTest, ClosedStandardDescriptorsAreNobodyElses) {
+  const std::string path = root_.Below("/opened");
+  ChildProcess child([&] {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(fd);
+    SetUpProcess();
+    const int opened = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    LOG(ERROR) << "a line";
+    return opened > STDERR_FILENO ? 0 : 1;
+  });
+  EXPECT_EQ(child.Wait(), 0);
+  EXPECT_EQ(root_.Read("/opened"), "");
+}
+
+// Whoever starts it may block the signals that end it, or that get a writer out of its system call.
+TEST(ProcessSetupTest, InheritedBlocksHoldNoSignalBack) {
+  ChildProcess child([] {
+    sigset_t blocked;
+    sigfillset(&blocked);
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
+    SetUpProcess();
+    int ends[2];
+    if (pipe(ends) != 0) return 1;
+    std::atomic<bool> interrupted = false;
+    std::thread reader([&] {
+      char byte = 0;
+      interrupted = read(ends[0], &byte, 1) < 0 && errno == EINTR;
+      if (!interrupted) return;
+      raise(SIGTERM);
+    });
+    const bool in_time = WaitFor([&] {
+      InterruptThread(reader.native_handle());
+      return interrupted.load();
+    });
+    if (in_time) reader.join();
+    _exit(in_time ? 2 : 3);
+  });
+  EXPECT_EQ(child.Wait(), -SIGTERM);
 }
 
 }  // namespace
