@@ -36,10 +36,12 @@ struct Lpm {
   uint32_t wake_count = 0;
   Clock::time_point wake_start;
   std::string wake_time;
-  LpmStatistics statistics;
   std::unique_ptr<os::ThreadTimer> timer;
   int timer_generation = 0;  // counts the timers, so that a late expiry of an old one is known
   bool wake_lock_held = false;
+
+  std::mutex statistics_mutex;  // guards what follows, also from who holds none of the rest
+  LpmStatistics statistics;
 };
 
 Lpm& State() {
@@ -66,6 +68,7 @@ void Reset(Lpm& lpm) {
   lpm.activity = false;
   lpm.wake_count = 0;
   lpm.wake_time.clear();
+  const std::lock_guard lock(lpm.statistics_mutex);
   lpm.statistics = {};
 }
 
@@ -101,15 +104,16 @@ bool CreateWakeTimer(Lpm& lpm) {
 
 // The awake period that just ended becomes the last one.
 void CloseAwakePeriod(Lpm& lpm) {
-  LpmStatistics& statistics = lpm.statistics;
-  statistics.last_wake_time = lpm.wake_time;
-  statistics.last_awake_ms =
-      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - lpm.wake_start).count();
-  statistics.last_wake_count = lpm.wake_count;
-  statistics.total_wake_count += lpm.wake_count;
-  if (statistics.last_awake_ms >= kLongAwakeMs) {
-    BtActivitiesLogger::Get().UpdateBthalWakelockStat(statistics.last_wake_time, statistics.last_awake_ms,
-                                                      statistics.last_wake_count);
+  const auto lasted = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - lpm.wake_start).count();
+  {
+    const std::lock_guard lock(lpm.statistics_mutex);
+    lpm.statistics = {.last_wake_time = lpm.wake_time,
+                      .last_awake_ms = lasted,
+                      .last_wake_count = lpm.wake_count,
+                      .total_wake_count = lpm.statistics.total_wake_count + lpm.wake_count};
+  }
+  if (lasted >= kLongAwakeMs) {
+    BtActivitiesLogger::Get().UpdateBthalWakelockStat(lpm.wake_time, lasted, lpm.wake_count);
   }
   lpm.wake_count = 0;
 }
@@ -187,9 +191,10 @@ void LowPowerLink::LpmWakeUpTimeout(sigval value) {
   lpm.activity = false;
 }
 
+// Whoever wants a report of a service that stands still at its wake line does not wait for that line.
 LpmStatistics LowPowerLink::lpm_statistics() const {
   Lpm& lpm = State();
-  const std::lock_guard lock(lpm.mutex);
+  const std::lock_guard lock(lpm.statistics_mutex);
   return lpm.statistics;
 }
 

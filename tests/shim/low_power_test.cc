@@ -4,15 +4,19 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <thread>
 
 #include "support/fifo_node.h"
 #include "support/temp_root.h"
+#include "support/test.h"
 
 namespace android::hardware::bluetooth::hci::shim {
 namespace {
 
 using ::bthal::test::FifoNode;
+using ::bthal::test::WaitFor;
 
 // The sender has seen the low-power mode run, and has the lock only when it no longer does.
 TEST(LowPowerLinkTest, ASenderInTheMiddleOfATearDownLeavesNoWakeLockBehind) {
@@ -40,6 +44,25 @@ TEST(LowPowerLinkTest, ASenderInTheMiddleOfATearDownLeavesNoWakeLockBehind) {
     wake_line.History();
     ASSERT_EQ(std::ranges::count(acquired.History(), '\n'), std::ranges::count(released.History(), '\n')) << round;
   }
+}
+
+// Whoever asks what the service does when it stands still wants to know just then.
+TEST(LowPowerLinkTest, TheStatisticsWaitForNoWakeLine) {
+  const ::bthal::test::TempRoot root;
+  const FifoNode driver(root, "/proc/bluetooth/sleep/lpm");
+  FifoNode wake_line(root, "/proc/bluetooth/sleep/btwrite");
+  FifoNode acquired(root, "/sys/power/wake_lock");
+  const FifoNode released(root, "/sys/power/wake_unlock");
+  LowPowerLink& link = LowPowerLink::Get();
+  ASSERT_TRUE(link.lpm_setup());
+  wake_line.FillUp();
+  const std::jthread sender([&] { link.LpmWakeUp(); });
+  ASSERT_TRUE(WaitFor([&] { return !acquired.History().empty(); }));
+  // The sender is in its write now, or has only that before it.
+  auto statistics = std::async(std::launch::async, [&] { return link.lpm_statistics(); });
+  EXPECT_EQ(statistics.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  wake_line.Take();  // lets it go
+  link.lpm_teardown();
 }
 
 }  // namespace

@@ -25,6 +25,12 @@ class FifoNode {
     while ((count = read(fd_.get(), bytes, sizeof(bytes))) > 0) text.append(bytes, static_cast<size_t>(count));
     return text;
   }
+  // From now on writes wait, until something has been taken.
+  void FillUp() const {
+    const std::string own = "/proc/self/fd/" + std::to_string(fd_.get());
+    const unique_fd writer(open(own.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    while (write(writer.get(), "1", 1) == 1) continue;
+  }
   // From now on writes fail.
   void CloseReader() { fd_.reset(); }
 
