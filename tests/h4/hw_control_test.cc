@@ -1,5 +1,6 @@
 #include "h4/hw_control/hw_control.h"
 
+#include <sys/mman.h>
 #include <termios.h>
 
 #include "conf/conf.h"
@@ -379,6 +380,25 @@ TEST_F(HwControlTest, DebugDumpIsOneWrite) {
   root_.Write("/dev/logbuffer_tty16", "line 1\nline 2");
   EXPECT_EQ(dump("/dev/logbuffer_tty16"), ruler + "\nDebugfs:/dev/logbuffer_tty16\n" + ruler + "\nline 1\nline 2\n\n");
   EXPECT_EQ(dump("/dev/none"), ruler + "\nDebugfs:/dev/none\n" + ruler + "\nFail to read debugfs: /dev/none\n\n");
+}
+
+// A driver may add to its log as fast as it is read, and a dying service is to end.
+TEST_F(HwControlTest, OfANodeWithoutAnEndADumpTakesAPart) {
+  constexpr size_t kMost = size_t{4} << 20;
+  root_.Write("/dev/logbuffer_tty16", std::string(kMost, 'x') + std::string(kMost, 'y'));
+  const unique_fd file(memfd_create("dump", MFD_CLOEXEC));
+  control_.GetFsDebugDump(file.get(), "/dev/logbuffer_tty16");
+  std::string text;
+  lseek(file.get(), 0, SEEK_SET);
+  ASSERT_TRUE(::android::base::ReadFdToString(file.get(), &text));
+  EXPECT_EQ(text.substr(text.find_last_of('x')), "x\n\n");
+  EXPECT_EQ(std::ranges::count(text, 'x'), kMost);
+  EXPECT_TRUE(log_.Has("GetFsDebugDump: /dev/logbuffer_tty16 has more than 4194304 bytes, the rest is left out"));
+
+  root_.Write("/dev/logbuffer_tty16", std::string(kMost, 'x'));
+  log_.Clear();
+  control_.GetFsDebugDump(file.get(), "/dev/logbuffer_tty16");
+  EXPECT_FALSE(log_.Has("left out"));
 }
 
 }  // namespace
