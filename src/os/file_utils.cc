@@ -32,7 +32,16 @@ constexpr int kPatiencesForAll = 10;
 constexpr mode_t kNewFileMode = 0666;  // less the process's mask, as a stream makes its files
 constexpr size_t kCopyChunk = size_t{64} * 1024;
 
-// Part of it, or EAGAIN, where a socket has less room than that.
+// A terminal that takes anything is writable, and a blocking write of more than it takes waits for its reader. Whose
+// descriptor it is keeps its flags: it is opened anew. Nothing where that is not needed, or not allowed.
+unique_fd NonBlockingTerminal(int fd) {
+  struct stat status {};
+  if (fstat(fd, &status) != 0 || !S_ISCHR(status.st_mode)) return {};
+  const std::string own = "/proc/self/fd/" + std::to_string(fd);
+  return unique_fd(TEMP_FAILURE_RETRY(open(own.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)));
+}
+
+// Part of it, or EAGAIN, where a socket or a terminal has less room than that.
 ssize_t WriteSome(int fd, const char* data, size_t size) {
   const ssize_t sent = TEMP_FAILURE_RETRY(send(fd, data, size, MSG_DONTWAIT | MSG_NOSIGNAL));
   return sent < 0 && errno == ENOTSOCK ? TEMP_FAILURE_RETRY(write(fd, data, size)) : sent;
@@ -63,6 +72,8 @@ bool CopyToReader(int from, int to, std::chrono::milliseconds patience) {
   // What a pipe that is writable takes without blocking.
   std::array<char, PIPE_BUF> chunk;
   const auto deadline = std::chrono::steady_clock::now() + kPatiencesForAll * patience;
+  const unique_fd terminal = NonBlockingTerminal(to);
+  if (terminal.ok()) to = terminal.get();
   off_t done = 0;
   for (;;) {
     const ssize_t n = TEMP_FAILURE_RETRY(pread(from, chunk.data(), chunk.size(), done));

@@ -7,6 +7,7 @@
 
 #include "os/kill_self.h"
 #include "support/diagnostics.h"
+#include "support/pty.h"
 #include "support/test.h"
 
 namespace android::hardware::bluetooth {
@@ -153,6 +154,20 @@ TEST_F(DebugCentralTest, AReportThatNobodyReadsIsGivenUp) {
   close(pipe_ends[1]);
   EXPECT_EQ(log_.Count("giving up"), 1u);
   EXPECT_FALSE(log_.Has("Failed to write the report"));
+}
+
+// A terminal says that it takes something when it takes little.
+TEST_F(DebugCentralTest, ATerminalThatNobodyReadsIsGivenUpToo) {
+  central_.UpdateRecord(AnchorType::kClose, std::string(200 * 1024, 'x'));
+  std::optional<Pty> terminal(std::in_place);
+  const unique_fd shown(open(terminal->host_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  const std::string shown_before(3000, 'x');  // so that the room for the rest ends inside a piece
+  ASSERT_EQ(write(shown.get(), shown_before.data(), shown_before.size()), 3000);
+  auto dumped = std::async(std::launch::async, [&] { central_.Dump(shown.get()); });
+  EXPECT_EQ(dumped.wait_for(seconds(20)), std::future_status::ready);
+  terminal->HangUp();
+  dumped.get();
+  EXPECT_TRUE(log_.Has("Dump: the reader takes nothing, giving up"));
 }
 
 class ReportTest : public DebugCentralTest {
