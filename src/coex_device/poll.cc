@@ -161,6 +161,8 @@ void CoexDevice::OnBigHammer(uint8_t event) {
     pause_ms = pause_ms_;
   }
   if (handler) handler();
+  // From here on it is bound to end the process: a close that waits for it does not end it before.
+  t_poll_thread = false;
   LOG(INFO) << StringPrintf("ReadEvent Sleep : %d ms", pause_ms);
   std::this_thread::sleep_for(std::chrono::milliseconds(pause_ms));
   if (event == kBigHammerWithAck) BtSend(this, kCoexBigHammerAck);

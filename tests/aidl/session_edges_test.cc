@@ -108,6 +108,20 @@ TEST_F(SessionEdgesTest, ABigHammerWaitsForNoClient) {
   EXPECT_EQ(service_->CountInLog("root inflamed event with error_code: (127)"), 1u);
 }
 
+// A close waits for the thread that is about to end the process, and may not end it by force before.
+TEST_F(SessionEdgesTest, ABigHammerEndsTheServiceAlsoUnderAClose) {
+  ASSERT_NO_FATAL_FAILURE(Start(false));
+  std::promise<void> leave;
+  client_->OnEvent([left = leave.get_future().share()](const Bytes&) { left.wait(); });
+  ASSERT_NO_FATAL_FAILURE(Initialize());
+  board_->SendCoexEvent({0x01, 0x02, 0x01, 0x42});
+  ASSERT_TRUE(service_->WaitForLog("closeHci: hci_handle_ = nullptr"));
+  hal_->close();
+  EXPECT_EQ(service_->WaitForEndText(), "signal 9");
+  EXPECT_EQ(service_->CountInLog("root inflamed event with error_code: (127)"), 1u);
+  leave.set_value();
+}
+
 TEST_F(SessionEdgesTest, SigtermWaitsForNoSilentController) {
   ASSERT_NO_FATAL_FAILURE(Start(false));
   ASSERT_NO_FATAL_FAILURE(Initialize());
