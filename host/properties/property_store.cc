@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,7 +36,8 @@ constexpr std::string_view kPersistentDirectory = "/var/lib/bthal/properties";
 constexpr std::string_view kTemporaryPrefix = ".new-";
 
 constexpr size_t kMaxValueBytes = 91;
-constexpr size_t kMaxNameBytes = 200;  // with what a temporary file's name adds, within a file system's 255
+constexpr off_t kMaxFileBytes = off_t{1} << 20;  // "ro." values have no limit of their own
+constexpr size_t kMaxNameBytes = 200;            // with what a temporary file's name adds, within a file system's 255
 
 std::string Below(std::string_view path) { return bthal::host::BelowDeviceRoot(path); }
 
@@ -55,6 +57,14 @@ std::string_view DirectoryOf(std::string_view name) {
 }
 
 std::string FileOf(const std::string& name) { return Below(DirectoryOf(name)) + "/" + name; }
+
+// The file's content. Nothing that keeps its reader waiting, or has no end, is a property.
+bool ReadValue(const std::string& path, std::string* value) {
+  const unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
+  struct stat status {};
+  return fd.get() >= 0 && fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kMaxFileBytes &&
+         android::base::ReadFdToString(fd.get(), value);
+}
 
 // A file with the whole value in it, not yet under its own name.
 bool WriteTemporary(const std::string& path, const std::string& value) {
@@ -101,7 +111,7 @@ namespace android::base {
 
 std::string GetProperty(const std::string& key, const std::string& default_value) {
   std::string value;
-  if (!IsLegalName(key) || !ReadFileToString(FileOf(key), &value) || value.empty()) return default_value;
+  if (!IsLegalName(key) || !ReadValue(FileOf(key), &value) || value.empty()) return default_value;
   return value;
 }
 
@@ -135,8 +145,7 @@ std::vector<std::pair<std::string, std::string>> ListProperties() {
   for (const std::string_view directory : {kVolatileDirectory, kPersistentDirectory}) {
     ForEachFile(Below(directory), [&](const std::string& name) {
       std::string value;
-      if (IsLegalName(name) && DirectoryOf(name) == directory &&
-          android::base::ReadFileToString(FileOf(name), &value)) {
+      if (IsLegalName(name) && DirectoryOf(name) == directory && ReadValue(FileOf(name), &value)) {
         properties.emplace_back(name, value);
       }
     });

@@ -66,6 +66,22 @@ TEST_F(PropertiesTest, ThePlatformsRulesHold) {
   EXPECT_FALSE(std::filesystem::exists(root_.path() + "/run/bthal/escape"));
 }
 
+TEST_F(PropertiesTest, WhatIsNoFileOfAPropertysSizeIsNone) {
+  const std::string folder = "/var/lib/bthal/properties/";
+  const std::string fifo = root_.Below(folder + "persist.fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  auto value = std::async(std::launch::async, [] { return GetProperty("persist.fifo", "default"); });
+  EXPECT_EQ(value.wait_for(seconds(20)), std::future_status::ready);
+  unique_fd(open(fifo.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)).reset();
+  EXPECT_EQ(value.get(), "default");
+
+  root_.Write(folder + "persist.large", std::string(size_t{2} << 20, 'x'));
+  std::filesystem::create_directory(root_.Below(folder + "persist.folder"));
+  EXPECT_EQ(GetProperty("persist.large", "").size(), 0u);
+  EXPECT_EQ(GetProperty("persist.folder", "default"), "default");
+  EXPECT_THAT(host::ListProperties(), IsEmpty());
+}
+
 TEST_F(PropertiesTest, AFailedWriteIsSaidAndChangesNothing) {
   root_.Write("/var/lib/bthal", "in the way");
   EXPECT_FALSE(SetProperty("persist.a", "1"));
