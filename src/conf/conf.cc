@@ -3,23 +3,24 @@
 #include "conf/conf.h"
 
 #include <fcntl.h>
-#include <stdio.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
-#include <memory>
 #include <string_view>
 
 #include <android-base/logging.h>
 #include <android-base/properties.h>
 #include <android-base/stringprintf.h>
 #include <android-base/strings.h>
+#include <android-base/unique_fd.h>
 
 #include "conf/conf_line.h"
 #include "conf/properties.h"
 #include "conf/userial_type.h"
 #include "os/device_path.h"
+#include "os/file_utils.h"
 
 namespace android::hardware::bluetooth::conf {
 namespace {
@@ -29,7 +30,8 @@ using ::android::base::StringPrintf;
 using ::android::base::GetBoolProperty;
 using ::android::base::GetProperty;
 
-constexpr size_t kLineBufferSize = 256;
+constexpr size_t kMaxFileSize = size_t{1} << 20;
+constexpr size_t kMaxLineSize = 255;
 constexpr char kStageDelimiter = '-';
 
 constexpr char kBuildTypeProperty[] = "ro.build.type";
@@ -44,6 +46,13 @@ int32_t ParseLeadingInt(const std::string& value) {
   const long long number = std::strtoll(value.c_str(), nullptr, 10);
   return static_cast<int32_t>(
       std::clamp<long long>(number, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()));
+}
+
+// With its end, as far as its first zero. A longer line comes in pieces, and each piece counts as a line.
+std::string_view NextLine(std::string_view* rest) {
+  const std::string_view line = rest->substr(0, std::min(rest->find('\n'), kMaxLineSize - 1) + 1);
+  rest->remove_prefix(line.size());
+  return line.substr(0, line.find('\0'));
 }
 
 bool ParseBool(const std::string& value) { return ParseLeadingInt(value) == 1 || value == "true"; }
@@ -134,16 +143,20 @@ Config::Config(Properties properties) : properties_(properties) {
 void Config::LoadConfig(const std::string& path) {
   LOG(INFO) << "Attempt to load conf from " << path;
   // Without O_NONBLOCK a FIFO in the file's place would hold up the start for ever.
-  const int fd = open(os::DevicePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(fd < 0 ? nullptr : fdopen(fd, "r"), fclose);
-  if (file == nullptr) {
+  const ::android::base::unique_fd file(
+      TEMP_FAILURE_RETRY(open(os::DevicePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
+  if (!file.ok()) {
     LOG(INFO) << "config file >" << path << "< not found";
     return;
   }
   loading_path_ = path;
-  // A longer line comes in pieces, and each piece counts as a line.
-  char line[kLineBufferSize];
-  while (fgets(line, sizeof(line), file.get()) != nullptr) {
+  // What is no configuration, and perhaps has no end, does not hold up the start either.
+  bool cut = false;
+  const std::string text = os::ReadAtMost(file.get(), kMaxFileSize, &cut);
+  if (cut)
+    LOG(ERROR) << path << " has more than " << kMaxFileSize << " bytes, the rest is not read: is it the right file?";
+  for (std::string_view rest(text); !rest.empty();) {
+    const std::string_view line = NextLine(&rest);
     if (const auto pair = ParseLine(line)) StoreConfigValue(pair->name, pair->value);
   }
 }

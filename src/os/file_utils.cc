@@ -68,6 +68,20 @@ CopyResult CopyContent(int from, int to) {
   }
 }
 
+std::string ReadAtMost(int fd, size_t most, bool* cut) {
+  std::string content;
+  for (*cut = false; !*cut;) {
+    const size_t size = content.size();
+    content.resize(size + kCopyChunk);
+    const ssize_t count = TEMP_FAILURE_RETRY(read(fd, content.data() + size, kCopyChunk));
+    content.resize(size + (count < 0 ? 0 : static_cast<size_t>(count)));
+    if (count <= 0) break;
+    *cut = content.size() > most;
+  }
+  if (*cut) content.resize(most);
+  return content;
+}
+
 bool CopyToReader(int from, int to, std::chrono::milliseconds patience) {
   // What a pipe that is writable takes without blocking.
   std::array<char, PIPE_BUF> chunk;

@@ -20,6 +20,10 @@ CopyResult CopyContent(int from, int to);
 // read or write fails.
 bool CopyToReader(int from, int to, std::chrono::milliseconds patience);
 
+// What is left to read of `fd`; on an error what came before it. Of more than `most` bytes the beginning, and `cut` is
+// true: not everything that can be read has an end.
+std::string ReadAtMost(int fd, size_t most, bool* cut);
+
 // Opens the file at `path` with open's `flags` (and `mode`) and close-on-exec, never waiting for it. Invalid, with
 // errno, where it cannot be opened or is something else than a regular file: a FIFO or a device keeps its users
 // waiting.

@@ -152,6 +152,14 @@ TEST_F(ConfTest, OverlayWinsAndSourcesAreTold) {
   EXPECT_EQ(Setting(config, "AccelBtDisable").source, "default");
 }
 
+TEST_F(ConfTest, WhatIsTooLongForAConfigurationIsReadInPart) {
+  const std::string comment = "#" + std::string(62, 'x') + "\n";
+  std::string text = "UartPort=/dev/first\n";
+  while (text.size() <= size_t{1} << 20) text += comment;
+  EXPECT_EQ(Read(text + "UartPort=/dev/second\n").uart_port, "/dev/first");
+  EXPECT_TRUE(log_.Has(std::string(kVendorConfPath) + " has more than 1048576 bytes, the rest is not read"));
+}
+
 TEST_F(ConfTest, NothingHangsOnAFolderOrAFifoInTheFilesPlace) {
   std::filesystem::create_directories(root_.Below(kVendorConfPath));
   ASSERT_EQ(mkfifo(root_.Below(kVendorOverlayConfPath).c_str(), 0600), 0);

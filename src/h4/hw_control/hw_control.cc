@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -45,7 +44,6 @@ constexpr size_t kBatteryTextSize = 3;  // "100"
 
 constexpr size_t kDumpRulerSize = 45;
 constexpr size_t kMostOfANode = size_t{4} << 20;
-constexpr size_t kReadChunk = size_t{64} << 10;
 
 // Which of a machine's radios a number stands for is told by its name alone.
 void LogRfkillName(const std::string& entry) {
@@ -80,22 +78,6 @@ std::string rfkill_state_finder() {
       LogRfkillName(entry);
       return state_path;
     }
-  }
-}
-
-// On an error, what came before it; of a node that has no end, a part.
-std::string ReadStart(int fd, const std::string& path) {
-  std::string content;
-  for (;;) {
-    const size_t size = content.size();
-    content.resize(size + kReadChunk);
-    const ssize_t count = TEMP_FAILURE_RETRY(read(fd, content.data() + size, kReadChunk));
-    content.resize(size + static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    if (count <= 0) return content;
-    if (content.size() <= kMostOfANode) continue;
-    LOG(WARNING) << "GetFsDebugDump: " << path << " has more than " << kMostOfANode << " bytes, the rest is left out";
-    content.resize(kMostOfANode);
-    return content;
   }
 }
 
@@ -191,7 +173,11 @@ void BtHwControl::GetFsDebugDump(int fd, const std::string& path) {
   if (!node.ok()) {
     content = "Fail to read debugfs: " + path;
   } else {
-    content = ReadStart(node.get(), path);
+    bool cut = false;
+    content = os::ReadAtMost(node.get(), kMostOfANode, &cut);
+    if (cut) {
+      LOG(WARNING) << __func__ << ": " << path << " has more than " << kMostOfANode << " bytes, the rest is left out";
+    }
   }
   const std::string text = ruler + "\nDebugfs:" + path + "\n" + ruler + "\n" + content + "\n\n";
   if (!::android::base::WriteFully(fd, text.data(), text.size())) {
