@@ -10,6 +10,7 @@
 
 #include "house/source_tree.h"
 #include "support/run_program.h"
+#include "support/terminal/screen.h"
 
 namespace bthal {
 namespace {
@@ -39,6 +40,37 @@ TEST(CommandLineTest, HelpIsGivenHoweverItIsAskedFor) {
   }
   EXPECT_EQ(Bthal({"help", "prop", "set"}).out, Bthal({"prop", "set", "--help"}).out);
   EXPECT_TRUE(std::regex_match(Bthal({"--version"}).out, std::regex("bthal \\d+\\.\\d+\\.\\d+\n")));
+}
+
+// Every word of it, in lines that the terminal does not break.
+TEST(CommandLineTest, HelpFitsTheTerminal) {
+  const auto words = [](const std::string& text) { return bthal::test::Matches(text, "(\\S+)"); };
+  std::vector<std::vector<std::string>> commands = {{"--help"}, {"board", "ctl", "--help"}, {"bridge", "tcp", "-h"}};
+  for (const std::string& name : bthal::test::Matches(Bthal({"--help"}).out, "^  ([a-z]+)  "))
+    commands.push_back({name, "-h"});
+  ASSERT_EQ(commands.size(), 20U);
+  for (const std::vector<std::string>& command : commands) {
+    const std::string piped = Bthal(command).out;
+    for (const size_t columns : {60, 80, 120}) {
+      test::TerminalProgram program(test::BthalCommand(command), columns);
+      ASSERT_EQ(program.End(), 0);
+      EXPECT_EQ(words(program.raw()), words(piped)) << command[0];
+      for (const std::string& line : ::android::base::Split(program.raw(), "\n"))
+        EXPECT_LE(line.size(), columns + 1) << line;
+    }
+  }
+}
+
+// What is said of an option stands below where it begins; a paragraph is as wide as the terminal.
+TEST(CommandLineTest, HelpKeepsItsColumns) {
+  test::TerminalProgram program({BTHAL_PROGRAM, "snoop", "--help"}, 80);
+  ASSERT_EQ(program.End(), 0);
+  const std::string text = ::android::base::StringReplace(program.raw(), "\r", "", true);
+  EXPECT_THAT(text, HasSubstr("\n  --time relative|wall=wall   the time column: since the beginning, or the time\n" +
+                              std::string(30, ' ') + "of day\n"));
+  EXPECT_THAT(text, HasSubstr("\nThe service writes the log when it is opened with\n"
+                              "persist.bluetooth.vendor.btsnoop true, on a userdebug or eng build\n"
+                              "(ro.build.type) or with persist.bluetooth.btsnooplogmode set. Ctrl-C ends.\n\n"));
 }
 
 // Each page renders without a warning and names every option of the command's help; and each has its line in the help.

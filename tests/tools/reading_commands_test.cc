@@ -73,7 +73,9 @@ class ReadingCommandsTest : public BoardSessionTest {
             {"services"},
             {"dump"},
             {"prop", "list"},
-            {"conf"}};
+            {"prop", "list", "--known"},
+            {"conf"},
+            {"conf", "--explain"}};
   }
 };
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "bthal/cli/completion.h"
+#include "bthal/cli/help_text.h"
 #include "bthal/cli/manual.h"
 #include "bthal/hci/lines/suggestion.h"
 #include "bthal/show/output_file.h"
@@ -108,7 +109,7 @@ int Program::Parse(std::vector<std::string> words) {
   } catch (const CLI::Success& help) {
     std::ostringstream text;
     const int status = app_->exit(help, text, text);
-    printf("%s", text.str().c_str());
+    printf("%s", HelpOnTerminal(text.str()).c_str());
     return status;
   } catch (const CLI::RuntimeError& refused) {
     return refused.get_exit_code();

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bthal/cli/command.h"
+#include "bthal/cli/help_text.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/show/known_names.h"
 #include "bthal/show/terminal.h"
@@ -61,7 +62,7 @@ void AddConf(Command& app) {
       Explained(KnownSettings()));
   sub.Run([=] {
     if (!*explain) return Run(*only_set);
-    printf("%s", Explained(KnownSettings()).c_str());
+    printf("%s", HelpOnTerminal(Explained(KnownSettings())).c_str());
     return 0;
   });
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "bthal/cli/command.h"
+#include "bthal/cli/help_text.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/show/known_names.h"
 #include "bthal/show/terminal.h"
@@ -78,7 +79,7 @@ int List(const PropOptions& options) {
     std::vector<KnownName> shown;
     std::ranges::copy_if(KnownProperties(), std::back_inserter(shown),
                          [&](const KnownName& known) { return known.name.starts_with(options.name); });
-    printf("%s", Explained(shown).c_str());
+    printf("%s", HelpOnTerminal(Explained(shown)).c_str());
     return 0;
   }
   for (const auto& [name, value] : ::bthal::host::ListProperties()) {
