@@ -12,16 +12,20 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "bthal/cli/command.h"
 #include "bthal/cli/help_text.h"
 #include "bthal/cmd/commands.h"
+#include "bthal/run/device_root.h"
 #include "bthal/show/known_names.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
 namespace {
+
+constexpr std::string_view kLasting = "persist.";
 
 struct PropOptions {
   std::string name;
@@ -45,7 +49,10 @@ bool IsPropertyName(const std::string& name) {
 }
 
 int Get(const PropOptions& options) {
-  if (!IsSet(options.name) && !options.has_fallback) return Complain(options.name + " is not set");
+  std::string error;
+  const bool set = IsSet(options.name);
+  if (!set && !options.name.starts_with(kLasting) && !MeetingPlaceIsOpen(&error)) return Complain(error);
+  if (!set && !options.has_fallback) return Complain(options.name + " is not set");
   printf("%s\n", ::android::base::GetProperty(options.name, options.fallback).c_str());
   return 0;
 }
@@ -69,7 +76,7 @@ int Set(const PropOptions& options) {
   const bool set = ::android::base::SetProperty(options.name, options.value);
   const int reason = errno;
   if (set) return 0;
-  const char* folder = options.name.starts_with("persist.") ? "/var/lib/bthal" : "/run/bthal";
+  const char* folder = options.name.starts_with(kLasting) ? "/var/lib/bthal" : "/run/bthal";
   return Complain("cannot set " + options.name + " below " + ::bthal::host::BelowDeviceRoot(folder) + ": " +
                   strerror(reason));
 }
@@ -86,7 +93,8 @@ int List(const PropOptions& options) {
     if (name.starts_with(options.name))
       printf("%s\n", Folded(::android::base::StringPrintf("[%s]: [%s]", name.c_str(), value.c_str())).c_str());
   }
-  return 0;
+  std::string error;
+  return options.name.starts_with(kLasting) || MeetingPlaceIsOpen(&error) ? 0 : Complain(error);
 }
 
 }  // namespace

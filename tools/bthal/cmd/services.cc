@@ -14,6 +14,7 @@
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
+#include "bthal/run/device_root.h"
 #include "bthal/show/terminal.h"
 
 namespace bthal::tool {
@@ -27,6 +28,8 @@ void PrintRow(const std::string& instance, Colour colour, const char* state, con
 }
 
 int Run() {
+  std::string error;
+  if (!MeetingPlaceIsOpen(&error)) return Complain(error);
   std::vector<::bthal::host::RegisteredService> found = ::bthal::host::ListServices();
   bool all_alive = true;
   for (const char* descriptor :

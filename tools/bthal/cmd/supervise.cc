@@ -10,6 +10,7 @@
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
 #include "bthal/run/device_names.h"
+#include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
 #include "bthal/run/supervisor.h"
 #include "bthal/show/terminal.h"
@@ -31,6 +32,8 @@ int Run(const SuperviseOptions& options) {
   if (path.find('/') != std::string::npos && access(path.c_str(), X_OK) != 0) {
     return Complain("cannot run " + path + ": " + strerror(errno));
   }
+  std::string error;
+  if (!MeetingPlaceIsOpen(&error)) return Complain(error);
   supervisor.once = options.once;
   if (options.max_restarts >= 0) supervisor.max_restarts = options.max_restarts;
   CatchInterrupts();

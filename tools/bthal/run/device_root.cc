@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <pwd.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -11,6 +12,7 @@
 #include <android-base/stringprintf.h>
 #include <host/device_root.h>
 #include <host/role.h>
+#include <host/run_directory.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -67,6 +69,19 @@ std::string DeviceRoot() {
   std::string root = ::bthal::host::BelowDeviceRoot("/");
   if (root.size() > 1) root.pop_back();
   return root;
+}
+
+bool MeetingPlaceIsOpen(std::string* error) {
+  const std::string folder = ::bthal::host::BelowDeviceRoot(::bthal::host::kRunDirectory);
+  if (faccessat(AT_FDCWD, folder.c_str(), R_OK | X_OK, AT_EACCESS) == 0 || errno != EACCES) return true;
+  *error = "cannot look into " + folder + ": " + strerror(errno);
+  struct stat info = {};
+  if (stat(folder.c_str(), &info) == 0 && info.st_uid != geteuid()) {
+    const passwd* owner = getpwuid(info.st_uid);
+    const std::string name = owner != nullptr ? owner->pw_name : "uid " + std::to_string(info.st_uid);
+    *error += "; it is " + name + "'s: run this as that user, or as root";
+  }
+  return false;
 }
 
 std::string RunningThere() {

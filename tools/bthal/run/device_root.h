@@ -17,6 +17,10 @@ bool RootIsOurs(const std::string& path, std::string* error);
 // Where the device's paths lie; "/" is the machine itself.
 std::string DeviceRoot();
 
+// Whether this user may use the folder where the service and its clients meet, or there is none yet: of another user's
+// service nothing can be seen, not even that it runs. If not, one line in `error`.
+bool MeetingPlaceIsOpen(std::string* error);
+
 // The service or the supervisor that runs on the device root already, in one line; empty where neither does.
 std::string RunningThere();
 

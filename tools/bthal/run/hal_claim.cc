@@ -5,6 +5,7 @@
 #include <android-base/strings.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <host/device_root.h>
 #include <host/run_directory.h>
 #include <signal.h>
 #include <string.h>
@@ -13,6 +14,7 @@
 
 #include <chrono>
 
+#include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
 
 namespace bthal::tool {
@@ -35,9 +37,10 @@ std::string CommandOf(pid_t pid) {
 
 bool HalClaim::Open(std::string* error) {
   if (file_.ok()) return true;
-  const std::string folder = ::bthal::host::MakeDirectory(::bthal::host::kRunDirectory);
-  const std::string path = folder + "/hci-client";
-  if (!folder.empty()) file_.reset(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!MeetingPlaceIsOpen(error)) return false;
+  const std::string path = ::bthal::host::BelowDeviceRoot("/run/bthal/hci-client");
+  if (!::bthal::host::MakeDirectory(::bthal::host::kRunDirectory).empty())
+    file_.reset(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!file_.ok()) *error = StringPrintf("cannot open %s: %s", path.c_str(), strerror(errno));
   return file_.ok();
 }

@@ -52,6 +52,8 @@ struct IdleThread {
 };
 
 std::string NotPublished(const std::string& instance) {
+  std::string error;
+  if (!MeetingPlaceIsOpen(&error)) return error;
   return StringPrintf("no service runs on %s (%s is not published); start it with bthal supervise",
                       DeviceRoot().c_str(), instance.c_str());
 }
@@ -99,6 +101,7 @@ bool AwaitService(const std::string& instance, milliseconds patience, std::strin
   };
   const auto in_vain = [&] { return none_comes && none_comes(); };
   if (published()) return true;
+  if (!MeetingPlaceIsOpen(error)) return false;
   if (patience > milliseconds(0) && !in_vain()) {
     Complain(StringPrintf("waiting for the service (%g s)...", std::chrono::duration<double>(patience).count()));
     WaitUntil([&] { return published() || in_vain(); }, patience);
