@@ -136,11 +136,12 @@ TEST_P(ShellOfWidthTest, WhatHappensLeavesWhatIsTypedAlone) {
 INSTANTIATE_TEST_SUITE_P(Columns, ShellOfWidthTest, ::testing::Values(80, 120));
 
 TEST_F(ShellTest, EndsHoweverItIsAskedToAndTakesEverythingAlong) {
-  signal(SIGHUP, SIG_DFL);  // whoever runs the test may ignore it
+  for (const int often_ignored : {SIGHUP, SIGQUIT}) signal(often_ignored, SIG_DFL);  // by whoever runs the test
   const std::vector<std::pair<std::function<void(TerminalProgram&)>, int>> ends = {
       {[](TerminalProgram& shell) { shell.Type("\x04"); }, 0},
       {[](TerminalProgram& shell) { shell.Type("quit\n"); }, 0},
       {[](TerminalProgram& shell) { shell.Type("half a li\x03"); }, 128 + SIGINT},
+      {[](TerminalProgram& shell) { shell.Type("half a li\x1c"); }, 128 + SIGQUIT},
       {[](TerminalProgram& shell) { kill(shell.pid(), SIGTERM); }, 128 + SIGTERM},
       {[](TerminalProgram& shell) { shell.HangUp(); }, 128 + SIGHUP}};
   for (const auto& [end, status] : ends) {
@@ -168,6 +169,43 @@ TEST_F(ShellTest, RemembersWhatWasTypedForThisUserAlone) {
   Start(80);
   shell_->Type(kUp);
   EXPECT_TRUE(AtPrompt("state"));
+  EXPECT_EQ(CountEntries(std::string(folder_.path) + "/state/bthal"), 1u);
+}
+
+// A limit on files' sizes stands for a full disk.
+TEST_F(ShellTest, AFullDiskLeavesTheHistoryAsItWasAndNothingElse) {
+  const std::string history = std::string(folder_.path) + "/state/bthal/history";
+  fs::create_directories(fs::path(history).parent_path());
+  ASSERT_TRUE(::android::base::WriteStringToFile("_HiStOrY_V2_\nreset\n", history));
+  shell_ = std::make_unique<TerminalProgram>(
+      std::vector<std::string>{"/bin/sh", "-c", kFullDisk + std::string(BTHAL_PROGRAM " shell --attach")}, 120);
+  ASSERT_TRUE(AtPrompt(""));
+  shell_->Type("help state\n");
+  ASSERT_TRUE(shell_->Shows("what the controller does"));
+  shell_->Type("\x04");
+  EXPECT_EQ(shell_->End(), 0);
+  EXPECT_THAT(shell_->raw(), HasSubstr("bthal: cannot write " + history + ": File too large"));
+  EXPECT_EQ(ContentOf(history), "_HiStOrY_V2_\nreset\n");
+  EXPECT_EQ(CountEntries(fs::path(history).parent_path()), 1u);
+
+  setenv("XDG_RUNTIME_DIR", folder_.path, 1);
+  const ProgramResult failed =
+      RunProgram({"/bin/sh", "-c", "{ (" + (kFullDisk + std::string(BTHAL_PROGRAM " shell); echo $?; } 2>&1 | cat"))});
+  EXPECT_THAT(failed.out, HasSubstr("bt_vendor.conf: File too large"));
+  EXPECT_THAT(failed.out, ::testing::EndsWith("\n1\n"));
+  EXPECT_TRUE(AllGone(std::numeric_limits<pid_t>::max()));
+}
+
+TEST_F(ShellTest, RootLeavesNoHistoryInAnothersHome) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to be root";
+  ASSERT_EQ(chown(folder_.path, 65534, 65534), 0);
+  unsetenv("XDG_STATE_HOME");
+  Start(80);
+  shell_->Type("state\n");
+  ASSERT_TRUE(shell_->Shows("controller  "));
+  shell_->Type("\x04");
+  EXPECT_EQ(shell_->End(), 0);
+  EXPECT_TRUE(fs::is_empty(folder_.path));
 }
 
 TEST_F(ShellTest, TellsOfADeadServiceAndStartsAnother) {

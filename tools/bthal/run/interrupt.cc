@@ -48,7 +48,9 @@ void CatchInterrupts() {
   action.sa_flags = SA_RESTART;  // waits are polls, which a signal ends all the same; writes go on
   sigemptyset(&action.sa_mask);
   for (const int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
-  if (!IsIgnored(SIGHUP)) sigaction(SIGHUP, &action, nullptr);
+  for (const int signal : {SIGHUP, SIGQUIT}) {
+    if (!IsIgnored(signal)) sigaction(signal, &action, nullptr);
+  }
 }
 
 void EndAsIf(int signal) { OnSignal(signal); }

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
+#include <string.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <atomic>
 #include <clocale>
 #include <cwchar>
+#include <filesystem>
 #include <mutex>
 #include <utility>
 
@@ -242,12 +244,20 @@ class LineEditor::Impl {
     return rest.empty() || el_insertstr(edit_.get(), rest.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
   }
 
-  // For this user alone from its first moment on.
+  // For this user alone from its first moment on; the old one stays until the new one is whole. Who has put a link
+  // there, to nowhere as a rule, is left with it.
   void KeepHistory() {
-    if (options_.history_file.empty()) return;
-    const unique_fd made(open(options_.history_file.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    const std::string& path = options_.history_file;
+    std::error_code code;
+    if (path.empty() || std::filesystem::is_symlink(path, code)) return;
+    std::string fresh = path + ".XXXXXX";
+    const int made = mkostemp(fresh.data(), O_CLOEXEC);
+    FILE* file = made >= 0 ? fdopen(made, "w") : nullptr;
     HistEvent event;
-    if (made.ok()) history(history_.get(), &event, H_SAVE, options_.history_file.c_str());
+    const bool saved = file != nullptr && history(history_.get(), &event, H_SAVE_FP, file) >= 0;
+    if (file != nullptr && fclose(file) == 0 && saved && rename(fresh.c_str(), path.c_str()) == 0) return;
+    Complain("cannot write " + path + ": " + strerror(errno));
+    if (made >= 0) unlink(fresh.c_str());
   }
 
   EditorOptions options_;

@@ -43,10 +43,9 @@ Playground::~Playground() {
     service_.Wait(kEndPatience);
     service_.Kill();
   }
-  if (board_ == nullptr) return;
-  board_->SetObserver({});
+  if (board_ != nullptr) board_->SetObserver({});
   board_.reset();
-  root_.Clean(DemoOutcome::kInterrupted, /*keep=*/false);
+  if (prepared_) root_.Clean(DemoOutcome::kInterrupted, /*keep=*/false);
 }
 
 void Playground::Tell(const std::string& name, const std::string& text) const {
@@ -60,7 +59,8 @@ void Playground::OnBoard(const sim::JournalEntry& entry) {
 }
 
 bool Playground::Start(std::string* error) {
-  if (!root_.Prepare(options_.root, error)) return false;
+  prepared_ = root_.Prepare(options_.root, error);
+  if (!prepared_) return false;
   options_.board.root = root_.path();
   Tell("root", root_.path() + " (in other terminals: BTHAL_ROOT=" + root_.path() + ")");
   return Boot(error) && StartService(error);

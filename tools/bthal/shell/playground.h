@@ -55,6 +55,7 @@ class Playground {
   const std::function<void(const std::string&)> show_;
   LineRelay wire_;  // the board's thread is the controller: it must not wait for whoever does not read
   DemoRoot root_{"shell"};
+  bool prepared_ = false;
   std::unique_ptr<sim::Board> board_;
   Child service_;  // last: it ends before its board does
 };

@@ -26,6 +26,12 @@ bool HasCursor() {
   return IsTerminal() && term != nullptr && std::string_view(term) != "dumb";
 }
 
+// Root's, as by sudo, in another user's home: what it leaves there he could not write to any more.
+bool IsForeign(const fs::path& home) {
+  struct stat info = {};
+  return geteuid() == 0 && stat(home.c_str(), &info) == 0 && info.st_uid != 0;
+}
+
 // Empty where there is no place for it.
 std::string HistoryFile() {
   const char* state = getenv("XDG_STATE_HOME");
@@ -39,6 +45,7 @@ std::string HistoryFile() {
     return "";
   }
   std::error_code code;
+  if (IsForeign(state != nullptr && *state == '/' ? state : home)) return "";
   fs::create_directories(folder, code);
   folder /= "bthal";
   if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return "";
