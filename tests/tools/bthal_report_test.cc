@@ -292,10 +292,11 @@ class RotatedLogTest : public ::testing::Test {
     std::filesystem::rename(path_, path_ + ".last");
     Begin(packet);
   }
-  Bytes Look() {
+  Bytes Look() { return Look(follower_); }
+  Bytes Look(SnoopFollower& follower) {
     seen_.clear();
     std::string error;
-    EXPECT_TRUE(follower_.Poll([&](const SnoopRecord& record) { seen_.push_back(record.packet.at(0)); }, &error))
+    EXPECT_TRUE(follower.Poll([&](const SnoopRecord& record) { seen_.push_back(record.packet.at(0)); }, &error))
         << error;
     return seen_;
   }
@@ -347,6 +348,26 @@ TEST_F(RotatedLogTest, IsFollowedThroughTheBackupAndTellsWhatIsGone) {
   Rotate(24);
   Rotate(25);
   EXPECT_THAT(Look(), ElementsAre(24, 25));
+}
+
+// It is the log that is rotated, not the link that it is called by.
+TEST_F(RotatedLogTest, IsFollowedByALink) {
+  const std::string link = root_.path() + "/link";
+  std::filesystem::create_directory(root_.path() + "/folder");
+  Begin(1);
+  std::filesystem::create_symlink("folder/log", link);
+  SnoopFollower follower(link, [this] { seen_.push_back(0); });
+  EXPECT_THAT(Look(follower), ElementsAre(1));
+  Rotate(2);
+  Rotate(3);
+  EXPECT_THAT(Look(follower), ElementsAre(2, 3));
+  std::filesystem::rename(path_, path_ + ".last");
+  EXPECT_THAT(Look(follower), IsEmpty());
+  Begin(4);
+  Rotate(5);
+  EXPECT_THAT(Look(follower), ElementsAre(4, 5));
+  for (const uint8_t packet : {6, 7, 8}) Rotate(packet);
+  EXPECT_THAT(Look(follower), ElementsAre(0, 7, 8));
 }
 
 // Rotations that fall into the very moment of a look: each packet is seen once and in order, or its lack is told.
@@ -407,6 +428,9 @@ TEST(SnoopTest, DoesNotWriteOverWhatItReads) {
     EXPECT_EQ(ContentOf(log), content) << name;
     EXPECT_EQ(ContentOf(log + ".last"), content) << name;
   }
+  const ProgramResult behind_a_link = Bthal({"snoop", "--once", root.path() + "/soft.log", "-w", log + ".last"});
+  EXPECT_THAT(behind_a_link.error, HasSubstr("which is read; choose another name"));
+  EXPECT_EQ(ContentOf(log + ".last"), content);
   const ProgramResult appended =
       RunProgram({"/bin/sh", "-c", std::string(BTHAL_PROGRAM) + " snoop --once " + log + " -w - >> " + log});
   EXPECT_THAT(appended.error, HasSubstr("-w -: it is " + log));

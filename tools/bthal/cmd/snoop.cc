@@ -78,7 +78,7 @@ class Capture {
 // the service keeps of it are no place for them.
 bool IsRead(const std::string& output, const std::string& log, std::string* error) {
   const std::string written = output == "-" ? "/proc/self/fd/1" : output;  // a bare /dev has no stdout
-  for (const std::string& read : {log, log + ::android::hardware::bluetooth::os::kLastSuffix}) {
+  for (const std::string& read : {log, BackupOf(log)}) {
     if (!AreOneFile(written, read)) continue;
     *error = ::android::base::StringPrintf("-w %s: it is %s, which is read; choose another name", output.c_str(),
                                            read.c_str());

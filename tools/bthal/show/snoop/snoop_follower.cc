@@ -34,9 +34,14 @@ unique_fd OpenToRead(const std::string& path) { return unique_fd(open(path.c_str
 
 }  // namespace
 
+std::string BackupOf(const std::string& log) {
+  std::string real;
+  return (::android::base::Realpath(log, &real) ? real : log) + ::android::hardware::bluetooth::os::kLastSuffix;
+}
+
 SnoopFollower::SnoopFollower(std::string path, std::function<void()> missed)
     : path_(std::move(path)),
-      last_path_(path_ + ::android::hardware::bluetooth::os::kLastSuffix),
+      last_path_(BackupOf(path_)),
       missed_(std::move(missed)),
       watch_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
 
@@ -93,7 +98,9 @@ SnoopFollower::Files SnoopFollower::OpenFiles() {
 // open how many rotations there were. Both sides of a rename are asked for, though one is counted: like events in a row
 // are made one.
 void SnoopFollower::WatchRotations() {
-  const std::string folder = ::android::base::Dirname(path_);
+  // Between two logs of a rotation a link leads nowhere.
+  if (access(path_.c_str(), F_OK) == 0) last_path_ = BackupOf(path_);
+  const std::string folder = ::android::base::Dirname(last_path_);
   if (inotify_add_watch(watch_.get(), folder.c_str(), IN_MOVE) < 0) rotations_ = kUncounted;
 }
 

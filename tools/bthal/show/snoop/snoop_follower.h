@@ -11,6 +11,9 @@
 
 namespace bthal::tool {
 
+// What the log becomes with the next rotation: of a link, the log that it leads to.
+std::string BackupOf(const std::string& log);
+
 class SnoopFollower {
  public:
   // `missed` is called between two packets where a whole file has gone by unread.
@@ -41,7 +44,7 @@ class SnoopFollower {
   void CountRotations();
 
   const std::string path_;
-  const std::string last_path_;
+  std::string last_path_;
   const std::function<void()> missed_;
   ::android::base::unique_fd fd_;
   BtsnoopReader reader_;
