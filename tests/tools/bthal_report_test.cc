@@ -411,6 +411,27 @@ TEST(SnoopTest, PrintsALogOneLineAPacketAndTellsACutOne) {
   EXPECT_THAT(cut.error, HasSubstr("ends within a record"));
 }
 
+TEST(SnoopTest, SaysWhatALogThatIsNotThereWaitsFor) {
+  const TempRoot root;
+  const std::string no_log = "bthal: no log at " + root.path() + "/data/vendor/bluetooth/btsnoop_hci_vnd.log; ";
+  const auto told = [](const std::vector<std::string>& file = {}) {
+    std::vector<std::string> arguments = {"snoop", "--once"};
+    arguments.insert(arguments.end(), file.begin(), file.end());
+    return Bthal(arguments).error;
+  };
+  EXPECT_EQ(told(), no_log + "switch it on: bthal prop set persist.bluetooth.vendor.btsnoop true\n");
+  ASSERT_TRUE(SetProperty("persist.bluetooth.vendor.btsnoop", "true"));
+  EXPECT_EQ(told(), no_log + "switch it on: bthal prop set persist.bluetooth.btsnooplogmode full\n");
+  for (const char* name : {"persist.bluetooth.btsnooplogmode", "ro.build.type"}) {
+    ASSERT_TRUE(SetProperty(name, "userdebug"));
+    EXPECT_EQ(told(), no_log + "it is begun when a client takes the HAL, as bthal hci does\n");
+    std::filesystem::remove(root.path() + "/var/lib/bthal/properties/persist.bluetooth.btsnooplogmode");
+  }
+  ASSERT_TRUE(SetProperty("persist.bluetooth.btsnooplogmode", "disabled"));
+  EXPECT_EQ(told(), no_log + "switch it on: bthal prop set persist.bluetooth.btsnooplogmode full\n");
+  EXPECT_EQ(told({root.path() + "/saved.log"}), "bthal: no log at " + root.path() + "/saved.log\n");
+}
+
 // By whatever name the log is called, and also where there is none yet: what is read is not written over.
 TEST(SnoopTest, DoesNotWriteOverWhatItReads) {
   const TempRoot root;

@@ -1,5 +1,6 @@
 // bthal snoop: the vendor packet log, one line a packet, or passed on to another program.
 #include <android-base/file.h>
+#include <android-base/properties.h>
 #include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
@@ -87,6 +88,20 @@ bool IsRead(const std::string& output, const std::string& log, std::string* erro
   return false;
 }
 
+// What is to be done for the service's own log to come; nothing can be said of another file.
+std::string WhatBringsIt(const SnoopOptions& options) {
+  using ::android::base::GetProperty;
+  if (!options.file.empty()) return "";
+  const std::string set = "switch it on: bthal prop set ";
+  if (!::android::base::GetBoolProperty(kSnoopProperty, false)) return set + kSnoopProperty + " true";
+  const std::string build = GetProperty(kBuildTypeProperty, "");
+  const bool filtered = build == "userdebug" || build == "eng";
+  if (GetProperty(kSnoopLogModeProperty, filtered ? "filtered" : "disabled") == "disabled") {
+    return set + kSnoopLogModeProperty + " full";
+  }
+  return "it is begun when a client takes the HAL, as bthal hci does";
+}
+
 int Follow(const SnoopOptions& options, const std::string& path, const SnoopFilter& filter, Capture& capture) {
   SnoopFollower follower(path, [] {
     fflush(stdout);
@@ -108,10 +123,9 @@ int Follow(const SnoopOptions& options, const std::string& path, const SnoopFilt
     fflush(stdout);
     if (capture.Deserted()) break;
     if (follower.opened() || told) continue;
-    if (options.once) {
-      return Complain("no log at " + path + "; switch it on: bthal prop set " + kSnoopProperty + " true");
-    }
-    fprintf(stderr, "bthal: waiting for %s (switch it on: bthal prop set %s true)\n", path.c_str(), kSnoopProperty);
+    const std::string remedy = WhatBringsIt(options);
+    if (options.once) return Complain("no log at " + path + (remedy.empty() ? "" : "; " + remedy));
+    Complain("waiting for " + path + (remedy.empty() ? "" : " (" + remedy + ")"));
     told = true;
   } while (!options.once && SleepUnlessInterrupted(std::chrono::milliseconds(50)));
   if (options.once && follower.Cut()) return Complain(path + " ends within a record");

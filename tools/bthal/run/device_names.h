@@ -11,6 +11,7 @@ inline constexpr char kThreadSocket[] = "/data/vendor/bluetooth/thread_dispatche
 inline constexpr char kWakeLockName[] = "bthal_wakelock";
 
 inline constexpr char kSnoopProperty[] = "persist.bluetooth.vendor.btsnoop";
+inline constexpr char kSnoopLogModeProperty[] = "persist.bluetooth.btsnooplogmode";
 inline constexpr char kAccelerateDisableProperty[] = "persist.bluetooth.disable.accelerate.bt.on";
 inline constexpr char kBuildTypeProperty[] = "ro.build.type";
 
