@@ -68,6 +68,18 @@ TEST_F(DemoTest, EverythingHappensAndTheLogsStay) {
   EXPECT_THAT(ProcessesWith(folder_.path), IsEmpty());
 }
 
+// A limit on files' sizes stands for a full disk: the board's log is larger than all that the demo needs.
+TEST_F(DemoTest, FailsWithALogThatCannotBeWritten) {
+  const ProgramResult result = RunProgram({"/bin/sh", "-c", "ulimit -f 200; TMPDIR=/none exec " BTHAL_PROGRAM " demo"});
+  EXPECT_EQ(result.status, 1) << result.out;
+  EXPECT_EQ(result.error, "bthal: cannot write " + root().string() +
+                              "/data/log/board.log: File too large\n"
+                              "bthal: demo failed: not all of its logs could be written\n");
+  EXPECT_THAT(result.out, Not(HasSubstr("Everything happened in")));
+  // What each log is stands right behind the longest name, not behind that of a log that is not there.
+  EXPECT_THAT(result.out, HasSubstr("bring-up.json  the chart"));
+}
+
 TEST_F(DemoTest, WithoutAccelerationTheControllerComesUpForTheClientOnly) {
   const ProgramResult result = Demo({"--no-accel", "--keep", "--chip-id", "174"});
   ASSERT_EQ(result.status, 0) << result.out << result.error;

@@ -19,25 +19,27 @@ namespace {
 
 void Heading(const std::string& text) { printf("\n%s\n\n", Paint(Colour::kHeading, text).c_str()); }
 
-void PrintLogs(const std::vector<std::pair<std::string, const char*>>& logs) {
+void PrintLogs(std::vector<std::pair<std::string, const char*>> logs) {
+  std::erase_if(logs, [](const auto& log) { return access(log.first.c_str(), F_OK) != 0; });
   size_t width = 0;
   for (const auto& [path, what] : logs) width = std::max(width, path.size());
   for (const auto& [path, what] : logs) {
-    if (access(path.c_str(), F_OK) == 0) printf("  %-*s  %s\n", static_cast<int>(width), path.c_str(), what);
+    printf("  %-*s  %s\n", static_cast<int>(width), path.c_str(), what);
   }
 }
 
 }  // namespace
 
-void Demo::PrintChart() {
+bool Demo::PrintChart() {
   std::string report;
   std::string error;
-  if (!::android::base::ReadFileToString(root_.Log("report.txt"), &report)) return;
+  if (!::android::base::ReadFileToString(root_.Log("report.txt"), &report)) return true;
   const std::vector<Span> spans = PairRecords(ParseRecordDump(report, &error));
-  if (spans.empty()) return;
-  if (!WriteOutput(root_.Log("bring-up.json"), TraceJson(spans), &error)) Complain(error);
+  if (spans.empty()) return true;
+  const bool written = WriteLog("bring-up.json", TraceJson(spans));
   Heading("Where the time of the bring-up went");
   printf("%s", BarChart(spans, TerminalWidth(), 0).c_str());
+  return written;
 }
 
 void Demo::PrintSnoopLog() {
@@ -51,13 +53,19 @@ void Demo::PrintSnoopLog() {
   printf("\n%s\n", log.opened() ? CountWords(records).c_str() : "there is none");
 }
 
-void Demo::WriteJournal() const {
+bool Demo::WriteLog(const std::string& name, const std::string& text) const {
+  std::string error;
+  const bool written = WriteOutput(root_.Log(name), text, &error);
+  if (!written) Complain(error);
+  return written;
+}
+
+bool Demo::WriteJournal() const {
   std::string text;
   for (const sim::JournalEntry& entry : board_->Journal()) {
     text += JournalText({.to_file = true}, Elapsed(start_, entry.time) + "  ", entry);
   }
-  std::string error;
-  if (!WriteOutput(root_.Log("board.log"), WithoutColours(text), &error)) Complain(error);
+  return WriteLog("board.log", WithoutColours(text));
 }
 
 int Demo::Conclude(bool well) {
@@ -78,8 +86,9 @@ int Demo::Conclude(bool well) {
     return 128 + InterruptSignal();
   }
   if (board_ != nullptr) {
-    WriteJournal();
-    PrintChart();
+    const bool journal = WriteJournal();
+    const bool chart = PrintChart();
+    if (!journal || !chart) well = Fail("not all of its logs could be written");
     if (options_.snoop) PrintSnoopLog();
     board_.reset();
     root_.Clean(well ? DemoOutcome::kSuccess : DemoOutcome::kFailure, options_.keep);

@@ -252,7 +252,7 @@ bool Demo::TakeReport() {
   Child dump = Child::Spawn(OwnProgram({"dump", "-o", root_.Log("report.txt")}), &error);
   if (!dump.running()) return Fail(error);
   const std::optional<int> status = dump.Wait(kStepPatience);
-  if (status != 0) return Fail("the service did not write its report");
+  if (status != 0) return Fail("the service's report could not be taken");
   Line(Note("report", "taken right after the initialisation"));
   return true;
 }

@@ -62,9 +62,11 @@ class Demo {
   bool ServiceDied();
   void TellWhyServiceDied(int wait_status);
   SpawnOptions OwnProgram(const std::vector<std::string>& arguments) const;
-  void PrintChart();
   void PrintSnoopLog();
-  void WriteJournal() const;
+  // False when a log could not be written, which has been told.
+  bool PrintChart();
+  bool WriteJournal() const;
+  bool WriteLog(const std::string& name, const std::string& text) const;
 
   DemoOptions options_;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
