@@ -124,12 +124,14 @@ TEST_F(EndingsTest, AServiceThatHangsIsGivenUp) {
     EXPECT_THAT(result.error, MatchesRegex("bthal: the service \\(pid [0-9]+\\) does not answer; [^\n]+\n"));
   }
   EXPECT_TRUE(holder.Wait(seconds(20))) << "it was taken over";
+  EXPECT_EQ(CountIn(Bthal({"services"}).out, "stopped"), 7u);
   // Whoever waits for it obeys all the same.
   tool::Child waiting = Spawn({BTHAL_PROGRAM, "hci", "--call-timeout", "1000", "reset"}, -1);
   ASSERT_TRUE(WaitFor([&] { return root_.Read("/run/bthal/hci-client").empty() && waiting.running(); }));
   waiting.Signal(SIGTERM);
   EXPECT_TRUE(waiting.Wait(seconds(20)));
   service_->Signal(SIGCONT);
+  EXPECT_TRUE(WaitFor([] { return CountIn(Bthal({"services"}).out, "alive") == 7; }));
 }
 
 // Its socket, its names and its files are there still.

@@ -6,11 +6,12 @@
 #include <aidl/vendor/tovani/bluetooth_ext/IBluetoothExt.h>
 #include <aidl/vendor/tovani/bluetooth_ext/IBluetoothFinder.h>
 #include <aidl/vendor/tovani/bluetooth_ext/IBluetoothSar.h>
+#include <android-base/file.h>
 #include <host/service_registry.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <string>
 
 #include "bthal/cli/command.h"
 #include "bthal/cmd/commands.h"
@@ -22,9 +23,23 @@ namespace {
 
 namespace ext = ::aidl::vendor::tovani::bluetooth_ext;
 
-void PrintRow(const std::string& instance, Colour colour, const char* state, const std::string& pid) {
-  printf("%s  %6s  %s\n", Paint(colour, std::string(state) + std::string(10 - strlen(state), ' ')).c_str(), pid.c_str(),
+void PrintRow(const std::string& instance, Colour colour, const std::string& state, const std::string& pid) {
+  printf("%s  %6s  %s\n", Paint(colour, state + std::string(10 - state.size(), ' ')).c_str(), pid.c_str(),
          instance.c_str());
+}
+
+// Whether it stands still, by SIGSTOP or a debugger: then it answers nobody. It may have another number here, or none,
+// where it runs in another container.
+bool IsStopped(pid_t pid) {
+  std::string stat;
+  ::android::base::ReadFileToString("/proc/" + std::to_string(pid) + "/stat", &stat);
+  const size_t name_ends = stat.rfind(") ");
+  const char state = name_ends == std::string::npos ? '?' : stat[name_ends + 2];
+  return state == 'T' || state == 't';
+}
+
+const char* StateOf(const ::bthal::host::RegisteredService& service) {
+  return !service.alive ? "dead" : IsStopped(service.pid) ? "stopped" : "alive";
 }
 
 int Run() {
@@ -43,13 +58,13 @@ int Run() {
       all_alive = false;
       continue;
     }
-    PrintRow(instance, entry->alive ? Colour::kGood : Colour::kBad, entry->alive ? "alive" : "dead",
-             std::to_string(entry->pid));
-    all_alive &= entry->alive;
+    const std::string state = StateOf(*entry);
+    PrintRow(instance, state == "alive" ? Colour::kGood : Colour::kBad, state, std::to_string(entry->pid));
+    all_alive &= state == "alive";
     found.erase(entry);
   }
   for (const auto& other : found) {
-    PrintRow(other.instance, Colour::kPlain, other.alive ? "alive" : "dead", std::to_string(other.pid));
+    PrintRow(other.instance, Colour::kPlain, StateOf(other), std::to_string(other.pid));
   }
   return all_alive ? 0 : 1;
 }
