@@ -133,7 +133,9 @@ TEST_F(OnBoard, ASecondClientIsRefusedOrTakesOver) {
   const ProgramResult second = Bthal({"hci", "--take-over", "read_bd_addr"});
   EXPECT_EQ(second.status, 0) << second.error;
   EXPECT_EQ(holder_.End(), 128 + SIGTERM);
-  EXPECT_THAT(holder_.lines.back(), HasSubstr("* hal      closed"));
+  EXPECT_THAT(holder_.lines, Contains(HasSubstr("* hal      closed")));
+  EXPECT_THAT(holder_.lines, Contains(MatchesRegex("bthal: another client has taken the HAL over \\(pid [0-9]+, "
+                                                   ".+ hci --take-over read_bd_addr\\)")));
 
   // A client that is killed, or that gives the HAL back, is in nobody's way.
   TakeHal();

@@ -16,6 +16,7 @@
 
 #include "bthal/run/device_root.h"
 #include "bthal/run/interrupt.h"
+#include "bthal/show/terminal.h"
 
 namespace bthal::tool {
 namespace {
@@ -31,6 +32,14 @@ std::string CommandOf(pid_t pid) {
   ::android::base::ReadFileToString(StringPrintf("/proc/%d/cmdline", pid), &line);
   for (char& c : line) c = c == '\0' ? ' ' : c;
   return ::android::base::Trim(line);
+}
+
+// Who has asked this process to end to have the HAL itself; empty where nobody has.
+std::string Taker() {
+  const pid_t sender = InterruptSender();
+  const std::string command = InterruptSignal() == SIGTERM && sender > 0 ? CommandOf(sender) : "";
+  if (command.find(" --take-over") == std::string::npos) return "";
+  return StringPrintf("another client has taken the HAL over (pid %d, %s)", sender, command.c_str());
 }
 
 }  // namespace
@@ -90,7 +99,10 @@ bool HalClaim::Take(bool take_over, std::string* error) {
 }
 
 void HalClaim::Release() {
-  if (file_.ok()) Set(F_UNLCK);
+  if (!file_.ok()) return;
+  const std::string taker = Taker();  // who waits for what follows, and may then be gone soon
+  Set(F_UNLCK);
+  if (!taker.empty()) Complain(taker);
 }
 
 }  // namespace bthal::tool

@@ -15,6 +15,7 @@ namespace {
 constexpr int64_t kSecondThoughtMs = 300;
 
 std::atomic<int> g_signal{0};
+std::atomic<pid_t> g_sender{0};
 std::atomic<int64_t> g_signal_ms{0};
 int g_pipe[2] = {-1, -1};
 
@@ -29,8 +30,9 @@ bool IsIgnored(int signal) {
   return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-void OnSignal(int signal) {
+void OnSignal(int signal, siginfo_t* info, void*) {
   int none = 0;
+  if (g_signal == 0 && info != nullptr && info->si_code <= 0) g_sender = info->si_pid;
   if (g_signal.compare_exchange_strong(none, signal)) {
     g_signal_ms = NowMs();
     (void)!write(g_pipe[1], "", 1);
@@ -44,8 +46,8 @@ void OnSignal(int signal) {
 void CatchInterrupts() {
   if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
   struct sigaction action = {};
-  action.sa_handler = OnSignal;
-  action.sa_flags = SA_RESTART;  // waits are polls, which a signal ends all the same; writes go on
+  action.sa_sigaction = OnSignal;
+  action.sa_flags = SA_RESTART | SA_SIGINFO;  // waits are polls, which a signal ends all the same; writes go on
   sigemptyset(&action.sa_mask);
   for (const int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
   for (const int signal : {SIGHUP, SIGQUIT}) {
@@ -53,9 +55,11 @@ void CatchInterrupts() {
   }
 }
 
-void EndAsIf(int signal) { OnSignal(signal); }
+void EndAsIf(int signal) { OnSignal(signal, nullptr, nullptr); }
 
 int InterruptSignal() { return g_signal; }
+
+pid_t InterruptSender() { return g_sender; }
 
 int InterruptFd() { return g_pipe[0]; }
 

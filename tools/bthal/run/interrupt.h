@@ -1,14 +1,16 @@
 // Ctrl-C, a closed terminal and SIGTERM as something to ask for, so that everything owned is ended on the way out.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 
 namespace bthal::tool {
 
-// From now on SIGINT, SIGTERM and SIGHUP no longer end the program; a second SIGINT, some time after the first, does.
-// A SIGHUP that is ignored stays so: nohup(1) has it outlive its terminal. SIGINT does not: a script's shell ignores it
-// for whatever it starts with `&`, and yet that is to end in order. Call once, on the main thread, before any other
-// thread exists.
+// From now on SIGINT, SIGTERM, SIGHUP and SIGQUIT no longer end the program; a second SIGINT, some time after the
+// first, does. A SIGHUP or SIGQUIT that is ignored stays so: nohup(1) has it outlive its terminal. SIGINT does not: a
+// script's shell ignores it for whatever it starts with `&`, and yet that is to end in order. Call once, on the main
+// thread, before any other thread exists.
 void CatchInterrupts();
 
 // As if the signal had come: for what makes going on pointless.
@@ -17,6 +19,8 @@ void EndAsIf(int signal);
 // Which signal came first; 0 while none has.
 int InterruptSignal();
 inline bool Interrupted() { return InterruptSignal() != 0; }
+// The process that sent it; 0 where none did, as with a terminal's Ctrl-C.
+pid_t InterruptSender();
 
 // Readable once a signal has come; never read from it.
 int InterruptFd();
