@@ -106,14 +106,16 @@ TEST_F(SuperviseTest, TellsTheCauseAndTheCrashFiles) {
   root_.Write("/data/vendor/ssrdump/old", "");
   const timespec long_ago[2] = {};
   ASSERT_EQ(utimensat(AT_FDCWD, (root_.path() + "/data/vendor/ssrdump/old").c_str(), long_ago, 0), 0);
-  const ProgramResult result =
-      Supervise({"--once"}, "echo '" + report +
-                                "(147), error_info: x'; mkdir $BTHAL_ROOT/data/vendor/ssrdump/coredump; "
-                                "echo > $BTHAL_ROOT/data/vendor/ssrdump/coredump/new; kill -KILL $$");
+  const ProgramResult result = Supervise(
+      {"--once"}, "echo '" + report +
+                      "(147), error_info: x'; mkdir $BTHAL_ROOT/data/vendor/ssrdump/coredump; "
+                      "echo > $BTHAL_ROOT/data/vendor/ssrdump/coredump/new; : > $BTHAL_ROOT/data/vendor/ssrdump/full; "
+                      "kill -KILL $$");
   EXPECT_THAT(result.error, HasSubstr("supervise:   the controller did not obey the first reset: see its power, the "
                                       "wiring and UartPort\nsupervise:   it said: " +
                                       report + "(147), error_info: x\nsupervise:   it left: " + root_.path() +
-                                      "/data/vendor/ssrdump/coredump/new\n"));
+                                      "/data/vendor/ssrdump/coredump/new\nsupervise:   it left: " + root_.path() +
+                                      "/data/vendor/ssrdump/full (empty: the disk may be full)\n"));
   EXPECT_THAT(result.error, Not(HasSubstr("ssrdump/old")));
   EXPECT_THAT(
       tool::CauseOfDeath({report + "(148), error_info: y", "E tag: download_direct: Failed to write patchram: 18"}),

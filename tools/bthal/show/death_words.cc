@@ -100,6 +100,11 @@ bool WrittenSince(const fs::path& path, const timespec& begin) {
          std::tie(info.st_mtim.tv_sec, info.st_mtim.tv_nsec) >= std::tie(begin.tv_sec, begin.tv_nsec);
 }
 
+std::string Named(const fs::path& file) {
+  std::error_code error;
+  return file.string() + (fs::file_size(file, error) == 0 ? " (empty: the disk may be full)" : "");
+}
+
 }  // namespace
 
 std::string CauseOfDeath(const std::vector<std::string>& last_words) {
@@ -123,12 +128,12 @@ std::vector<std::string> CrashFilesSince(const timespec& begin) {
   std::error_code error;
   for (fs::recursive_directory_iterator entry(DevicePath(kCrashFolder), error), end; !error && entry != end;
        entry.increment(error)) {
-    if (WrittenSince(entry->path(), begin)) files.push_back(entry->path());
+    if (WrittenSince(entry->path(), begin)) files.push_back(Named(entry->path()));
   }
   for (fs::directory_iterator entry(DevicePath(kLogFolder), error), end; !error && entry != end;
        entry.increment(error)) {
     const bool saved = entry->path().filename().string().starts_with(kSavedLogPrefix);
-    if (saved && WrittenSince(entry->path(), begin)) files.push_back(entry->path());
+    if (saved && WrittenSince(entry->path(), begin)) files.push_back(Named(entry->path()));
   }
   std::ranges::sort(files);
   return files;

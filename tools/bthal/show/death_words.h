@@ -12,7 +12,8 @@ namespace bthal::tool {
 // nothing that is known here.
 std::string CauseOfDeath(const std::vector<std::string>& last_words);
 
-// The crash files below the device root that were written at `begin` or after it, as paths on this machine.
+// The crash files below the device root that were written at `begin` or after it, as paths on this machine;
+// of those that hold nothing it is said.
 std::vector<std::string> CrashFilesSince(const timespec& begin);
 
 }  // namespace bthal::tool
