@@ -1,4 +1,5 @@
 // The product's face: `bthal demo`, from end to end.
+#include <android-base/strings.h>
 #include <sys/file.h>
 
 #include <nlohmann/json.hpp>
@@ -7,8 +8,10 @@
 #include "bthal/demo/demo_check.h"
 #include "bthal/demo/demo_root.h"
 #include "bthal/run/process.h"
+#include "bthal/show/terminal.h"
 #include "support/board_journal.h"
 #include "support/run_program.h"
+#include "support/terminal/screen.h"
 #include "support/test.h"
 
 namespace bthal {
@@ -66,6 +69,21 @@ TEST_F(DemoTest, EverythingHappensAndTheLogsStay) {
   // What was temporary is gone, and so is every process.
   EXPECT_FALSE(fs::exists(root() / "dev"));
   EXPECT_THAT(ProcessesWith(folder_.path), IsEmpty());
+}
+
+// Wherever its folder lies.
+TEST_F(DemoTest, FitsTheTerminal) {
+  unsetenv("XDG_RUNTIME_DIR");
+  setenv("TMPDIR", folder_.path, 1);
+  TerminalProgram demo({BTHAL_PROGRAM, "demo", "--patch-records", "8"}, 80);
+  unsetenv("TMPDIR");
+  EXPECT_EQ(demo.End(), 0);
+  const std::string shown = tool::WithoutColours(demo.raw());
+  EXPECT_THAT(shown, HasSubstr("Everything happened in"));
+  for (std::string line : ::android::base::Split(shown, "\n")) {
+    if (line.ends_with('\r')) line.pop_back();
+    EXPECT_LE(line.size() - (line.rfind('\r') + 1), 80u) << line;
+  }
 }
 
 // A limit on files' sizes stands for a full disk: the board's log is larger than all that the demo needs.

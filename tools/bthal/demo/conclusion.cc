@@ -1,5 +1,6 @@
 // What a demo leaves behind: the chart, the logs, and the folder.
 #include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,10 +22,12 @@ void Heading(const std::string& text) { printf("\n%s\n\n", Paint(Colour::kHeadin
 
 void PrintLogs(std::vector<std::pair<std::string, const char*>> logs) {
   std::erase_if(logs, [](const auto& log) { return access(log.first.c_str(), F_OK) != 0; });
+  constexpr size_t kUnder = 6;  // a name, not beside it: it may be long
   size_t width = 0;
   for (const auto& [path, what] : logs) width = std::max(width, path.size());
   for (const auto& [path, what] : logs) {
-    printf("  %-*s  %s\n", static_cast<int>(width), path.c_str(), what);
+    const std::string line = ::android::base::StringPrintf("  %-*s  %s", static_cast<int>(width), path.c_str(), what);
+    printf("%s\n", Folded(line, kUnder).c_str());
   }
 }
 
