@@ -429,7 +429,10 @@ TEST(SnoopTest, SaysWhatALogThatIsNotThereWaitsFor) {
   }
   ASSERT_TRUE(SetProperty("persist.bluetooth.btsnooplogmode", "disabled"));
   EXPECT_EQ(told(), no_log + "switch it on: bthal prop set persist.bluetooth.btsnooplogmode full\n");
-  EXPECT_EQ(told({root.path() + "/saved.log"}), "bthal: no log at " + root.path() + "/saved.log\n");
+  root.Write("/kept", "kept");
+  EXPECT_EQ(told({root.path() + "/saved.log", "-w", root.path() + "/kept"}),
+            "bthal: no log at " + root.path() + "/saved.log\n");
+  EXPECT_EQ(root.Read("/kept"), "kept");
 }
 
 // By whatever name the log is called, and also where there is none yet: what is read is not written over.

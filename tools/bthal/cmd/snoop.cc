@@ -88,18 +88,18 @@ bool IsRead(const std::string& output, const std::string& log, std::string* erro
   return false;
 }
 
-// What is to be done for the service's own log to come; nothing can be said of another file.
-std::string WhatBringsIt(const SnoopOptions& options) {
+// `why`, and what is to be done for the service's own log to come; nothing can be said of another file.
+std::string WithRemedy(const std::string& why, const SnoopOptions& options) {
   using ::android::base::GetProperty;
-  if (!options.file.empty()) return "";
-  const std::string set = "switch it on: bthal prop set ";
+  if (!options.file.empty()) return why;
+  const std::string set = why + "; switch it on: bthal prop set ";
   if (!::android::base::GetBoolProperty(kSnoopProperty, false)) return set + kSnoopProperty + " true";
   const std::string build = GetProperty(kBuildTypeProperty, "");
   const bool filtered = build == "userdebug" || build == "eng";
   if (GetProperty(kSnoopLogModeProperty, filtered ? "filtered" : "disabled") == "disabled") {
     return set + kSnoopLogModeProperty + " full";
   }
-  return "it is begun when a client takes the HAL, as bthal hci does";
+  return why + "; it is begun when a client takes the HAL, as bthal hci does";
 }
 
 int Follow(const SnoopOptions& options, const std::string& path, const SnoopFilter& filter, Capture& capture) {
@@ -123,9 +123,8 @@ int Follow(const SnoopOptions& options, const std::string& path, const SnoopFilt
     fflush(stdout);
     if (capture.Deserted()) break;
     if (follower.opened() || told) continue;
-    const std::string remedy = WhatBringsIt(options);
-    if (options.once) return Complain("no log at " + path + (remedy.empty() ? "" : "; " + remedy));
-    Complain("waiting for " + path + (remedy.empty() ? "" : " (" + remedy + ")"));
+    if (options.once) return Complain(WithRemedy("no log at " + path, options));
+    Complain(WithRemedy("waiting for " + path, options));
     told = true;
   } while (!options.once && SleepUnlessInterrupted(std::chrono::milliseconds(50)));
   if (options.once && follower.Cut()) return Complain(path + " ends within a record");
@@ -141,6 +140,11 @@ int Run(const SnoopOptions& options) {
   if (!filter) return Complain(error);
   if (options.once && options.follow) return Complain("--once and --follow: one or the other");
   if (!options.output.empty() && IsRead(options.output, path, &error)) return Complain(error);
+  // What is there already does not go for nothing.
+  if (options.once && access(path.c_str(), R_OK) != 0) {
+    const std::string why = strerror(errno);
+    return Complain(errno == ENOENT ? WithRemedy("no log at " + path, options) : "cannot read " + path + ": " + why);
+  }
   CatchInterrupts();
   Capture capture;
   const bool pcap = options.format.empty() ? options.output == "-" : options.format == "pcap";
