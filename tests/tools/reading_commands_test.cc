@@ -101,6 +101,21 @@ TEST_F(ReadingCommandsTest, FitTheTerminalAndNothingElse) {
   }
 }
 
+// Also where the column of values is beyond it.
+TEST_F(ReadingCommandsTest, FitANarrowTerminal) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"decode", "-v", root_.path() + "/long.log"},
+                                             {"hci", "help", "le_set_scan_parameters"},
+                                             {"conf"},
+                                             {"check"}}) {
+    TerminalProgram program(BthalCommand(arguments), 40);
+    EXPECT_THAT(program.End(), ::testing::AnyOf(0, 1)) << program.raw();  // the machine may lack something
+    for (const std::string& line : ::android::base::Split(tool::WithoutColours(program.raw()), "\n")) {
+      EXPECT_LE(line.size() - (line.ends_with('\r') ? 1 : 0), 40u) << arguments[0] << line;
+    }
+  }
+}
+
 // Name and status can be read of every answer, in whatever number of lines; bytes and parameters come last.
 TEST_F(ReadingCommandsTest, WhatIsCutIsNeverNameOrStatus) {
   TerminalProgram program({BTHAL_PROGRAM, "decode", root_.path() + "/long.log"}, 80);

@@ -31,8 +31,7 @@ bool GoesOn(const std::string& before, const std::string& line) {
 }  // namespace
 
 std::string HelpOnTerminal(std::string_view help) {
-  const size_t width = RoomBehind(0);
-  if (width == 0) return std::string(help);
+  if (RoomBehind(0) == 0) return std::string(help);
   std::vector<std::string> lines;
   for (const std::string& line : ::android::base::Split(std::string(help), "\n")) {
     if (!lines.empty() && GoesOn(lines.back(), line)) {
@@ -41,11 +40,7 @@ std::string HelpOnTerminal(std::string_view help) {
       lines.push_back(line);
     }
   }
-  for (std::string& line : lines) {
-    const size_t column = ColumnOfWords(line);
-    // Words in less than half of the width are hard to read.
-    line = Folded(line, column <= width / 2 ? column : 4);
-  }
+  for (std::string& line : lines) line = Folded(line, ColumnOfWords(line));
   return ::android::base::Join(lines, '\n');
 }
 

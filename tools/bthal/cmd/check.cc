@@ -54,20 +54,25 @@ void Print(const CheckResult& result) {
   printf("%s\n", Folded(std::string(kNameColumn, ' ') + kind + result.remedy, kNameColumn + kind.size()).c_str());
 }
 
+void PrintHead(const std::string& line) {
+  constexpr size_t kWordsColumn = 13;
+  printf("%s\n", Folded(line, kWordsColumn).c_str());
+}
+
 // Who is looked for, and who it will be where an installed unit says so.
 void PrintUser() {
-  printf("the service: as %s\n", ServiceUserWords().c_str());
+  PrintHead("the service: as " + ServiceUserWords());
   const std::string unit_user = UnitsUser();
   const passwd* entry = unit_user.empty() ? nullptr : getpwnam(unit_user.c_str());
   if (entry == nullptr || entry->pw_uid == geteuid()) return;
-  printf("             its unit runs it as %s: bthal check --user %s, as root\n", unit_user.c_str(), unit_user.c_str());
+  PrintHead("             its unit runs it as " + unit_user + ": bthal check --user " + unit_user + ", as root");
 }
 
 int Run(const std::string& user) {
   std::string error;
   if (!user.empty() && !BecomeServiceUser(user, &error)) return Complain(error);
   const std::string root = ::android::hardware::bluetooth::os::DevicePath("/");
-  printf("device root: %s\n", root == "/" ? "/ (the machine itself; BTHAL_ROOT is not set)" : root.c_str());
+  PrintHead("device root: " + (root == "/" ? "/ (the machine itself; BTHAL_ROOT is not set)" : root));
   PrintUser();
   printf("\n");
   const std::vector<CheckResult> results = CheckMachine();

@@ -98,7 +98,8 @@ size_t RoomBehind(size_t columns_before) {
 
 std::string Folded(std::string_view lines, size_t indent) {
   const size_t width = RoomBehind(0);
-  if (width <= indent) return std::string(lines);
+  if (width <= kUsualIndent) return std::string(lines);
+  if (indent > width * 2 / 3) indent = kUsualIndent;  // or there would be a word a line
   std::string folded;
   while (!lines.empty()) {
     const size_t end = std::min(lines.find('\n'), lines.size());

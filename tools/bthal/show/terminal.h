@@ -23,9 +23,10 @@ int TerminalWidth();
 // What is left for a line behind `columns_before` columns; 0 for no limit.
 size_t RoomBehind(size_t columns_before);
 
+inline constexpr size_t kUsualIndent = 4;
 // Lines, those that are wider than the terminal broken, at a blank where there is one, and gone on with `indent`
-// columns further in.
-std::string Folded(std::string_view lines, size_t indent = 4);
+// columns further in; where that leaves too little of the terminal, with the usual ones.
+std::string Folded(std::string_view lines, size_t indent = kUsualIndent);
 
 // `text` in a colour, or as it is.
 std::string Paint(Colour colour, std::string_view text);
