@@ -137,7 +137,12 @@ TEST_F(OnBoard, ASecondClientIsRefusedOrTakesOver) {
   EXPECT_THAT(holder_.lines, Contains(MatchesRegex("bthal: another client has taken the HAL over \\(pid [0-9]+, "
                                                    ".+ hci --take-over read_bd_addr\\)")));
 
-  // A client that is killed, or that gives the HAL back, is in nobody's way.
+  // A client that is killed, or that gives the HAL back, is in nobody's way. Nor is every end a taking over.
+  TakeHal();
+  const std::string end = "kill " + std::to_string(holder_.talk.pid()) + "; sleep 1000; : hci --take-over";
+  const tool::Child other = Spawn({"/bin/sh", "-c", end}, -1);
+  EXPECT_EQ(holder_.End(), 128 + SIGTERM);
+  EXPECT_THAT(holder_.lines, Not(Contains(HasSubstr("taken the HAL over (pid " + std::to_string(other.pid())))));
   TakeHal();
   kill(holder_.talk.pid(), SIGKILL);
   EXPECT_EQ(holder_.End(), -1);

@@ -37,8 +37,12 @@ std::string CommandOf(pid_t pid) {
 // Who has asked this process to end to have the HAL itself; empty where nobody has.
 std::string Taker() {
   const pid_t sender = InterruptSender();
-  const std::string command = InterruptSignal() == SIGTERM && sender > 0 ? CommandOf(sender) : "";
-  if (command.find(" --take-over") == std::string::npos) return "";
+  if (InterruptSignal() != SIGTERM || sender <= 0) return "";
+  // Our own command's words may be in that of whoever has started us, as timeout(1).
+  std::string program;
+  ::android::base::Readlink(StringPrintf("/proc/%d/exe", sender), &program);
+  const std::string command = CommandOf(sender);
+  if (program != ::android::base::GetExecutablePath() || command.find(" --take-over") == std::string::npos) return "";
   return StringPrintf("another client has taken the HAL over (pid %d, %s)", sender, command.c_str());
 }
 
