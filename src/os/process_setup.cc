@@ -29,11 +29,13 @@ void EndUnlessOnlyService() {}
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include <android-base/file.h>
 #include <android-base/stringprintf.h>
@@ -69,37 +71,73 @@ std::string Now() {
 // then on gets what it takes. The lines that it did not take are counted.
 class StandardError {
  public:
+  // A terminal that takes anything is writable, and a blocking write of more than it takes waits for its reader. Whose
+  // descriptor it is keeps its flags: it is opened anew.
+  static void ReopenTerminal() {
+    if (isatty(STDERR_FILENO) == 0) return;
+    const int anew = TEMP_FAILURE_RETRY(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (anew < 0) return;
+    dup2(anew, STDERR_FILENO);
+    close(anew);
+  }
+
   // One write for each line, so that lines of several threads and processes do not mix; beyond what a pipe takes whole
-  // or not at all, several.
+  // or not at all, or a terminal has room for, several.
   static void Write(std::string_view line) {
-    for (; !line.empty(); line.remove_prefix(std::min(line.size(), kPiece))) {
-      if (!TakesAPiece()) {
-        ++left_out_;
-        return;
-      }
-      if (const uint64_t left_out = left_out_.exchange(0); left_out > 0) {
-        WriteNow(std::to_string(left_out) + " lines were left out here: nothing read them.\n");
-      }
-      WriteNow(line.substr(0, kPiece));
-    }
+    const uint64_t left_out = left_out_.exchange(0);
+    const std::string note = Note(left_out);
+    const std::string text = note + std::string(line);
+    const size_t given = GiveAll(text);
+    const bool noted = given >= note.size();
+    if (noted) torn_ = false;
+    if (given == text.size()) return;
+    left_out_ += noted ? 1 : left_out + 1;
+    if (given > 0) torn_ = true;
   }
 
  private:
-  static constexpr int kPatienceMs = 1000;
+  static constexpr std::chrono::milliseconds kPatience{1000};
+  static constexpr std::chrono::milliseconds kLookAgain{1};
   static constexpr size_t kPiece = PIPE_BUF;
 
-  static bool TakesAPiece() {
-    pollfd error{STDERR_FILENO, POLLOUT, 0};
-    if (TEMP_FAILURE_RETRY(poll(&error, 1, stalled_ ? 0 : kPatienceMs)) != 0) return true;
-    stalled_ = true;
-    return false;
+  static std::string Note(uint64_t left_out) {
+    if (left_out == 0) return {};
+    return (torn_ ? "\n" : "") + std::to_string(left_out) + " lines were left out here: nothing read them.\n";
   }
 
-  static void WriteNow(std::string_view text) {
-    (void)TEMP_FAILURE_RETRY(write(STDERR_FILENO, text.data(), text.size()));
+  // How much of it was taken.
+  static size_t GiveAll(std::string_view text) {
+    size_t given = 0;
+    while (given < text.size()) {
+      const size_t taken = Give(text.substr(given, kPiece));
+      if (taken == 0) break;
+      given += taken;
+    }
+    return given;
+  }
+
+  // How much of it was taken; 0 where nothing reads.
+  static size_t Give(std::string_view piece) {
+    using Clock = std::chrono::steady_clock;
+    const auto until = Clock::now() + (stalled_ ? std::chrono::milliseconds(0) : kPatience);
+    for (;;) {
+      const auto left = std::max(std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count(), 0L);
+      pollfd error{STDERR_FILENO, POLLOUT, 0};
+      if (TEMP_FAILURE_RETRY(poll(&error, 1, static_cast<int>(left))) != 0) {
+        const ssize_t written = TEMP_FAILURE_RETRY(write(STDERR_FILENO, piece.data(), piece.size()));
+        if (written > 0) return static_cast<size_t>(written);
+        if (written == 0 || errno != EAGAIN) return piece.size();  // what cannot be written is waited for no more
+        // Room for one character, and the terminal makes two of a line's end.
+        std::this_thread::sleep_for(std::min(kLookAgain, std::chrono::milliseconds(left)));
+      }
+      if (left > 0) continue;
+      stalled_ = true;
+      return 0;
+    }
   }
 
   static inline std::atomic<bool> stalled_ = false;
+  static inline std::atomic<bool> torn_ = false;  // since the last note, in the middle of a line
   static inline std::atomic<uint64_t> left_out_ = 0;
 };
 
@@ -186,6 +224,7 @@ void UnblockSignals() {
 void SetUpProcess() {
   FillStandardDescriptors();
   UnblockSignals();
+  StandardError::ReopenTerminal();
   ::android::base::SetLogger(LogToStderr);
   ::android::base::SetAborter(AbortWithTrace);
   SetSeverityFromEnvironment();

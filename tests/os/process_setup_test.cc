@@ -1,9 +1,11 @@
 #include "os/process_setup.h"
 
 #include <log/log.h>
+#include <termios.h>
 
 #include "os/interrupt.h"
 #include "support/child_process.h"
+#include "support/pty.h"
 #include "support/test.h"
 
 namespace process_setup_test {
@@ -95,6 +97,44 @@ TEST(ProcessSetupTest, WhoeverLogsDoesNotWaitForWhoeverReads) {
   close(ends[0]);
   EXPECT_THAT(text, HasSubstr(std::to_string(kLines - written) + " lines were left out here: nothing read them.\n"));
   EXPECT_THAT(text, AllOf(HasSubstr(": read again\n"), HasSubstr("ywhole\n")));
+}
+
+// A terminal counts as writable as soon as it takes anything, and where it makes two characters of a line's end, not
+// even that is true.
+TEST(ProcessSetupTest, NorForWhoeverReadsATerminal) {
+  for (const tcflag_t output : {0, OPOST | ONLCR}) {
+    const Pty terminal;
+    const Gate logged;
+    const Gate seen;
+    ChildProcess child([&] {
+      const int end = open(terminal.host_path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+      termios attributes{};
+      tcgetattr(end, &attributes);
+      attributes.c_oflag = output;
+      tcsetattr(end, TCSANOW, &attributes);
+      dup2(end, STDERR_FILENO);
+      SetUpProcess();
+      for (size_t i = 0; i < 2000; ++i) LOG(INFO) << std::string(i % 200, 'x');
+      logged.Open();
+      pollfd enough{seen.reader(), POLLIN, 0};
+      do {
+        LOG(INFO) << "read again";
+      } while (poll(&enough, 1, 1) == 0);
+      return 0;
+    });
+    pollfd done{logged.reader(), POLLIN, 0};
+    ASSERT_EQ(poll(&done, 1, 20000), 1) << "stuck in a write";
+    std::string text;
+    EXPECT_TRUE(WaitFor([&] {
+      char some[4096];
+      const ssize_t count = read(terminal.controller(), some, sizeof(some));
+      text.append(some, static_cast<size_t>(std::max<ssize_t>(count, 0)));
+      return text.find(": read again") != std::string::npos;
+    }));
+    seen.Open();
+    EXPECT_EQ(child.Wait(), 0);
+    EXPECT_THAT(text, ContainsRegex("\n[0-9]+ lines were left out here: nothing read them.\r?\n"));
+  }
 }
 
 // As a supervisor may start it. What is opened first would otherwise take the log's place, and get its lines.
