@@ -229,6 +229,7 @@ void SetUpProcess() {
   ::android::base::SetAborter(AbortWithTrace);
   SetSeverityFromEnvironment();
   signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 void EndUnlessOnlyService() {

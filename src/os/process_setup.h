@@ -7,9 +7,10 @@ namespace android::hardware::bluetooth::os {
 // BTHAL_LOG (verbose, debug, info, warning, error; info by default) says from which severity on. Once stderr has taken
 // nothing for a second, nobody waits for it any more: what it does not take at once is left out, and counted there. A
 // fatal log prints a stack trace with the functions' names to stderr and aborts. SIGPIPE is ignored: a peer that has
-// gone is an error of the write. SIGTERM and SIGUSR2 are unblocked, whatever this process has inherited. A standard
-// descriptor that is closed becomes /dev/null: what is opened later would take its number. On Android the platform does
-// all that, and this does nothing. Call once, before any other thread exists, or any descriptor is opened.
+// gone is an error of the write; so is SIGXFSZ, for a file that may not grow any more. SIGTERM and SIGUSR2 are
+// unblocked, whatever this process has inherited. A standard descriptor that is closed becomes /dev/null: what is
+// opened later would take its number. On Android the platform does all that, and this does nothing. Call once, before
+// any other thread exists, or any descriptor is opened.
 void SetUpProcess();
 
 // On Linux: ends the process with a status of its own (EX_UNAVAILABLE, 69) and one line on stderr where another service

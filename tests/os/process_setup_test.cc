@@ -1,6 +1,7 @@
 #include "os/process_setup.h"
 
 #include <log/log.h>
+#include <sys/resource.h>
 #include <termios.h>
 
 #include "os/interrupt.h"
@@ -149,6 +150,20 @@ TEST_F(ProcessSetupRootTest, ClosedStandardDescriptorsAreNobodyElses) {
   });
   EXPECT_EQ(child.Wait(), 0);
   EXPECT_EQ(root_.Read("/opened"), "");
+}
+
+// A log that may not grow any more is a full disk, and no reason to die.
+TEST_F(ProcessSetupRootTest, ALimitOfAFilesSizeIsAnErrorOfItsWrite) {
+  const std::string path = root_.Below("/log");
+  ChildProcess child([&] {
+    SetUpProcess();
+    const rlimit limit{10, 10};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const unique_fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    if (write(file.get(), "0123456789ABC", 13) != 10) return 1;
+    return write(file.get(), "ABC", 3) == -1 && errno == EFBIG ? 0 : 2;
+  });
+  EXPECT_EQ(child.Wait(), 0);
 }
 
 // Whoever starts it may block the signals that end it, or that get a writer out of its system call.
