@@ -31,6 +31,14 @@ bool Lies(const std::string& path) {
   return lstat(os::DevicePath(path).c_str(), &status) == 0;
 }
 
+// On a full disk a dump's files are made, and stay empty.
+bool IsEmpty(const std::vector<DumpFiles>& kinds, const std::string& suffix) {
+  return std::none_of(kinds.begin(), kinds.end(), [&](const DumpFiles& kind) {
+    struct stat status {};
+    return lstat(os::DevicePath(PathOf(kind, suffix)).c_str(), &status) == 0 && status.st_size != 0;
+  });
+}
+
 // 2024-03-07_09-05-12, with or without a number behind it.
 bool IsSuffix(std::string_view text) {
   if (text.size() < kTimeForm.size()) return false;
@@ -67,12 +75,15 @@ std::string UnusedSuffix(const std::vector<DumpFiles>& kinds, const std::string&
 void KeepNewestDumps(const std::vector<DumpFiles>& kinds, size_t count) {
   std::set<std::string> suffixes;
   for (const DumpFiles& kind : kinds) AddSuffixes(kind, suffixes);
-  for (; suffixes.size() > count; suffixes.erase(suffixes.begin())) {
-    const std::string& oldest = *suffixes.begin();
-    LOG(INFO) << "start_crash_dump: the dump of " << oldest << " makes room for a newer one";
+  while (suffixes.size() > count) {
+    const auto empty =
+        std::find_if(suffixes.begin(), suffixes.end(), [&](const auto& suffix) { return IsEmpty(kinds, suffix); });
+    const auto least = empty == suffixes.end() ? suffixes.begin() : empty;
+    LOG(INFO) << "start_crash_dump: the dump of " << *least << " makes room for a newer one";
     for (const DumpFiles& kind : kinds) {
-      if (const std::string path = PathOf(kind, oldest); Lies(path)) os::RemoveFile(path);
+      if (const std::string path = PathOf(kind, *least); Lies(path)) os::RemoveFile(path);
     }
+    suffixes.erase(least);
   }
 }
 

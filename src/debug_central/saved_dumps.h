@@ -19,7 +19,8 @@ struct DumpFiles {
 // number. Two dumps of one second, by a service that dies as soon as it is back, have no file in common.
 std::string UnusedSuffix(const std::vector<DumpFiles>& kinds, const std::string& time);
 
-// Removes the files of all dumps but the newest `count`. What does not bear the time of a dump is left alone.
+// Removes the files of all dumps but the newest `count`; those that hold nothing go before any that do. What does not
+// bear the time of a dump is left alone.
 void KeepNewestDumps(const std::vector<DumpFiles>& kinds, size_t count);
 
 }  // namespace android::hardware::bluetooth::V1_1::qnlbtlinux::debug

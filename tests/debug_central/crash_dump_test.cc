@@ -97,6 +97,24 @@ TEST_F(CrashDumpTest, TheOldestDumpsMakeRoomForTheNewest) {
   EXPECT_EQ(UnusedSuffix(kinds, "2024-03-09_09-05-12"), "2024-03-09_09-05-12_3");
 }
 
+// A service that dies again and again on a full disk would else leave eight dumps of which none says anything.
+TEST_F(CrashDumpTest, DumpsThatHoldNothingMakeRoomFirst) {
+  MakeFolders();
+  const auto crash_info = [](int day) {
+    return std::string(kCrashInfoDir) + "crashinfo_bt_2024-03-0" + std::to_string(day) + "_09-05-12.txt";
+  };
+  for (int day = 1; day <= 9; ++day) {
+    const bool empty = day == 5 || day == 7;
+    root_.Write(crash_info(day), empty || day == 6 ? "" : "dump");
+    root_.Write(std::string(kCoreDumpDir) + "coredump_bt_2024-03-0" + std::to_string(day) + "_09-05-12.bin",
+                empty ? "" : "dump");
+  }
+  Reaches(kHardwareError);
+  for (int day = 1; day <= 9; ++day) {
+    EXPECT_EQ(std::filesystem::exists(root_.Below(crash_info(day))), day != 5 && day != 7) << day;
+  }
+}
+
 // A FIFO where a dump looks for the packet log, or would write, keeps a dying service no longer than a missing file.
 TEST_F(CrashDumpTest, ADumpWaitsForNoFileThatIsNone) {
   MakeFolders();
