@@ -121,7 +121,8 @@ class StandardError {
     using Clock = std::chrono::steady_clock;
     const auto until = Clock::now() + (stalled_ ? std::chrono::milliseconds(0) : kPatience);
     for (;;) {
-      const auto left = std::max(std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count(), 0L);
+      const auto left =
+          std::max<int64_t>(std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count(), 0);
       pollfd error{STDERR_FILENO, POLLOUT, 0};
       if (TEMP_FAILURE_RETRY(poll(&error, 1, static_cast<int>(left))) != 0) {
         const ssize_t written = TEMP_FAILURE_RETRY(write(STDERR_FILENO, piece.data(), piece.size()));
